@@ -1,0 +1,22 @@
+#pragma once
+
+#include <qv/export.h>
+
+#include <string>
+
+namespace qv {
+
+// Versions of this library and of the OpenImageIO that reads its files, for a host to show and to
+// compare. Thread-safe.
+
+// This library's version, "0.1.0".
+QV_API const char* core_version();
+
+// The OpenImageIO headers that this library was compiled against, in four parts: "2.4.7.1".
+QV_API std::string oiio_header_version();
+
+// The OpenImageIO loaded into this process, in three parts: "2.4.7". Not comparable as text with
+// oiio_header_version, which has one part more.
+QV_API std::string oiio_runtime_version();
+
+}  // namespace qv
