@@ -1,0 +1,89 @@
+#include <qv/io/decode.h>
+#include <qv/io/file_attributes.h>
+#include <qv/io/half.h>
+#include <qv/io/pixel_memory.h>
+#include <qv/io/reader.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace qv::io {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double ms_since(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+bool is_plain(const OIIO::ImageSpec& spec) {
+  const int full_width = spec.full_width ? spec.full_width : spec.width;
+  const int full_height = spec.full_height ? spec.full_height : spec.height;
+  return !spec.deep && spec.depth <= 1 && spec.channelnames == std::vector<std::string>{"R", "G", "B", "A"} &&
+         spec.nchannels == 4 && spec.x == spec.full_x && spec.y == spec.full_y && spec.width == full_width &&
+         spec.height == full_height;
+}
+
+bool is_half(const OIIO::ImageSpec& spec) {
+  const auto half = [](OIIO::TypeDesc format) { return format == OIIO::TypeHalf; };
+  return half(spec.format) && std::all_of(spec.channelformats.begin(), spec.channelformats.end(), half);
+}
+
+// Leaves `out` at status 3 unless all of it succeeds.
+void read_plain(OIIO::ImageInput& input, Clock::time_point start, DecodeResult& out) {
+  const auto spec = std::make_shared<OIIO::ImageSpec>(input.spec());
+  const bool plain = is_plain(*spec) && !input.seek_subimage(1, 0);
+  input.geterror();
+  if (!plain || !input.seek_subimage(0, 0)) return;
+  const std::optional<size_t> count = float_count(spec->width, spec->height, 4);
+  if (!count) return;
+  auto pixels = uninitialised_floats(*count);
+
+  // Halves are read into the last half of the pixels' own memory: no second buffer is faulted in.
+  const bool half = is_half(*spec);
+  auto* halves = reinterpret_cast<uint16_t*>(pixels.get()) + (half ? *count : 0);
+  const bool read = half ? input.read_image(0, 0, 0, 4, OIIO::TypeHalf, halves)
+                         : input.read_image(0, 0, 0, 4, OIIO::TypeFloat, pixels.get());
+  out.read_ms = ms_since(start);
+  if (!read) {
+    input.geterror();
+    return;
+  }
+  if (half) {
+    const Clock::time_point widening = Clock::now();
+    half_to_float(halves, pixels.get(), *count);
+    out.convert_ms = ms_since(widening);
+  }
+  input.close();
+  out.spec = spec;
+  out.pixels = std::move(pixels);
+  out.width = spec->width;
+  out.height = spec->height;
+  out.status = 2;
+}
+
+}  // namespace
+
+void decode_plain(const std::string& path, int threads, DecodeResult& out) {
+  out = {};
+  const Clock::time_point asking = Clock::now();
+  const FileAttributes attributes = file_attributes(path);
+  out.has_mtime = attributes.found;
+  out.mtime_ns = attributes.mtime_ns;
+  const Clock::time_point start = Clock::now();
+  out.stat_s = std::chrono::duration<double>(start - asking).count();
+  out.status = 3;
+  try {
+    if (const auto input = open_reader(path, threads, out.error)) {
+      read_plain(*input, start, out);
+    } else {
+      out.status = 4;
+    }
+  } catch (const std::exception&) {
+    out.status = 3;
+    out.error.clear();
+  }
+}
+
+}  // namespace qv::io

@@ -1,0 +1,40 @@
+#include <qv/io/pixel_memory.h>
+
+#include <algorithm>
+#include <limits>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
+namespace qv::io {
+
+std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channels) {
+  constexpr uint64_t limit = std::numeric_limits<ptrdiff_t>::max() / sizeof(float);
+  uint64_t count = 1;
+  for (const int64_t factor : {width, height, channels}) {
+    if (factor < 0) return std::nullopt;
+    const auto size = static_cast<uint64_t>(factor);
+    if (size != 0 && count > limit / size) return std::nullopt;
+    count *= size;
+  }
+  return static_cast<size_t>(count);
+}
+
+std::unique_ptr<float[]> uninitialised_floats(size_t count) {
+  const size_t size = std::max<size_t>(count, 1);
+  std::unique_ptr<float[]> result(new float[size]);
+  advise_huge_pages(result.get(), size * sizeof(float));
+  return result;
+}
+
+void advise_huge_pages([[maybe_unused]] void* begin, [[maybe_unused]] size_t bytes) {
+#if defined(__linux__)
+  constexpr uintptr_t huge = uintptr_t{2} << 20;
+  const uintptr_t first = (reinterpret_cast<uintptr_t>(begin) + huge - 1) & ~(huge - 1);
+  const uintptr_t last = (reinterpret_cast<uintptr_t>(begin) + bytes) & ~(huge - 1);
+  if (first < last) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#endif
+}
+
+}  // namespace qv::io

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+namespace qv::io {
+
+// width x height x channels, or nothing when a factor is negative or that many floats would not
+// fit the address space.
+std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channels);
+
+// An array of max(1, count) floats whose values are undefined: pages of it are touched by whoever
+// writes them first. Throws std::bad_alloc.
+std::unique_ptr<float[]> uninitialised_floats(size_t count);
+
+// Asks for huge pages behind a large block that has not been written yet: faulting in the 4 KiB
+// pages of a cold image costs more than filling them. Advice only; does nothing where there is none.
+void advise_huge_pages(void* begin, size_t bytes);
+
+}  // namespace qv::io

@@ -1,0 +1,64 @@
+#include <qv/io/scatter.h>
+
+#include <algorithm>
+
+#include <OpenImageIO/parallel.h>
+
+namespace qv::io {
+
+namespace {
+
+constexpr int64_t least_parallel_pixels = 65536;
+constexpr int64_t rows_a_chunk = 8;
+
+void fill(float* row, int64_t begin, int64_t end, float value) {
+  for (int64_t x = begin; x < end; ++x) row[4 * x] = value;
+}
+
+// One component of an output row: `row` points at that component of the first pixel.
+void fill_component(const Read& read, const float* layer, int32_t channel, int64_t y, int64_t width,
+                    float* row) {
+  const int64_t layer_y = y - read.y;
+  const int64_t begin = std::max<int64_t>(read.x, 0);
+  const int64_t end = std::min<int64_t>(width, int64_t{read.x} + read.width);
+  if (layer_y < 0 || layer_y >= read.height || begin >= end) {
+    fill(row, 0, width, 0);
+    return;
+  }
+  const int64_t channels = int64_t{read.chend} - read.chbegin;
+  const float* from = layer + (begin - read.x + read.width * layer_y) * channels + channel;
+  fill(row, 0, begin, 0);
+  for (int64_t x = begin; x < end; ++x, from += channels) row[4 * x] = *from;
+  fill(row, end, width, 0);
+}
+
+}  // namespace
+
+void scatter(const std::vector<Read>& reads, const LayerPixels& layers,
+             const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
+             const std::vector<float*>& outs) {
+  const auto fill_rows = [&](int64_t begin, int64_t end) {
+    for (int64_t y = begin; y < end; ++y) {
+      for (size_t out = 0; out < outs.size(); ++out) {
+        for (size_t component = 0; component < 4; ++component) {
+          const Slot& slot = slots[out][component];
+          float* row = outs[out] + y * width * 4 + component;
+          if (slot.read < 0) {
+            fill(row, 0, width, slot.value);
+          } else {
+            const auto index = static_cast<size_t>(slot.read);
+            fill_component(reads[index], layers[index].get(), slot.channel, y, width, row);
+          }
+        }
+      }
+    }
+  };
+  if (threads == 1 || int64_t{width} * height < least_parallel_pixels) {
+    fill_rows(0, height);
+  } else {
+    OIIO::parallel_for_chunked(0, height, rows_a_chunk, fill_rows,
+                               OIIO::paropt(threads, OIIO::paropt::SplitDir::Y, 1));
+  }
+}
+
+}  // namespace qv::io

@@ -1,0 +1,168 @@
+#include <qv/io/scheduler.h>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace qv::io {
+
+struct DecodeScheduler::Job {
+  int64_t id = 0;
+  int32_t priority = 0;
+  std::string path;
+  bool cancelled = false;
+  std::shared_ptr<DecodeResult> result = std::make_shared<DecodeResult>();
+};
+
+bool DecodeScheduler::MoreUrgent::operator()(const std::shared_ptr<Job>& a,
+                                             const std::shared_ptr<Job>& b) const {
+  return std::pair(a->priority, a->id) < std::pair(b->priority, b->id);
+}
+
+DecodeScheduler::DecodeScheduler(int workers, int priority_workers, int threads)
+    : workers_(std::max(1, workers)), threads_(threads) {
+  try {
+    for (int i = 0; i < workers_; ++i) pool_.emplace_back([this] { run(false); });
+    for (int i = 0; i < priority_workers; ++i) pool_.emplace_back([this] { run(true); });
+  } catch (...) {
+    stop_and_join();
+    throw;
+  }
+}
+
+DecodeScheduler::~DecodeScheduler() {
+  stop_and_join();
+}
+
+void DecodeScheduler::stop_and_join() {
+  {
+    std::unique_lock lock(mutex_);
+    stop_ = true;
+    queue_.clear();
+    work_cv_.notify_all();
+    done_cv_.notify_all();
+    done_cv_.wait(lock, [this] { return takers_ == 0; });
+  }
+  for (std::thread& thread : pool_) thread.join();
+}
+
+int64_t DecodeScheduler::submit(const std::string& path, int priority) {
+  const auto job = std::make_shared<Job>();
+  job->path = path;
+  job->priority = std::max(0, priority);
+  {
+    const std::lock_guard lock(mutex_);
+    job->id = next_id_++;
+    jobs_.emplace(job->id, job);
+    queue_.insert(job);
+  }
+  work_cv_.notify_all();
+  return job->id;
+}
+
+int DecodeScheduler::state(int64_t id) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = jobs_.find(id);
+  return found == jobs_.end() ? -1 : found->second->result->status;
+}
+
+std::shared_ptr<DecodeResult> DecodeScheduler::take(int64_t id, double timeout) {
+  // Beyond what the clock can count a wait is without end for all purposes.
+  constexpr double longest = 1e9;
+  std::unique_lock lock(mutex_);
+  const auto settled = [&] {
+    const auto found = jobs_.find(id);
+    return stop_ || found == jobs_.end() || found->second->result->status >= 2;
+  };
+  ++takers_;
+  if (timeout < 0) {
+    done_cv_.wait(lock, settled);
+  } else if (timeout > 0) {
+    const std::chrono::duration<double> limit(std::min(timeout, longest));
+    done_cv_.wait_for(lock, std::chrono::duration_cast<std::chrono::nanoseconds>(limit), settled);
+  }
+  if (--takers_ == 0 && stop_) done_cv_.notify_all();
+  const auto found = jobs_.find(id);
+  if (found == jobs_.end() || found->second->result->status < 2) return nullptr;
+  std::shared_ptr<DecodeResult> result = std::move(found->second->result);
+  jobs_.erase(found);
+  return result;
+}
+
+bool DecodeScheduler::cancel(int64_t id) {
+  {
+    const std::lock_guard lock(mutex_);
+    const auto found = jobs_.find(id);
+    if (found == jobs_.end()) return false;
+    found->second->cancelled = true;
+    queue_.erase(found->second);
+    jobs_.erase(found);
+  }
+  done_cv_.notify_all();
+  return true;
+}
+
+void DecodeScheduler::reprioritize(int64_t id, int priority) {
+  {
+    const std::lock_guard lock(mutex_);
+    const auto found = jobs_.find(id);
+    if (found == jobs_.end()) return;
+    // The queue's node is moved, not freed and made again, so that nothing here can fail.
+    auto node = queue_.extract(found->second);
+    found->second->priority = std::max(0, priority);
+    if (node) queue_.insert(std::move(node));
+  }
+  work_cv_.notify_all();
+}
+
+void DecodeScheduler::clear() {
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, job] : jobs_) job->cancelled = true;
+    queue_.clear();
+    jobs_.clear();
+  }
+  done_cv_.notify_all();
+}
+
+int DecodeScheduler::queued() const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<int>(queue_.size());
+}
+
+int DecodeScheduler::running() const {
+  const std::lock_guard lock(mutex_);
+  return running_;
+}
+
+bool DecodeScheduler::has_work(bool priority_only) const {
+  return !queue_.empty() && (!priority_only || (*queue_.begin())->priority == 0);
+}
+
+std::shared_ptr<DecodeScheduler::Job> DecodeScheduler::pop(bool priority_only) {
+  if (!has_work(priority_only)) return nullptr;
+  return std::move(queue_.extract(queue_.begin()).value());
+}
+
+void DecodeScheduler::run(bool priority_only) {
+  std::unique_lock lock(mutex_);
+  while (true) {
+    work_cv_.wait(lock, [&] { return stop_ || has_work(priority_only); });
+    if (stop_) return;
+    const std::shared_ptr<Job> job = pop(priority_only);
+    job->result->status = 1;
+    ++running_;
+    lock.unlock();
+    DecodeResult result;
+    decode_plain(job->path, threads_, result);
+    lock.lock();
+    --running_;
+    // Whoever sees the status sees the rest: all of it is read under the mutex.
+    if (!job->cancelled) *job->result = std::move(result);
+    lock.unlock();
+    done_cv_.notify_all();
+    lock.lock();
+  }
+}
+
+}  // namespace qv::io
