@@ -1,0 +1,74 @@
+#pragma once
+
+#include <qv/export.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace qv::anim {
+
+// One keyframe. Times are in the host's unit (frames), slopes in value per time. `kind` says how the
+// curve arrives at the key and leaves it:
+//   0  step: flat, and the segment that starts here holds the value until the next key
+//   1  linear: straight to either neighbour
+//   2  smooth: slope between the neighbours, flat at a local extremum
+//   3  Catmull-Rom: slope between the neighbours; so is every kind above 6
+//   4  natural cubic spline through all keys of the curve
+//   5  flat, with a smooth segment on either side
+//   6  as given by `in_slope` and `out_slope`; without `has_in` as 3, without `has_out` as it arrives
+// The first and last key have one neighbour only, and kinds 1, 2 and 3 point straight at it.
+struct Key {
+  double time = 0;
+  double value = 0;
+  std::uint8_t kind = 0;
+  bool has_in = false;   // kind 6: `in_slope` is given
+  bool has_out = false;  // kind 6: `out_slope` is given
+  double in_slope = 0;
+  double out_slope = 0;
+};
+
+// Thrown where no curve can be made of the keys. The message is meant for the host to show or to map:
+// "equal key times" (neighbours at one time) or "ZeroDivisionError" (the spline has no solution).
+class QV_API NotCompilable : public std::runtime_error {
+ public:
+  explicit NotCompilable(const std::string& message);
+  NotCompilable(const NotCompilable&) = default;
+  NotCompilable& operator=(const NotCompilable&) = default;
+  ~NotCompilable() override;
+};
+
+// One animated parameter as a function of time: cubic Hermite segments between keys, whose slopes are
+// worked out once, when the curve is built. Build a new one when a key changes.
+// Immutable once built, so thread-safe. Owns its keys: about 70 bytes each.
+class QV_API Curve {
+ public:
+  // Takes the keys in ascending time. Throws NotCompilable. Order is not checked, only equality of
+  // neighbours: keys out of order make a curve whose search means little but still ends. No keys
+  // make a curve that is 0 everywhere.
+  Curve(std::vector<Key> keys, bool extrapolate);
+
+  // The curve at time `t`. At and beyond the first and last key their values, or with `extrapolate`
+  // the straight lines that continue their slopes. Never fails; a NaN time gives NaN where the first
+  // segment is not a step. O(log keys), without allocation or a branch that depends on `t` in the search.
+  double value(double t) const;
+
+ private:
+  double beyond_ends(double t) const;
+
+  std::vector<Key> keys_;
+  std::vector<double> in_slopes_;
+  std::vector<double> out_slopes_;
+  bool extrapolate_ = false;
+  std::vector<double> times_;  // the keys' times side by side, which is what the search reads
+  int halvings_ = 0;           // steps after which every search is down to one segment
+};
+
+// The slopes with which a curve through `keys` arrives at each key and leaves it; both vectors are
+// replaced, one entry a key. A single key has slopes 0. Times that are equal count as 1e-9 apart.
+// Throws NotCompilable("ZeroDivisionError") where kind 4 is asked for and the spline has no solution.
+// Thread-safe. O(keys).
+QV_API void slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<double>& out);
+
+}  // namespace qv::anim

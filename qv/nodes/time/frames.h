@@ -1,0 +1,80 @@
+#pragma once
+
+#include <qv/export.h>
+
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace qv::nodes::time {
+
+// The frame arithmetic of time nodes: which whole frames of its input a node reads for an output frame.
+// Pure functions: thread-safe, no state, no errors of their own; those that return vectors allocate one
+// entry a frame, and one that no vector can hold throws std::length_error or std::bad_alloc.
+// Frames are whole numbers, times and durations are in frames. Two roundings, both on purpose:
+//   nearest  floor(x + 0.5): halves go up, below zero too
+//   down     floor(x + 1e-9): a hair below a whole number still counts as that number
+// A result outside 64 bits is held to their ends, and a NaN to be rounded is 0.
+
+// `t` as a whole frame, rounded to nearest or down.
+QV_API std::int64_t whole(double t, bool nearest);
+
+// The frame read for `frame` of an input that has [first, last], ends included. Inside the range always
+// `frame`; outside by `mode`:
+//   0  the frame itself      1  loop      2  ping-pong, the ends not repeated
+//   3  (and any other) the nearer end     4  no frame
+// A range too short to loop (no frame) or to swing (fewer than two) holds its ends.
+QV_API std::optional<std::int64_t> edge_frame(std::int64_t frame, std::int64_t first, std::int64_t last,
+                                              int mode);
+
+// The frame of an input shifted later by `offset` frames, or mirrored in [first, last] and then shifted.
+QV_API std::int64_t timeoffset_frame(double t, double offset, bool reverse, std::int64_t first,
+                                     std::int64_t last, bool nearest);
+
+// `hold_frame`, or with `every` above 0 the last of hold_frame, hold_frame + every, ... up to `t`.
+QV_API std::int64_t framehold_frame(double t, double hold_frame, std::int64_t every, bool nearest);
+
+// The frames that a frame blend averages. With `use_range` those from range_start to range_end in
+// ascending order, at most the first 256, the ends (in either order) rounded with halves to even.
+// Otherwise `count` frames, at least one, going back from `frame`.
+QV_API std::vector<std::int64_t> frameblend_frames(std::int64_t frame, std::int64_t count, bool use_range,
+                                                   double range_start, double range_end);
+
+// Which stretch of the input plays over which stretch of the output.
+struct RetimeRanges {
+  double in_first = 0;
+  double in_last = 0;
+  double out_first = 0;
+  double out_last = 0;
+  double speed = 0;  // input frames an output frame
+};
+
+// Fills what a retime node leaves open. The input range is the input's own where it is not set. With
+// both output ends set the speed follows from the lengths and `speed` is ignored; otherwise the output
+// length follows from `speed` (a speed of 0 counts as 1 for the length) and hangs on the end that is
+// set, or starts where the input starts.
+QV_API RetimeRanges retime_ranges(double in_first, double in_last, double in_first_value, bool in_first_set,
+                                  double in_last_value, bool in_last_set, double out_first_value,
+                                  bool out_first_set, double out_last_value, bool out_last_set, double speed);
+
+// The position in the input, in frames from ranges.in_first, for an output frame. Before and after the
+// output range by the modes of edge_frame; empty where they give no frame. Add in_first, then round.
+QV_API std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges, int before_mode,
+                                        int after_mode);
+
+// The frames, ascending, under a box of `width` frames (at least 1e-6) centred on `t`, with weights
+// that sum to 1: frame f covers [f - 0.5, f + 0.5]. Empty for a time or width that is not finite, and
+// where frames are finer than doubles can tell apart.
+QV_API std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width);
+
+// The nearest frames, ascending, to `samples` (at least 1) times spread evenly over an open shutter,
+// ends included, each with the number of samples that fell on it; the counts sum to the samples, so
+// divide by those. One sample lies in the middle. `mode` places the opening of `shutter` frames:
+//   0  centred on t   1  opens at t   2  closes at t   other: opens at t + custom_offset
+// O(samples log frames).
+QV_API std::vector<std::pair<std::int64_t, double>> shutter_weights(double t, std::int64_t samples,
+                                                                    double shutter, int mode,
+                                                                    double custom_offset);
+
+}  // namespace qv::nodes::time
