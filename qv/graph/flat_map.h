@@ -1,0 +1,177 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace qv::graph {
+
+// Maps 64-bit keys to small values: one array of slots, a power of two long, linear probing, at most
+// three quarters full, no tombstones (erasing shifts the rest of a run back).
+// Pointers to values stay valid until the next insert that grows the table, reserve, erase or clear.
+// Owns its values; T is default-constructible and copyable, and T{} is what a new key starts with.
+// Externally synchronised; const calls may run side by side. Every call O(1) expected, growing O(n).
+// Only insert and reserve allocate: std::bad_alloc, or std::length_error ("vector too long") past
+// 2^60 - 1 slots, and the map is then as it was.
+template <class T>
+class FlatMap {
+ public:
+  FlatMap() = default;
+  FlatMap(const FlatMap&) = default;
+  FlatMap(FlatMap&& other) noexcept {
+    swap(other);
+  }
+  FlatMap& operator=(FlatMap other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~FlatMap() = default;
+
+  // Where a key's probing starts, before masking: the 64-bit finaliser of MurmurHash3 (Appleby).
+  static uint64_t h(int64_t key) {
+    auto k = static_cast<uint64_t>(key);
+    k = (k ^ (k >> 33)) * 0xff51afd7ed558ccd;
+    k = (k ^ (k >> 33)) * 0xc4ceb9fe1a85ec53;
+    return k ^ (k >> 33);
+  }
+
+  // The value of a key, null where the key is absent.
+  T* find(int64_t key) {
+    return const_cast<T*>(std::as_const(*this).find(key));
+  }
+  const T* find(int64_t key) const;
+  bool contains(int64_t key) const {
+    return find(key) != nullptr;
+  }
+
+  // The value of a key, added as T{} where it was absent, and whether it was added.
+  std::pair<T*, bool> insert(int64_t key);
+
+  // Removes a key; false where it was absent.
+  bool erase(int64_t key);
+
+  // Removes every key and keeps the storage.
+  void clear();
+
+  // Makes the next `more` inserts unable to fail or to move a value.
+  void reserve(uint64_t more);
+
+  // The number of keys, and of slots (0 or a power of two).
+  uint64_t size() const {
+    return count_;
+  }
+  uint64_t capacity() const {
+    return slots_.size();
+  }
+
+ private:
+  friend struct FlatMapCheck;  // defined by the tests, which look at every slot
+
+  struct S {
+    int64_t key = 0;
+    T value{};
+    bool used = false;
+  };
+
+  void swap(FlatMap& other) noexcept {
+    slots_.swap(other.slots_);
+    std::swap(count_, other.count_);
+    std::swap(mask_, other.mask_);
+  }
+  uint64_t home(int64_t key) const {
+    return h(key) & mask_;
+  }
+  bool has_room(uint64_t more) const {
+    return (count_ + more) * 4 <= slots_.size() * 3;
+  }
+  void grow() {
+    rebuild(slots_.empty() ? 64 : slots_.size() * 2);
+  }
+  void rebuild(uint64_t slot_count);
+
+  std::vector<S> slots_;
+  uint64_t count_ = 0;
+  uint64_t mask_ = 0;
+};
+
+template <class T>
+const T* FlatMap<T>::find(int64_t key) const {
+  if (count_ == 0) return nullptr;
+  const S* const slots = slots_.data();
+  for (uint64_t i = home(key);; i = (i + 1) & mask_) {
+    if (!slots[i].used) return nullptr;
+    if (slots[i].key == key) return &slots[i].value;
+  }
+}
+
+template <class T>
+std::pair<T*, bool> FlatMap<T>::insert(int64_t key) {
+  if (!has_room(1)) grow();
+  S* const slots = slots_.data();
+  uint64_t i = home(key);
+  for (; slots[i].used; i = (i + 1) & mask_)
+    if (slots[i].key == key) return {&slots[i].value, false};
+  slots[i] = {key, T{}, true};
+  ++count_;
+  return {&slots[i].value, true};
+}
+
+template <class T>
+bool FlatMap<T>::erase(int64_t key) {
+  const T* const value = find(key);
+  if (!value) return false;
+  S* const slots = slots_.data();
+  uint64_t i = home(key);
+  while (&slots[i].value != value) i = (i + 1) & mask_;
+
+  // Close the hole: every entry of the run behind it whose home does not lie between the hole and
+  // itself would no longer be found, so it moves into the hole and leaves one of its own.
+  for (uint64_t j = (i + 1) & mask_; slots[j].used; j = (j + 1) & mask_) {
+    const uint64_t from_home = (j - home(slots[j].key)) & mask_;
+    if (from_home < ((j - i) & mask_)) continue;
+    slots[i] = slots[j];
+    i = j;
+  }
+  slots[i].value = T{};
+  slots[i].used = false;
+  --count_;
+  return true;
+}
+
+template <class T>
+void FlatMap<T>::clear() {
+  std::fill(slots_.begin(), slots_.end(), S{});
+  count_ = 0;
+}
+
+template <class T>
+void FlatMap<T>::reserve(uint64_t more) {
+  constexpr uint64_t most = (uint64_t{1} << 60) - 1;
+  if (more > most - count_) throw std::length_error("vector too long");
+  if (has_room(more)) return;
+  uint64_t slot_count = std::max<uint64_t>(64, slots_.size());
+  while ((count_ + more) * 4 > slot_count * 3) slot_count *= 2;
+  rebuild(slot_count);
+}
+
+// Moves every entry into a new table, in ascending order of the old slots, so that both tables are
+// read and written front to back. Allocates first: where that fails, nothing has changed.
+template <class T>
+void FlatMap<T>::rebuild(uint64_t slot_count) {
+  constexpr uint64_t most = (uint64_t{1} << 60) - 1;
+  if (slot_count > most || slot_count > slots_.max_size()) throw std::length_error("vector too long");
+  std::vector<S> slots(slot_count);
+  const uint64_t mask = slot_count - 1;
+  for (const S& old : slots_) {
+    if (!old.used) continue;
+    uint64_t i = h(old.key) & mask;
+    while (slots[i].used) i = (i + 1) & mask;
+    slots[i] = old;
+  }
+  slots_.swap(slots);
+  mask_ = mask;
+}
+
+}  // namespace qv::graph

@@ -1,0 +1,205 @@
+#include <qv/graph/result_cache.h>
+
+#include <limits>
+#include <stdexcept>
+
+namespace qv::graph {
+
+static_assert(sizeof(ResultCache::Entry) == 64, "an entry is one cache line");
+
+// Counts the entry's buffers in (delta 1) or out (delta -1) of one order. Taking out never fails; taking
+// in allocates nothing where refs_ has room, which put reserves and a buffer just taken out leaves.
+void ResultCache::hold(const Holds& holds, int list, int delta) {
+  const auto total_of = [](const Ref& ref) { return ref.users[1] ? 2 : ref.users[0] ? 1 : 0; };
+  for (const auto& [buffer, size] : holds) {
+    Ref* ref = refs_.find(buffer);
+    if (!ref) {
+      if (delta < 0) continue;
+      ref = refs_.insert(buffer).first;
+      ref->size = size;
+    }
+    const int before = total_of(*ref);
+    ref->users[list] += delta;
+    const int after = total_of(*ref);
+    if (before) held_bytes_[before - 1] -= ref->size;
+    if (after)
+      held_bytes_[after - 1] += ref->size;
+    else
+      refs_.erase(buffer);
+  }
+}
+
+void ResultCache::link_back(int entry, int list) {
+  Entry& e = at(entry);
+  e.list = list;
+  e.next = -1;
+  e.prev = tail_[list];
+  (e.prev < 0 ? head_[list] : at(e.prev).next) = entry;
+  tail_[list] = entry;
+  ++count_[list];
+}
+
+void ResultCache::unlink_order(int entry) {
+  Entry& e = at(entry);
+  (e.prev < 0 ? head_[e.list] : at(e.prev).next) = e.next;
+  (e.next < 0 ? tail_[e.list] : at(e.next).prev) = e.prev;
+  e.prev = e.next = -1;
+  --count_[e.list];
+}
+
+void ResultCache::remove(int entry) {
+  Entry& e = at(entry);
+  unlink_order(entry);
+  hold(e.holds, e.list, -1);
+  index_.erase(e.key);
+  e.slot = -1;
+  e.holds.clear();
+  free_.push_back(entry);  // spare_entry keeps room for every entry
+}
+
+// Released and held again rather than moved over: a sole holder registers its buffers anew.
+void ResultCache::transfer(int entry, int list) {
+  Entry& e = at(entry);
+  unlink_order(entry);
+  hold(e.holds, e.list, -1);
+  link_back(entry, list);
+  hold(e.holds, list, 1);
+}
+
+// The released entry that put takes next, made where there is none. It stays on free_.
+int ResultCache::spare_entry() {
+  if (free_.empty()) {
+    if (entries_.size() >= std::numeric_limits<int32_t>::max()) throw std::length_error("vector too long");
+    if (free_.capacity() <= entries_.size()) free_.reserve(2 * entries_.size() + 16);
+    entries_.emplace_back();
+    free_.push_back(static_cast<int32_t>(entries_.size() - 1));
+  }
+  return free_.back();
+}
+
+int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int64_t>* holds, size_t n_holds,
+                         bool flag, double cost, bool pinned) {
+  // Everything that may fail comes first and changes nothing that a caller can see.
+  const int* const cached = index_.find(key);
+  const int entry = cached ? *cached : spare_entry();
+  Entry& e = at(entry);
+  if (n_holds > e.holds.max_size()) throw std::length_error("vector too long");
+  e.holds.reserve(n_holds);
+  refs_.reserve(n_holds);
+  if (!cached) index_.reserve(1);
+  if (pinned && touching) touched_.insert(key);
+
+  const int64_t previous = cached ? e.slot : -1;
+  if (cached) {
+    unlink_order(entry);
+    hold(e.holds, e.list, -1);
+  } else {
+    free_.pop_back();
+    *index_.insert(key).first = entry;
+  }
+  e.key = key;
+  e.slot = slot;
+  e.cost = cost;
+  e.flag = flag;
+  e.holds.assign(holds, holds + n_holds);
+  link_back(entry, pinned ? 1 : 0);
+  hold(e.holds, e.list, 1);
+  return previous;
+}
+
+int64_t ResultCache::get(int64_t key, bool pin) {
+  if (pin && touching) touched_.insert(key);
+  const int* const entry = index_.find(key);
+  if (!entry) return -1;
+  const Entry& e = at(*entry);
+  if (pin && e.list == 0) {
+    transfer(*entry, 1);
+  } else if (tail_[e.list] != *entry) {
+    const int list = e.list;
+    unlink_order(*entry);
+    link_back(*entry, list);
+  }
+  return e.slot;
+}
+
+void ResultCache::move(int64_t key, bool pinned) {
+  if (const int* const entry = index_.find(key)) transfer(*entry, pinned ? 1 : 0);
+}
+
+void ResultCache::touch(int64_t key) {
+  if (touching) touched_.insert(key);
+}
+
+void ResultCache::end_touch(const std::vector<int64_t>& keys) {
+  for (const int64_t key : keys) {
+    if (const int* const entry = index_.find(key); entry && at(*entry).list == 0) transfer(*entry, 1);
+    touched_.insert(key);
+  }
+  // An entry that moves leaves the pinned order, and those behind it are looked at all the same.
+  for (int entry = head_[1]; entry >= 0;) {
+    const int next = at(entry).next;
+    if (!touched_.contains(at(entry).key)) transfer(entry, 0);
+    entry = next;
+  }
+  touching = false;
+  touched_.clear();
+}
+
+CachePopped ResultCache::popped(int entry) const {
+  const Entry& e = at(entry);
+  return {e.key, e.slot, e.flag, e.cost, e.list == 1};
+}
+
+std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t max_pinned_bytes) {
+  const int64_t budgets[2] = {max_unpinned_bytes, max_pinned_bytes};
+  std::vector<CachePopped> result;
+  for (const int list : {0, 1})
+    while (held_bytes_[list] > budgets[list] && head_[list] >= 0) {
+      result.push_back(popped(head_[list]));
+      remove(head_[list]);
+    }
+  return result;
+}
+
+bool ResultCache::pop1(int64_t key, CachePopped& out) {
+  const int* const entry = index_.find(key);
+  if (!entry) return false;
+  out = popped(*entry);
+  remove(*entry);
+  return true;
+}
+
+bool ResultCache::in_unpinned(int64_t key) const {
+  const int* const entry = index_.find(key);
+  return entry && at(*entry).list == 0;
+}
+
+std::vector<int64_t> ResultCache::keys(bool pinned) const {
+  std::vector<int64_t> result;
+  result.reserve(static_cast<size_t>(count_[pinned]));
+  for (int entry = head_[pinned]; entry >= 0; entry = at(entry).next) result.push_back(at(entry).key);
+  return result;
+}
+
+std::vector<int64_t> ResultCache::slots() {
+  std::vector<int64_t> result;
+  result.reserve(static_cast<size_t>(count_[0] + count_[1]));
+  for (const int list : {0, 1})
+    for (int entry = head_[list]; entry >= 0; entry = at(entry).next) result.push_back(at(entry).slot);
+  return result;
+}
+
+void ResultCache::clear() {
+  entries_.clear();
+  free_.clear();
+  index_.clear();
+  refs_.clear();
+  touched_.clear();
+  for (const int list : {0, 1}) {
+    head_[list] = tail_[list] = -1;
+    count_[list] = held_bytes_[list] = 0;
+  }
+  touching = false;
+}
+
+}  // namespace qv::graph

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <qv/graph/result_cache.h>
+
+#include <map>
+#include <set>
+
+#include <gtest/gtest.h>
+
+namespace qv::graph {
+
+// Looks at every slot: what is probed for must be reachable from its home without a gap.
+struct FlatMapCheck {
+  template <class T>
+  static void holds(const FlatMap<T>& map) {
+    const auto& slots = map.slots_;
+    uint64_t used = 0;
+    for (uint64_t i = 0; i < slots.size(); ++i) {
+      if (!slots[i].used) {
+        EXPECT_EQ(slots[i].value, T{}) << "free slot " << i;
+        continue;
+      }
+      ++used;
+      for (uint64_t j = map.home(slots[i].key); j != i; j = (j + 1) & map.mask_)
+        EXPECT_TRUE(slots[j].used) << "gap before slot " << i;
+      EXPECT_EQ(map.find(slots[i].key), &slots[i].value);
+    }
+    EXPECT_EQ(used, map.count_);
+    EXPECT_LE(used * 4, slots.size() * 3);
+    EXPECT_TRUE(slots.empty() || map.mask_ == slots.size() - 1);
+  }
+};
+
+// Follows both orders in both directions and counts every user of every buffer again.
+struct ResultCacheCheck {
+  static void holds(const ResultCache& cache) {
+    FlatMapCheck::holds(cache.index_);
+    std::set<int> seen(cache.free_.begin(), cache.free_.end());
+    EXPECT_EQ(seen.size(), cache.free_.size());
+    for (const int entry : cache.free_)
+      EXPECT_TRUE(cache.at(entry).slot == -1 && cache.at(entry).holds.empty());
+    std::map<int64_t, std::array<int, 2>> users;
+    for (const int list : {0, 1}) {
+      int before = -1;
+      for (int i = cache.head_[list]; i >= 0; before = i, i = cache.at(i).next) {
+        const auto& entry = cache.at(i);
+        ASSERT_TRUE(seen.insert(i).second) << "entry " << i << " twice";
+        EXPECT_TRUE(entry.prev == before && entry.list == list);
+        const int* const indexed = cache.index_.find(entry.key);
+        ASSERT_TRUE(indexed && *indexed == i);
+        for (const auto& [buffer, size] : entry.holds) ++users[buffer][static_cast<size_t>(list)];
+      }
+      EXPECT_EQ(cache.tail_[list], before);
+    }
+    EXPECT_EQ(seen.size(), cache.entries_.size());
+    EXPECT_EQ(static_cast<size_t>(cache.count_[0] + cache.count_[1]), cache.index_.size());
+    int64_t held[2] = {0, 0};
+    ASSERT_EQ(cache.refs_.size(), users.size());
+    for (const auto& [buffer, counts] : users) {
+      const auto* const ref = cache.refs_.find(buffer);
+      ASSERT_TRUE(ref && ref->users[0] == counts[0] && ref->users[1] == counts[1]) << "buffer " << buffer;
+      held[counts[1] ? 1 : 0] += ref->size;
+    }
+    EXPECT_TRUE(held[0] == cache.held_bytes_[0] && held[1] == cache.held_bytes_[1]);
+  }
+};
+
+}  // namespace qv::graph
