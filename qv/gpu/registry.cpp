@@ -29,7 +29,7 @@ struct Program {
   uint64_t block_key = 0;
 };
 
-static_assert(sizeof(Pending) == 18 * 4, "batches are compared as bytes, padding included");
+static_assert(sizeof(Pending) == 72, "batches are compared as bytes, padding included");
 
 std::unordered_map<uint32_t, Program>& programs() {
   static std::unordered_map<uint32_t, Program> map;

@@ -14,32 +14,32 @@ namespace {
 
 // What making and deleting scratch textures needs beyond the shared entry points.
 struct FilterGl {
-  void (*GenTextures)(int count, unsigned* names) = nullptr;
-  void (*DeleteTextures)(int count, const unsigned* names) = nullptr;
-  void (*TexImage2D)(unsigned target, int level, int internal_format, int width, int height, int border,
+  void (*gen_textures)(int count, unsigned* names) = nullptr;
+  void (*delete_textures)(int count, const unsigned* names) = nullptr;
+  void (*tex_image_2d)(unsigned target, int level, int internal_format, int width, int height, int border,
                      unsigned format, unsigned type, const void* pixels) = nullptr;
-  void (*TexParameteri)(unsigned target, unsigned name, int value) = nullptr;
-  void (*GenFramebuffers)(int count, unsigned* names) = nullptr;
-  void (*DeleteFramebuffers)(int count, const unsigned* names) = nullptr;
-  void (*FramebufferTexture2D)(unsigned target, unsigned attachment, unsigned texture_target,
+  void (*tex_parameter)(unsigned target, unsigned name, int value) = nullptr;
+  void (*gen_framebuffers)(int count, unsigned* names) = nullptr;
+  void (*delete_framebuffers)(int count, const unsigned* names) = nullptr;
+  void (*framebuffer_texture_2d)(unsigned target, unsigned attachment, unsigned texture_target,
                                unsigned texture, int level) = nullptr;
-  void (*DrawBuffers)(int count, const unsigned* buffers) = nullptr;
+  void (*draw_buffers)(int count, const unsigned* buffers) = nullptr;
 
   bool fetch_all() {
-    return gl::fetch(GenTextures, "glGenTextures") && gl::fetch(DeleteTextures, "glDeleteTextures") &&
-           gl::fetch(TexImage2D, "glTexImage2D") && gl::fetch(TexParameteri, "glTexParameteri") &&
-           gl::fetch(GenFramebuffers, "glGenFramebuffers") &&
-           gl::fetch(DeleteFramebuffers, "glDeleteFramebuffers") &&
-           gl::fetch(FramebufferTexture2D, "glFramebufferTexture2D") &&
-           gl::fetch(DrawBuffers, "glDrawBuffers");
+    return gl::fetch(gen_textures, "glGenTextures") && gl::fetch(delete_textures, "glDeleteTextures") &&
+           gl::fetch(tex_image_2d, "glTexImage2D") && gl::fetch(tex_parameter, "glTexParameteri") &&
+           gl::fetch(gen_framebuffers, "glGenFramebuffers") &&
+           gl::fetch(delete_framebuffers, "glDeleteFramebuffers") &&
+           gl::fetch(framebuffer_texture_2d, "glFramebufferTexture2D") &&
+           gl::fetch(draw_buffers, "glDrawBuffers");
   }
 };
 
 FilterGl filter_gl;
 
 void delete_objects(const Tex& tex) {
-  filter_gl.DeleteFramebuffers(1, &tex.fbo);
-  filter_gl.DeleteTextures(1, &tex.texture);
+  filter_gl.delete_framebuffers(1, &tex.fbo);
+  filter_gl.delete_textures(1, &tex.texture);
 }
 
 }  // namespace
@@ -76,24 +76,24 @@ bool ScratchPool::enter_context() {
 
 bool ScratchPool::make(int32_t w, int32_t h, uint32_t restore_framebuffer, Tex& tex) {
   tex = {.sampler = sampler_, .w = w, .h = h};
-  filter_gl.GenTextures(1, &tex.texture);
+  filter_gl.gen_textures(1, &tex.texture);
   if (tex.texture == 0) return false;
   gl::BindTexture(gl::TEXTURE_2D, tex.texture);
-  filter_gl.TexImage2D(gl::TEXTURE_2D, 0, gl::RGBA32F, w, h, 0, gl::RGBA, gl::FLOAT, nullptr);
-  filter_gl.TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_BASE_LEVEL, 0);
-  filter_gl.TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MAX_LEVEL, 0);
-  filter_gl.TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MIN_FILTER, gl::NEAREST);
+  filter_gl.tex_image_2d(gl::TEXTURE_2D, 0, gl::RGBA32F, w, h, 0, gl::RGBA, gl::FLOAT, nullptr);
+  filter_gl.tex_parameter(gl::TEXTURE_2D, gl::TEXTURE_BASE_LEVEL, 0);
+  filter_gl.tex_parameter(gl::TEXTURE_2D, gl::TEXTURE_MAX_LEVEL, 0);
+  filter_gl.tex_parameter(gl::TEXTURE_2D, gl::TEXTURE_MIN_FILTER, gl::NEAREST);
   gl::BindTexture(gl::TEXTURE_2D, 0);
 
-  filter_gl.GenFramebuffers(1, &tex.fbo);
+  filter_gl.gen_framebuffers(1, &tex.fbo);
   if (tex.fbo == 0) {
-    filter_gl.DeleteTextures(1, &tex.texture);
+    filter_gl.delete_textures(1, &tex.texture);
     return false;
   }
   gl::BindFramebuffer(gl::FRAMEBUFFER, tex.fbo);
-  filter_gl.FramebufferTexture2D(gl::FRAMEBUFFER, gl::COLOR_ATTACHMENT0, gl::TEXTURE_2D, tex.texture, 0);
+  filter_gl.framebuffer_texture_2d(gl::FRAMEBUFFER, gl::COLOR_ATTACHMENT0, gl::TEXTURE_2D, tex.texture, 0);
   constexpr unsigned buffers[] = {gl::COLOR_ATTACHMENT0};
-  filter_gl.DrawBuffers(1, buffers);
+  filter_gl.draw_buffers(1, buffers);
   gl::BindFramebuffer(gl::FRAMEBUFFER, restore_framebuffer);
   return true;
 }

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "tests/support/fake_egl/fake_egl.h"
+
+#include <initializer_list>
+#include <span>
+#include <sstream>
+#include <utility>
+
+// What the files of the fake driver build their entry points from.
+namespace fake_egl {
+
+using Proc = void (*)();
+
+template <class Function>
+std::pair<const char*, Proc> entry(const char* name, Function* function) {
+  return {name, reinterpret_cast<Proc>(function)};
+}
+
+// One static object a file: adds its entry points to what eglGetProcAddress finds.
+struct Provide {
+  Provide(std::initializer_list<std::pair<const char*, Proc>> entries);
+};
+
+struct Object {
+  std::string kind;
+  void* context = nullptr;
+  uint64_t bytes = 0;
+};
+
+// Names and deletes objects of the current context; object() is null for what is not alive there.
+void generate(const char* kind, int count, unsigned* names);
+void destroy(const char* kind, int count, const unsigned* names);
+Object* object(const char* kind, unsigned name);
+void complain(const std::string& text);
+
+bool recording();
+void append(const std::string& call);
+void count_call();
+
+inline void print(std::ostream& out, unsigned value) {
+  if (value >= 0x400) {
+    out << "0x" << std::hex << value << std::dec;
+  } else {
+    out << value;
+  }
+}
+inline void print(std::ostream& out, int value) {
+  out << value;
+}
+inline void print(std::ostream& out, float value) {
+  out << value;
+}
+inline void print(std::ostream& out, const void* value) {
+  out << (value == nullptr ? "null" : "data");
+}
+template <class T>
+void print(std::ostream& out, std::span<T> values) {
+  out << '[';
+  for (size_t i = 0; i < values.size(); ++i) print(out << (i == 0 ? "" : " "), values[i]);
+  out << ']';
+}
+
+// Writes a call down; every entry point starts with it.
+template <class... Arguments>
+void log(const char* name, Arguments... arguments) {
+  count_call();
+  if (!recording()) return;
+  std::ostringstream out;
+  out << name;
+  (void(print(out << ' ', arguments)), ...);
+  append(out.str());
+}
+
+}  // namespace fake_egl

@@ -1,0 +1,123 @@
+#include "tests/support/fake_egl/driver.h"
+
+namespace fake_egl {
+
+namespace {
+
+// What is bound under the current context; enough of GL to know which texture an image belongs to.
+unsigned bound_texture = 0;
+unsigned bound_framebuffer = 0;
+
+void BindFramebuffer(unsigned target, unsigned name) {
+  log("glBindFramebuffer", target, name);
+  bound_framebuffer = name;
+}
+void BindTexture(unsigned target, unsigned name) {
+  log("glBindTexture", target, name);
+  bound_texture = name;
+}
+void Viewport(int x, int y, int w, int h) {
+  log("glViewport", x, y, w, h);
+}
+void Scissor(int x, int y, int w, int h) {
+  log("glScissor", x, y, w, h);
+}
+void UseProgram(unsigned program) {
+  log("glUseProgram", program);
+}
+void ActiveTexture(unsigned unit) {
+  log("glActiveTexture", unit);
+}
+void BindSampler(unsigned unit, unsigned sampler) {
+  log("glBindSampler", unit, sampler);
+}
+void BindVertexArray(unsigned array) {
+  log("glBindVertexArray", array);
+}
+void DrawElementsInstancedBaseInstance(unsigned mode, int count, unsigned type, const void* indices,
+                                       int instances, unsigned base) {
+  log("glDrawElementsInstancedBaseInstance", mode, count, type, indices, instances, base);
+}
+
+template <int components>
+void ProgramUniform(unsigned program, int location, int count, const float* values) {
+  static const std::string name = "glProgramUniform" + std::to_string(components) + "fv";
+  log(name.c_str(), program, location, count, std::span(values, components));
+}
+template <int side>
+void ProgramUniformMatrix(unsigned program, int location, int count, unsigned char transpose,
+                          const float* values) {
+  static const std::string name = "glProgramUniformMatrix" + std::to_string(side) + "fv";
+  log(name.c_str(), program, location, count, int{transpose}, std::span(values, side * side));
+}
+unsigned GetError() {
+  log("glGetError");
+  return 0;
+}
+
+void GenTextures(int count, unsigned* names) {
+  log("glGenTextures", count);
+  generate("texture", count, names);
+}
+void DeleteTextures(int count, const unsigned* names) {
+  log("glDeleteTextures", count, std::span(names, static_cast<size_t>(count)));
+  destroy("texture", count, names);
+}
+void TexImage2D(unsigned target, int level, int format, int w, int h, int border, unsigned pixel_format,
+                unsigned type, const void* pixels) {
+  log("glTexImage2D", target, level, static_cast<unsigned>(format), w, h, border, pixel_format, type, pixels);
+  Object* const texture = object("texture", bound_texture);
+  if (texture == nullptr) return complain("image of no texture");
+  texture->bytes = static_cast<uint64_t>(w) * static_cast<uint64_t>(h) * 16;
+}
+void TexParameteri(unsigned target, unsigned parameter, int value) {
+  log("glTexParameteri", target, parameter, static_cast<unsigned>(value));
+}
+void GenFramebuffers(int count, unsigned* names) {
+  log("glGenFramebuffers", count);
+  generate("framebuffer", count, names);
+}
+void DeleteFramebuffers(int count, const unsigned* names) {
+  log("glDeleteFramebuffers", count, std::span(names, static_cast<size_t>(count)));
+  destroy("framebuffer", count, names);
+}
+void FramebufferTexture2D(unsigned target, unsigned attachment, unsigned texture_target, unsigned texture,
+                          int level) {
+  log("glFramebufferTexture2D", target, attachment, texture_target, texture, level);
+  if (object("framebuffer", bound_framebuffer) == nullptr) complain("attachment to no framebuffer");
+  if (object("texture", texture) == nullptr) complain("attachment of no texture");
+}
+void DrawBuffers(int count, const unsigned* buffers) {
+  log("glDrawBuffers", count, std::span(buffers, static_cast<size_t>(count)));
+}
+
+const Provide provide{
+    entry("glBindFramebuffer", BindFramebuffer),
+    entry("glViewport", Viewport),
+    entry("glScissor", Scissor),
+    entry("glUseProgram", UseProgram),
+    entry("glActiveTexture", ActiveTexture),
+    entry("glBindTexture", BindTexture),
+    entry("glBindSampler", BindSampler),
+    entry("glBindVertexArray", BindVertexArray),
+    entry("glDrawElementsInstancedBaseInstance", DrawElementsInstancedBaseInstance),
+    entry("glProgramUniform1fv", ProgramUniform<1>),
+    entry("glProgramUniform2fv", ProgramUniform<2>),
+    entry("glProgramUniform3fv", ProgramUniform<3>),
+    entry("glProgramUniform4fv", ProgramUniform<4>),
+    entry("glProgramUniformMatrix3fv", ProgramUniformMatrix<3>),
+    entry("glProgramUniformMatrix4fv", ProgramUniformMatrix<4>),
+    entry("glGetError", GetError),
+    entry("glGenTextures", GenTextures),
+    entry("glDeleteTextures", DeleteTextures),
+    entry("glTexImage2D", TexImage2D),
+    entry("glTexParameteri", TexParameteri),
+    entry("glGenFramebuffers", GenFramebuffers),
+    entry("glDeleteFramebuffers", DeleteFramebuffers),
+    entry("glFramebufferTexture2D", FramebufferTexture2D),
+    entry("glDrawBuffers", DrawBuffers),
+};
+
+}  // namespace
+
+}  // namespace fake_egl
