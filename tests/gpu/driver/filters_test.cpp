@@ -1,0 +1,311 @@
+#include "tests/gpu/driver/reference.h"
+#include "tests/support/filter_rig.h"
+
+#include <cstdlib>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+// The filters and their fragment programs on the driver of this machine, against references written
+// from the formulas. Tolerances follow from the storage: a float for every pixel after every pass.
+
+namespace {
+
+using reference::Picture;
+using support::FilterRig;
+using support::photograph;
+
+constexpr double float_storage = 4e-6;  // of the largest magnitude, after sums of up to 100 products
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+class Filters : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string why;
+    if (support::GlContext::get(&why)) return;
+    const int count = testing::UnitTest::GetInstance()->total_test_count();
+    if (std::getenv("CI")) FAIL() << "no GL driver in CI: " << why;
+    GTEST_SKIP() << "skipped: no GL driver (" << count << " tests here): " << why;
+  }
+
+  // The result of a filter that draws.
+  static Picture run(const std::string& op, const std::vector<Picture>& inputs,
+                     const std::vector<double>& params) {
+    Picture out(inputs[0].w, inputs[0].h, -7);
+    EXPECT_EQ(FilterRig::get().run(op, inputs, params, out), 1) << op;
+    return out;
+  }
+};
+
+double largest(const Picture& picture) {
+  double result = 0;
+  for (const float v : picture.rgba) result = std::max(result, double(std::fabs(v)));
+  return result;
+}
+
+void expect_near(const Picture& got, const Picture& want, double relative, const std::string& what) {
+  const double tolerance = relative * largest(want) + 1e-12;
+  double worst = 0;
+  size_t at = 0;
+  for (size_t i = 0; i < want.rgba.size(); ++i) {
+    const double difference = std::fabs(double(got.rgba[i]) - double(want.rgba[i]));
+    if (!(difference <= worst)) {
+      worst = difference;
+      at = i;
+    }
+  }
+  const size_t width = static_cast<size_t>(want.w);
+  EXPECT_LE(worst, tolerance) << what << ": at x " << at / 4 % width << " y " << at / 4 / width << " channel "
+                              << at % 4 << ": " << got.rgba[at] << ", not " << want.rgba[at];
+}
+
+// Small pictures of every awkward shape, an impulse in its own right, and a photograph.
+std::vector<Picture> pictures() {
+  std::vector<Picture> result;
+  for (const auto& [w, h] : {std::pair{1, 1}, {1, 9}, {13, 1}, {31, 23}}) result.push_back(photograph(w, h));
+  Picture impulse(29, 27);
+  for (int c = 0; c < 4; ++c) impulse.at(14, 13, c) = static_cast<float>(c + 1);
+  result.push_back(impulse);
+  result.push_back(photograph(97, 61));
+  return result;
+}
+
+std::string name(const std::string& op, const Picture& picture, double a, double b) {
+  return op + " " + std::to_string(picture.w) + "x" + std::to_string(picture.h) + " " + std::to_string(a) +
+         " " + std::to_string(b);
+}
+
+std::vector<double> blur_params(double sx, double sy, int filter, const Picture& p, int limit = 0) {
+  return {sx, sy, double(filter), double(limit), 0, 0, double(p.w), double(p.h)};
+}
+
+TEST_F(Filters, blur_matches_its_kernels) {
+  for (const Picture& picture : pictures())
+    for (int filter = 0; filter < 4; ++filter)
+      for (const auto& [sx, sy] : {std::pair{3.0, 3.0}, {8.5, 2.4}, {1.7, 26.0}})
+        expect_near(run("blur", {picture}, blur_params(sx, sy, filter, picture)),
+                    reference::blur(picture, sx, sy, filter), float_storage,
+                    name("blur", picture, sx, filter));
+}
+
+TEST_F(Filters, extrema_and_discs_match_their_formulas) {
+  for (const Picture& picture : pictures()) {
+    for (const double amount : {2.0, -2.0, 1.3, -0.4, 6.75})
+      expect_near(run("dilate", {picture}, {amount}), reference::dilate(picture, amount), float_storage,
+                  name("dilate", picture, amount, 0));
+    for (int filter = 0; filter < 4; ++filter)
+      for (const double amount : {1.0, -1.0, 2.6, -3.3})
+        expect_near(run("filter_erode", {picture}, {amount, double(filter)}),
+                    reference::filter_erode(picture, amount, filter), float_storage,
+                    name("filter_erode", picture, amount, filter));
+    for (const auto& [rx, ry] : {std::pair{0.0, 0.7}, {1.0, 1.0}, {4.3, 2.5}, {0.2, 7.0}, {33.6, 11.2}})
+      for (const double direct : {0.0, 1.0})
+        expect_near(run("disc", {picture}, {rx, ry, direct}), reference::disc(picture, rx, ry),
+                    direct > 0 ? float_storage : 1e-4, name("disc", picture, rx, ry));
+  }
+}
+
+// The operations that look at one pixel once something is blurred.
+TEST_F(Filters, blends_match_their_formulas) {
+  for (const Picture& picture : pictures()) {
+    const Picture blurred = reference::blur(picture, 6, 4, 3);
+    std::vector<double> params = blur_params(6, 4, 3, picture);
+    const auto with = [&params](std::vector<double> more) {
+      more.insert(more.begin(), params.begin(), params.end());
+      return more;
+    };
+    Picture light = picture;
+    for (float& v : light.rgba) v = std::max(v - 0.3F, 0.0F);
+    light = reference::blur(light, 6, 4, 3);
+    for (const bool alone : {false, true}) {
+      const Picture want =
+          reference::each_pixel(picture, light, [alone](const float* a, const float* g, float* o, int, int) {
+            const double grey = 0.2126 * g[0] + 0.7152 * g[1] + 0.0722 * g[2], tint[3] = {1.5, 1, 0.25};
+            for (int c = 0; c < 3; ++c)
+              o[c] = static_cast<float>((alone ? 0 : a[c]) + 0.8 * tint[c] * (grey + 1.4 * (g[c] - grey)));
+            const double base = alone ? 0 : a[3];
+            o[3] = static_cast<float>(std::min(base + 0.8 * g[3], std::max(base, 1.0)));
+          });
+      expect_near(run("glow", {picture}, with({0.3, 1.5, 1, 0.25, 0.8, 1.4, alone ? 1.0 : 0.0})), want,
+                  float_storage, name("glow", picture, alone, 0));
+    }
+    expect_near(run("sharpen", {picture}, with({2.5, -0.1, 0.06})),
+                reference::each_pixel(picture, blurred,
+                                      [](const float* a, const float* b, float* o, int, int) {
+                                        for (int c = 0; c < 3; ++c)
+                                          o[c] = a[c] + 2.5F * std::min(std::max(a[c] - b[c], -0.1F), 0.06F);
+                                        o[3] = a[3];
+                                      }),
+                float_storage, name("sharpen", picture, 2.5, 0));
+    const Picture matte = photograph(picture.w, picture.h, 7);
+    expect_near(
+        run("edgeblur", {picture, matte}, with({1, 1.7, 0.5, 2, 1, 1.25})),
+        reference::each_pixel(
+            picture, blurred,
+            [&matte](const float* a, const float* b, float* o, int x, int y) {
+              float least = infinity, most = -infinity;
+              for (int i = 0; i < 9; ++i) {
+                least = std::min(least, matte.held(x + i % 3 - 1, y + i / 3 - 1, 1));
+                most = std::max(most, matte.held(x + i % 3 - 1, y + i / 3 - 1, 1));
+              }
+              const float edge = std::min(1.7F * (most - least), 1.0F), tint[4] = {0.625F, 2.5F, 1.25F, 1};
+              for (int c = 0; c < 4; ++c) o[c] = a[c] + edge * (b[c] * tint[c] - a[c]);
+            }),
+        float_storage, name("edgeblur", picture, 1.7, 0));
+  }
+}
+
+double rms(const Picture& a, const Picture& b) {
+  double sum = 0, scale = 0;
+  for (size_t i = 0; i < a.rgba.size(); ++i) {
+    sum += std::pow(double(a.rgba[i]) - double(b.rgba[i]), 2);
+    scale += std::pow(double(b.rgba[i]), 2);
+  }
+  return std::sqrt(sum / scale);
+}
+
+// The sharpest bend along x, which blocks or kinks would raise.
+double sharpest_bend(const Picture& p) {
+  double result = 0;
+  for (int y = 0; y < p.h; ++y)
+    for (int x = 1; x + 1 < p.w; ++x)
+      result = std::max(result, std::fabs(double(p.at(x - 1, y, 1)) - 2 * double(p.at(x, y, 1)) +
+                                          double(p.at(x + 1, y, 1))));
+  return result;
+}
+
+TEST_F(Filters, a_blur_through_a_coarse_image_looks_like_the_full_one) {
+  const Picture picture = photograph(403, 259);
+  const Picture full = run("blur", {picture}, blur_params(100, 100, 3, picture));
+  for (const auto& [x, y] : {std::pair{0, 0}, {-7, 5}, {1001, -3002}}) {
+    std::vector<double> params = {100, 100, 3, 25, double(x), double(y), x + 403.0, y + 259.0};
+    EXPECT_LT(rms(run("blur", {picture}, params), full), 0.01) << "window at " << x << " " << y;
+    params[3] = 12.5;  // factor 9, truncated limit 12
+    const Picture coarse = run("blur", {picture}, params);
+    EXPECT_LT(rms(coarse, full), 0.02);
+    EXPECT_LT(sharpest_bend(coarse), sharpest_bend(full));
+  }
+  // What is nowhere negative stays so, even where the coarse image has a sharp rim.
+  for (const float v : run("blur", {picture}, blur_params(40, 40, 0, picture, 3)).rgba) ASSERT_GE(v, 0);
+}
+
+// Where the edge of a matte, 1 at the beginning of a line, lies by what the line holds: an edge
+// pixel's value is the part of it inside.
+double edge(const Picture& p, bool vertical) {
+  double sum = 0;
+  for (int i = 0; i < 80; ++i) sum += double(vertical ? p.at(2, i, 3) : p.at(i, 2, 3));
+  return sum;
+}
+
+TEST_F(Filters, a_hard_edge_moves_by_the_amount) {
+  for (const bool vertical : {false, true}) {
+    Picture matte(vertical ? 5 : 80, vertical ? 80 : 5);
+    for (int i = 0; i < 80 * 5 * 4; ++i)
+      matte.rgba[size_t(i)] = (vertical ? i / 20 : i / 4 % 80) < 40 ? 1 : 0;
+    const double w = matte.w, h = matte.h;
+    for (const double amount : {3.0, 1.5, -2.25, -1.0, 1.0, 10.0, -14.6})
+      EXPECT_NEAR(edge(run("erode", {matte}, {amount, 0, 0, 0, 0, w, h}), vertical), 40 + amount, 0.2)
+          << amount;
+    EXPECT_EQ(run("erode", {matte}, {-0.3, 0, 0, 0, 0, w, h}).rgba, matte.rgba) << "under half a pixel";
+    EXPECT_NEAR(edge(run("erode", {matte}, {3, 8, 0, 0, 0, w, h}), vertical), 43, 0.2) << "softened";
+    EXPECT_NEAR(edge(run("erode", {matte}, {16, 0, 8, 0, 0, w, h}), vertical), 56, 1)
+        << "through a coarse image";
+  }
+}
+
+Picture complement(Picture picture) {
+  for (float& v : picture.rgba) v = 1 - v;
+  return picture;
+}
+
+TEST_F(Filters, shrinking_is_growing_of_the_complement) {
+  const Picture picture = photograph(53, 37);
+  for (const double amount : {0.7, 2.0, 3.25}) {
+    const std::vector<double> window = {0, 0, 0, 0, 53, 37};
+    expect_near(run("dilate", {complement(picture)}, {amount}),
+                complement(run("dilate", {picture}, {-amount})), float_storage, "dilate");
+    expect_near(run("erode", {complement(picture)}, {amount, 0, 0, 0, 0, 53, 37}),
+                complement(run("erode", {picture}, {-amount, 0, 0, 0, 0, 53, 37})), float_storage, "erode");
+    for (const double filter : {0.0, 1.0, 2.0, 3.0})
+      expect_near(run("filter_erode", {complement(picture)}, {amount, filter}),
+                  complement(run("filter_erode", {picture}, {-amount, filter})), float_storage,
+                  "filter_erode");
+  }
+  EXPECT_EQ(run("filter_erode", {picture}, {-3, 0}).rgba, run("dilate", {picture}, {-3}).rgba)
+      << "a box is the plain minimum";
+  EXPECT_EQ(run("dilate", {picture}, {-3}).rgba, reference::dilate(picture, -3).rgba);
+}
+
+TEST_F(Filters, both_ways_of_the_disc_agree_beside_a_far_brighter_pixel) {
+  Picture picture = photograph(150, 9);
+  for (float& v : picture.rgba) v *= 0.01F;
+  for (int c = 0; c < 4; ++c) picture.at(70, 4, c) = 1e7F;  // and, in the same tile of sums:
+  for (int x = 90; x < 150; ++x) picture.at(x, 4, 0) = 1e-6F;
+  const Picture sums = run("disc", {picture}, {6, 5, 0}), direct = run("disc", {picture}, {6, 5, 1});
+  for (int y = 0; y < 9; ++y)
+    for (int x = 0; x < 150; ++x) {
+      double reach = 0;
+      for (int dy = -5; dy <= 5; ++dy)
+        for (int dx = -6; dx <= 6; ++dx)
+          for (int c = 0; c < 4; ++c) reach = std::max(reach, double(picture.held(x + dx, y + dy, c)));
+      for (int c = 0; c < 4; ++c)
+        ASSERT_NEAR(sums.at(x, y, c), direct.at(x, y, c), 1e-4 * reach) << x << " " << y;
+    }
+  // A table of sums made elsewhere gives the same picture.
+  Picture table = picture;
+  for (int y = 0; y < 9; ++y)
+    for (int x = 0; x < 150; ++x)
+      for (int c = 0; c < 4 && x % 64 > 0; ++c) table.at(x, y, c) += table.at(x - 1, y, c);
+  expect_near(run("disc", {picture, table}, {6, 5, 0}), direct, 1e-4, "table handed in");
+}
+
+struct Reach {
+  const char* op;
+  std::vector<double> params;
+  int pixels;  // what lies farther away is never touched
+};
+
+TEST_F(Filters, what_is_no_number_stays_where_it_is) {
+  const int w = 150, h = 41, at_x = 70, at_y = 20;
+  const Picture matte = photograph(w, h, 3);
+  const std::vector<double> b = {3, 3, 2, 0, 0, 0, w, h};
+  std::vector<Reach> table = {
+      {"blur", {3, 3, 0, 0, 0, 0, w, h}, 1},
+      {"blur", {4, 4, 1, 0, 0, 0, w, h}, 3},
+      {"blur", {4, 4, 2, 0, 0, 0, w, h}, 5},
+      {"blur", {4, 4, 3, 0, 0, 0, w, h}, 6},
+      {"blur", {1, 9, 0, 3, 0, 0, w, h}, 12},
+      {"dilate", {-2.5}, 3},
+      {"dilate", {3}, 3},
+      {"filter_erode", {2, 0}, 2},
+      {"filter_erode", {-2, 1}, 4},
+      {"erode", {1.5, 0, 0, 0, 0, w, h}, 2},
+      {"disc", {4, 4, 0}, 4},
+      {"disc", {4, 4, 1}, 4},
+  };
+  const auto add = [&table, &b](const char* op, std::vector<double> more) {
+    more.insert(more.begin(), b.begin(), b.end());
+    table.push_back({op, more, 4});
+  };
+  add("glow", {0.1, 1, 1, 1, 1, 1, 0});
+  add("sharpen", {1, -1, 1});
+  add("edgeblur", {0, 1, 1, 1, 1, 1});
+  for (const float bad : {nan, infinity, -infinity})
+    for (const Reach& row : table) {
+      Picture picture = photograph(w, h);
+      const Picture clean = run(row.op, {picture, matte}, row.params);
+      for (int c = 0; c < 4; ++c) picture.at(at_x, at_y, c) = bad;
+      const Picture got = run(row.op, {picture, matte}, row.params);
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+          const bool coarse_lines = row.pixels == 12;  // only y is coarse there
+          if (std::abs(x - at_x) <= (coarse_lines ? 0 : row.pixels) && std::abs(y - at_y) <= row.pixels)
+            continue;
+          for (int c = 0; c < 4; ++c)
+            ASSERT_EQ(got.at(x, y, c), clean.at(x, y, c)) << row.op << " " << x << " " << y;
+        }
+    }
+}
+
+}  // namespace
