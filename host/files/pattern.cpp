@@ -1,0 +1,58 @@
+#include "host/files/pattern.h"
+
+#include <optional>
+
+namespace host::files {
+namespace {
+
+struct FrameField {
+  size_t begin = 0;
+  size_t end = 0;
+  size_t digits = 0;
+};
+
+// The field "%d" or "%0Nd" that starts at a percent sign.
+std::optional<FrameField> percent_field(std::string_view name, size_t begin) {
+  size_t at = begin + 1;
+  size_t digits = 0;
+  while (at < name.size() && name[at] >= '0' && name[at] <= '9' && digits < 100) {
+    digits = digits * 10 + static_cast<size_t>(name[at++] - '0');
+  }
+  if (at >= name.size() || name[at] != 'd') return std::nullopt;
+  return FrameField{begin, at + 1, digits};
+}
+
+std::optional<FrameField> find_field(std::string_view pattern) {
+  const size_t folder_end = pattern.rfind('/');
+  const size_t name_begin = folder_end == std::string_view::npos ? 0 : folder_end + 1;
+  for (size_t at = pattern.size(); at-- > name_begin;) {
+    if (pattern[at] == '#') {
+      size_t begin = at;
+      while (begin > name_begin && pattern[begin - 1] == '#') --begin;
+      return FrameField{begin, at + 1, at + 1 - begin};
+    }
+    if (pattern[at] == '%') {
+      if (const auto field = percent_field(pattern, at)) return field;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool has_frame(std::string_view pattern) {
+  return find_field(pattern).has_value();
+}
+
+std::string frame_path(std::string_view pattern, int64_t frame) {
+  const auto field = find_field(pattern);
+  if (!field) return std::string(pattern);
+  std::string digits = std::to_string(frame);
+  const bool negative = digits[0] == '-';
+  if (negative) digits.erase(0, 1);
+  if (digits.size() < field->digits) digits.insert(0, field->digits - digits.size(), '0');
+  return std::string(pattern.substr(0, field->begin)) + (negative ? "-" : "") + digits +
+         std::string(pattern.substr(field->end));
+}
+
+}  // namespace host::files

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace host::files {
+
+// File names with a frame number in them: "plate.####.exr" (as many digits as there are #) or
+// "plate.%04d.exr". The last such run of the name counts; a negative frame keeps its sign in front
+// of the digits. All functions are thread-safe.
+
+bool has_frame(std::string_view pattern);
+
+// The name at a frame; a pattern without a frame number is returned as it stands.
+std::string frame_path(std::string_view pattern, int64_t frame);
+
+}  // namespace host::files

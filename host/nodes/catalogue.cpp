@@ -1,0 +1,32 @@
+#include "host/nodes/catalogue.h"
+
+#include "host/nodes/families.h"
+
+#include <utility>
+
+namespace host::nodes {
+namespace {
+
+std::vector<NodeType> assemble() {
+  std::vector<NodeType> all;
+  for (auto* family : {in_out_family, filter_family}) {
+    for (NodeType& type : family()) all.push_back(std::move(type));
+  }
+  return all;
+}
+
+}  // namespace
+
+std::span<const NodeType> catalogue() {
+  static const std::vector<NodeType> all = assemble();
+  return all;
+}
+
+const NodeType* find_type(std::string_view name) {
+  for (const NodeType& type : catalogue()) {
+    if (type.name == name) return &type;
+  }
+  return nullptr;
+}
+
+}  // namespace host::nodes

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "host/nodes/node.h"
+
+#include <vector>
+
+namespace host::nodes {
+
+// One function a family file: the node types that it defines, in the order in which people should
+// read of them. A new family adds its line here and in catalogue.cpp.
+
+std::vector<NodeType> in_out_family();     // read, constant, write
+std::vector<NodeType> merge_family();      // merge, dissolve, switch, copy, channel_merge, shuffle
+std::vector<NodeType> key_family();        // range_key, screen_key, edge_fill
+std::vector<NodeType> filter_family();     // blur, glow, sharpen, dilate, filter_erode, erode, ...
+std::vector<NodeType> transform_family();  // transform, reformat, corner_pin, crop
+std::vector<NodeType> time_family();       // time_offset, frame_hold, frame_blend, time_blur, ...
+std::vector<NodeType> color_family();      // grade, saturation, color_matrix, clamp
+std::vector<NodeType> ocio_family();       // ocio_colorspace
+
+}  // namespace host::nodes

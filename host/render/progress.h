@@ -1,0 +1,45 @@
+#pragma once
+
+#include "host/render/stats.h"
+
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace host::render {
+
+// One frame that is over, well or not.
+struct FrameReport {
+  int64_t frame = 0;
+  std::vector<std::string> files;  // written whole
+  std::string error;               // empty when the frame stands
+  bool skipped = false;            // its files were there already
+  int computed = 0;
+  int cached = 0;
+  double ms = 0;  // from the frame's start to its last file
+};
+
+// Whom a render tells how it goes. Called from the render thread alone, in this order: begin, then
+// notices and frames as they come, then end. Frames are reported once their files stand.
+class Progress {
+ public:
+  Progress() = default;
+  virtual ~Progress() = default;
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  virtual void begin(int64_t frames, const std::string& renderer, bool software) = 0;
+  virtual void notice(const std::string& text) = 0;  // a warning that stops nothing
+  virtual void frame(const FrameReport& report) = 0;
+  virtual void end(const Stats& stats) = 0;
+};
+
+enum class ProgressStyle { automatic, plain, jsonl, none };
+
+// automatic: a bar with the time left where `out` is a terminal, plain lines elsewhere; jsonl: one
+// JSON object a line and event. `out` outlives the result.
+std::unique_ptr<Progress> make_progress(ProgressStyle style, std::ostream& out, bool terminal);
+
+}  // namespace host::render

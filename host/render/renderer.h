@@ -1,0 +1,78 @@
+#pragma once
+
+#include "host/extent.h"
+#include "host/gpu/gpu_context.h"
+#include "host/render/progress.h"
+#include "host/render/stats.h"
+#include "host/shot/composition.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace host::render {
+
+// A frame that failed; the text has file, node and frame in front of what went wrong.
+class FrameError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A single image needs more than the whole memory budget.
+class MemoryLimit : public FrameError {
+ public:
+  using FrameError::FrameError;
+};
+
+enum class Existing { overwrite, skip, refuse };
+
+struct RenderOptions {
+  std::vector<int64_t> frames;          // in the order to render; empty: the composition's
+  std::string output;                   // -o: replaces the path of the composition's only output
+  double scale = 1;                     // --proxy, above 0 and at most 1
+  int threads = 0;                      // decoders and encoders; 0: one a processor
+  uint64_t memory = uint64_t{2} << 30;  // bytes of cached images
+  Existing existing = Existing::refuse;
+  bool keep_going = false;                  // a failed frame does not end the run
+  const std::atomic<bool>* stop = nullptr;  // set from a signal handler: ends within a frame
+};
+
+// How a run ended, as its exit code tells.
+enum class Outcome { done, some_failed, nothing, memory, interrupted };
+
+// Pixels in host memory: RGBA float, rows top to bottom, the window's size.
+struct HostImage {
+  Extent extent;
+  std::vector<float> rgba;
+};
+
+// Renders frames of one composition: for each, the graph of (node, frame) instances, a walk for what
+// changed, a schedule against the result cache, decodes ahead of need, draws, read-back through the
+// transfer ring, files from the writer's thread. Results stay cached from frame to frame up to the
+// memory budget. Needs the GPU context current on its thread; composition and context outlive it.
+// GL thread only. Every queue is bounded: memory does not grow with the number of frames.
+class Renderer {
+ public:
+  Renderer(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context);
+  ~Renderer();
+  Renderer(const Renderer&) = delete;
+  Renderer& operator=(const Renderer&) = delete;
+
+  // Renders every frame and writes its files, then reports; failed frames go to `progress`. Throws
+  // only what makes every frame impossible: ShaderError.
+  Outcome run(Progress& progress);
+
+  // One node's image at one frame, for tests and for looking at. Throws FrameError.
+  HostImage image(int node, int64_t frame);
+
+  const Stats& stats() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace host::render

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace host::render {
+
+// Where a render's time and memory went. Durations are sums in milliseconds over the run; those of
+// different threads overlap, so they may exceed the wall time.
+struct Stats {
+  int64_t frames = 0;  // finished, whole
+  int64_t failed = 0;
+  double wall_ms = 0;
+  double start_ms = 0;        // context, shaders, composition
+  double wait_decode_ms = 0;  // the render thread waiting for pixels
+  double upload_ms = 0;
+  double gpu_ms = 0;         // issuing draws, on a software device the drawing itself
+  double read_back_ms = 0;   // waiting for the transfer ring
+  double wait_write_ms = 0;  // waiting for room in the writer's queue
+  double encode_ms = 0;      // on the writer's thread
+  int64_t computed = 0;      // results computed
+  int64_t cache_hits = 0;    // results taken from the cache
+  int64_t evicted = 0;       // results given up for memory
+  int64_t visited = 0;       // nodes looked at for changes
+  int64_t draws = 0;
+  int64_t uniforms_sent = 0;
+  int64_t uniforms_skipped = 0;
+  int64_t textures_created = 0;
+  int64_t files_read = 0;
+  int64_t files_written = 0;
+  uint64_t bytes_written = 0;
+  uint64_t peak_texture_bytes = 0;  // images, scratch and cached results together
+};
+
+std::string stats_text(const Stats& stats);  // for people, a line a group
+std::string stats_json(const Stats& stats);  // every field under its name
+
+}  // namespace host::render

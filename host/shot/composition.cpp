@@ -1,0 +1,148 @@
+#include "host/shot/composition.h"
+
+#include "host/shot/frames.h"
+#include "host/shot/parse_nodes.h"
+#include "host/shot/problems.h"
+#include "host/shot/suggest.h"
+
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace host::shot {
+namespace {
+
+constexpr int64_t largest_side = 65536;
+
+int64_t parse_side(const nlohmann::json& object, const char* name, Problems& problems) {
+  const auto value = object.value(name, nlohmann::json());
+  if (value.is_number_integer()) {
+    const auto side = value.get<int64_t>();
+    if (side >= 1 && side <= largest_side) return side;
+  }
+  problems.add("format: ", quoted(name) + ": expected a whole number from 1 to " +
+                               std::to_string(largest_side) + ", found " + found(value));
+  return 1;
+}
+
+Format parse_format(const nlohmann::json& object, Problems& problems) {
+  Format format;
+  if (!object.is_object()) {
+    problems.add("\"format\": ", "expected an object with \"width\" and \"height\", found " + found(object));
+    return format;
+  }
+  refuse_unknown(object, {"width", "height", "pixel_aspect"}, "format: ", problems);
+  format.width = parse_side(object, "width", problems);
+  format.height = parse_side(object, "height", problems);
+  const auto aspect = object.value("pixel_aspect", nlohmann::json(1.0));
+  if (aspect.is_number() && aspect.get<double>() > 0) {
+    format.pixel_aspect = aspect.get<double>();
+  } else {
+    problems.add("format: ", "\"pixel_aspect\": expected a number above 0, found " + found(aspect));
+  }
+  return format;
+}
+
+std::vector<int64_t> parse_default_frames(const nlohmann::json& value, Problems& problems) {
+  if (value.is_null()) return {1};
+  if (value.is_number_integer()) return {value.get<int64_t>()};
+  try {
+    if (!value.is_string()) throw FramesError("expected a text such as \"1-24\", found " + found(value));
+    auto frames = parse_frames(value.get<std::string>());
+    if (!frames.empty()) return frames;
+    problems.add("\"frames\": ", "expected at least one frame, found " + found(value));
+  } catch (const FramesError& error) {
+    problems.add("\"frames\": ", error.what());
+  }
+  return {1};
+}
+
+// Where nothing is named: what writes files, else what nothing reads.
+std::vector<int> default_outputs(const std::vector<nodes::Node>& all) {
+  std::vector<int> writers;
+  std::set<int> read;
+  for (size_t i = 0; i < all.size(); ++i) {
+    if (all[i].type->writes_files) writers.push_back(static_cast<int>(i));
+    read.insert(all[i].inputs.begin(), all[i].inputs.end());
+  }
+  if (!writers.empty()) return writers;
+  std::vector<int> ends;
+  for (int i = 0; i < static_cast<int>(all.size()); ++i) {
+    if (!read.count(i)) ends.push_back(i);
+  }
+  return ends;
+}
+
+std::vector<int> parse_outputs(const nlohmann::json& value, const Composition& composition,
+                               Problems& problems) {
+  if (value.is_null()) return default_outputs(composition.nodes);
+  std::vector<std::string> names;
+  for (const nodes::Node& node : composition.nodes) names.push_back(node.name);
+  std::vector<int> outputs;
+  for (const nlohmann::json& each : value.is_array() ? value : nlohmann::json::array({value})) {
+    const auto name = each.is_string() ? each.get<std::string>() : std::string();
+    const int at = composition.find(name);
+    if (at < 0) {
+      problems.add("\"output\": ",
+                   "expected a node's name, found " + found(each) + did_you_mean(name, names));
+    } else {
+      outputs.push_back(at);
+    }
+  }
+  return outputs;
+}
+
+nlohmann::json parse_json(std::string_view text, const std::string& file) {
+  try {
+    return nlohmann::json::parse(text, nullptr, true, true);
+  } catch (const nlohmann::json::exception& error) {
+    // The library's text begins with its own name for the fault, which says nothing to a person.
+    std::string message = error.what();
+    const size_t end = message.find("] ");
+    if (end != std::string::npos) message.erase(0, end + 2);
+    throw CompositionError(file + ": not JSON: " + message);
+  }
+}
+
+}  // namespace
+
+int Composition::find(std::string_view name) const {
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    if (nodes[i].name == name) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+Composition parse_composition(std::string_view text, const std::filesystem::path& file) {
+  Composition composition;
+  composition.file = file.string();
+  composition.folder = file.parent_path();
+  const nlohmann::json root = parse_json(text, composition.file);
+  Problems problems(composition.file);
+  if (!root.is_object()) {
+    throw CompositionError(composition.file + ": expected an object, found " + found(root));
+  }
+  refuse_unknown(root, {"$schema", "format", "frames", "nodes", "output"}, "", problems);
+  composition.format = parse_format(root.value("format", nlohmann::json()), problems);
+  composition.frames = parse_default_frames(root.value("frames", nlohmann::json()), problems);
+  composition.nodes = parse_nodes(root.value("nodes", nlohmann::json()), problems);
+  if (!problems.any()) composition.nodes = upstream_first(std::move(composition.nodes), problems);
+  if (!problems.any()) {
+    composition.outputs = parse_outputs(root.value("output", nlohmann::json()), composition, problems);
+  }
+  if (problems.any()) throw CompositionError(problems.text());
+  return composition;
+}
+
+Composition read_composition(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) throw CompositionError(file.string() + ": cannot be opened");
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  if (stream.bad()) throw CompositionError(file.string() + ": cannot be read");
+  return parse_composition(text, file);
+}
+
+}  // namespace host::shot

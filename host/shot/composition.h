@@ -1,0 +1,57 @@
+#pragma once
+
+#include "host/extent.h"
+#include "host/nodes/node.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host::shot {
+
+// A composition that cannot be used. The text has one line a problem, each with file, node and knob
+// as far as they apply, what was expected and what was found:
+//   shot.json: node "soft": unknown type "blurr" (did you mean "blur"?)
+//   shot.json: node "soft": knob "size": expected a number of at least 0, found -3
+class CompositionError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A checked composition: every node has a type, its inputs exist, required ones are connected, there
+// is no cycle, and each knob has a value of its kind within its range. Immutable after reading; nodes
+// refer to types of the catalogue, images to nodes, so it outlives the render.
+struct Composition {
+  std::string file;              // as given, for messages
+  std::filesystem::path folder;  // that its file knobs are relative to
+  Format format;
+  std::vector<int64_t> frames;     // those to render unless asked otherwise; never empty
+  std::vector<nodes::Node> nodes;  // upstream first: an input's position is below its node's
+  std::vector<int> outputs;        // positions of the nodes to render, in the order given
+
+  // Position of a node by name, -1 when there is none.
+  int find(std::string_view name) const;
+};
+
+// Reads a file. Throws CompositionError, also when it cannot be read.
+Composition read_composition(const std::filesystem::path& file);
+
+// Reads a text, as if it stood in that file. The text is JSON with // and /* */ comments:
+//   {"format": {"width": 960, "height": 540, "pixel_aspect": 1}, "frames": "1-24",
+//    "nodes": [{"name": "soft", "type": "blur", "inputs": {"image": "plate"}, "knobs": {"size": 8}}],
+//    "output": "out"}
+// `inputs` may be a text, for the first input, or a list of texts where an input repeats.
+// `output` is a node's name or a list; by default every node that writes files, or else every node
+// that nothing reads. A knob is a number, true or false, a text, a list, or keys:
+//   {"keys": [[1, 0.0, "smooth"], [24, 1.0]], "extrapolate": false}
+// Interpolations: step, linear (the default), smooth (never beyond its neighbours), cubic, spline,
+// flat, and [frame, value, "slopes", in, out].
+Composition parse_composition(std::string_view text, const std::filesystem::path& file);
+
+// The seven names, by the library's number of the kind.
+const std::vector<std::string>& interpolation_names();
+
+}  // namespace host::shot

@@ -1,0 +1,114 @@
+#include "host/shot/parse_curve.h"
+
+#include <qv/anim/curve.h>
+
+#include "host/shot/composition.h"
+#include "host/shot/parse_knobs.h"
+#include "host/shot/suggest.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace host::shot {
+namespace {
+
+constexpr uint8_t linear_kind = 1;
+constexpr uint8_t slopes_kind = 6;
+
+std::optional<uint8_t> parse_interpolation(const nlohmann::json& value, const std::string& place,
+                                           Problems& problems) {
+  const std::vector<std::string>& names = interpolation_names();
+  const auto name = value.is_string() ? value.get<std::string>() : std::string();
+  const auto at = std::find(names.begin(), names.end(), name);
+  if (at != names.end()) return static_cast<uint8_t>(at - names.begin());
+  std::string list;
+  for (const std::string& each : names) list += (list.empty() ? "" : ", ") + each;
+  problems.add(place,
+               "expected an interpolation (" + list + "), found " + found(value) + did_you_mean(name, names));
+  return std::nullopt;
+}
+
+std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const nodes::KnobSpec& spec,
+                                       const std::string& place, Problems& problems) {
+  const bool shaped = value.is_array() && value.size() >= 2 && value.size() <= 5 && value[0].is_number() &&
+                      value[1].is_number();
+  if (!shaped) {
+    problems.add(place, "expected [frame, value] or [frame, value, interpolation], found " + found(value));
+    return std::nullopt;
+  }
+  qv::anim::Key key{};
+  key.time = value[0].get<double>();
+  key.value = value[1].get<double>();
+  key.kind = linear_kind;
+  if (!(key.value >= spec.minimum && key.value <= spec.maximum)) {
+    problems.add(place, "expected " + expectation(spec) + ", found " + found(value[1]));
+    return std::nullopt;
+  }
+  if (value.size() == 2) return key;
+  const auto kind = parse_interpolation(value[2], place, problems);
+  if (!kind) return std::nullopt;
+  key.kind = *kind;
+  if (value.size() == 3) return key;
+  const bool slopes = key.kind == slopes_kind && value[3].is_number() && value.back().is_number();
+  if (!slopes) {
+    problems.add(place, "expected [frame, value, \"slopes\", in, out], found " + found(value));
+    return std::nullopt;
+  }
+  key.has_in = true;
+  key.in_slope = value[3].get<double>();
+  key.has_out = value.size() == 5;
+  if (key.has_out) key.out_slope = value[4].get<double>();
+  return key;
+}
+
+// Keys in ascending order, or nothing.
+std::optional<std::vector<qv::anim::Key>> parse_keys(const nlohmann::json& list, const nodes::KnobSpec& spec,
+                                                     const std::string& place, Problems& problems) {
+  if (!list.is_array() || list.empty()) {
+    problems.add(place, "expected a list of keys [frame, value, interpolation], found " + found(list));
+    return std::nullopt;
+  }
+  std::vector<qv::anim::Key> keys;
+  for (size_t i = 0; i < list.size(); ++i) {
+    const std::string key_place = place + "key " + std::to_string(i + 1) + ": ";
+    const auto key = parse_key(list[i], spec, key_place, problems);
+    if (!key) return std::nullopt;
+    if (!keys.empty() && key->time <= keys.back().time) {
+      problems.add(key_place,
+                   "expected a frame after " + found(list[i - 1][0]) + ", found " + found(list[i][0]));
+      return std::nullopt;
+    }
+    keys.push_back(*key);
+  }
+  return keys;
+}
+
+}  // namespace
+
+const std::vector<std::string>& interpolation_names() {
+  static const std::vector<std::string> names{"step",   "linear", "smooth", "cubic",
+                                              "spline", "flat",   "slopes"};
+  return names;
+}
+
+std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const nodes::KnobSpec& spec,
+                                                   const std::string& place, Problems& problems) {
+  refuse_unknown(object, {"keys", "extrapolate"}, place, problems);
+  const auto extrapolate = object.value("extrapolate", nlohmann::json(false));
+  if (!extrapolate.is_boolean()) {
+    problems.add(place, "\"extrapolate\": expected true or false, found " + found(extrapolate));
+    return nullptr;
+  }
+  auto keys = parse_keys(object.value("keys", nlohmann::json()), spec, place, problems);
+  if (!keys) return nullptr;
+  try {
+    return std::make_shared<qv::anim::Curve>(std::move(*keys), extrapolate.get<bool>());
+  } catch (const qv::anim::NotCompilable& error) {
+    problems.add(place, std::string("these keys make no curve: ") + error.what());
+    return nullptr;
+  }
+}
+
+}  // namespace host::shot

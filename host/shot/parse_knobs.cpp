@@ -1,0 +1,156 @@
+#include "host/shot/parse_knobs.h"
+
+#include "host/shot/parse_curve.h"
+#include "host/shot/suggest.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <utility>
+
+namespace host::shot {
+
+using nodes::KnobComponent;
+using nodes::KnobKind;
+using nodes::KnobSpec;
+using nodes::KnobValue;
+
+namespace {
+
+std::string amount(double value) {
+  return nlohmann::json(value == std::floor(value) && std::abs(value) < 1e15
+                            ? nlohmann::json(static_cast<int64_t>(value))
+                            : nlohmann::json(value))
+      .dump();
+}
+
+std::string range_words(const KnobSpec& spec) {
+  const bool low = std::isfinite(spec.minimum);
+  const bool high = std::isfinite(spec.maximum);
+  if (low && high) return " from " + amount(spec.minimum) + " to " + amount(spec.maximum);
+  if (low) return " of at least " + amount(spec.minimum);
+  if (high) return " of at most " + amount(spec.maximum);
+  return "";
+}
+
+std::string numbers_words(const KnobSpec& spec) {
+  if (spec.length() == 1) return "a number" + range_words(spec);
+  const std::string count = spec.fewest == spec.length()
+                                ? std::to_string(spec.length())
+                                : std::to_string(spec.fewest) + " to " + std::to_string(spec.length());
+  return count + " numbers" + range_words(spec);
+}
+
+bool is_keyed(const nlohmann::json& value) {
+  return value.is_object();
+}
+
+// One component, or nothing when it is not what the knob takes.
+std::optional<KnobComponent> parse_component(const nlohmann::json& value, const KnobSpec& spec,
+                                             const std::string& place, Problems& problems) {
+  KnobComponent component;
+  if (is_keyed(value)) {
+    component.curve = parse_curve(value, spec, place, problems);
+    if (!component.curve) return std::nullopt;
+    return component;
+  }
+  bool fits = spec.kind == KnobKind::flag ? value.is_boolean() : value.is_number();
+  if (fits) {
+    component.constant = value.is_boolean() ? (value.get<bool>() ? 1.0 : 0.0) : value.get<double>();
+    fits = component.constant >= spec.minimum && component.constant <= spec.maximum;
+    const bool whole = component.constant == std::floor(component.constant);
+    fits = fits && (spec.kind != KnobKind::integer || whole);
+  }
+  if (fits) return component;
+  problems.add(place, "expected " + expectation(spec) + ", found " + found(value));
+  return std::nullopt;
+}
+
+bool parse_numbers(const nlohmann::json& value, const KnobSpec& spec, const std::string& place,
+                   Problems& problems, KnobValue& out) {
+  if (!value.is_array()) {
+    const auto component = parse_component(value, spec, place, problems);
+    if (!component) return false;
+    out.components.assign(static_cast<size_t>(spec.length()), *component);
+    return true;
+  }
+  const auto count = static_cast<int64_t>(value.size());
+  if (count < spec.fewest || count > spec.length()) {
+    problems.add(place, "expected " + expectation(spec) + ", found " + found(value));
+    return false;
+  }
+  out.components.clear();
+  for (const nlohmann::json& each : value) {
+    const auto component = parse_component(each, spec, place, problems);
+    if (!component) return false;
+    out.components.push_back(*component);
+  }
+  return true;
+}
+
+bool parse_text(const nlohmann::json& value, const KnobSpec& spec, const std::string& place,
+                Problems& problems, KnobValue& out) {
+  const auto given = value.is_string() ? value.get<std::string>() : std::string();
+  const bool listed = std::find(spec.choices.begin(), spec.choices.end(), given) != spec.choices.end();
+  if (!value.is_string() || (spec.kind == KnobKind::choice && !listed)) {
+    problems.add(place, "expected " + expectation(spec) + ", found " + found(value) +
+                            did_you_mean(given, spec.choices));
+    return false;
+  }
+  out.text = given;
+  return true;
+}
+
+KnobValue parse_knob(const nlohmann::json& value, const KnobSpec& spec, const std::string& place,
+                     Problems& problems) {
+  KnobValue out = KnobValue::default_of(spec);
+  const bool numeric =
+      spec.kind == KnobKind::number || spec.kind == KnobKind::integer || spec.kind == KnobKind::flag;
+  const bool fits = numeric ? parse_numbers(value, spec, place, problems, out)
+                            : parse_text(value, spec, place, problems, out);
+  return fits ? out : KnobValue::default_of(spec);
+}
+
+}  // namespace
+
+std::string expectation(const KnobSpec& spec) {
+  switch (spec.kind) {
+    case KnobKind::number:
+      return numbers_words(spec);
+    case KnobKind::integer:
+      return "a whole number" + range_words(spec);
+    case KnobKind::flag:
+      return "true or false";
+    case KnobKind::text:
+      return "a text";
+    case KnobKind::file:
+      return "a file name";
+    case KnobKind::choice:
+      break;
+  }
+  std::string list;
+  for (const std::string& each : spec.choices) list += (list.empty() ? "" : ", ") + quoted(each);
+  return "one of " + list;
+}
+
+std::vector<KnobValue> parse_knobs(const std::vector<KnobSpec>& specs, const nlohmann::json& given,
+                                   const std::string& place, Problems& problems) {
+  std::vector<std::string> names;
+  names.reserve(specs.size());
+  for (const KnobSpec& spec : specs) names.push_back(spec.name);
+  for (const auto& [name, value] : given.items()) {
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    problems.add(place, "unknown knob " + quoted(name) + did_you_mean(name, names));
+  }
+  std::vector<KnobValue> values;
+  for (const KnobSpec& spec : specs) {
+    const auto at = given.find(spec.name);
+    values.push_back(at == given.end()
+                         ? KnobValue::default_of(spec)
+                         : parse_knob(*at, spec, place + "knob " + quoted(spec.name) + ": ", problems));
+  }
+  return values;
+}
+
+}  // namespace host::shot
