@@ -21,6 +21,9 @@ install(FILES
   "${PROJECT_BINARY_DIR}/quorvel_core-config-version.cmake"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/quorvel_core")
 
+# Relative, so that a prefix that is moved keeps working.
+file(RELATIVE_PATH QV_PREFIX_FROM_PKGCONFIG
+  "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file("${PROJECT_SOURCE_DIR}/packaging/quorvel_core.pc.in"
   "${PROJECT_BINARY_DIR}/quorvel_core.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/quorvel_core.pc"

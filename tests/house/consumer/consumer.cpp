@@ -1,0 +1,12 @@
+#include <qv/graph/walk.h>
+#include <qv/version.h>
+
+#include <cstdio>
+
+int main() {
+  qv::graph::Walk walk;
+  walk.build({{}, {0}}, {0, 0}, {1, 2});
+  const int visited = walk.walk({0}, false, [](int node, bool) { return int64_t{10} + node; });
+  std::printf("%s %d\n", qv::core_version(), visited);
+  return visited == 2 ? 0 : 1;
+}

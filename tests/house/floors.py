@@ -1,0 +1,72 @@
+"""Fails when an include line in qv/ points up, or sideways into a room that it may not know of.
+
+usage: floors.py SOURCE_DIR
+"""
+
+import pathlib
+import re
+import sys
+
+# Which other rooms a room may look into. A room that is not named looks into none.
+ROOMS = {
+    "gpu": {"gpu/gl"},
+    "nodes/filter": {"gpu", "gpu/gl"},
+    "transport": {"gpu/gl"},
+}
+
+# Within a room: the files that may be included by the named one. Those without a row here or in a
+# set are what a room keeps to itself, open to all of it.
+FLOORS = {
+    "graph/schedule": {"graph/result_cache", "graph/flat_map"},
+    "graph/result_cache": {"graph/flat_map"},
+    "graph/flat_map": set(),
+    "graph/walk": set(),
+    "graph/record": set(),
+    "io/scheduler": {"io/decode"},
+    "io/decode": {"io/half"},
+    "io/half": set(),
+    "io/layers": set(),
+    "io/image_read": set(),
+    "gpu/draw": {"gpu/registry"},
+    "gpu/registry": set(),
+    "nodes/filter/ops": {"nodes/filter/plan", "nodes/filter/scratch"},
+    "nodes/filter/plan": {"nodes/filter/scratch"},
+    "nodes/filter/scratch": set(),
+    "nodes/merge/merge": {"nodes/merge/text"},
+    "nodes/merge/channels": {"nodes/merge/text"},
+    "nodes/merge/text": set(),
+    "xform/motion_blur": {"xform/matrix"},
+    "xform/crop": {"xform/matrix"},
+    "xform/steps": {"xform/matrix"},
+    "xform/matrix": set(),
+}
+INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
+
+
+def allowed(own, target):
+    if target == "qv/export.h":
+        return True
+    if not target.startswith("qv/"):
+        return False
+    unit = target.removeprefix("qv/").removesuffix(".h")
+    room, other = own.rpartition("/")[0], unit.rpartition("/")[0]
+    if room != other:
+        return other in ROOMS.get(room, ())
+    return unit == own or unit not in FLOORS or own not in FLOORS or unit in FLOORS[own]
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    files = [p for p in sorted(root.glob("qv/**/*")) if p.suffix in (".h", ".cpp")]
+    faults = [] if files else ["no sources found: nothing was checked"]
+    for path in files:
+        own = path.relative_to(root / "qv").with_suffix("").as_posix()
+        targets = INCLUDE.findall(path.read_text())
+        faults += [f"{path.relative_to(root)} includes {t}" for t in targets if not allowed(own, t)]
+    faults += [f"{unit} has no header" for unit in FLOORS if not (root / "qv" / f"{unit}.h").exists()]
+    print("\n".join(faults) or f"{len(files)} files, every include points down")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

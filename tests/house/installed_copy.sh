@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs into an empty prefix, then builds and runs consumers from there: with CMake (the small
+# one and every C++ block of README.md), and with pkg-config.
+# usage: installed_copy.sh CMAKE BUILD_DIR SOURCE_DIR WORK_DIR COMPILER CONFIG
+set -euo pipefail
+cmake=$1 build=$2 source=$3 work=$4/installed_copy compiler=$5 config=$6
+
+rm -rf "$work"
+mkdir -p "$work/consumer"
+"$cmake" --install "$build" --prefix "$work/prefix" --config "$config" >"$work/install.log"
+# Moved after installing: a prefix must work wherever it lands.
+mv "$work/prefix" "$work/moved"
+prefix=$work/moved
+
+cp "$source"/tests/house/consumer/* "$work/consumer/"
+awk -v out="$work/consumer/readme" '
+  /^```cpp$/ { n++; inside = 1; next }
+  /^```$/ { inside = 0 }
+  inside { print > (out n ".cpp") }
+  END { if (!n) { print "README.md has no C++ block" > "/dev/stderr"; exit 1 } }' "$source/README.md"
+
+"$cmake" -S "$work/consumer" -B "$work/with_cmake" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log"
+"$cmake" --build "$work/with_cmake"
+"$work/with_cmake/consumer"
+
+pc=$(find "$prefix" -name quorvel_core.pc -printf '%h\n')
+flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs quorvel_core)
+# shellcheck disable=SC2086
+"$compiler" -std=c++20 "$work/consumer/consumer.cpp" $flags -o "$work/with_pkg_config"
+LD_LIBRARY_PATH=$(PKG_CONFIG_PATH=$pc pkg-config --variable=libdir quorvel_core) "$work/with_pkg_config"
