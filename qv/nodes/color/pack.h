@@ -47,9 +47,9 @@ struct Spec {
   std::vector<Uniform> uniforms;
 
   // Filled by finish, of no meaning after a failure.
-  std::vector<int32_t> offsets;  // where each knob's first component is among the knob floats
-  int32_t knob_floats = 0;       // components of all knobs
-  int32_t input_count = 0;       // one more than the highest input number in use
+  std::vector<int32_t> offsets = {};  // where each knob's first component is among the knob floats
+  int32_t knob_floats = 0;            // components of all knobs
+  int32_t input_count = 0;            // one more than the highest input number in use
 
   // Checks knobs, then uniforms, and fills the three fields above; to be called again after a change.
   // False at the first fault, with a message that names the knob or uniform in *err unless err is null.

@@ -21,6 +21,8 @@ namespace qv::nodes::merge {
 struct Chan {
   std::string layer;  // "rgba" for the main layer
   int32_t index = 0;  // 0 red, 1 green, 2 blue, 3 alpha; -1 for the absent one of channelmerge_split
+
+  bool operator==(const Chan&) const = default;
 };
 
 // Where a shuffle takes one output channel from.
@@ -28,6 +30,8 @@ struct Route {
   int32_t kind = 0;     // 0 keep the background's channel, 1 black, 3 an input; others white
   int32_t input = 0;    // of kind 3: 0 the first input, any other the second
   int32_t channel = 0;  // of kind 3: 0 to 3 in that input
+
+  bool operator==(const Route&) const = default;
 };
 
 // Reads a channel where the bare name of a layer is allowed too. The stripped text is a channel name

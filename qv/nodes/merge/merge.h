@@ -42,6 +42,8 @@ struct Pick {
   int32_t a = 0;
   int32_t b = 0;
   double t = 0;  // in [0, 1); 0 when a and b are the same input
+
+  bool operator==(const Pick&) const = default;
 };
 
 // The number by which the merge program knows an operation: its row, from 0, in the alphabetical
