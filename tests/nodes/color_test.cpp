@@ -2,6 +2,7 @@
 #include <qv/nodes/color/pack.h>
 #include <qv/nodes/ocio/splice.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
