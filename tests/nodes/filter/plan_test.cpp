@@ -1,0 +1,238 @@
+#include <qv/gpu/gl/entry_points.h>
+#include <qv/gpu/registry.h>
+#include <qv/nodes/filter/plan.h>
+
+#include "tests/nodes/filter/programs.h"
+#include "tests/support/fake_egl/fake_egl.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace qv::nodes::filter;
+using Calls = std::vector<std::string>;
+
+// A copy to 32 x 24, sized half, and a copy of that back to 64 x 48.
+int run_two_passes() {
+  Plan plan({programs::inputs.data(), 1});
+  const int half = plan.pass("copy.frag", 0, {U("u_size", 0.5)}, {}, 32, 24);
+  return plan.run(plan.pass("copy.frag", half, {}, {}, 64, 48), programs::target(), 8);
+}
+
+// One draw of run_two_passes, with the upload of the first where it is not yet known.
+Calls draw(const char* framebuffer, const char* size, Calls upload, const char* texture,
+           const char* sampler) {
+  Calls calls{std::string("glBindFramebuffer 0x8d40 ") + framebuffer, std::string("glViewport 0 0 ") + size,
+              std::string("glScissor 0 0 ") + size, "glUseProgram 14"};
+  calls.insert(calls.end(), upload.begin(), upload.end());
+  for (const std::string& call :
+       {std::string("glActiveTexture 0x84c0"), std::string("glBindTexture 0xde1 ") + texture,
+        std::string("glBindSampler 0 ") + sampler, std::string("glBindVertexArray 700"),
+        std::string("glDrawElementsInstancedBaseInstance 4 6 0x1405 null 1 0"),
+        std::string("glBindVertexArray 0"), std::string("glBindFramebuffer 0x8d40 8")}) {
+    calls.push_back(call);
+  }
+  return calls;
+}
+
+Calls operator+(Calls a, const Calls& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+const Calls make_texture{"glGenTextures 1",
+                         "glBindTexture 0xde1 1",
+                         "glTexImage2D 0xde1 0 0x8814 32 24 0 0x1908 0x1406 null",
+                         "glTexParameteri 0xde1 0x813c 0",
+                         "glTexParameteri 0xde1 0x813d 0",
+                         "glTexParameteri 0xde1 0x2801 0x2600",
+                         "glBindTexture 0xde1 0",
+                         "glGenFramebuffers 1",
+                         "glBindFramebuffer 0x8d40 2",
+                         "glFramebufferTexture2D 0x8d40 0x8ce0 0xde1 1 0",
+                         "glDrawBuffers 1 [0x8ce0]",
+                         "glBindFramebuffer 0x8d40 8"};
+
+TEST(Plan, MakesScratchTexturesOnceAndDrawsInThisOrder) {
+  programs::start();
+  scratch_sampler(0);
+  EXPECT_EQ(run_two_passes(), 1);
+  EXPECT_EQ(fake_egl::take_calls(),
+            make_texture + draw("2", "32 24", {"glProgramUniform1fv 14 0 1 [0.5]"}, "501", "51") +
+                draw("600", "64 48", {}, "1", "0"));
+  scratch_sampler(9);
+  EXPECT_EQ(run_two_passes(), 1);
+  EXPECT_EQ(fake_egl::take_calls(), draw("2", "32 24", {}, "501", "51") + draw("600", "64 48", {}, "1", "9"));
+  scratch_cap(0);
+  EXPECT_EQ(run_two_passes(), 1);
+  scratch_cap(536870912);
+  scratch_sampler(0);
+  const Calls calls = fake_egl::take_calls();
+  EXPECT_EQ(Calls(calls.end() - 2, calls.end()),
+            (Calls{"glDeleteFramebuffers 1 [2]", "glDeleteTextures 1 [1]"}));
+  EXPECT_EQ(fake_egl::alive("texture") + fake_egl::alive("framebuffer"), 0U);
+  EXPECT_TRUE(fake_egl::misuse().empty());
+}
+
+TEST(Plan, SizesAndSlots) {
+  const Tex image{1, 2, 3, 40, 30};
+  Plan plan(std::vector{image, image, Tex{4, 5, 6, 20, 10}});
+  EXPECT_EQ(plan.input(5), 5);
+  const int inherits = plan.pass("a", 2, {U3("u", 1, 2, 3)}, {{"u_x", 1}}, 0, 7);
+  EXPECT_EQ(inherits, 3);
+  EXPECT_EQ(plan.w(3), 20);
+  EXPECT_EQ(plan.h(3), 10);
+  const int no_input = plan.pass("a", -1, {}, {{"u_x", 1}}, 0, 7);
+  EXPECT_EQ(plan.w(no_input), 0);
+  EXPECT_EQ(plan.h(no_input), 7);
+  using Textures = std::vector<std::pair<std::string, int32_t>>;
+  EXPECT_EQ(plan.passes[0].textures, (Textures{{"u_image", 2}, {"u_x", 1}}));
+  EXPECT_EQ(plan.passes[1].textures, (Textures{{"u_x", 1}}));
+  const Uni& uni = plan.passes[0].unis[0];
+  EXPECT_EQ(uni.n, 3);
+  EXPECT_EQ(std::vector<float>(uni.v, uni.v + 4), (std::vector<float>{1, 2, 3, 0}));
+}
+
+TEST(Plan, BadPlansAreRefusedBeforeAnyCall) {
+  programs::start();
+  fake_egl::make_current(fake_egl::fresh_context());
+  ASSERT_TRUE(qv::gpu::gl::load(nullptr));
+  program_set("unregistered.frag", {999, 1, 4, 6, {}});
+  const int huge = std::numeric_limits<int>::max();
+  struct Bad {
+    const char* what;
+    int out;
+    Tex target;
+    int result;
+    void (*add)(Plan&);
+  };
+  const Bad rows[] = {
+      {"no such slot", 3, programs::target(), -1, [](Plan&) {}},
+      {"a negative slot", -1, programs::target(), -1, [](Plan&) {}},
+      {"an input as output", 0, programs::target(), 0, [](Plan&) {}},
+      {"a target of another width", 1, programs::target(63), -1, [](Plan&) {}},
+      {"a target of another height", 1, programs::target(64, 49), -1, [](Plan&) {}},
+      {"no program", 1, programs::target(), -1, [](Plan& p) { p.pass("none.frag", 0, {}, {}, 1, 1); }},
+      {"a program not registered", 1, programs::target(), -1,
+       [](Plan& p) { p.pass("unregistered.frag", 0, {}, {}, 1, 1); }},
+      {"an input beyond the slots", 1, programs::target(), -1,
+       [](Plan& p) { p.pass("copy.frag", 9, {}, {}, 0, 0); }},
+      {"a texture beyond the slots", 1, programs::target(), -1,
+       [](Plan& p) {
+         p.pass("copy.frag", 0, {}, {{"u_absent", 3}}, 1, 1);
+       }},
+      {"a negative texture", 1, programs::target(), -1,
+       [](Plan& p) {
+         p.pass("copy.frag", 0, {}, {{"u_blur", -1}}, 1, 1);
+       }},
+      {"no height", 1, programs::target(), -1, [](Plan& p) { p.pass("copy.frag", 0, {}, {}, 5, 0); }},
+      {"no width", 1, programs::target(), -1, [](Plan& p) { p.pass("copy.frag", -1, {}, {}, 0, 5); }},
+      {"a size beyond 64 bits", 1, programs::target(), -1,
+       [](Plan& p) { p.pass("copy.frag", 0, {}, {}, huge, huge); }},
+  };
+  const uint64_t runs = stats().runs;
+  for (const Bad& row : rows) {
+    Plan plan({programs::inputs.data(), 1});
+    plan.pass("copy.frag", 0, {}, {}, 0, 0);
+    row.add(plan);
+    EXPECT_EQ(plan.run(row.out, row.target, 0), row.result) << row.what;
+  }
+  EXPECT_TRUE(fake_egl::take_calls().empty());
+  EXPECT_EQ(stats().runs, runs);
+}
+
+TEST(Plan, LeavesOutWhatAProgramLacksAndBindsSixteenTextures) {
+  programs::start();
+  Prog many{1, 700, 4, 6, {}};
+  std::vector<std::pair<std::string, int>> textures;
+  for (int unit = 0; unit < 17; ++unit) {
+    many.samplers.emplace_back("u_" + std::to_string(unit), unit);
+    textures.emplace_back("u_" + std::to_string(unit), 0);
+  }
+  program_set("many.frag", many);
+  qv::gpu::program_add(1, "u_matrix", {60, 5, 9});
+  Plan plan({programs::inputs.data(), 1});
+  // Left out: a name and a sampler that are not there, two components for one, a vector for a matrix.
+  const std::vector<Uni> unis{U("u_absent", 1), U2("u_size", 1, 2), U4("u_matrix", 1, 2, 3, 4), U("u_n", 5)};
+  const int out = plan.pass("many.frag", 0, unis, textures, 0, 0);
+  EXPECT_EQ(plan.run(out, programs::target(), 0), 1);
+  const Calls calls = fake_egl::take_calls();
+  const auto count = [&](std::string_view start) {
+    return std::count_if(calls.begin(), calls.end(),
+                         [&](const auto& call) { return call.rfind(start, 0) == 0; });
+  };
+  EXPECT_EQ(count("glProgramUniform"), 1);
+  EXPECT_EQ(count("glProgramUniform1fv 1 10 1 [5]"), 1);
+  EXPECT_EQ(count("glBindTexture 0xde1 501"), 16);
+  EXPECT_EQ(count("glActiveTexture 0x84cf"), 1);
+  EXPECT_EQ(count("glActiveTexture 0x84d0"), 0);
+}
+
+TEST(Plan, EveryMissingEntryPointRefusesTheContextUntilOneHasThemAll) {
+  for (const char* name :
+       {"glGenTextures", "glDeleteTextures", "glTexImage2D", "glTexParameteri", "glGenFramebuffers",
+        "glDeleteFramebuffers", "glFramebufferTexture2D", "glDrawBuffers"}) {
+    programs::start();
+    void* const whole = qv::gpu::gl::current_context();
+    EXPECT_EQ(run_two_passes(), 1);
+    fake_egl::make_current(fake_egl::fresh_context());
+    EXPECT_EQ(run_two_passes(), -2) << "not loaded for this context";
+    ASSERT_TRUE(qv::gpu::gl::load(nullptr));
+    fake_egl::hide(name);
+    fake_egl::take_calls();
+    EXPECT_EQ(run_two_passes(), -2) << name;
+    EXPECT_TRUE(fake_egl::take_calls().empty());
+    // The context from before still has its textures.
+    fake_egl::make_current(whole);
+    ASSERT_TRUE(qv::gpu::gl::load(nullptr));
+    const uint64_t created = stats().created;
+    EXPECT_EQ(run_two_passes(), 1);
+    EXPECT_EQ(stats().created, created);
+  }
+}
+
+// Lost after any number of calls, or refused any object: -2, and every texture is accounted for.
+TEST(Plan, FailuresOnTheWayLeaveNamesAndBytesInBalance) {
+  const auto run_three = [] {
+    Plan plan({programs::inputs.data(), 1});
+    const int a = plan.pass("copy.frag", 0, {}, {}, 32, 24);
+    const int b = plan.pass("copy.frag", a, {}, {}, 16, 12);
+    const int c = plan.pass("copy.frag", b, {}, {{"u_blur", a}}, 64, 48);
+    return plan.run(c, programs::target(), 0);
+  };
+  const auto expect_balance = [](const std::string& when) {
+    EXPECT_EQ(stats().in_use, 0U) << when;
+    EXPECT_EQ(stats().pooled, fake_egl::texture_bytes()) << when;
+    EXPECT_EQ(fake_egl::alive("texture"), fake_egl::alive("framebuffer")) << when;
+    EXPECT_TRUE(fake_egl::misuse().empty()) << when;
+  };
+  for (int n = 1; n <= 4; ++n) {
+    programs::start();
+    fake_egl::fail_object(n);
+    EXPECT_EQ(run_three(), -2) << n;
+    expect_balance("object " + std::to_string(n));
+    EXPECT_EQ(run_three(), 1) << n;
+    expect_balance("after object " + std::to_string(n));
+  }
+  int refused = 0;
+  // The three draws make 11, 11 and 14 calls.
+  for (int n = 1; n <= 36; ++n) {
+    programs::start();
+    void* const context = qv::gpu::gl::current_context();
+    EXPECT_EQ(run_three(), 1);
+    const uint64_t evicted = stats().evicted;
+    fake_egl::switch_context_after(n, fake_egl::fresh_context());
+    scratch_cap(0);
+    const int result = run_three();
+    scratch_cap(536870912);
+    refused += result == -2;
+    scratch_trim(0);
+    EXPECT_EQ(stats().evicted, evicted) << "deleted under the filter context only";
+    EXPECT_EQ(stats().pooled, 16U * (32 * 24 + 16 * 12));
+    fake_egl::make_current(context);
+    expect_balance("lost after " + std::to_string(n));
+  }
+  EXPECT_EQ(refused, 22) << "lost before the last draw";
+}
+
+}  // namespace
