@@ -1,5 +1,7 @@
 #include <qv/anim/curve.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <optional>
 #include <utility>
@@ -10,6 +12,9 @@ namespace {
 
 // Stands in for a time step of 0 wherever slopes divide by one.
 constexpr double least_step = 1e-9;
+
+// Enough that most slots hold no key or one, and a look at the slot replaces the search.
+constexpr std::size_t slots_per_key = 4;
 
 double step_between(const std::vector<double>& x, std::size_t from, std::size_t to) {
   const double step = x[to] - x[from];
@@ -146,9 +151,40 @@ Curve::Curve(std::vector<Key> keys, bool extrapolate) : keys_(std::move(keys)), 
     times_.push_back(key.time);
   }
   slopes(keys_, in_slopes_, out_slopes_);
-  for (std::size_t segments = keys_.empty() ? 0 : keys_.size() - 1; segments > 1; segments -= segments / 2) {
-    ++halvings_;
+  index_times();
+}
+
+// Divides the time between the ends into equal slots and notes the segments that each can lie in. A
+// slot number never falls as times rise, rounding included, so keys of lower slots lie before every
+// time of a slot, and keys of higher ones after: with ascending keys, searching what is noted finds
+// what searching everything finds. Otherwise there is one slot, with every segment.
+void Curve::index_times() {
+  const std::size_t n = times_.size();
+  if (n < 2) {
+    return;
   }
+  bool ascending = true;
+  for (std::size_t i = 1; i < n; ++i) {
+    ascending = ascending && times_[i - 1] < times_[i];
+  }
+  const std::size_t slots = ascending ? slots_per_key * n : 1;
+  const double per_time = static_cast<double>(slots) / (times_.back() - times_.front());
+  slots_per_time_ = std::isfinite(per_time) ? per_time : 0;
+  last_slot_ = static_cast<double>(slots - 1);
+  first_segments_.assign(slots + 1, n - 2);
+  std::size_t below = 0;
+  for (std::size_t slot = 0; slot < slots; ++slot) {
+    while (below < n && slot_of(times_[below]) < slot) {
+      ++below;
+    }
+    first_segments_[slot] = below > 0 ? std::min(below - 1, n - 2) : 0;
+  }
+}
+
+// The slot of a time, 0 for NaN: std::max and std::min keep their first argument then.
+std::size_t Curve::slot_of(double t) const {
+  const double place = (t - times_.front()) * slots_per_time_;
+  return static_cast<std::size_t>(std::min(std::max(0.0, place), last_slot_));
 }
 
 double Curve::beyond_ends(double t) const {
@@ -168,16 +204,13 @@ double Curve::value(double t) const {
   if (n < 2 || t <= times_.front() || t >= times_.back()) {
     return beyond_ends(t);
   }
-  // Halve the range of segments [lo, lo + count), always at its middle: with keys out of order or NaN
-  // the answer depends on which times are compared, so no other search will do. Going on when one
-  // segment is left changes nothing, and a fixed number of steps leaves the processor no branch to guess.
-  std::size_t lo = 0;
-  std::size_t count = n - 1;
-  for (int i = 0; i < halvings_; ++i) {
-    const std::size_t half = count / 2;
-    const bool right = t >= times_[lo + half];
-    lo += right ? half : 0;
-    count = right ? count - half : half;
+  // Always compare the middle: where keys are out of order or NaN, which times are compared decides.
+  const std::size_t slot = slot_of(t);
+  std::size_t lo = first_segments_[slot];
+  std::size_t end = first_segments_[slot + 1] + 1;
+  while (end - lo > 1) {
+    const std::size_t mid = (lo + end) / 2;
+    (t >= times_[mid] ? lo : end) = mid;
   }
   const Key& from = keys_[lo];
   if (from.kind == 0) {

@@ -1,0 +1,8 @@
+#include "bench/nodes/topics.h"
+
+int main(int argc, char** argv) {
+  bench::Report report("nodes", argc, argv);
+  measure_curves(report);
+  measure_transforms(report);
+  return report.finish();
+}
