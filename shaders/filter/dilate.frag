@@ -17,9 +17,9 @@ void main() {
   int n = whole(u_n, most);  // farther away there is only the edge pixel again
   float turn = u_max > 0.5 ? 1.0 : -1.0;
 
-  vec4 inner = turn * texelFetch(u_image, centre, 0);
-  int to = min(n, most - at);
-  for (int k = max(-n, -at); k <= to; ++k) inner = max(inner, turn * texelFetch(u_image, centre + k * one, 0));
+  int k = max(-n, -at), to = min(n, most - at);
+  vec4 inner = turn * texelFetch(u_image, centre + k * one, 0);
+  while (++k <= to) inner = max(inner, turn * texelFetch(u_image, centre + k * one, 0));
   vec4 result = inner;
   if (u_frac > 0.0) {
     vec4 ring = max(turn * read(u_image, centre - (n + 1) * one), turn * read(u_image, centre + (n + 1) * one));

@@ -38,40 +38,36 @@ vec4 sum_of_prefixes(int from, int to, int y) {
     total -= before;
     subtracted += abs(before);
   }
-  for (int x = start + tile - 1; x < to; x += tile) total += texelFetch(u_prefix, ivec2(x, y), 0);
+  int x = start + tile - 1;
+  if (x < to) {
+    do {
+      total += texelFetch(u_prefix, ivec2(x, y), 0);
+      x += tile;
+    } while (x < to);
+  }
   return total;
 }
 
-// The covered sum of row y: m pixels to each side, the last of them by the part `cover`. What lies
-// beyond the border is the edge pixel, which the clamped read of the end has at hand.
-vec4 row(int y, int m, float cover, bool direct) {
+// The covered sum of row y: m pixels to each side, the last of them by the part `cover`, the others
+// by `inner`. What lies beyond the border is the edge pixel, which the held read of the end has at hand.
+vec4 row(int y, int m, float inner, float cover, bool direct) {
   y = clamp(y, 0, border.y);
   int from = max(centre.x - m + 1, 0), to = min(centre.x + m - 1, border.x);
   float left = cover + float(from - (centre.x - m + 1)), right = cover + float(centre.x + m - 1 - to);
   vec4 ends = left * pixel(max(centre.x - m, 0), y) + right * pixel(min(centre.x + m, border.x), y);
-  return ends + (direct ? sum_of_pixels(from, to, y) : sum_of_prefixes(from, to, y));
+  return ends + inner * (direct ? sum_of_pixels(from, to, y) : sum_of_prefixes(from, to, y));
 }
 
 vec4 disc(vec2 radius, bool direct) {
   vec4 total = vec4(0.0);
   float weights = 0.0, steep = 1.0 / radius.y;
   int rows = int(ceil(radius.y)) - 1;
-  for (int dy = 0; dy <= rows; ++dy) {
+  for (int dy = -rows; dy <= rows; ++dy) {
     float t = float(dy) * steep;
     float h = radius.x * sqrt(max(1.0 - t * t, 0.0));
-    float twice = dy == 0 ? 1.0 : 2.0;
-    vec4 sum;
-    if (h > 0.5) {
-      int m = int(ceil(h - 0.5));
-      float cover = h + 0.5 - float(m);
-      sum = row(centre.y - dy, m, cover, direct);
-      if (dy > 0) sum += row(centre.y + dy, m, cover, direct);
-    } else {
-      sum = 2.0 * h * pixel(centre.x, max(centre.y - dy, 0));
-      if (dy > 0) sum += 2.0 * h * pixel(centre.x, min(centre.y + dy, border.y));
-    }
-    total += sum;
-    weights += twice * 2.0 * h;
+    float m = max(ceil(h - 0.5), 1.0);
+    total += row(centre.y + dy, int(m), min(2.0 * h, 1.0), max(h + 0.5 - m, 0.0), direct);
+    weights += 2.0 * h;
   }
   return total / weights;
 }

@@ -4,7 +4,8 @@
 //            1  triangle of half width s               1 - t
 //            2  quadratic B-spline of half width 1.5 s 1 - 4/3 t^2 up to t = 1/2, then 2/3 (3/2 - t)^2
 //            3  Gaussian of sigma s / 2, cut at 1.5 s  exp(-2 t^2)
-// The pieces are polynomials and one recurrence, so that no tap pays for a division or a power.
+// All are polynomials in k, or a power of one, so one loop without a division serves them all: a
+// loop for each would read pixels in vain on hardware that runs both sides of a branch.
 
 uniform float u_size;
 uniform float u_radius;
@@ -13,43 +14,33 @@ uniform float u_filter;
 // The program's own: takes the two pixels at distance k, which weigh the same.
 void tap(int k, float weight);
 
-void polynomial(int first, int final, vec3 c) {
-  for (int k = first; k <= final; ++k) tap(k, c.x + float(k) * (c.y + float(k) * c.z));
-}
-
-// exp2(g k^2) from its ratio d to the weight before, which itself grows by q. Rounding builds up
-// with the square of the steps, so every sixteenth weight is computed afresh.
-void gaussian(int final, float g) {
-  float q = exp2(2.0 * g);
-  for (int start = 1; start <= final; start += 16) {
-    float w = exp2(g * float(start * start));
-    float d = exp2(g * float(2 * start + 1));
-    int stop = min(start + 15, final);
-    for (int k = start; k <= stop; ++k) {
-      tap(k, w);
-      w *= d;
-      d *= q;
-    }
-  }
-}
-
 // Calls tap for k = 1, 2, ... as far as the kernel weighs anything: a weight of 0 would still carry
 // a NaN from a pixel that the kernel does not reach.
 void sweep() {
-  float s = u_size, i = 1.0 / u_size;
+  float s = u_size, i = 1.0 / s;
+  float reach = u_radius, bend = 4096.0;
+  bool power = false;
+  vec3 near, far = vec3(0.0);
   if (u_filter == 0.0) {
-    int r = whole(u_radius, 4096);
-    float end = min(s * 0.5 + 0.5 - float(r), 1.0);
-    polynomial(1, r - 1, vec3(1.0, 0.0, 0.0));
-    if (r > 0 && end > 0.0) tap(r, end);
+    near = vec3(s * 0.5 + 0.5, -1.0, 0.0);
+    reach = min(reach, ceil(near.x) - 1.0);
   } else if (u_filter == 1.0) {
-    polynomial(1, whole(min(u_radius, ceil(s) - 1.0), 4096), vec3(1.0, -i, 0.0));
+    near = vec3(1.0, -i, 0.0);
+    reach = min(reach, ceil(s) - 1.0);
   } else if (u_filter == 2.0) {
-    int r = whole(min(u_radius, ceil(1.5 * s) - 1.0), 4096);
-    int bend = whole(0.5 * s, r);
-    polynomial(1, bend, vec3(1.0, 0.0, -4.0 / 3.0 * i * i));
-    polynomial(bend + 1, r, vec3(1.5, -2.0 * i, 2.0 / 3.0 * i * i));
+    near = vec3(1.0, 0.0, -4.0 / 3.0 * i * i);
+    far = vec3(1.5, -2.0 * i, 2.0 / 3.0 * i * i);
+    bend = 0.5 * s;
+    reach = min(reach, ceil(1.5 * s) - 1.0);
   } else {
-    gaussian(whole(u_radius, 4096), -2.0 * 1.44269504 * i * i);
+    near = vec3(0.0, 0.0, -2.0 * 1.44269504 * i * i);
+    power = true;
+  }
+  int r = whole(reach, 4096);
+  for (int n = 1; n <= r; ++n) {
+    float k = float(n);
+    vec3 c = k <= bend ? near : far;
+    float w = c.x + k * (c.y + k * c.z);
+    tap(n, power ? exp2(w) : min(w, 1.0));
   }
 }
