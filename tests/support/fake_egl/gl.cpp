@@ -5,8 +5,8 @@ namespace fake_egl {
 namespace {
 
 // What is bound under the current context; enough of GL to know which texture an image belongs to.
-unsigned bound_texture = 0;
-unsigned bound_framebuffer = 0;
+thread_local unsigned bound_texture = 0;
+thread_local unsigned bound_framebuffer = 0;
 
 void BindFramebuffer(unsigned target, unsigned name) {
   log("glBindFramebuffer", target, name);
