@@ -2,8 +2,6 @@
 
 #include <qv/xform/matrix.h>
 
-#include <cstdint>
-
 extern "C" {
 void dgesv_();
 void cblas_dgemm();
@@ -11,13 +9,10 @@ void cblas_dgemv();
 void dgetrf_();
 }
 
-template <class Routine>
-std::uint64_t address_of(Routine* routine) {
-  return reinterpret_cast<std::uintptr_t>(routine);
-}
-
 // Installs OpenBLAS's routines, as a host does once.
 inline bool install_routines() {
-  return qv::xform::set_blas(address_of(dgesv_), address_of(cblas_dgemm), address_of(cblas_dgemv),
-                             address_of(dgetrf_));
+  const auto address = [](auto* routine) {
+    return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(routine));
+  };
+  return qv::xform::set_blas(address(dgesv_), address(cblas_dgemm), address(cblas_dgemv), address(dgetrf_));
 }
