@@ -19,6 +19,7 @@ struct OutputFile {
   std::string compression;         // the format's own name for it ("zip", "dwaa", ...); "" its default
   bool srgb = false;               // encode colour with the sRGB curve
   bool alpha = true;               // write alpha; otherwise RGB alone
+  bool overscan = false;           // keep pixels outside the format, where the file type can
 };
 
 // One image to be encoded. Takes shared ownership of the pixels: premultiplied RGBA float, rows top
@@ -43,7 +44,7 @@ struct WriteResult {
 // Encodes on a thread of its own, in the order of submission. A file appears whole or not at all: it
 // is written under a temporary name in the same folder ("." + name + ".<pid>.part"), flushed and
 // renamed. Missing folders are made. `done` is called on the writer's thread, once a job.
-// put and finish from one thread. Destruction finishes what was put.
+// put from one thread at a time, finish after the last put. Destruction finishes what was put.
 class ImageWriter {
  public:
   // queue_limit: jobs held at most, the one being encoded included; threads: for the encoders, 0 all.

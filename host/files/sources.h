@@ -1,12 +1,12 @@
 #pragma once
 
 #include "host/extent.h"
+#include "host/files/headers.h"
 
 #include <cstdint>
-#include <map>
 #include <memory>
+#include <span>
 #include <string>
-#include <vector>
 
 namespace host::files {
 
@@ -18,27 +18,13 @@ struct Source {
   bool operator<(const Source& other) const {
     return path != other.path ? path < other.path : layer < other.layer;
   }
+  bool operator==(const Source&) const = default;
 };
 
-// What a file says of itself before its pixels are read. A file that cannot be opened has `error`
-// set and nothing else.
-struct Header {
-  std::string error;
-  Extent extent;                    // y up; of the first subimage
-  std::vector<std::string> layers;  // names usable as Source::layer, "" for the main image first
-  bool plain = false;               // one subimage of R, G, B, A that fills its display window
-  int64_t size = 0;                 // bytes
-  int64_t mtime_ns = 0;             // last written, nanoseconds since 1970 UTC
-};
-
-// Headers by path, read once a path. Externally synchronised; a lookup of a known path costs a map
-// search, of a new one an open of the file.
-class Headers {
- public:
-  const Header& get(const std::string& path);
-
- private:
-  std::map<std::string, Header> known_;
+// A source that will be taken `distance` frames from now; 0 is the frame being rendered.
+struct Wanted {
+  Source source;
+  int distance = 0;
 };
 
 // Decoded pixels: RGBA float, premultiplied as the file has them, rows top to bottom, of the whole
@@ -48,27 +34,34 @@ struct Pixels {
   std::shared_ptr<const float[]> rgba;
 };
 
+// What the decoder has done. `decode_ms` sums over its threads.
+struct DecoderStats {
+  int64_t files = 0;
+  double decode_ms = 0;
+};
+
 // Decodes sources in the background ahead of need. Plain files go through the decode scheduler,
-// layered ones through the layer reader, anything else through the general reader.
-// All calls from one thread. Bounded: at most `ahead_limit` decoded or queued files are held.
+// layered ones through the layer reader, all wanted layers of a file in one go, anything else through
+// the general reader. All calls from one thread.
+// Bounded: sources decoded or being decoded hold at most `ahead_bytes`, or are as few as there are
+// threads; the others wait their turn.
 class Decoder {
  public:
-  Decoder(Headers& headers, int threads, int ahead_limit);
+  // threads: decodes at once, at least 1. `headers` outlives the decoder.
+  Decoder(Headers& headers, int threads, uint64_t ahead_bytes);
   ~Decoder();
   Decoder(const Decoder&) = delete;
   Decoder& operator=(const Decoder&) = delete;
 
-  // Says that a source is wanted `distance` frames from now; 0 is the frame being rendered, which
-  // goes first. Asking again with a smaller distance makes a queued decode more urgent. False when
-  // the queue is full: ask again at the next frame.
-  bool ahead(const Source& source, int distance);
+  // Replaces the list of what will be taken: new sources are queued, those wanted sooner become more
+  // urgent, those no longer listed are dropped. Sources that cannot be read are passed over.
+  void want(std::span<const Wanted> list);
 
   // The pixels, waiting for a decode under way or decoding now. The decoder keeps no copy. Throws
-  // std::runtime_error that names the path.
+  // std::runtime_error that names the path, and the layer when it is that which is missing.
   Pixels take(const Source& source);
 
-  // Drops every decode that no frame will take.
-  void clear();
+  DecoderStats stats() const;
 
  private:
   struct State;

@@ -26,8 +26,9 @@ struct Program {
 };
 
 // Fragment programs by file name ("merge.frag"), compiled at first use and kept. The name alone
-// decides, whichever folder of shaders/ holds it. A #include "name.glsl" line is replaced by the
-// file of that name, once a program, wherever it lies in the same tree.
+// decides, whichever folder of shaders/ holds it. A #include "name.glsl" line is replaced by the file
+// of that name, once a program: of several, that in the folder of the including file, else that in
+// the root.
 // GL thread only; destruction deletes the programs and forgets them in the library's registries.
 class ShaderLibrary {
  public:

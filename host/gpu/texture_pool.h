@@ -8,13 +8,14 @@
 namespace host::gpu {
 
 // Image textures, reused by exact size so that a frame after the first makes no new ones. A texture
-// taken from the pool comes back by itself when its last TexturePtr goes; idle ones are kept up to a
-// limit, the longest idle leave first. Contents are undefined when taken.
+// taken from the pool comes back by itself when its last TexturePtr goes; idle ones are kept while
+// all together stay within a limit, the longest idle leave first. Contents are undefined when taken.
 // GL thread only; outlived by no texture: the pool's state lives on until the last one is back.
 class TexturePool {
  public:
-  // idle_limit: bytes of idle textures to keep; max_size: the context's GL_MAX_TEXTURE_SIZE.
-  TexturePool(uint64_t idle_limit, int max_size);
+  // limit: bytes of textures in use and idle beyond which no idle one is kept; max_size: the
+  // context's GL_MAX_TEXTURE_SIZE.
+  TexturePool(uint64_t limit, int max_size);
 
   // A texture of exactly this size, at least 1 x 1. Throws std::runtime_error that names the size
   // and the limit when the context cannot have one.
@@ -26,6 +27,9 @@ class TexturePool {
   uint64_t bytes_in_use() const;
   uint64_t bytes_idle() const;
   uint64_t created() const;  // GL textures made since the start: flat in a steady state
+
+  // The GL sampler of its textures: nearest, edges clamped.
+  uint32_t sampler() const;
 
  private:
   struct State;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "host/nodes/node.h"
+#include "host/render/frame_error.h"
 #include "host/shot/composition.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace host::render {
@@ -12,9 +14,8 @@ namespace host::render {
 struct Instance {
   int node = 0;  // position in the composition
   int64_t frame = 0;
-  std::vector<int> reads;    // instances, in the order of Operation::reads; -1: not connected
-  bool varies = false;       // its own part of the key may differ at the next frame
-  bool read_across = false;  // reached through a node that reads other frames: wanted again later
+  std::vector<int> reads;  // instances, in the order of Operation::reads; -1: not connected
+  bool varies = false;     // its own part of the key may differ at another frame
 };
 
 // All (node, frame) pairs that one frame needs, each once, upstream first. Two frames of one
@@ -22,19 +23,19 @@ struct Instance {
 struct FrameGraph {
   int64_t frame = 0;
   std::vector<Instance> instances;
-  std::vector<int> outputs;  // instances, one an output of the composition, in its order
+  std::vector<int> outputs;  // instances, one an output asked for, in the order given
 
-  // True when the instances read each other in the same way, whatever nodes and frames they are.
+  // True when the same nodes read each other in the same way, at whatever frames.
   bool same_shape(const FrameGraph& other) const;
 };
 
-// The graph for these outputs (positions in the composition) at a frame. Throws std::runtime_error
-// when a chain of time nodes would need more than 100,000 instances.
+// The graph for these outputs (positions in the composition) at a frame. Throws FrameError, also
+// when time nodes would need more than 100,000 instances.
 FrameGraph frame_graph(const shot::Composition& composition, const std::vector<int>& outputs, int64_t frame,
                        const nodes::Project& project);
 
 // The cache key of an instance, from what its node says and the keys of what it reads (-1: not
-// connected). Never negative.
+// connected). Never negative. Throws FrameError.
 int64_t instance_key(const shot::Composition& composition, const Instance& instance,
                      const std::vector<int64_t>& read_keys, const nodes::Project& project);
 

@@ -2,6 +2,7 @@
 
 #include "host/extent.h"
 #include "host/gpu/gpu_context.h"
+#include "host/render/frame_error.h"
 #include "host/render/progress.h"
 #include "host/render/stats.h"
 #include "host/shot/composition.h"
@@ -9,23 +10,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace host::render {
-
-// A frame that failed; the text has file, node and frame in front of what went wrong.
-class FrameError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-// A single image needs more than the whole memory budget.
-class MemoryLimit : public FrameError {
- public:
-  using FrameError::FrameError;
-};
 
 enum class Existing { overwrite, skip, refuse };
 
@@ -56,6 +44,7 @@ struct HostImage {
 // GL thread only. Every queue is bounded: memory does not grow with the number of frames.
 class Renderer {
  public:
+  // Throws ShaderError, or std::runtime_error when the context lacks what the transfer ring needs.
   Renderer(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context);
   ~Renderer();
   Renderer(const Renderer&) = delete;
@@ -65,13 +54,14 @@ class Renderer {
   // only what makes every frame impossible: ShaderError.
   Outcome run(Progress& progress);
 
-  // One node's image at one frame, for tests and for looking at. Throws FrameError.
+  // One node's image at one frame, for tests and for looking at; its whole window. Throws FrameError.
   HostImage image(int node, int64_t frame);
 
   const Stats& stats() const;
 
- private:
   struct State;
+
+ private:
   std::unique_ptr<State> state_;
 };
 

@@ -13,6 +13,7 @@ struct Stats {
   double wall_ms = 0;
   double start_ms = 0;        // context, shaders, composition
   double wait_decode_ms = 0;  // the render thread waiting for pixels
+  double decode_ms = 0;       // on the decoders' threads
   double upload_ms = 0;
   double gpu_ms = 0;         // issuing draws, on a software device the drawing itself
   double read_back_ms = 0;   // waiting for the transfer ring

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "host/files/headers.h"
+#include "host/files/sources.h"
+
+#include <string>
+#include <vector>
+
+namespace host::files {
+
+// Reads layers of one file, all in one go, through the layer reader where `layered` says that the
+// file has several, else through the general reader. One result a layer, in their order. Throws
+// std::runtime_error that names the path. Thread-safe.
+std::vector<Pixels> read_layers(const std::string& path, const std::vector<Layer>& layers, bool layered,
+                                int threads);
+
+// Room for the pixels of a window, RGBA float, not initialised. Throws std::bad_alloc.
+std::shared_ptr<float[]> pixel_buffer(const Box& window);
+
+}  // namespace host::files

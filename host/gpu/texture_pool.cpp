@@ -1,0 +1,186 @@
+#include "host/gpu/texture_pool.h"
+
+#include "host/gpu/gl_functions.h"
+
+#include <algorithm>
+#include <list>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace host::gpu {
+namespace {
+
+uint64_t next_id() {
+  static uint64_t last = 0;
+  return ++last;
+}
+
+uint32_t make_sampler(bool linear) {
+  uint32_t sampler = 0;
+  gl.GenSamplers(1, &sampler);
+  const int filter = linear ? GL_LINEAR : GL_NEAREST;
+  gl.SamplerParameteri(sampler, GL_TEXTURE_MIN_FILTER, filter);
+  gl.SamplerParameteri(sampler, GL_TEXTURE_MAG_FILTER, filter);
+  for (const GLenum axis : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R}) {
+    gl.SamplerParameteri(sampler, axis, GL_CLAMP_TO_EDGE);
+  }
+  return sampler;
+}
+
+void delete_texture(const Texture& texture) {
+  if (texture.framebuffer) gl.DeleteFramebuffers(1, &texture.framebuffer);
+  gl.DeleteTextures(1, &texture.name);
+}
+
+// An error that earlier calls left would be taken for this one's.
+void forget_errors() {
+  for (int i = 0; i < 100 && gl.GetError() != GL_NO_ERROR; ++i) {
+  }
+}
+
+std::string size_text(int64_t width, int64_t height) {
+  return std::to_string(width) + " x " + std::to_string(height);
+}
+
+Texture make_texture(int width, int height, uint32_t sampler) {
+  Texture texture;
+  texture.target = GL_TEXTURE_2D;
+  texture.sampler = sampler;
+  texture.width = width;
+  texture.height = height;
+  forget_errors();
+  gl.GenTextures(1, &texture.name);
+  gl.BindTexture(GL_TEXTURE_2D, texture.name);
+  gl.TexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, width, height);
+  const GLenum error = gl.GetError();
+  gl.BindTexture(GL_TEXTURE_2D, 0);
+  gl.GenFramebuffers(1, &texture.framebuffer);
+  gl.BindFramebuffer(GL_FRAMEBUFFER, texture.framebuffer);
+  gl.FramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture.name, 0);
+  const bool whole = gl.CheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+  gl.BindFramebuffer(GL_FRAMEBUFFER, 0);
+  if (error == GL_NO_ERROR && whole) return texture;
+  delete_texture(texture);
+  throw std::runtime_error("the device has no room for an image of " + size_text(width, height) + " pixels");
+}
+
+}  // namespace
+
+// Shared by the pool and every texture that is out, so that the last to go cleans up.
+struct TexturePool::State : std::enable_shared_from_this<TexturePool::State> {
+  uint64_t limit = 0;
+  int max_size = 0;
+  uint32_t sampler = 0;
+  std::list<Texture> idle;  // most recently returned in front
+  uint64_t in_use = 0;
+  uint64_t idle_bytes = 0;
+  uint64_t created = 0;
+
+  State() = default;
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+  ~State() {
+    for (const Texture& texture : idle) delete_texture(texture);
+    gl.DeleteSamplers(1, &sampler);
+  }
+
+  Texture take(int width, int height) {
+    const auto found = std::find_if(idle.begin(), idle.end(), [&](const Texture& texture) {
+      return texture.width == width && texture.height == height;
+    });
+    if (found == idle.end()) {
+      const uint64_t wanted = uint64_t{16} * static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
+      trim(limit - std::min(limit, in_use + wanted));
+      ++created;
+      return make_texture(width, height, sampler);
+    }
+    const Texture texture = *found;
+    idle.erase(found);
+    idle_bytes -= texture.bytes();
+    return texture;
+  }
+
+  void give_back(const Texture& texture) {
+    in_use -= texture.bytes();
+    idle.push_front(texture);
+    idle_bytes += texture.bytes();
+    trim(limit - std::min(limit, in_use));
+  }
+
+  void trim(uint64_t most) {
+    while (idle_bytes > most) {
+      idle_bytes -= idle.back().bytes();
+      delete_texture(idle.back());
+      idle.pop_back();
+    }
+  }
+};
+
+TexturePool::TexturePool(uint64_t limit, int max_size) : state_(std::make_shared<State>()) {
+  state_->limit = limit;
+  state_->max_size = max_size;
+  state_->sampler = make_sampler(false);
+}
+
+TexturePtr TexturePool::acquire(int64_t width, int64_t height) {
+  if (width < 1 || height < 1 || width > state_->max_size || height > state_->max_size) {
+    throw std::runtime_error("an image of " + size_text(width, height) +
+                             " pixels: the device's textures have from 1 to " +
+                             std::to_string(state_->max_size) + " pixels a side");
+  }
+  auto texture = std::make_unique<Texture>(state_->take(static_cast<int>(width), static_cast<int>(height)));
+  texture->id = next_id();
+  state_->in_use += texture->bytes();
+  return {texture.release(), [state = state_](const Texture* returned) {
+            state->give_back(*returned);
+            delete returned;
+          }};
+}
+
+void TexturePool::trim(uint64_t idle_bytes) {
+  state_->trim(idle_bytes);
+}
+
+uint64_t TexturePool::bytes_in_use() const {
+  return state_->in_use;
+}
+
+uint64_t TexturePool::bytes_idle() const {
+  return state_->idle_bytes;
+}
+
+uint64_t TexturePool::created() const {
+  return state_->created;
+}
+
+uint32_t TexturePool::sampler() const {
+  return state_->sampler;
+}
+
+TexturePtr make_table(int width, int height, int depth, const float* rgba, bool linear) {
+  auto table = std::make_unique<Texture>();
+  table->id = next_id();
+  table->target = depth > 1 ? GL_TEXTURE_3D : GL_TEXTURE_2D;
+  table->width = width;
+  table->height = height;
+  table->depth = depth;
+  gl.GenTextures(1, &table->name);
+  gl.BindTexture(table->target, table->name);
+  if (depth > 1) {
+    gl.TexStorage3D(GL_TEXTURE_3D, 1, GL_RGBA32F, width, height, depth);
+    gl.TexSubImage3D(GL_TEXTURE_3D, 0, 0, 0, 0, width, height, depth, GL_RGBA, GL_FLOAT, rgba);
+  } else {
+    gl.TexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, width, height);
+    gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_FLOAT, rgba);
+  }
+  gl.BindTexture(table->target, 0);
+  table->sampler = make_sampler(linear);
+  return {table.release(), [](const Texture* last) {
+            gl.DeleteSamplers(1, &last->sampler);
+            delete_texture(*last);
+            delete last;
+          }};
+}
+
+}  // namespace host::gpu

@@ -1,0 +1,271 @@
+#include <qv/nodes/merge/merge.h>
+
+#include "host/files/pattern.h"
+#include "host/nodes/families.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <utility>
+
+// Where images come from and where they go.
+
+namespace host::nodes {
+namespace {
+
+enum class Edge { error, hold, loop, bounce, black };
+
+const std::vector<std::string> edge_names = {"error", "hold", "loop", "bounce", "black"};
+
+int64_t modulo(int64_t value, int64_t period) {
+  const int64_t rest = value % period;
+  return rest < 0 ? rest + period : rest;
+}
+
+// The frame of a sequence that stands for one outside it; nothing for black.
+std::optional<int64_t> edge_frame(int64_t frame, int64_t first, int64_t last, Edge edge) {
+  const int64_t length = last - first + 1;
+  switch (edge) {
+    case Edge::error:
+      return frame;
+    case Edge::hold:
+      return std::clamp(frame, first, last);
+    case Edge::loop:
+      return first + modulo(frame - first, length);
+    case Edge::bounce: {
+      const int64_t period = std::max<int64_t>(1, 2 * (length - 1));
+      const int64_t place = modulo(frame - first, period);
+      return first + std::min(place, period - place);
+    }
+    case Edge::black:
+      break;
+  }
+  return std::nullopt;
+}
+
+class Read final : public Operation {
+ public:
+  void identify(const Call& call, Identity& identity) const override {
+    const auto path = file_of(call);
+    if (!path) {
+      identity.add("black");
+      return;
+    }
+    const files::Header& header = call.project.headers->get(*path);
+    identity.add(*path);
+    identity.add(header.size);
+    identity.add(header.mtime_ns);
+  }
+
+  std::optional<files::Source> source(const Call& call) const override {
+    const auto path = file_of(call);
+    if (!path) return std::nullopt;
+    return files::Source{*path, call.knobs.text("layer")};
+  }
+
+  Extent extent(const Call& call, std::span<const Extent> /*inputs*/) const override {
+    const auto path = file_of(call);
+    if (!path) return {call.project.format, {}};
+    return scaled(layer_of(call, *path).extent, call.project.scale);
+  }
+
+  Image render(const Call& call, std::span<const Image> /*inputs*/, const Extent& extent,
+               RenderContext& context) const override {
+    const auto wanted = source(call);
+    if (!wanted) return context.make(extent);
+    const bool srgb = is_srgb(call, wanted->path);
+    const files::Pixels pixels = context.fetch(*wanted);
+    if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
+      return context.upload(extent, pixels.rgba.get());
+    }
+    const Image whole = context.upload(pixels.extent, pixels.rgba.get());
+    Image result = context.make(extent);
+    const Box& window = pixels.extent.window;
+    const Uniform uniforms[] = {
+        {"u_scale", call.project.scale},
+        {"u_srgb", srgb ? 1.0 : 0.0},
+        {"u_source", {static_cast<double>(window[0]), static_cast<double>(window[3])}}};
+    const Input images[] = {{"u_image", whole}};
+    context.draw("read.frag", result, uniforms, images);
+    return result;
+  }
+
+ private:
+  // The file of the call's frame, or nothing where the sequence is black.
+  static std::optional<std::string> file_of(const Call& call) {
+    const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
+    if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
+    if (!files::has_frame(pattern)) return pattern;
+    const auto before = static_cast<Edge>(call.knobs.choice("before"));
+    const auto after = static_cast<Edge>(call.knobs.choice("after"));
+    const int64_t first = call.knobs.integer("first");
+    const int64_t last = call.knobs.integer("last");
+    const bool given = first != 0 || last != 0;
+    if (!given && before == Edge::error && after == Edge::error)
+      return files::frame_path(pattern, call.frame);
+    const auto range = given ? std::pair(first, last) : call.project.headers->frames_on_disk(pattern);
+    if (!range) return files::frame_path(pattern, call.frame);
+    return file_in(call, pattern, *range, before, after);
+  }
+
+  static std::optional<std::string> file_in(const Call& call, const std::string& pattern,
+                                            const std::pair<int64_t, int64_t>& range, Edge before,
+                                            Edge after) {
+    const auto [first, last] = range;
+    if (first > last) {
+      throw std::runtime_error("knob \"last\": expected a frame from " + std::to_string(first) +
+                               " on, found " + std::to_string(last));
+    }
+    const bool early = call.frame < first;
+    if (!early && call.frame <= last) return files::frame_path(pattern, call.frame);
+    const Edge edge = early ? before : after;
+    if (edge == Edge::error) {
+      throw std::runtime_error(files::frame_path(pattern, call.frame) + ": the sequence has frames " +
+                               std::to_string(first) + " to " + std::to_string(last));
+    }
+    const auto frame = edge_frame(call.frame, first, last, edge);
+    if (!frame) return std::nullopt;
+    return files::frame_path(pattern, *frame);
+  }
+
+  static const files::Layer& layer_of(const Call& call, const std::string& path) {
+    const files::Header& header = call.project.headers->get(path);
+    if (!header.error.empty()) throw std::runtime_error(header.error);
+    const std::string& name = call.knobs.text("layer");
+    if (const files::Layer* layer = header.find(name)) return *layer;
+    std::string known;
+    for (const files::Layer& layer : header.layers) {
+      if (!layer.name.empty()) known += (known.empty() ? "\"" : ", \"") + layer.name + "\"";
+    }
+    throw std::runtime_error(path + ": has no layer \"" + name + "\"; it has " +
+                             (known.empty() ? "the main image alone" : known));
+  }
+
+  static bool is_srgb(const Call& call, const std::string& path) {
+    const std::string& color = call.knobs.text("color");
+    return color == "srgb" || (color == "auto" && call.project.headers->get(path).srgb);
+  }
+
+  static Extent scaled(Extent extent, double scale) {
+    if (scale == 1) return extent;
+    const auto side = [scale](int64_t value) {
+      return std::max<int64_t>(1, std::llround(static_cast<double>(value) * scale));
+    };
+    const auto down = [scale](int64_t value) {
+      return static_cast<int64_t>(std::floor(static_cast<double>(value) * scale));
+    };
+    const auto up = [scale](int64_t value) {
+      return static_cast<int64_t>(std::ceil(static_cast<double>(value) * scale));
+    };
+    const Box& window = extent.window;
+    return {{side(extent.format.width), side(extent.format.height), extent.format.pixel_aspect},
+            {down(window[0]), down(window[1]), up(window[2]), up(window[3])}};
+  }
+};
+
+NodeType read() {
+  NodeType type;
+  type.name = "read";
+  type.family = "in and out";
+  type.help = "Reads an image or a sequence of images from files.";
+  type.knobs = {
+      file("file", "Path; a sequence has #### or %04d where the frame number stands."),
+      text("layer", "", "Which layer of the file to read by name; empty: its main image."),
+      choice("color", "auto", {"auto", "linear", "srgb"}, "How colour is encoded; auto: as the file says."),
+      integer("first", 0, "First frame of the sequence; both 0: those found on disk."),
+      integer("last", 0, "Last frame of the sequence."),
+      choice("before", "error", edge_names, "What stands before the first frame."),
+      choice("after", "error", edge_names, "What stands after the last frame."),
+  };
+  type.operation = std::make_shared<Read>();
+  return type;
+}
+
+class Constant final : public Operation {
+ public:
+  Extent extent(const Call& call, std::span<const Extent> /*inputs*/) const override {
+    return {call.project.format, format_box(call.project.format)};
+  }
+
+  Image render(const Call& call, std::span<const Image> /*inputs*/, const Extent& extent,
+               RenderContext& context) const override {
+    const auto channel = [&](size_t at) { return call.knobs.number("color", at); };
+    return context.solid(extent, qv::nodes::merge::constant_color(channel(0), channel(1), channel(2),
+                                                                  channel(3), call.knobs.text("channels")));
+  }
+};
+
+NodeType constant() {
+  NodeType type;
+  type.name = "constant";
+  type.family = "in and out";
+  type.help = "One colour over the whole format.";
+  type.knobs = {
+      numbers("color", {0, 0, 0, 1}, "Red, green, blue and alpha, premultiplied."),
+      choice("channels", "rgba", {"rgba", "rgb", "alpha", "none"},
+             "Which channels get the colour; others are 0."),
+  };
+  type.operation = std::make_shared<Constant>();
+  return type;
+}
+
+class Write final : public Operation {
+ public:
+  Image render(const Call& /*call*/, std::span<const Image> inputs, const Extent& /*extent*/,
+               RenderContext& /*context*/) const override {
+    return inputs[0];
+  }
+
+  std::optional<files::OutputFile> output(const Call& call) const override {
+    using Depth = files::OutputFile::Depth;
+    files::OutputFile file;
+    const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
+    if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
+    file.path = files::frame_path(pattern, call.frame);
+    constexpr Depth depths[] = {Depth::automatic, Depth::half, Depth::float32, Depth::integer8,
+                                Depth::integer16};
+    file.depth = depths[call.knobs.choice("depth")];
+    file.compression = call.knobs.text("compression");
+    const std::string& color = call.knobs.text("color");
+    file.srgb = color == "srgb" || (color == "auto" && shown_as_stored(file.path));
+    file.alpha = call.knobs.text("channels") == "rgba";
+    file.overscan = call.knobs.flag("overscan");
+    return file;
+  }
+
+ private:
+  // File types that viewers show without a conversion.
+  static bool shown_as_stored(const std::string& path) {
+    const size_t dot = path.rfind('.');
+    return dot != std::string::npos && (path.substr(dot) == ".png" || path.substr(dot) == ".PNG");
+  }
+};
+
+NodeType write() {
+  NodeType type;
+  type.name = "write";
+  type.family = "in and out";
+  type.help = "Writes its input to a file a frame: EXR, PNG or TIFF, by the path's extension.";
+  type.inputs = {{"image", true, "What to write; it comes out unchanged."}};
+  type.knobs = {
+      file("file", "Path; #### or %04d stands for the frame number."),
+      choice("depth", "auto", {"auto", "half", "float", "8", "16"},
+             "How a channel is stored; auto: half in EXR, 8 bits in PNG, 16 in TIFF."),
+      text("compression", "", "The file type's own name for it, such as zip or dwaa; empty: its default."),
+      choice("color", "auto", {"auto", "linear", "srgb"},
+             "How colour is encoded; auto: sRGB in PNG, else linear."),
+      choice("channels", "rgba", {"rgba", "rgb"}, "Which channels to write."),
+      flag("overscan", false, "Keeps pixels outside the format, where the file type can."),
+  };
+  type.operation = std::make_shared<Write>();
+  type.writes_files = true;
+  return type;
+}
+
+}  // namespace
+
+std::vector<NodeType> in_out_family() {
+  return {read(), constant(), write()};
+}
+
+}  // namespace host::nodes

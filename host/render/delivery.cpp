@@ -1,0 +1,109 @@
+#include "host/render/delivery.h"
+
+#include <qv/transport/ring.h>
+
+#include "host/stopwatch.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace host::render {
+
+Delivery::Delivery(int threads)
+    : writer_(threads + 2, threads, [this](const files::WriteResult& result) { written(result); }) {}
+
+Delivery::~Delivery() {
+  finish();
+}
+
+Delivery::Open& Delivery::find(int64_t frame) {
+  return *std::find_if(open_.begin(), open_.end(),
+                       [frame](const Open& open) { return open.report.frame == frame; });
+}
+
+void Delivery::note_time(Open& open) {
+  open.report.ms =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - open.begun).count();
+}
+
+void Delivery::begin(int64_t frame) {
+  const std::lock_guard lock(mutex_);
+  open_.emplace_back().report.frame = frame;
+}
+
+void Delivery::send(int64_t frame, const nodes::Image& image, const files::OutputFile& file) {
+  {
+    const std::lock_guard lock(mutex_);
+    ++find(frame).pending;
+  }
+  const Format format = image.extent.format;
+  const Box area = file.overscan && image.texture ? image.extent.window : format_box(format);
+  const Stopwatch watch(read_back_ms_);
+  read_back(image, area, buffers_, [this, frame, file, format](ReadBack pixels) {
+    if (!pixels.rgba) {
+      written({frame, file.path, file.path + ": the image could not be read back from the device", 0, 0});
+      return;
+    }
+    double waited = 0;
+    {
+      const Stopwatch queue_watch(waited);
+      writer_.put({frame, file, {format, pixels.window}, std::move(pixels.rgba)});
+    }
+    const std::lock_guard lock(mutex_);
+    totals_.wait_write_ms += waited;
+  });
+}
+
+void Delivery::end(const FrameReport& drawn) {
+  const std::lock_guard lock(mutex_);
+  Open& open = find(drawn.frame);
+  open.closed = true;
+  open.report.skipped = drawn.skipped;
+  open.report.computed = drawn.computed;
+  open.report.cached = drawn.cached;
+  if (!drawn.error.empty()) open.report.error = drawn.error;
+  note_time(open);
+}
+
+void Delivery::written(const files::WriteResult& result) {
+  const std::lock_guard lock(mutex_);
+  Open& open = find(result.frame);
+  totals_.encode_ms += result.encode_ms;
+  if (result.error.empty()) {
+    open.report.files.push_back(result.path);
+    totals_.bytes_written += result.bytes;
+    ++totals_.files_written;
+  } else if (open.report.error.empty()) {
+    open.report.error = result.error;
+  }
+  --open.pending;
+  note_time(open);
+}
+
+std::vector<FrameReport> Delivery::take_finished() {
+  const std::lock_guard lock(mutex_);
+  std::vector<FrameReport> finished;
+  while (!open_.empty() && open_.front().closed && open_.front().pending == 0) {
+    finished.push_back(std::move(open_.front().report));
+    open_.pop_front();
+  }
+  return finished;
+}
+
+void Delivery::finish() {
+  // The ring hands over to the writer, so it has to be empty first.
+  qv::transport::wait_all();
+  writer_.finish();
+}
+
+void Delivery::add_to(Stats& stats) {
+  const std::lock_guard lock(mutex_);
+  stats.read_back_ms += std::exchange(read_back_ms_, 0);
+  stats.wait_write_ms += totals_.wait_write_ms;
+  stats.encode_ms += totals_.encode_ms;
+  stats.files_written += totals_.files_written;
+  stats.bytes_written += totals_.bytes_written;
+  totals_ = {};
+}
+
+}  // namespace host::render

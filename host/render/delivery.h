@@ -1,0 +1,69 @@
+#pragma once
+
+#include "host/files/image_writer.h"
+#include "host/nodes/image.h"
+#include "host/render/progress.h"
+#include "host/render/read_back.h"
+#include "host/render/stats.h"
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace host::render {
+
+// What happens to a frame once it is drawn: read back through the ring, encoded by the writer,
+// reported when its files stand. Later frames are drawn meanwhile; a full writer's queue holds back
+// the ring, and a full ring the next send.
+// GL thread only. Destruction waits for everything that was sent.
+class Delivery {
+ public:
+  // threads: for the encoders.
+  explicit Delivery(int threads);
+  ~Delivery();
+  Delivery(const Delivery&) = delete;
+  Delivery& operator=(const Delivery&) = delete;
+
+  // Opens a frame's report; frames are numbered once each.
+  void begin(int64_t frame);
+
+  // Sends an image of the open frame to a file.
+  void send(int64_t frame, const nodes::Image& image, const files::OutputFile& file);
+
+  // Closes the report: nothing more will be sent for the frame. `drawn` brings what the renderer
+  // knows of it; files, errors of writing and the time are added here.
+  void end(const FrameReport& drawn);
+
+  // The reports that are complete, in the order of begin; each once.
+  std::vector<FrameReport> take_finished();
+
+  // Waits until every report is complete.
+  void finish();
+
+  // Adds what reading back and writing took.
+  void add_to(Stats& stats);
+
+ private:
+  struct Open {
+    FrameReport report;
+    int pending = 0;  // files on their way
+    bool closed = false;
+    std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
+  };
+
+  Open& find(int64_t frame);
+  static void note_time(Open& open);
+  void written(const files::WriteResult& result);
+
+  BufferPool buffers_;
+  std::mutex mutex_;  // guards what follows, up to the writer
+  std::deque<Open> open_;
+  Stats totals_;
+  double read_back_ms_ = 0;  // GL thread alone
+  files::ImageWriter writer_;
+};
+
+}  // namespace host::render

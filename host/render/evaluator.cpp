@@ -1,0 +1,160 @@
+#include "host/render/evaluator.h"
+
+#include <qv/nodes/filter/scratch.h>
+
+#include "host/nodes/pending_transform.h"
+#include "host/stopwatch.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace host::render {
+namespace {
+
+// Runs what a node does, putting file, node and frame in front of what it throws. A program that
+// does not compile fails every frame alike and passes through.
+template <class Work>
+auto attempt(const shot::Composition& composition, const Instance& instance, Work&& work) {
+  try {
+    return work();
+  } catch (const FrameError&) {
+    throw;
+  } catch (const gpu::ShaderError&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw FrameError(frame_place(composition, instance.node, instance.frame) + error.what());
+  }
+}
+
+uint64_t texture_bytes(const Box& window) {
+  return uint64_t{16} * static_cast<uint64_t>(box_width(window)) * static_cast<uint64_t>(box_height(window));
+}
+
+// Closes the touch cycle however the evaluation ends.
+struct TouchCycle {
+  ResultStore& store;
+  explicit TouchCycle(ResultStore& results) : store(results) {}
+  TouchCycle(const TouchCycle&) = delete;
+  TouchCycle& operator=(const TouchCycle&) = delete;
+  ~TouchCycle() {
+    store.end_touch();
+  }
+};
+
+}  // namespace
+
+// What one evaluation knows of its instances, by their positions.
+struct Evaluator::Run {
+  const KeyedFrame& frame;
+  const Keep& keep;
+  std::vector<Extent> extents;
+  std::vector<ResultPtr> results;
+};
+
+Evaluator::Evaluator(const shot::Composition& composition, const nodes::Project& project,
+                     gpu::TexturePool& pool, nodes::RenderContext& context, ResultStore& store, Stats& stats,
+                     uint64_t memory)
+    : composition_(composition),
+      project_(project),
+      pool_(pool),
+      context_(context),
+      store_(store),
+      stats_(stats),
+      memory_(memory) {}
+
+std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Keep& keep) {
+  const size_t count = frame.graph.instances.size();
+  Run run{frame, keep, instance_extents(composition_, frame.graph, project_), std::vector<ResultPtr>(count)};
+  const TouchCycle cycle(store_);
+  qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys);
+
+  // Take the cached results first: making room for the others may give them up in the store.
+  for (const int at : plan.order) {
+    const auto place = static_cast<size_t>(at);
+    if (plan.cached[place] < 0) continue;
+    run.results[place] = store_.at(plan.cached[place]);
+    ++stats_.cache_hits;
+  }
+  for (const int at : plan.order) {
+    const auto place = static_cast<size_t>(at);
+    if (place == count || run.results[place]) continue;
+    compute(run, place);
+    const Instance& instance = frame.graph.instances[place];
+    if (!composition_.nodes[static_cast<size_t>(instance.node)].type->reads_pixels) continue;
+    for (const int read : instance.reads) {
+      if (read >= 0 && --plan.uses[static_cast<size_t>(read)] == 0)
+        run.results[static_cast<size_t>(read)].reset();
+    }
+  }
+
+  std::vector<nodes::Image> images;
+  for (const int output : frame.graph.outputs) images.push_back(settled(run, static_cast<size_t>(output)));
+  return images;
+}
+
+void Evaluator::compute(Run& run, size_t at) {
+  const Instance& instance = run.frame.graph.instances[at];
+  const int64_t key = run.frame.keys[at];
+  // Two instances may be the same image, a still at two frames for one.
+  if ((run.results[at] = store_.find(key))) {
+    ++stats_.cache_hits;
+    return;
+  }
+  const nodes::Node& node = composition_.nodes[static_cast<size_t>(instance.node)];
+  std::vector<nodes::Image> inputs;
+  for (const int read : instance.reads) inputs.push_back(input_image(run, instance, read));
+  make_room(composition_, instance, run.extents[at].window);
+  auto result = std::make_shared<Result>();
+  const Stopwatch watch(stats_.gpu_ms);
+  result->image = attempt(composition_, instance, [&] {
+    return node.type->operation->render(node.call_at(instance.frame, project_), inputs, run.extents[at],
+                                        context_);
+  });
+  ++stats_.computed;
+  if (run.keep(key)) store_.put(key, result);
+  run.results[at] = std::move(result);
+  note_peak();
+}
+
+nodes::Image Evaluator::input_image(Run& run, const Instance& reader, int read) {
+  if (read < 0) return {{project_.format, {}}, nullptr, nullptr};
+  const auto at = static_cast<size_t>(read);
+  const nodes::NodeType& type = *composition_.nodes[static_cast<size_t>(reader.node)].type;
+  if (!type.reads_pixels) return {run.extents[at], nullptr, nullptr};
+  return type.takes_pending ? run.results[at]->image : settled(run, at);
+}
+
+const nodes::Image& Evaluator::settled(Run& run, size_t at) {
+  Result& result = *run.results[at];
+  if (!result.image.pending) return result.image;
+  if (result.settled.texture || is_empty(result.image.extent.window)) return result.settled;
+  const Instance& instance = run.frame.graph.instances[at];
+  make_room(composition_, instance, result.image.extent.window);
+  const Stopwatch watch(stats_.gpu_ms);
+  result.settled = attempt(composition_, instance, [&] { return nodes::settle(result.image, context_); });
+  note_peak();
+  const int64_t key = run.frame.keys[at];
+  if (store_.contains(key)) store_.put(key, run.results[at]);
+  return result.settled;
+}
+
+void Evaluator::make_room(const shot::Composition& composition, const Instance& instance, const Box& window) {
+  const uint64_t wanted = texture_bytes(window);
+  if (wanted > memory_) {
+    throw MemoryLimit(frame_place(composition, instance.node, instance.frame) + "its image of " +
+                      std::to_string(box_width(window)) + " x " + std::to_string(box_height(window)) +
+                      " pixels needs " + std::to_string(wanted) + " bytes, the memory limit is " +
+                      std::to_string(memory_));
+  }
+  const uint64_t used = pool_.bytes_in_use() + qv::nodes::filter::stats().bytes + wanted;
+  if (used <= memory_) return;
+  const uint64_t over = used - memory_;
+  stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over));
+}
+
+void Evaluator::note_peak() {
+  const uint64_t bytes = pool_.bytes_in_use() + pool_.bytes_idle() + qv::nodes::filter::stats().bytes;
+  stats_.peak_texture_bytes = std::max(stats_.peak_texture_bytes, bytes);
+}
+
+}  // namespace host::render

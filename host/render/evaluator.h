@@ -1,0 +1,47 @@
+#pragma once
+
+#include "host/nodes/render_context.h"
+#include "host/render/keyed_frame.h"
+#include "host/render/result_store.h"
+#include "host/render/stats.h"
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace host::render {
+
+// Turns a keyed frame into the images of its outputs: takes what is stored, draws the rest, lets go
+// of every image at its last reader. GL thread only.
+class Evaluator {
+ public:
+  // Whether a result is worth keeping for later frames.
+  using Keep = std::function<bool(int64_t key)>;
+
+  // memory: bytes that textures may have together.
+  Evaluator(const shot::Composition& composition, const nodes::Project& project, gpu::TexturePool& pool,
+            nodes::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory);
+
+  // The outputs' images, settled, in the graph's order. Throws FrameError, MemoryLimit when one
+  // image alone is larger than the memory, and ShaderError.
+  std::vector<nodes::Image> evaluate(const KeyedFrame& frame, const Keep& keep);
+
+ private:
+  struct Run;
+
+  void compute(Run& run, size_t at);
+  nodes::Image input_image(Run& run, const Instance& reader, int read);
+  const nodes::Image& settled(Run& run, size_t at);
+  void make_room(const shot::Composition& composition, const Instance& instance, const Box& window);
+  void note_peak();
+
+  const shot::Composition& composition_;
+  const nodes::Project& project_;
+  gpu::TexturePool& pool_;
+  nodes::RenderContext& context_;
+  ResultStore& store_;
+  Stats& stats_;
+  uint64_t memory_;
+};
+
+}  // namespace host::render

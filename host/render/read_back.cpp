@@ -1,0 +1,78 @@
+#include "host/render/read_back.h"
+
+#include <qv/transport/ring.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace host::render {
+namespace {
+
+constexpr size_t most_spare_buffers = 8;
+
+// Alive until the ring has run the callback.
+struct Transfer {
+  ReadBack result;
+  std::shared_ptr<float[]> pixels;
+  // The ring sets the words of the parts that it is to copy to 0, then to 1 as each arrives.
+  std::array<unsigned, 8> parts;
+  std::function<void(ReadBack)> done;
+
+  void finish() {
+    if (std::find(parts.begin(), parts.end(), 0U) == parts.end()) result.rgba = pixels;
+    pixels.reset();
+    done(std::move(result));
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<float[]> BufferPool::acquire(size_t floats) {
+  std::unique_ptr<float[]> buffer;
+  {
+    const std::lock_guard lock(spare_->mutex);
+    if (spare_->floats != floats) spare_->buffers.clear();
+    spare_->floats = floats;
+    if (!spare_->buffers.empty()) {
+      buffer = std::move(spare_->buffers.back());
+      spare_->buffers.pop_back();
+    }
+  }
+  if (!buffer) buffer.reset(new float[floats]);
+  return {buffer.release(), [floats, spare = spare_](float* returned) {
+            std::unique_ptr<float[]> owned(returned);
+            const std::lock_guard lock(spare->mutex);
+            if (spare->floats == floats && spare->buffers.size() < most_spare_buffers) {
+              spare->buffers.push_back(std::move(owned));
+            }
+          }};
+}
+
+uint64_t read_back(const nodes::Image& image, const Box& area, BufferPool& buffers,
+                   std::function<void(ReadBack)> done) {
+  const Box window = intersection(image.extent.window, area);
+  if (!image.texture || is_empty(window)) {
+    done({{area[0], area[1], area[0] + 1, area[1] + 1}, std::shared_ptr<const float[]>(new float[4]())});
+    return 0;
+  }
+  const int width = static_cast<int>(box_width(window));
+  const int height = static_cast<int>(box_height(window));
+  const auto transfer = std::make_shared<Transfer>();
+  transfer->result.window = window;
+  transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
+  transfer->parts.fill(1);
+  transfer->done = std::move(done);
+  const int x = static_cast<int>(window[0] - image.extent.window[0]);
+  const int y = static_cast<int>(image.extent.window[3] - window[3]);
+  const uint64_t ticket = qv::transport::start(
+      image.texture->framebuffer, 0, x, y, width, height, 4, transfer->pixels.get(), transfer->parts.data(),
+      static_cast<unsigned>(transfer->parts.size()), [transfer] { transfer->finish(); });
+  if (ticket == 0) {
+    transfer->parts[0] = 0;
+    transfer->finish();
+  }
+  return ticket;
+}
+
+}  // namespace host::render

@@ -1,0 +1,103 @@
+#include "host/render/renderer.h"
+
+#include <qv/nodes/filter/scratch.h>
+#include <qv/transport/ring.h>
+
+#include "host/render/project.h"
+#include "host/render/read_back.h"
+#include "host/render/renderer_state.h"
+#include "host/stopwatch.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace host::render {
+namespace {
+
+namespace filter = qv::nodes::filter;
+
+int thread_count(int asked) {
+  return asked > 0 ? asked : static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+}
+
+}  // namespace
+
+Renderer::State::State(const shot::Composition& shot, RenderOptions render_options,
+                       gpu::GpuContext& gpu_context)
+    : composition(shot),
+      options(std::move(render_options)),
+      gpu(gpu_context),
+      threads(thread_count(options.threads)),
+      project(make_project(shot, options.scale, headers)),
+      decoder(headers, threads, options.memory / 4),
+      shaders(gpu::ShaderLibrary::default_root()),
+      pool(options.memory, gpu.max_texture_size()),
+      context(shaders, pool, decoder, stats),
+      evaluator(composition, project, pool, context, store, stats, options.memory),
+      keys(composition, project),
+      single_keys(composition, project),
+      gpu_before(qv::gpu::stats()),
+      scratch_before(filter::stats().created) {
+  std::string error;
+  if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
+  filter::scratch_sampler(pool.sampler());
+  filter::scratch_cap(options.memory / 4);
+}
+
+Renderer::State::~State() {
+  qv::transport::close();
+  filter::scratch_trim(0);
+}
+
+void Renderer::State::gather_stats() {
+  const qv::gpu::Stats& now = qv::gpu::stats();
+  const files::DecoderStats files = decoder.stats();
+  stats.visited = keys.visited() + single_keys.visited();
+  stats.draws = static_cast<int64_t>(now.draws - gpu_before.draws);
+  stats.uniforms_sent = static_cast<int64_t>(now.uploads - gpu_before.uploads);
+  stats.uniforms_skipped = static_cast<int64_t>(now.skipped - gpu_before.skipped);
+  stats.textures_created = static_cast<int64_t>(pool.created() + filter::stats().created - scratch_before);
+  stats.files_read = files.files;
+  stats.decode_ms = files.decode_ms;
+}
+
+Renderer::Renderer(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context) {
+  double start_ms = 0;
+  {
+    const Stopwatch watch(start_ms);
+    state_ = std::make_unique<State>(composition, std::move(options), context);
+  }
+  state_->stats.start_ms = start_ms;
+}
+
+Renderer::~Renderer() = default;
+
+HostImage Renderer::image(int node, int64_t frame) {
+  State& state = *state_;
+  const KeyedFrame keyed = state.single_keys.frame({node}, frame);
+  // Nothing is known of what will be asked for next, so everything may be.
+  const auto images = state.evaluator.evaluate(keyed, [](int64_t) { return true; });
+  const nodes::Image& image = images.at(0);
+  HostImage result{image.extent, {}};
+  if (!image.texture) return result;
+  ReadBack pixels;
+  BufferPool buffers;
+  qv::transport::wait(
+      read_back(image, image.extent.window, buffers, [&](ReadBack read) { pixels = std::move(read); }));
+  if (!pixels.rgba) {
+    throw FrameError(frame_place(state.composition, node, frame) +
+                     "the image could not be read back from the device");
+  }
+  const auto floats = static_cast<size_t>(box_width(pixels.window) * box_height(pixels.window) * 4);
+  result.rgba.assign(pixels.rgba.get(), pixels.rgba.get() + floats);
+  return result;
+}
+
+const Stats& Renderer::stats() const {
+  state_->gather_stats();
+  return state_->stats;
+}
+
+}  // namespace host::render

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <qv/gpu/registry.h>
+
+#include "host/files/sources.h"
+#include "host/gpu/shader_library.h"
+#include "host/gpu/texture_pool.h"
+#include "host/nodes/render_context.h"
+#include "host/render/evaluator.h"
+#include "host/render/keyed_frame.h"
+#include "host/render/renderer.h"
+#include "host/render/result_store.h"
+
+#include <cstdint>
+
+namespace host::render {
+
+// What a renderer is made of, each part for those below it.
+struct Renderer::State {
+  State(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context);
+  ~State();
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  // Brings the counters that others keep into the statistics.
+  void gather_stats();
+
+  const shot::Composition& composition;
+  RenderOptions options;
+  gpu::GpuContext& gpu;
+  int threads;
+  Stats stats;
+  files::Headers headers;
+  nodes::Project project;
+  files::Decoder decoder;
+  gpu::ShaderLibrary shaders;
+  gpu::TexturePool pool;
+  nodes::RenderContext context;
+  ResultStore store;
+  Evaluator evaluator;
+  FrameKeys keys;         // of the composition's outputs
+  FrameKeys single_keys;  // of whatever image() asks for
+  qv::gpu::Stats gpu_before;
+  uint64_t scratch_before;
+};
+
+}  // namespace host::render

@@ -1,0 +1,75 @@
+#include "host/render/result_store.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace host::render {
+namespace {
+
+using Holds = std::vector<std::pair<int64_t, int64_t>>;
+
+void add_hold(const nodes::Image& image, Holds& holds) {
+  if (!image.texture) return;
+  holds.emplace_back(static_cast<int64_t>(image.texture->id), static_cast<int64_t>(image.texture->bytes()));
+}
+
+}  // namespace
+
+qv::graph::ScheduleResult ResultStore::plan(const qv::graph::Schedule& schedule,
+                                            const std::vector<int64_t>& keys) {
+  cache_.touching = true;
+  return schedule.run(keys, cache_, true);
+}
+
+void ResultStore::end_touch() {
+  cache_.end_touch({});
+}
+
+const ResultPtr& ResultStore::at(int64_t slot) const {
+  return results_.at(static_cast<size_t>(slot));
+}
+
+ResultPtr ResultStore::find(int64_t key) {
+  const int64_t slot = cache_.get(key, true);
+  return slot < 0 ? nullptr : at(slot);
+}
+
+bool ResultStore::contains(int64_t key) const {
+  return cache_.contains(key);
+}
+
+void ResultStore::put(int64_t key, ResultPtr result) {
+  Holds holds;
+  add_hold(result->image, holds);
+  add_hold(result->settled, holds);
+  if (free_.empty()) {
+    free_.push_back(static_cast<int64_t>(results_.size()));
+    results_.emplace_back();
+  }
+  const int64_t slot = free_.back();
+  const int64_t before = cache_.put(key, slot, holds.data(), holds.size(), true, 0, true);
+  free_.pop_back();
+  results_[static_cast<size_t>(slot)] = std::move(result);
+  cache_.touch(key);
+  if (before >= 0) free_slot(before);
+}
+
+void ResultStore::free_slot(int64_t slot) {
+  results_[static_cast<size_t>(slot)].reset();
+  free_.push_back(slot);
+}
+
+int64_t ResultStore::shrink(uint64_t most_bytes) {
+  const auto most = static_cast<int64_t>(std::min<uint64_t>(most_bytes, std::numeric_limits<int64_t>::max()));
+  const std::vector<qv::graph::CachePopped> gone =
+      cache_.evict(std::max<int64_t>(0, most - cache_.held(true)), most);
+  for (const qv::graph::CachePopped& each : gone) free_slot(each.slot);
+  return static_cast<int64_t>(gone.size());
+}
+
+uint64_t ResultStore::held() const {
+  return static_cast<uint64_t>(cache_.held(true) + cache_.held(false));
+}
+
+}  // namespace host::render

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <qv/graph/result_cache.h>
+#include <qv/graph/schedule.h>
+
+#include "host/nodes/image.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace host::render {
+
+// What a node gave, and the same with its pending transform applied, once somebody asked for it.
+struct Result {
+  nodes::Image image;
+  nodes::Image settled;  // texture null until made
+};
+
+using ResultPtr = std::shared_ptr<Result>;
+
+// The results of earlier evaluations, by key: the library's cache knows which to give up, this store
+// owns what they are. Textures are the buffers that results hold; one that several results share is
+// counted once. Giving a result up frees its textures as soon as nobody else uses them.
+// Externally synchronised; GL thread only, because textures come and go with results.
+class ResultStore {
+ public:
+  // Plans an evaluation against what is stored, and opens a touch cycle: what the evaluation uses
+  // is pinned until the cycle is closed.
+  qv::graph::ScheduleResult plan(const qv::graph::Schedule& schedule, const std::vector<int64_t>& keys);
+
+  // Closes the touch cycle; what it did not use counts as unpinned from now on.
+  void end_touch();
+
+  // The result of a slot that the plan named.
+  const ResultPtr& at(int64_t slot) const;
+
+  // The result of a key, or null; pins it.
+  ResultPtr find(int64_t key);
+  bool contains(int64_t key) const;
+
+  // Stores a result, or stores it anew after it has been settled.
+  void put(int64_t key, ResultPtr result);
+
+  // Gives up results until at most this many bytes are held, those that the present evaluation does
+  // not use first. Returns how many went.
+  int64_t shrink(uint64_t most_bytes);
+
+  // Bytes of the textures that stored results hold.
+  uint64_t held() const;
+
+ private:
+  void free_slot(int64_t slot);
+
+  qv::graph::ResultCache cache_;
+  std::vector<ResultPtr> results_;  // by slot
+  std::vector<int64_t> free_;
+};
+
+}  // namespace host::render

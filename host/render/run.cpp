@@ -1,0 +1,161 @@
+#include "host/files/pattern.h"
+#include "host/render/delivery.h"
+#include "host/render/renderer.h"
+#include "host/render/renderer_state.h"
+#include "host/render/upcoming.h"
+#include "host/stopwatch.h"
+
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+namespace host::render {
+namespace {
+
+// What to write for one output of a frame.
+struct Target {
+  int node = 0;
+  files::OutputFile file;
+};
+
+// Looks for a few frames ahead of the one being rendered: enough to keep every decoder busy.
+int frames_ahead(int threads) {
+  return threads + 1;
+}
+
+}  // namespace
+
+// One run over the frames: everything that is not worth keeping between runs.
+class Run {
+ public:
+  Run(Renderer::State& state, Progress& progress)
+      : state_(state),
+        progress_(progress),
+        frames_(state.options.frames.empty() ? state.composition.frames : state.options.frames),
+        upcoming_(state.composition, state.project, state.keys, frames_, frames_ahead(state.threads)),
+        delivery_(state.threads) {}
+
+  Outcome render_all() {
+    if (frames_.empty()) return Outcome::nothing;
+    progress_.begin(static_cast<int64_t>(frames_.size()), state_.gpu.renderer(), state_.gpu.software());
+    const bool whole = render_frames();
+    delivery_.finish();
+    report_finished();
+    delivery_.add_to(state_.stats);
+    state_.gather_stats();
+    if (!whole) return Outcome::interrupted;
+    if (over_memory_) return Outcome::memory;
+    return state_.stats.failed > 0 ? Outcome::some_failed : Outcome::done;
+  }
+
+ private:
+  // False when the run was told to stop.
+  bool render_frames() {
+    Upcoming frame;
+    while (upcoming_.next(frame)) {
+      if (state_.options.stop && *state_.options.stop) return false;
+      render_one(frame);
+      report_finished();
+      if (state_.stats.failed > 0 && !state_.options.keep_going) break;
+    }
+    return true;
+  }
+
+  void render_one(const Upcoming& frame) {
+    delivery_.begin(frame.frame);
+    FrameReport report;
+    report.frame = frame.frame;
+    const int64_t computed = state_.stats.computed;
+    const int64_t hits = state_.stats.cache_hits;
+    try {
+      draw_and_send(frame, report);
+    } catch (const MemoryLimit& error) {
+      over_memory_ = true;
+      report.error = error.what();
+    } catch (const FrameError& error) {
+      report.error = error.what();
+    }
+    report.computed = static_cast<int>(state_.stats.computed - computed);
+    report.cached = static_cast<int>(state_.stats.cache_hits - hits);
+    delivery_.end(report);
+  }
+
+  void draw_and_send(const Upcoming& frame, FrameReport& report) {
+    if (!frame.error.empty()) throw FrameError(frame.error);
+    const std::vector<Target> targets = targets_of(frame.frame);
+    if (stands_already(targets, frame.frame)) {
+      report.skipped = true;
+      return;
+    }
+    state_.decoder.want(upcoming_.wanted(frame, state_.store));
+    const auto images =
+        state_.evaluator.evaluate(frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); });
+    for (size_t i = 0; i < targets.size(); ++i) delivery_.send(frame.frame, images[i], targets[i].file);
+  }
+
+  std::vector<Target> targets_of(int64_t frame) const {
+    std::vector<Target> targets;
+    for (const int output : state_.composition.outputs) {
+      const nodes::Node& node = state_.composition.nodes[static_cast<size_t>(output)];
+      auto file = node.type->operation->output(node.call_at(frame, state_.project));
+      const std::string& override_path = state_.options.output;
+      if (!override_path.empty()) {
+        if (!file) file.emplace();
+        file->path = files::frame_path(override_path, frame);
+      }
+      if (!file) {
+        throw FrameError(frame_place(state_.composition, output, frame) +
+                         "it writes no file; give an output path or add a node of type \"write\"");
+      }
+      targets.push_back({output, std::move(*file)});
+    }
+    return targets;
+  }
+
+  // Whether all files of a frame are there and may stay. Throws when one is in the way.
+  bool stands_already(const std::vector<Target>& targets, int64_t frame) const {
+    if (state_.options.existing == Existing::overwrite) return false;
+    size_t there = 0;
+    for (const Target& target : targets) {
+      std::error_code error;
+      if (!std::filesystem::exists(target.file.path, error)) continue;
+      ++there;
+      if (state_.options.existing == Existing::refuse) {
+        throw FrameError(frame_place(state_.composition, target.node, frame) + target.file.path +
+                         " exists already");
+      }
+    }
+    return there == targets.size();
+  }
+
+  void report_finished() {
+    for (const FrameReport& report : delivery_.take_finished()) {
+      if (!report.error.empty()) {
+        ++state_.stats.failed;
+      } else if (!report.skipped) {
+        ++state_.stats.frames;
+      }
+      progress_.frame(report);
+    }
+  }
+
+  Renderer::State& state_;
+  Progress& progress_;
+  std::vector<int64_t> frames_;
+  UpcomingFrames upcoming_;
+  Delivery delivery_;
+  bool over_memory_ = false;
+};
+
+Outcome Renderer::run(Progress& progress) {
+  Outcome outcome = Outcome::nothing;
+  {
+    const Stopwatch watch(state_->stats.wall_ms);
+    outcome = Run(*state_, progress).render_all();
+  }
+  if (outcome != Outcome::nothing) progress.end(stats());
+  return outcome;
+}
+
+}  // namespace host::render

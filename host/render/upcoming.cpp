@@ -1,0 +1,77 @@
+#include "host/render/upcoming.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace host::render {
+
+UpcomingFrames::UpcomingFrames(const shot::Composition& composition, const nodes::Project& project,
+                               FrameKeys& keys, std::vector<int64_t> frames, int ahead)
+    : composition_(composition),
+      project_(project),
+      keys_(keys),
+      frames_(std::move(frames)),
+      ahead_(static_cast<size_t>(ahead)) {}
+
+bool UpcomingFrames::next(Upcoming& frame) {
+  key_ahead();
+  if (queue_.empty()) return false;
+  frame = std::move(queue_.front());
+  queue_.pop_front();
+  count_keys(frame.keyed, -1);
+  return true;
+}
+
+void UpcomingFrames::key_ahead() {
+  while (queue_.size() <= ahead_ && keyed_ < frames_.size()) {
+    Upcoming& frame = queue_.emplace_back();
+    frame.frame = frames_[keyed_++];
+    try {
+      frame.keyed = keys_.frame(composition_.outputs, frame.frame);
+    } catch (const FrameError& error) {
+      frame.error = error.what();
+    }
+    count_keys(frame.keyed, 1);
+  }
+}
+
+void UpcomingFrames::count_keys(const KeyedFrame& frame, int by) {
+  for (const int64_t key : frame.keys) {
+    int& count = *later_.insert(key).first;
+    count += by;
+    if (count == 0) later_.erase(key);
+  }
+}
+
+std::vector<files::Wanted> UpcomingFrames::wanted(const Upcoming& current, const ResultStore& store) const {
+  std::vector<files::Wanted> list;
+  add_wanted(current.keyed, 0, store, list);
+  int distance = 0;
+  for (const Upcoming& frame : queue_) add_wanted(frame.keyed, ++distance, store, list);
+  return list;
+}
+
+void UpcomingFrames::add_wanted(const KeyedFrame& frame, int distance, const ResultStore& store,
+                                std::vector<files::Wanted>& list) const {
+  const std::vector<Instance>& instances = frame.graph.instances;
+  std::vector<uint8_t> needed(instances.size());
+  for (const int output : frame.graph.outputs) needed[static_cast<size_t>(output)] = 1;
+  for (size_t at = instances.size(); at-- > 0;) {
+    if (!needed[at] || store.contains(frame.keys[at])) continue;
+    const nodes::Node& node = composition_.nodes[static_cast<size_t>(instances[at].node)];
+    if (node.type->reads_pixels) {
+      for (const int read : instances[at].reads) {
+        if (read >= 0) needed[static_cast<size_t>(read)] = 1;
+      }
+    }
+    try {
+      const auto source = node.type->operation->source(node.call_at(instances[at].frame, project_));
+      if (source) list.push_back({*source, distance});
+    } catch (const std::exception&) {
+      // The frame itself will say what is wrong.
+      continue;
+    }
+  }
+}
+
+}  // namespace host::render

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "host/gpu/gpu_context.h"
+#include "host/render/renderer.h"
+#include "host/shot/composition.h"
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace scene {
+
+// The process's GPU context on the software device, so that results do not depend on the machine.
+host::gpu::GpuContext& gpu();
+
+// A folder of this process, empty at first and removed at its end.
+std::filesystem::path folder();
+
+// A composition with a renderer, as a text under `folder()`; `nodes` is the inside of its list.
+class Scene {
+ public:
+  explicit Scene(const std::string& nodes, int width = 8, int height = 8,
+                 host::render::RenderOptions options = {});
+
+  // The image of a node by name; its pixels in `rgba`, rows top to bottom.
+  host::render::HostImage image(const std::string& node, int64_t frame = 1);
+
+  host::render::Renderer& renderer() {
+    return *renderer_;
+  }
+  const host::shot::Composition& composition() const {
+    return composition_;
+  }
+
+ private:
+  host::shot::Composition composition_;
+  std::unique_ptr<host::render::Renderer> renderer_;
+};
+
+// The pixel at knob coordinates (x, y), transparent black outside the window.
+std::array<float, 4> pixel(const host::render::HostImage& image, int64_t x, int64_t y);
+
+// Writes an image of float channels, rows top to bottom, at (x, y) of a display window.
+struct Plate {
+  int width = 8;
+  int height = 8;
+  std::vector<std::string> channels = {"R", "G", "B", "A"};
+  std::vector<float> pixels;
+  int x = 0;  // of the data window in the display window, y down
+  int y = 0;
+  int full_width = 0;  // 0: the data window's
+  int full_height = 0;
+};
+void write_plate(const std::filesystem::path& file, const Plate& plate);
+
+}  // namespace scene
