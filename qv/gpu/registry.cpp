@@ -4,6 +4,7 @@
 #include <qv/gpu/registry.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <span>
 #include <vector>
@@ -36,9 +37,33 @@ std::unordered_map<uint32_t, Program>& programs() {
   return map;
 }
 
+// The entry used last and its slots: values come in runs for one program, and one that is there
+// already must cost next to nothing. Entries do not move; only program_forget invalidates them.
+struct Recent {
+  static constexpr uint64_t none = uint64_t{1} << 32;  // no program's name, so one comparison suffices
+  uint64_t name = none;
+  Program* entry = nullptr;
+  std::span<const CacheSlot> slots;
+};
+Recent recent;
+
+// Kept out of line, like all that a hit does not need, so that the way to a hit is short.
+[[gnu::noinline]] Program* search(uint32_t program, bool add) {
+  auto at = programs().find(program);
+  if (at == programs().end()) {
+    if (!add) return nullptr;
+    at = programs().try_emplace(program).first;
+  }
+  recent = {program, &at->second, at->second.cache};
+  return recent.entry;
+}
+
 Program* find_program(uint32_t program) {
-  const auto at = programs().find(program);
-  return at == programs().end() ? nullptr : &at->second;
+  return recent.name == program ? recent.entry : search(program, false);
+}
+
+Program& find_or_add_program(uint32_t program) {
+  return recent.name == program ? *recent.entry : *search(program, true);
 }
 
 // A count that no upload has is remembered as it stands, but never reaches past the 16 floats.
@@ -50,10 +75,17 @@ bool equal_bytes(const void* a, const void* b, size_t bytes) {
   return bytes == 0 || std::memcmp(a, b, bytes) == 0;
 }
 
-CacheSlot& cache_slot(Program& entry, int32_t location) {
+// Whether a location has this value; one that was never set has the value of no floats.
+bool holds(std::span<const CacheSlot> slots, int32_t location, const float* values, int32_t count) {
   const auto index = static_cast<size_t>(location);
-  if (index >= entry.cache.size()) entry.cache.resize(index + 1);
-  return entry.cache[index];
+  if (index >= slots.size()) return count == 0;
+  const CacheSlot& slot = slots[index];
+  if (slot.count != count) return false;
+  // A loop and no memcmp: nearly all values are one to four floats.
+  for (int32_t i = 0; i < std::min(count, 16); ++i) {
+    if (std::bit_cast<uint32_t>(slot.values[i]) != std::bit_cast<uint32_t>(values[i])) return false;
+  }
+  return true;
 }
 
 void upload(uint32_t program, int32_t location, const float* values, int32_t count) {
@@ -83,17 +115,36 @@ void upload(uint32_t program, int32_t location, const float* values, int32_t cou
   ++counters.uploads;
 }
 
-void set_cached(Program& entry, uint32_t program, int32_t location, const float* values, int32_t count) {
-  CacheSlot& slot = cache_slot(entry, location);
-  const size_t bytes = stored_bytes(count);
-  if (slot.count == count && equal_bytes(slot.values, values, bytes)) {
-    ++counters.skipped;
-    return;
+[[gnu::noinline]] void send(Program& entry, uint32_t program, int32_t location, const float* values,
+                            int32_t count) {
+  const auto index = static_cast<size_t>(location);
+  if (index >= entry.cache.size()) {
+    entry.cache.resize(index + 1);
+    if (recent.entry == &entry) recent.slots = entry.cache;
   }
   upload(program, location, values, count);
   ++entry.revision;
+  CacheSlot& slot = entry.cache[index];
   slot.count = count;
-  std::copy_n(values, bytes / sizeof(float), slot.values);
+  std::copy_n(values, stored_bytes(count) / sizeof(float), slot.values);
+}
+
+void set_cached(Program& entry, uint32_t program, int32_t location, const float* values, int32_t count) {
+  if (holds(entry.cache, location, values, count)) {
+    ++counters.skipped;
+    return;
+  }
+  send(entry, program, location, values, count);
+}
+
+// What uniform_set does when the value is not found there at once.
+[[gnu::noinline]] void set_slowly(uint32_t program, int32_t location, const float* values, int32_t count) {
+  if (location >= 0) {
+    set_cached(find_or_add_program(program), program, location, values, count);
+    return;
+  }
+  upload(program, location, values, count);
+  if (Program* const entry = find_program(program)) ++entry->revision;
 }
 
 void set_each(Program& entry, uint32_t program, std::span<const Pending> batch) {
@@ -118,10 +169,11 @@ const Stats& stats() {
 }
 
 void program_add(uint32_t program, std::string_view name, UniformInfo info) {
-  assign(programs()[program].uniforms, name, info);
+  assign(find_or_add_program(program).uniforms, name, info);
 }
 
 void program_forget(uint32_t program) {
+  recent = {};
   programs().erase(program);
 }
 
@@ -160,16 +212,17 @@ void uniform_forget(uint32_t program, int32_t location) {
 }
 
 void uniform_set(uint32_t program, int32_t location, const float* values, int32_t count) {
-  if (location >= 0) {
-    set_cached(programs()[program], program, location, values, count);
+  // The usual case alone, a value that is there already: with nothing called there is nothing to
+  // save and restore either, which is half of the cost.
+  if (location >= 0 && recent.name == program && holds(recent.slots, location, values, count)) {
+    ++counters.skipped;
     return;
   }
-  upload(program, location, values, count);
-  if (Program* const entry = find_program(program)) ++entry->revision;
+  set_slowly(program, location, values, count);
 }
 
 void uniform_set_block(uint32_t program, uint64_t key, const Pending* pending, int32_t n) {
-  Program& entry = programs()[program];
+  Program& entry = find_or_add_program(program);
   const auto batch = as_batch(pending, n);
   if (key != 0 && key == entry.block_key && entry.memo_revision == entry.revision) {
     counters.skipped += batch.size();
@@ -182,7 +235,7 @@ void uniform_set_block(uint32_t program, uint64_t key, const Pending* pending, i
 }
 
 void uniform_set_many(uint32_t program, const Pending* pending, int32_t n) {
-  Program& entry = programs()[program];
+  Program& entry = find_or_add_program(program);
   const auto batch = as_batch(pending, n);
   if (entry.memo_revision == entry.revision && entry.last_many.size() == batch.size() &&
       equal_bytes(entry.last_many.data(), batch.data(), batch.size_bytes())) {

@@ -78,7 +78,11 @@ void resolve_bindings(const Pass& pass, std::vector<Binding>& bindings) {
 // Finds program, values and bindings of every pass, and notes the program in the pass. False for a
 // plan that cannot be drawn. No GL calls.
 bool resolve(std::vector<Pass>& passes, const std::vector<Plan::Slot>& slots, Resolved& resolved) {
+  constexpr size_t usual_values = 4;
+  constexpr size_t usual_textures = 2;
   resolved.passes.reserve(passes.size());
+  resolved.values.reserve(usual_values * passes.size());
+  resolved.bindings.reserve(usual_textures * passes.size());
   for (Pass& pass : passes) {
     if (!well_formed(pass, slots)) return false;
     pass.prog = program_get(pass.program);
@@ -206,7 +210,9 @@ void programs_clear() {
 }
 
 Plan::Plan(std::span<const Tex> inputs) {
-  slots.reserve(inputs.size());
+  constexpr size_t usual_passes = 8;
+  slots.reserve(inputs.size() + usual_passes);
+  passes.reserve(usual_passes);
   for (const Tex& tex : inputs) slots.push_back({0, tex.w, tex.h, tex});
 }
 
@@ -216,10 +222,13 @@ int Plan::pass(const char* program, int input, std::vector<Uni> unis,
     w = slots[static_cast<size_t>(input)].w;
     h = slots[static_cast<size_t>(input)].h;
   }
-  if (input >= 0) textures.emplace(textures.begin(), "u_image", input);
+  std::vector<std::pair<std::string, int>> reads;
+  reads.reserve(textures.size() + 1);
+  if (input >= 0) reads.emplace_back("u_image", input);
+  std::move(textures.begin(), textures.end(), std::back_inserter(reads));
   const auto out = static_cast<int32_t>(slots.size());
   slots.push_back({1, w, h, {}});
-  passes.push_back({nullptr, program, std::move(textures), std::move(unis), out});
+  passes.push_back({nullptr, program, std::move(reads), std::move(unis), out});
   return out;
 }
 

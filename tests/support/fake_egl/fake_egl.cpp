@@ -1,7 +1,6 @@
 #include "tests/support/fake_egl/driver.h"
 
 #include <algorithm>
-#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
@@ -32,8 +31,6 @@ std::map<std::string_view, Proc>& entries() {
   return map;
 }
 
-std::atomic<bool> recording_on{true};
-std::atomic<uint64_t> total_calls{0};
 std::atomic<uintptr_t> last_context{0};
 thread_local void* current = nullptr;
 
@@ -53,7 +50,7 @@ void reset() {
   s.last_name = 0;
   s.failing_object = 0;
   s.calls_to_switch = 0;
-  recording_on = true;
+  recording = true;
   current = fresh_context();
 }
 
@@ -87,20 +84,11 @@ std::vector<std::string> take_calls() {
 }
 
 uint64_t call_count() {
-  return total_calls;
+  return calls_made;
 }
 
 void record(bool on) {
-  recording_on = on;
-}
-
-bool recording() {
-  return recording_on.load(std::memory_order_relaxed);
-}
-
-void count_call() {
-  // Two cheap steps and no locked one: benchmarks run through here.
-  total_calls.store(total_calls.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  recording = on;
 }
 
 void append(const std::string& call) {
