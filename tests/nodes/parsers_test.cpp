@@ -36,6 +36,7 @@ TEST(Channels, EachParserReadsItsOwnWay) {
     EXPECT_EQ(shown(copy_parse_channel(c.text)), c.copy);
     EXPECT_EQ(shown(channelmerge_split(c.text)), c.split);
   }
+  EXPECT_EQ(shuffle_slot_of({"\0r", 2}, -1), -1);
   EXPECT_TRUE(is_ascii("\x7f ") && !is_ascii("caf\xc3\xa9"));
 }
 
@@ -94,23 +95,23 @@ TEST(Shuffle, RoutesAreReadBackFromTheirText) {
 }
 
 TEST(Texts, HoldTheirPropertiesForAnyBytes) {
-  const std::vector<std::string> pieces = {"r",           "Red",
-                                           "z",           "x",
-                                           "rgba",        "rgb",
-                                           "depth",       "alpha",
-                                           "none",        "black",
-                                           "over",        "1",
-                                           "lut",         ".",
-                                           ".",           "-",
-                                           "{",           "}",
-                                           "_",           "+",
-                                           "#",           "(",
-                                           " ",           " ",
-                                           "q",           ", ",
-                                           "\t",          "\x1c",
-                                           " 0 ",         " 1 ",
-                                           " 6 ",         "texture",
-                                           "\n//@OCIO\n", " 99999999999999999999 "};
+  const std::vector<std::string> pieces = {"r",         "Red",
+                                           "z",         "x",
+                                           "rgba",      "rgb",
+                                           "depth",     "alpha",
+                                           "none",      "black",
+                                           "over",      "1",
+                                           "lut",       ".",
+                                           ".",         "-",
+                                           "{",         "}",
+                                           "_",         "+",
+                                           "#",         "(",
+                                           " ",         " ",
+                                           "q",         ", ",
+                                           "\t",        "\x1c",
+                                           " 0 ",       " 1 ",
+                                           " 6 ",       "texture",
+                                           "//@OCIO\n", " 99999999999999999999 "};
   for (int round = 0; round < 20000; ++round) {
     std::string text = one_of<std::string>({"", "3 "});
     for (size_t left = generator() % 24; left > 0; --left)

@@ -4,7 +4,6 @@
 #include <qv/nodes/merge/merge.h>
 #include <qv/nodes/ocio/splice.h>
 
-#include <regex>
 #include <string>
 
 // What must hold for any bytes that a text function is given, one predicate each under its name. The
@@ -33,7 +32,7 @@ inline bool channelmerge_split(const std::string& text) {
 }
 
 inline bool shuffle_slot_of(const std::string& text) {
-  const int slot = merge::shuffle_slot_of(text, -1);
+  const int slot = merge::shuffle_slot_of(text, -7);
   return slot >= -1 && slot <= 3 && merge::shuffle_slot_of(text, 4) == slot &&
          merge::shuffle_slot_of(text, 2) == (slot < 0 ? 2 : slot);
 }
@@ -58,15 +57,24 @@ inline bool merge_setup(const std::string& text) {
          setup.op == static_cast<float>(merge::merge_op_index(text));
 }
 
+inline std::string replaced(const std::string& text, const std::string& from, const std::string& to) {
+  std::string result;
+  for (size_t at = 0; at < text.size();) {
+    const bool match = text.compare(at, from.size(), from) == 0;
+    result += match ? to : text.substr(at, 1);
+    at += match ? from.size() : 1;
+  }
+  return result;
+}
+
 // "#" stands for a marker and "(" for the start of a lookup.
 inline bool splice(const std::string& text) {
-  static const std::regex marker("\n//@OCIO\n"), lookup("texture\\(lut, ");
-  const std::string marked = std::regex_replace(text, std::regex("#"), "\n//@OCIO\n");
-  const std::string called = std::regex_replace(text, std::regex("\\("), "texture(lut, ");
+  const std::string marked = replaced(text, "#", "\n//@OCIO\n"),
+                    called = replaced(text, "(", "texture(lut, ");
+  const std::string expected = replaced(called, "texture(lut, ", "qv_lut3d_trilinear(lut, ");
   std::string patched = called;
-  return ocio::splice(marked, "#") == std::regex_replace(marked, marker, "\n#\n") &&
-         ocio::patch_lut3d(patched, "lut") == std::regex_search(called, lookup) &&
-         patched == std::regex_replace(called, lookup, "qv_lut3d_trilinear(lut, ");
+  return ocio::splice(marked, text) == replaced(marked, "\n//@OCIO\n", "\n" + text + "\n") &&
+         ocio::patch_lut3d(patched, "lut") == (expected != called) && patched == expected;
 }
 
 }  // namespace text_properties
