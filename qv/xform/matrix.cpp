@@ -2,7 +2,8 @@
 #include <qv/xform/matrix.h>
 #include <qv/xform/routines.h>
 
-#include <cstddef>
+#include <cmath>
+#include <limits>
 
 namespace qv::xform {
 
@@ -92,9 +93,10 @@ std::optional<Box> h_bbox(const Box& box, const Matrix& m, std::int64_t pad) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
   Extent across{infinity, -infinity};
   Extent down{infinity, -infinity};
-  for (const std::size_t y : {1, 3}) {
-    for (const std::size_t x : {0, 2}) {
-      const auto [px, py, w] = apply(m, static_cast<double>(box[x]), static_cast<double>(box[y]));
+  const auto [x0, y0, x1, y1] = box;
+  for (const std::int64_t y : {y0, y1}) {
+    for (const std::int64_t x : {x0, x1}) {
+      const auto [px, py, w] = apply(m, static_cast<double>(x), static_cast<double>(y));
       if (w <= 1e-9) {
         return std::nullopt;
       }

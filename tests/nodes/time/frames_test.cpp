@@ -26,11 +26,7 @@ constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double inf = std::numeric_limits<double>::infinity();
 
 TEST(Frames, RoundBothWaysAndSaturate) {
-  struct Row {
-    double t;
-    std::int64_t nearest, down;
-  };
-  const Row rows[] = {
+  const std::tuple<double, std::int64_t, std::int64_t> rows[] = {
       {2.5, 3, 2},
       {-2.5, -2, -3},
       {2.9999999999, 3, 3},
@@ -42,10 +38,10 @@ TEST(Frames, RoundBothWaysAndSaturate) {
       {-0x1.1p63, lowest, lowest},
       {0x1.fffffffffffffp62, highest - 1023, highest - 1023},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(whole(row.t, true), row.nearest) << row.t;
-    EXPECT_EQ(timeoffset_frame(row.t, 0, false, 0, 0, true), row.nearest);
-    EXPECT_EQ(framehold_frame(0, row.t, 0, false), row.down);
+  for (const auto& [t, nearest, down] : rows) {
+    EXPECT_EQ(whole(t, true), nearest) << t;
+    EXPECT_EQ(timeoffset_frame(t, 0, false, 0, 0, true), nearest);
+    EXPECT_EQ(framehold_frame(0, t, 0, false), down);
   }
   EXPECT_EQ(timeoffset_frame(3, 5, true, 1, 10, false), 13);
   EXPECT_EQ(timeoffset_frame(0x1p63, 0, true, highest, highest, false), highest);  // 2^64 - 2^63
@@ -54,40 +50,35 @@ TEST(Frames, RoundBothWaysAndSaturate) {
 }
 
 TEST(Frames, EdgeModesArePeriodicUpToTheEndsOf64Bits) {
-  std::mt19937_64 random(99);
-  const auto some = [&] {
-    const auto any = static_cast<std::int64_t>(random());
-    return random() % 3 == 0 ? any : random() % 2 == 0 ? any % 20 : (any < 0 ? lowest : highest) ^ (any & 15);
-  };
-  for (int round = 0; round < 20'000; ++round) {
-    const std::int64_t frame = some();
-    const std::int64_t first = some();
-    const std::int64_t last = some();
-    const bool inside = first <= frame && frame <= last;
-    const std::int64_t held = inside ? frame : frame < first ? first : last;
-    const auto read = [&](std::int64_t f, int mode) { return edge_frame(f, first, last, mode); };
-    EXPECT_EQ(read(frame, 0), frame);
-    EXPECT_EQ(read(frame, -7), held);
-    EXPECT_EQ(read(frame, 4), inside ? std::optional(frame) : std::nullopt);
-    for (const int mode : {1, 2}) {
-      const std::int64_t got = *read(frame, mode);
-      EXPECT_TRUE(first > last ? got == held : first <= got && got <= last);
-      // The same is read a period on and, swinging, from the frame mirrored in the first.
-      std::int64_t period = 0;
-      std::int64_t other = 0;
-      if (first < last && !__builtin_sub_overflow(last, first, &period) &&
-          !__builtin_mul_overflow(period + (mode == 1), mode, &period) &&
-          !__builtin_add_overflow(frame, period, &other)) {
-        EXPECT_EQ(read(other, mode), got);
-      }
-      if (mode == 2 && first < last && !__builtin_sub_overflow(first, frame, &other) &&
-          !__builtin_add_overflow(first, other, &other)) {
-        EXPECT_EQ(read(other, mode), got);
+  for (const std::int64_t base : {std::int64_t{0}, lowest + 60, highest - 60}) {
+    for (std::int64_t length = 1; length < 9; ++length) {
+      // Walk outwards from the first frame, looping to the left and swinging to the right.
+      std::int64_t looped = 0;
+      std::int64_t swung = 0;
+      std::int64_t step = length > 1 ? 1 : 0;
+      for (std::int64_t away = 0; away < 60; ++away) {
+        const auto read = [&](std::int64_t f, int mode) {
+          return edge_frame(base + f, base, base + length - 1, mode);
+        };
+        EXPECT_EQ(read(-away, 1), base + looped);
+        EXPECT_EQ(read(away, 2), base + swung);
+        EXPECT_EQ(read(-away, 2), base + swung);
+        EXPECT_EQ(read(away, 0), base + away);
+        EXPECT_EQ(read(-away, 3), base);
+        EXPECT_EQ(read(away, -7), base + std::min(away, length - 1));
+        EXPECT_EQ(read(away, 4).has_value(), away < length);
+        looped = (looped == 0 ? length : looped) - 1;
+        swung += step;
+        step = swung == 0 || swung == length - 1 ? -step : step;
       }
     }
   }
-  EXPECT_EQ(edge_frame(12, 0, 9, 1), 2);
-  EXPECT_EQ(edge_frame(10, 0, 9, 2), 8);
+  EXPECT_EQ(edge_frame(highest, lowest, highest - 1, 1), lowest);
+  EXPECT_EQ(edge_frame(highest, lowest, highest - 1, 2), highest - 2);
+  for (const int mode : {1, 2, 3}) {
+    EXPECT_EQ(edge_frame(5, 9, 2, mode), 9);  // a range of no frames holds
+    EXPECT_EQ(edge_frame(9, 9, lowest, mode), lowest);
+  }
 }
 
 TEST(Frames, BlendsAndRetimes) {
