@@ -61,6 +61,7 @@ TEST(Frames, EdgeModesArePeriodicUpToTheEndsOf64Bits) {
           return edge_frame(base + f, base, base + length - 1, mode);
         };
         EXPECT_EQ(read(-away, 1), base + looped);
+        EXPECT_EQ(read(away, 1), base + away % length);
         EXPECT_EQ(read(away, 2), base + swung);
         EXPECT_EQ(read(-away, 2), base + swung);
         EXPECT_EQ(read(away, 0), base + away);
