@@ -61,7 +61,11 @@ inline std::string replaced(const std::string& text, const std::string& from, co
   std::string result;
   for (size_t at = 0; at < text.size();) {
     const bool match = text.compare(at, from.size(), from) == 0;
-    result += match ? to : text.substr(at, 1);
+    if (match) {
+      result += to;
+    } else {
+      result += text[at];
+    }
     at += match ? from.size() : 1;
   }
   return result;
