@@ -4,7 +4,6 @@
 #include "tests/support/fake_egl/fake_egl.h"
 
 #include <algorithm>
-#include <array>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -13,29 +12,33 @@ namespace gl = qv::gpu::gl;
 
 namespace {
 
+template <auto& entry>
+bool is_null() {
+  return entry == nullptr;
+}
+
 struct Row {
   const char* name;
   bool (*is_null)();
 };
 
-const std::array rows{
-    Row{"glBindFramebuffer", [] { return gl::BindFramebuffer == nullptr; }},
-    Row{"glViewport", [] { return gl::Viewport == nullptr; }},
-    Row{"glScissor", [] { return gl::Scissor == nullptr; }},
-    Row{"glUseProgram", [] { return gl::UseProgram == nullptr; }},
-    Row{"glActiveTexture", [] { return gl::ActiveTexture == nullptr; }},
-    Row{"glBindTexture", [] { return gl::BindTexture == nullptr; }},
-    Row{"glBindSampler", [] { return gl::BindSampler == nullptr; }},
-    Row{"glBindVertexArray", [] { return gl::BindVertexArray == nullptr; }},
-    Row{"glDrawElementsInstancedBaseInstance",
-        [] { return gl::DrawElementsInstancedBaseInstance == nullptr; }},
-    Row{"glProgramUniform1fv", [] { return gl::ProgramUniform1fv == nullptr; }},
-    Row{"glProgramUniform2fv", [] { return gl::ProgramUniform2fv == nullptr; }},
-    Row{"glProgramUniform3fv", [] { return gl::ProgramUniform3fv == nullptr; }},
-    Row{"glProgramUniform4fv", [] { return gl::ProgramUniform4fv == nullptr; }},
-    Row{"glProgramUniformMatrix3fv", [] { return gl::ProgramUniformMatrix3fv == nullptr; }},
-    Row{"glProgramUniformMatrix4fv", [] { return gl::ProgramUniformMatrix4fv == nullptr; }},
-    Row{"glGetError", [] { return gl::GetError == nullptr; }},
+const Row rows[] = {
+    {"glBindFramebuffer", is_null<gl::BindFramebuffer>},
+    {"glViewport", is_null<gl::Viewport>},
+    {"glScissor", is_null<gl::Scissor>},
+    {"glUseProgram", is_null<gl::UseProgram>},
+    {"glActiveTexture", is_null<gl::ActiveTexture>},
+    {"glBindTexture", is_null<gl::BindTexture>},
+    {"glBindSampler", is_null<gl::BindSampler>},
+    {"glBindVertexArray", is_null<gl::BindVertexArray>},
+    {"glDrawElementsInstancedBaseInstance", is_null<gl::DrawElementsInstancedBaseInstance>},
+    {"glProgramUniform1fv", is_null<gl::ProgramUniform1fv>},
+    {"glProgramUniform2fv", is_null<gl::ProgramUniform2fv>},
+    {"glProgramUniform3fv", is_null<gl::ProgramUniform3fv>},
+    {"glProgramUniform4fv", is_null<gl::ProgramUniform4fv>},
+    {"glProgramUniformMatrix3fv", is_null<gl::ProgramUniformMatrix3fv>},
+    {"glProgramUniformMatrix4fv", is_null<gl::ProgramUniformMatrix4fv>},
+    {"glGetError", is_null<gl::GetError>},
 };
 
 std::string message(const char* name) {
@@ -47,7 +50,7 @@ int draw() {
 }
 
 TEST(EntryPoints, EveryMissingOneIsNamedAndLeavesTheOthersInPlace) {
-  for (size_t missing = 0; missing < rows.size(); ++missing) {
+  for (size_t missing = 0; missing < std::size(rows); ++missing) {
     fake_egl::reset();
     ASSERT_TRUE(gl::load(nullptr));
     fake_egl::hide(rows[missing].name);
@@ -57,7 +60,7 @@ TEST(EntryPoints, EveryMissingOneIsNamedAndLeavesTheOthersInPlace) {
     EXPECT_EQ(error, message(rows[missing].name)) << "the last missing one in table order";
     EXPECT_FALSE(gl::loaded());
     EXPECT_EQ(gl::loaded_context(), nullptr);
-    for (size_t i = 0; i < rows.size(); ++i) {
+    for (size_t i = 0; i < std::size(rows); ++i) {
       EXPECT_EQ(rows[i].is_null(), i == missing || i == 0) << rows[missing].name << " " << rows[i].name;
       if (missing == 0) break;
     }

@@ -162,18 +162,6 @@ TEST(Ops, DrawThesePasses) {
   }
 }
 
-TEST(Ops, ListTheirFilesInOrder) {
-  const Lines blur{"blur_v.frag", "blur_h.frag", "blur_downrez.frag", "blur_uprez.frag"};
-  const auto after_blur = [&](Lines more) {
-    more.insert(more.begin(), blur.begin(), blur.end());
-    return more;
-  };
-  EXPECT_EQ(op_frags("blur"), blur);
-  EXPECT_EQ(op_frags("glow"), after_blur({"glow_prep.frag", "glow_add.frag"}));
-  EXPECT_EQ(op_frags("disc"), (Lines{"row_prefix.frag", "disc_blur.frag"}));
-  EXPECT_EQ(op_frags("blur "), Lines{});
-}
-
 // Whatever the numbers, a run ends with one of its four results and nothing in use.
 TEST(Ops, SurviveEveryNumber) {
   const std::vector<double> values{nan,    inf,  -inf, 0,     0.5,    -3,    40,
@@ -192,7 +180,7 @@ TEST(Ops, SurviveEveryNumber) {
   }
 }
 
-TEST(Ops, RadiiAndFactors) {
+TEST(Ops, RadiiFactorsAndFiles) {
   struct Row {
     double size;
     int number;
@@ -206,33 +194,14 @@ TEST(Ops, RadiiAndFactors) {
       {100, 25, 4}, {100.5, 25, 5}, {20, 25, 1},  {25, 25, 1},
       {100, 0, 1},  {100, -3, 1},   {nan, 25, 1}, {inf, 25, std::numeric_limits<int>::max()}};
   for (const Row& row : factors) EXPECT_EQ(factor(row.size, row.number), row.expected) << row.size;
-}
-
-// The ramp sends a hard edge, blurred by the triangle, from 0 to 1 over the pixel at `amount`.
-TEST(Ops, RampIsOnePixelWideAtTheAmount) {
-  for (const double amount : {1.0, -1.5, 2.0, 3.0, -10.0, 400.0}) {
-    double scale = 0;
-    double offset = 0;
-    erode_ramp(amount, &scale, &offset);
-    const double w = 2 * std::abs(amount);
-    // Share of a triangle of half width w that lies left of t, summed finely.
-    const auto share = [w](double t) {
-      constexpr int steps = 20000;
-      double sum = 0;
-      for (int i = 0; i < steps; ++i) {
-        const double x = -w + (i + 0.5) * 2 * w / steps;
-        if (x < t) sum += (1 - std::abs(x) / w) / w * 2 * w / steps;
-      }
-      return sum;
-    };
-    EXPECT_NEAR(scale * share(std::abs(amount) - 0.5) + offset, 0, 1e-3 * scale) << amount;
-    EXPECT_NEAR(scale * share(std::abs(amount) + 0.5) + offset, 1, 1e-3 * scale) << amount;
-  }
   double scale = 0;
   double offset = 1;
   erode_ramp(0, &scale, &offset);
   EXPECT_EQ(scale, 1);
   EXPECT_EQ(offset, 0);
+  EXPECT_EQ(op_frags("glow"), (Lines{"blur_v.frag", "blur_h.frag", "blur_downrez.frag", "blur_uprez.frag",
+                                     "glow_prep.frag", "glow_add.frag"}));
+  EXPECT_EQ(op_frags("glow "), Lines{});
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include "tests/nodes/filter/programs.h"
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <array>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -74,23 +76,15 @@ TEST(Plan, MakesScratchTexturesOnceAndDrawsInThisOrder) {
   EXPECT_TRUE(fake_egl::misuse().empty());
 }
 
-TEST(Plan, SizesAndSlots) {
-  const Tex image{1, 2, 3, 40, 30};
-  Plan plan(std::vector{image, image, Tex{4, 5, 6, 20, 10}});
-  EXPECT_EQ(plan.input(5), 5);
-  const int inherits = plan.pass("a", 2, {U3("u", 1, 2, 3)}, {{"u_x", 1}}, 0, 7);
-  EXPECT_EQ(inherits, 3);
-  EXPECT_EQ(plan.w(3), 20);
-  EXPECT_EQ(plan.h(3), 10);
-  const int no_input = plan.pass("a", -1, {}, {{"u_x", 1}}, 0, 7);
-  EXPECT_EQ(plan.w(no_input), 0);
-  EXPECT_EQ(plan.h(no_input), 7);
+TEST(Plan, TakesSizesFromTheInputOnlyWithoutAWidth) {
+  const std::vector<Tex> images{{1, 2, 3, 40, 30}, {4, 5, 6, 20, 10}};
+  Plan plan(images);
+  EXPECT_EQ(plan.pass("a", 1, {}, {{"u_x", 0}}, 0, 7), 2);
+  EXPECT_EQ(plan.pass("a", -1, {}, {{"u_x", 0}}, 0, 7), 3);
+  EXPECT_EQ((std::array{plan.w(2), plan.h(2), plan.w(3), plan.h(3)}), (std::array{20, 10, 0, 7}));
   using Textures = std::vector<std::pair<std::string, int32_t>>;
-  EXPECT_EQ(plan.passes[0].textures, (Textures{{"u_image", 2}, {"u_x", 1}}));
-  EXPECT_EQ(plan.passes[1].textures, (Textures{{"u_x", 1}}));
-  const Uni& uni = plan.passes[0].unis[0];
-  EXPECT_EQ(uni.n, 3);
-  EXPECT_EQ(std::vector<float>(uni.v, uni.v + 4), (std::vector<float>{1, 2, 3, 0}));
+  EXPECT_EQ(plan.passes[0].textures, (Textures{{"u_image", 1}, {"u_x", 0}}));
+  EXPECT_EQ(plan.passes[1].textures, (Textures{{"u_x", 0}}));
 }
 
 TEST(Plan, BadPlansAreRefusedBeforeAnyCall) {

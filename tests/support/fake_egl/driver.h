@@ -2,6 +2,7 @@
 
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <algorithm>
 #include <atomic>
 #include <initializer_list>
 #include <span>
@@ -73,6 +74,19 @@ void log(const char* name, Arguments... arguments) {
   out << name;
   (void(print(out << ' ', arguments)), ...);
   append(out.str());
+}
+
+// An entry point that does nothing else: logged<"glViewport", int, int, int, int>.
+template <size_t length>
+struct Name {
+  constexpr Name(const char (&text)[length]) {
+    std::copy_n(text, length, value);
+  }
+  char value[length];
+};
+template <Name name, class... Arguments>
+void logged(Arguments... arguments) {
+  log(name.value, arguments...);
 }
 
 }  // namespace fake_egl

@@ -16,29 +16,6 @@ void BindTexture(unsigned target, unsigned name) {
   log("glBindTexture", target, name);
   bound_texture = name;
 }
-void Viewport(int x, int y, int w, int h) {
-  log("glViewport", x, y, w, h);
-}
-void Scissor(int x, int y, int w, int h) {
-  log("glScissor", x, y, w, h);
-}
-void UseProgram(unsigned program) {
-  log("glUseProgram", program);
-}
-void ActiveTexture(unsigned unit) {
-  log("glActiveTexture", unit);
-}
-void BindSampler(unsigned unit, unsigned sampler) {
-  log("glBindSampler", unit, sampler);
-}
-void BindVertexArray(unsigned array) {
-  log("glBindVertexArray", array);
-}
-void DrawElementsInstancedBaseInstance(unsigned mode, int count, unsigned type, const void* indices,
-                                       int instances, unsigned base) {
-  log("glDrawElementsInstancedBaseInstance", mode, count, type, indices, instances, base);
-}
-
 template <int components>
 void ProgramUniform(unsigned program, int location, int count, const float* values) {
   static const std::string name = "glProgramUniform" + std::to_string(components) + "fv";
@@ -93,14 +70,15 @@ void DrawBuffers(int count, const unsigned* buffers) {
 
 const Provide provide{
     entry("glBindFramebuffer", BindFramebuffer),
-    entry("glViewport", Viewport),
-    entry("glScissor", Scissor),
-    entry("glUseProgram", UseProgram),
-    entry("glActiveTexture", ActiveTexture),
+    entry("glViewport", logged<"glViewport", int, int, int, int>),
+    entry("glScissor", logged<"glScissor", int, int, int, int>),
+    entry("glUseProgram", logged<"glUseProgram", unsigned>),
+    entry("glActiveTexture", logged<"glActiveTexture", unsigned>),
     entry("glBindTexture", BindTexture),
-    entry("glBindSampler", BindSampler),
-    entry("glBindVertexArray", BindVertexArray),
-    entry("glDrawElementsInstancedBaseInstance", DrawElementsInstancedBaseInstance),
+    entry("glBindSampler", logged<"glBindSampler", unsigned, unsigned>),
+    entry("glBindVertexArray", logged<"glBindVertexArray", unsigned>),
+    entry("glDrawElementsInstancedBaseInstance",
+          logged<"glDrawElementsInstancedBaseInstance", unsigned, int, unsigned, const void*, int, unsigned>),
     entry("glProgramUniform1fv", ProgramUniform<1>),
     entry("glProgramUniform2fv", ProgramUniform<2>),
     entry("glProgramUniform3fv", ProgramUniform<3>),
