@@ -23,8 +23,10 @@ struct OutputFile {
 };
 
 // One image to be encoded. Takes shared ownership of the pixels: premultiplied RGBA float, rows top
-// to bottom, box_width(extent.window) x box_height(extent.window). EXR and TIFF keep the data window;
-// PNG gets the format's area, transparent black where there are no pixels.
+// to bottom, box_width(extent.window) x box_height(extent.window). EXR keeps the data window (its part inside
+// the format unless `overscan`); PNG and
+// TIFF, whose readers mostly know of none, get the format's area, transparent black where there are
+// no pixels. PNG stores colour unpremultiplied, as its readers expect.
 struct WriteJob {
   int64_t frame = 0;
   OutputFile file;
@@ -41,13 +43,13 @@ struct WriteResult {
   double encode_ms = 0;
 };
 
-// Encodes on a thread of its own, in the order of submission. A file appears whole or not at all: it
-// is written under a temporary name in the same folder ("." + name + ".<pid>.part"), flushed and
-// renamed. Missing folders are made. `done` is called on the writer's thread, once a job.
-// put from one thread at a time, finish after the last put. Destruction finishes what was put.
+// Encodes on threads of its own, which start jobs in the order of submission. A file appears whole or
+// not at all (see atomic_file.h). `done` is called once a job, on an encoding thread, never by two
+// at a time. put from one thread at a time, finish after the last put. Destruction finishes what was put.
 class ImageWriter {
  public:
-  // queue_limit: jobs held at most, the one being encoded included; threads: for the encoders, 0 all.
+  // queue_limit: jobs held at most, those being encoded included; threads: how many encode side by
+  // side, 0 one a processor.
   ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done);
   ~ImageWriter();
   ImageWriter(const ImageWriter&) = delete;
@@ -63,9 +65,5 @@ class ImageWriter {
   struct State;
   std::unique_ptr<State> state_;
 };
-
-// Removes the temporary files that killed runs left in a folder: those whose process is gone.
-// Returns how many. A folder that does not exist has none.
-int remove_leftovers(const std::filesystem::path& folder);
 
 }  // namespace host::files
