@@ -30,6 +30,28 @@ uint64_t texture_bytes(const Box& window) {
   return uint64_t{16} * static_cast<uint64_t>(box_width(window)) * static_cast<uint64_t>(box_height(window));
 }
 
+// Times an evaluation: on the device, and on this thread without what it waits for files and moves
+// pixels, which is counted elsewhere.
+class DrawTime {
+ public:
+  DrawTime(std::optional<gpu::Timer>& timer, Stats& stats)
+      : timer_(timer), stats_(stats), before_(stats.wait_decode_ms + stats.upload_ms), watch_(stats.draw_ms) {
+    if (timer_) timer_->begin();
+  }
+  ~DrawTime() {
+    if (timer_) timer_->end();
+    stats_.draw_ms -= stats_.wait_decode_ms + stats_.upload_ms - before_;
+  }
+  DrawTime(const DrawTime&) = delete;
+  DrawTime& operator=(const DrawTime&) = delete;
+
+ private:
+  std::optional<gpu::Timer>& timer_;
+  Stats& stats_;
+  double before_;
+  Stopwatch watch_;
+};
+
 // Closes the touch cycle however the evaluation ends.
 struct TouchCycle {
   ResultStore& store;
@@ -53,16 +75,19 @@ struct Evaluator::Run {
 
 Evaluator::Evaluator(const shot::Composition& composition, const nodes::Project& project,
                      gpu::TexturePool& pool, nodes::RenderContext& context, ResultStore& store, Stats& stats,
-                     uint64_t memory)
+                     uint64_t memory, bool time_device)
     : composition_(composition),
       project_(project),
       pool_(pool),
       context_(context),
       store_(store),
       stats_(stats),
-      memory_(memory) {}
+      memory_(memory) {
+  if (time_device) timer_.emplace();
+}
 
 std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Keep& keep) {
+  const DrawTime time(timer_, stats_);
   const size_t count = frame.graph.instances.size();
   Run run{frame, keep, instance_extents(composition_, frame.graph, project_), std::vector<ResultPtr>(count)};
   const TouchCycle cycle(store_);
@@ -105,7 +130,6 @@ void Evaluator::compute(Run& run, size_t at) {
   for (const int read : instance.reads) inputs.push_back(input_image(run, instance, read));
   make_room(composition_, instance, run.extents[at].window);
   auto result = std::make_shared<Result>();
-  const Stopwatch watch(stats_.gpu_ms);
   result->image = attempt(composition_, instance, [&] {
     return node.type->operation->render(node.call_at(instance.frame, project_), inputs, run.extents[at],
                                         context_);
@@ -130,7 +154,6 @@ const nodes::Image& Evaluator::settled(Run& run, size_t at) {
   if (result.settled.texture || is_empty(result.image.extent.window)) return result.settled;
   const Instance& instance = run.frame.graph.instances[at];
   make_room(composition_, instance, result.image.extent.window);
-  const Stopwatch watch(stats_.gpu_ms);
   result.settled = attempt(composition_, instance, [&] { return nodes::settle(result.image, context_); });
   note_peak();
   const int64_t key = run.frame.keys[at];

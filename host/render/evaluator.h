@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/gpu/timer.h"
 #include "host/nodes/render_context.h"
 #include "host/render/keyed_frame.h"
 #include "host/render/result_store.h"
@@ -7,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace host::render {
@@ -18,13 +20,19 @@ class Evaluator {
   // Whether a result is worth keeping for later frames.
   using Keep = std::function<bool(int64_t key)>;
 
-  // memory: bytes that textures may have together.
+  // memory: bytes that textures may have together; time_device: ask the device for its times.
   Evaluator(const shot::Composition& composition, const nodes::Project& project, gpu::TexturePool& pool,
-            nodes::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory);
+            nodes::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory,
+            bool time_device);
 
   // The outputs' images, settled, in the graph's order. Throws FrameError, MemoryLimit when one
   // image alone is larger than the memory, and ShaderError.
   std::vector<nodes::Image> evaluate(const KeyedFrame& frame, const Keep& keep);
+
+  // Milliseconds that the device has drawn for. Waits for the last draw.
+  double device_ms() {
+    return timer_ ? timer_->total_ms(true) : stats_.draw_ms;
+  }
 
  private:
   struct Run;
@@ -42,6 +50,7 @@ class Evaluator {
   ResultStore& store_;
   Stats& stats_;
   uint64_t memory_;
+  std::optional<gpu::Timer> timer_;
 };
 
 }  // namespace host::render

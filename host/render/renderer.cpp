@@ -35,7 +35,7 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       shaders(gpu::ShaderLibrary::default_root()),
       pool(options.memory, gpu.max_texture_size()),
       context(shaders, pool, decoder, stats),
-      evaluator(composition, project, pool, context, store, stats, options.memory),
+      evaluator(composition, project, pool, context, store, stats, options.memory, !gpu.software()),
       keys(composition, project),
       single_keys(composition, project),
       gpu_before(qv::gpu::stats()),
@@ -54,6 +54,7 @@ Renderer::State::~State() {
 void Renderer::State::gather_stats() {
   const qv::gpu::Stats& now = qv::gpu::stats();
   const files::DecoderStats files = decoder.stats();
+  stats.gpu_ms = evaluator.device_ms();
   stats.visited = keys.visited() + single_keys.visited();
   stats.draws = static_cast<int64_t>(now.draws - gpu_before.draws);
   stats.uniforms_sent = static_cast<int64_t>(now.uploads - gpu_before.uploads);

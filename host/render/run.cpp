@@ -5,6 +5,7 @@
 #include "host/render/upcoming.h"
 #include "host/stopwatch.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -33,12 +34,18 @@ class Run {
       : state_(state),
         progress_(progress),
         frames_(state.options.frames.empty() ? state.composition.frames : state.options.frames),
-        upcoming_(state.composition, state.project, state.keys, frames_, frames_ahead(state.threads)),
+        upcoming_(state.composition, state.project, state.keys, unfinished(), frames_ahead(state.threads)),
         delivery_(state.threads) {}
 
   Outcome render_all() {
     if (frames_.empty()) return Outcome::nothing;
     progress_.begin(static_cast<int64_t>(frames_.size()), state_.gpu.renderer(), state_.gpu.software());
+    for (const int64_t frame : finished_before_) {
+      FrameReport report;
+      report.frame = frame;
+      report.skipped = true;
+      progress_.frame(report);
+    }
     const bool whole = render_frames();
     delivery_.finish();
     report_finished();
@@ -69,7 +76,7 @@ class Run {
     const int64_t computed = state_.stats.computed;
     const int64_t hits = state_.stats.cache_hits;
     try {
-      draw_and_send(frame, report);
+      draw_and_send(frame);
     } catch (const MemoryLimit& error) {
       over_memory_ = true;
       report.error = error.what();
@@ -81,13 +88,30 @@ class Run {
     delivery_.end(report);
   }
 
-  void draw_and_send(const Upcoming& frame, FrameReport& report) {
+  // The frames that are to be rendered; notes those whose files are there and may stay.
+  std::vector<int64_t> unfinished() {
+    if (state_.options.existing != Existing::skip) return frames_;
+    std::vector<int64_t> left;
+    for (const int64_t frame : frames_) (stands_already(frame) ? finished_before_ : left).push_back(frame);
+    return left;
+  }
+
+  bool stands_already(int64_t frame) const {
+    try {
+      const std::vector<Target> targets = targets_of(frame);
+      return std::all_of(targets.begin(), targets.end(), [](const Target& target) {
+        std::error_code error;
+        return std::filesystem::exists(target.file.path, error);
+      });
+    } catch (const FrameError&) {
+      return false;  // rendering it will say why
+    }
+  }
+
+  void draw_and_send(const Upcoming& frame) {
     if (!frame.error.empty()) throw FrameError(frame.error);
     const std::vector<Target> targets = targets_of(frame.frame);
-    if (stands_already(targets, frame.frame)) {
-      report.skipped = true;
-      return;
-    }
+    check_paths(targets, frame.frame);
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
     const auto images =
         state_.evaluator.evaluate(frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); });
@@ -113,20 +137,22 @@ class Run {
     return targets;
   }
 
-  // Whether all files of a frame are there and may stay. Throws when one is in the way.
-  bool stands_already(const std::vector<Target>& targets, int64_t frame) const {
-    if (state_.options.existing == Existing::overwrite) return false;
-    size_t there = 0;
-    for (const Target& target : targets) {
+  // Throws when a file is in the way: one from before, or that of another frame of this run.
+  void check_paths(const std::vector<Target>& targets, int64_t frame) {
+    for (size_t i = 0; i < targets.size(); ++i) {
+      const std::string& path = targets[i].file.path;
+      const std::string place = frame_place(state_.composition, targets[i].node, frame);
+      if (first_paths_.size() <= i) {
+        first_paths_.push_back(path);
+      } else if (path == first_paths_[i]) {
+        throw FrameError(place + path +
+                         ": every frame would go to this file; put #### where its number is to stand");
+      }
       std::error_code error;
-      if (!std::filesystem::exists(target.file.path, error)) continue;
-      ++there;
-      if (state_.options.existing == Existing::refuse) {
-        throw FrameError(frame_place(state_.composition, target.node, frame) + target.file.path +
-                         " exists already");
+      if (state_.options.existing == Existing::refuse && std::filesystem::exists(path, error)) {
+        throw FrameError(place + path + " exists already");
       }
     }
-    return there == targets.size();
   }
 
   void report_finished() {
@@ -143,6 +169,8 @@ class Run {
   Renderer::State& state_;
   Progress& progress_;
   std::vector<int64_t> frames_;
+  std::vector<int64_t> finished_before_;
+  std::vector<std::string> first_paths_;  // of each output, where the first frame went
   UpcomingFrames upcoming_;
   Delivery delivery_;
   bool over_memory_ = false;

@@ -15,7 +15,8 @@ struct Stats {
   double wait_decode_ms = 0;  // the render thread waiting for pixels
   double decode_ms = 0;       // on the decoders' threads
   double upload_ms = 0;
-  double gpu_ms = 0;         // issuing draws, on a software device the drawing itself
+  double draw_ms = 0;        // the render thread issuing draws, and waiting where the driver makes it
+  double gpu_ms = 0;         // drawing, by the device's own clock; as draw_ms on a software device
   double read_back_ms = 0;   // waiting for the transfer ring
   double wait_write_ms = 0;  // waiting for room in the writer's queue
   double encode_ms = 0;      // on the writer's thread

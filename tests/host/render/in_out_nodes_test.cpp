@@ -1,0 +1,166 @@
+#include "tests/host/render/scene.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Rgba = std::array<float, 4>;
+
+std::string read_node(const std::string& knobs) {
+  return R"({"name": "r", "type": "read", "knobs": {)" + knobs + "}}";
+}
+
+// A plate whose pixel i has channel c at 10 * i + c + offset.
+scene::Plate numbered(int width, int height, std::vector<std::string> channels, float offset = 0) {
+  scene::Plate plate;
+  plate.width = width;
+  plate.height = height;
+  plate.channels = std::move(channels);
+  for (int i = 0; i < width * height; ++i) {
+    for (size_t c = 0; c < plate.channels.size(); ++c) {
+      plate.pixels.push_back(10 * static_cast<float>(i) + static_cast<float>(c) + offset);
+    }
+  }
+  return plate;
+}
+
+struct FileCase {
+  const char* what;
+  std::vector<std::string> channels;
+  const char* layer;
+  Rgba first;  // of the upper left pixel
+};
+
+// Every way to read: plain files through the scheduler, layers through the layer reader, the rest
+// through the general one; channels by name wherever they stand.
+TEST(ReadNode, FindsChannelsByName) {
+  const FileCase cases[] = {
+      {"plain", {"R", "G", "B", "A"}, "", {0, 1, 2, 3}},
+      {"without alpha", {"R", "G", "B"}, "", {0, 1, 2, 1}},
+      {"grey", {"Y"}, "", {0, 0, 0, 1}},
+      {"main of many", {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"}, "", {0, 1, 2, 3}},
+      {"layer", {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"}, "key", {7, 6, 5, 1}},
+      {"one channel", {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"}, "depth", {4, 4, 4, 4}},
+      {"named layers alone", {"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}, "", {3, 4, 5, 1}},
+  };
+  for (const FileCase& each : cases) {
+    scene::write_plate(scene::folder() / "channels.exr", numbered(4, 2, each.channels));
+    scene::Scene shot(read_node(std::string(R"("file": "channels.exr", "layer": ")") + each.layer + "\""), 4,
+                      2);
+    const auto image = shot.image("r");
+    ASSERT_EQ(image.extent.window, (host::Box{0, 0, 4, 2})) << each.what;
+    EXPECT_EQ(scene::pixel(image, 0, 1), each.first) << each.what;
+    Rgba last = each.first;
+    for (size_t c = 0; c < 4; ++c) {
+      // What the file has no channel for stays what it is.
+      if (c < 3 || each.first[3] != 1) last[c] += 70;
+    }
+    EXPECT_EQ(scene::pixel(image, 3, 0), last) << each.what;
+  }
+}
+
+TEST(ReadNode, PlacesTheDataWindow) {
+  scene::Plate plate = numbered(2, 1, {"R", "G", "B", "A"});
+  plate.x = 3;
+  plate.y = -1;
+  plate.full_width = 10;
+  plate.full_height = 6;
+  scene::write_plate(scene::folder() / "window.exr", plate);
+  scene::Scene shot(read_node(R"("file": "window.exr")"), 10, 6);
+  const auto image = shot.image("r");
+  // Row -1 from the top of 6 rows is the row at y = 6.
+  EXPECT_EQ(image.extent.window, (host::Box{3, 6, 5, 7}));
+  EXPECT_EQ(image.extent.format.height, 6);
+  EXPECT_EQ(scene::pixel(image, 4, 6), (Rgba{10, 11, 12, 13}));
+}
+
+TEST(ReadNode, ScalesByMeansAndTurnsColourLinear) {
+  scene::write_plate(scene::folder() / "scale.exr", numbered(4, 2, {"R", "G", "B", "A"}));
+  host::render::RenderOptions half;
+  half.scale = 0.5;
+  scene::Scene small(read_node(R"("file": "scale.exr")"), 4, 2, half);
+  const auto image = small.image("r");
+  ASSERT_EQ(image.extent.window, (host::Box{0, 0, 2, 1}));
+  // Pixels 2, 3, 6 and 7: mean 45, plus the channel.
+  EXPECT_EQ(scene::pixel(image, 1, 0), (Rgba{45, 46, 47, 48}));
+
+  scene::Plate grey = numbered(1, 1, {"R", "G", "B", "A"});
+  grey.pixels = {0.25F, 0.02F, 0, 0.5F};
+  scene::write_plate(scene::folder() / "encoded.exr", grey);
+  scene::Scene shot(read_node(R"("file": "encoded.exr", "color": "srgb")"), 1, 1);
+  // 0.25 over alpha 0.5 is the encoded 0.5: ((0.5 + 0.055) / 1.055)^2.4 = 0.2140411, times 0.5.
+  const Rgba found = scene::pixel(shot.image("r"), 0, 0);
+  EXPECT_NEAR(found[0], 0.1070206, 1e-6);
+  EXPECT_NEAR(found[1], 0.02 / 12.92, 1e-7);
+  EXPECT_EQ(found[3], 0.5F);
+}
+
+// A sequence of frames 2 to 4, each of them its number.
+TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
+  for (int frame = 2; frame <= 4; ++frame) {
+    scene::Plate plate;
+    plate.width = plate.height = 1;
+    plate.pixels.assign(4, static_cast<float>(frame));
+    scene::write_plate(scene::folder() / ("seq." + std::to_string(frame) + ".exr"), plate);
+  }
+  struct Case {
+    const char* before;
+    const char* after;
+    std::vector<float> frames;  // what stands at -1, 0, ..., 8; 0 for black
+  };
+  const Case cases[] = {
+      {"hold", "hold", {2, 2, 2, 2, 3, 4, 4, 4, 4, 4}},
+      {"loop", "loop", {2, 3, 4, 2, 3, 4, 2, 3, 4, 2}},
+      {"bounce", "bounce", {3, 4, 3, 2, 3, 4, 3, 2, 3, 4}},
+      {"black", "hold", {0, 0, 0, 2, 3, 4, 4, 4, 4, 4}},
+  };
+  for (const Case& each : cases) {
+    for (const char* range : {"", R"(, "first": 2, "last": 4)"}) {
+      scene::Scene shot(read_node(std::string(R"("file": "seq.#.exr", "before": ")") + each.before +
+                                  R"(", "after": ")" + each.after + "\"" + range),
+                        1, 1);
+      for (int frame = -1; frame <= 8; ++frame) {
+        EXPECT_EQ(scene::pixel(shot.image("r", frame), 0, 0)[0], each.frames[static_cast<size_t>(frame + 1)])
+            << each.before << " " << each.after << range << " frame " << frame;
+      }
+    }
+  }
+}
+
+std::string failure(scene::Scene& shot, int64_t frame) {
+  try {
+    shot.image("r", frame);
+  } catch (const host::render::FrameError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(ReadNode, SaysWhatIsMissing) {
+  const std::string folder = scene::folder().string();
+  const std::string place = folder + R"(/shot.json: node "r": frame 7: )";
+  scene::Scene missing(read_node(R"("file": "gone.####.exr")"));
+  EXPECT_EQ(failure(missing, 7), place + folder + "/gone.0007.exr: no such file");
+  scene::Scene outside(read_node(R"("file": "gone.%04d.exr", "first": 2, "last": 4)"));
+  EXPECT_EQ(failure(outside, 7), place + folder + "/gone.0007.exr: the sequence has frames 2 to 4");
+  scene::write_plate(scene::folder() / "layers.exr", numbered(1, 1, {"R", "G", "B", "A", "depth.Z"}));
+  scene::Scene layer(read_node(R"("file": "layers.exr", "layer": "dept")"));
+  EXPECT_EQ(failure(layer, 7), place + folder + R"(/layers.exr: has no layer "dept"; it has "depth")");
+  scene::Scene nothing(read_node(R"("layer": "x")"));
+  EXPECT_EQ(failure(nothing, 7), place + "knob \"file\": expected a path, found none");
+}
+
+TEST(ConstantNode, FillsTheFormat) {
+  scene::Scene shot(R"({"name": "c", "type": "constant", "knobs": {"color": [0.25, 0.5, 1, 0.75]}},
+                       {"name": "rgb", "type": "constant", "knobs": {"color": [0.25, 0.5, 1, 0.75], "channels": "rgb"}})",
+                    5, 3);
+  const auto image = shot.image("c");
+  EXPECT_EQ(image.extent.window, (host::Box{0, 0, 5, 3}));
+  EXPECT_EQ(scene::pixel(image, 4, 2), (Rgba{0.25F, 0.5F, 1, 0.75F}));
+  EXPECT_EQ(scene::pixel(shot.image("rgb"), 0, 0), (Rgba{0.25F, 0.5F, 1, 0}));
+}
+
+}  // namespace
