@@ -28,7 +28,7 @@ struct Binding {
   size_t slot = 0;
 };
 
-// What the passes upload and read, one after the other; `Span` says which part is a pass's.
+// Which of the values and bindings belong to a pass.
 struct Span {
   size_t first_value = 0;
   size_t end_value = 0;
@@ -36,11 +36,21 @@ struct Span {
   size_t end_binding = 0;
 };
 
-struct Resolved {
+// What the passes of a run upload and read, one after the other, and what its slots hold meanwhile.
+// Kept between runs, so that a filter that runs again allocates nothing here.
+struct Workspace {
   std::vector<gpu::Pending> values;
   std::vector<Binding> bindings;
   std::vector<Span> passes;
+  std::vector<Held> held;
+  // The last pass that reads a slot; the number of passes for a slot that none reads.
+  std::vector<size_t> last_reader;
 };
+
+Workspace& workspace() {
+  static Workspace instance;
+  return instance;
+}
 
 bool has_slot(const std::vector<Plan::Slot>& slots, int slot) {
   return slot >= 0 && static_cast<size_t>(slot) < slots.size();
@@ -77,41 +87,42 @@ void resolve_bindings(const Pass& pass, std::vector<Binding>& bindings) {
 
 // Finds program, values and bindings of every pass, and notes the program in the pass. False for a
 // plan that cannot be drawn. No GL calls.
-bool resolve(std::vector<Pass>& passes, const std::vector<Plan::Slot>& slots, Resolved& resolved) {
-  constexpr size_t usual_values = 4;
-  constexpr size_t usual_textures = 2;
-  resolved.passes.reserve(passes.size());
-  resolved.values.reserve(usual_values * passes.size());
-  resolved.bindings.reserve(usual_textures * passes.size());
+bool resolve(std::vector<Pass>& passes, const std::vector<Plan::Slot>& slots, Workspace& work) {
+  work.values.clear();
+  work.bindings.clear();
+  work.passes.clear();
   for (Pass& pass : passes) {
     if (!well_formed(pass, slots)) return false;
     pass.prog = program_get(pass.program);
     if (pass.prog == nullptr || !gpu::program_known(pass.prog->program)) return false;
-    Span span{resolved.values.size(), 0, resolved.bindings.size(), 0};
-    resolve_values(pass, resolved.values);
-    resolve_bindings(pass, resolved.bindings);
-    span.end_value = resolved.values.size();
-    span.end_binding = resolved.bindings.size();
-    resolved.passes.push_back(span);
+    Span span{work.values.size(), 0, work.bindings.size(), 0};
+    resolve_values(pass, work.values);
+    resolve_bindings(pass, work.bindings);
+    span.end_value = work.values.size();
+    span.end_binding = work.bindings.size();
+    work.passes.push_back(span);
   }
   return true;
 }
 
-// Draws the passes of one run. Owns the scratch textures that the slots hold at the moment.
+// Draws the passes of one run. No slot holds a scratch texture before or after.
 class Runner {
  public:
-  Runner(std::vector<Plan::Slot>& slots, const std::vector<Pass>& passes, const Resolved& resolved,
-         uint32_t restore)
-      : slots_(slots),
-        passes_(passes),
-        resolved_(resolved),
-        restore_(restore),
-        held_(slots.size()),
-        last_reader_(slots.size(), passes.size()) {
+  Runner(std::vector<Plan::Slot>& slots, const std::vector<Pass>& passes, Workspace& work, uint32_t restore)
+      : slots_(slots), passes_(passes), work_(work), restore_(restore) {
+    work_.held.resize(slots.size());
+    work_.last_reader.assign(slots.size(), passes.size());
     for (size_t i = 0; i < passes.size(); ++i) {
-      for (const Binding& binding : bindings_of(i)) last_reader_[binding.slot] = i;
+      for (const Binding& binding : bindings_of(i)) work_.last_reader[binding.slot] = i;
     }
   }
+
+  // Gives back what no pass has read, or a pass that was not drawn would have.
+  ~Runner() {
+    for (size_t slot = 0; slot < slots_.size(); ++slot) give_back(slot);
+  }
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
 
   int draw_all() {
     int result = 1;
@@ -119,14 +130,13 @@ class Runner {
       result = draw(i);
       if (result == 1) give_back_after(i);
     }
-    for (size_t slot = 0; slot < slots_.size(); ++slot) give_back(slot);
     return result;
   }
 
  private:
   std::span<const Binding> bindings_of(size_t pass) const {
-    const Span& span = resolved_.passes[pass];
-    return std::span(resolved_.bindings).subspan(span.first_binding, span.end_binding - span.first_binding);
+    const Span& span = work_.passes[pass];
+    return std::span(work_.bindings).subspan(span.first_binding, span.end_binding - span.first_binding);
   }
 
   int draw(size_t i) {
@@ -140,43 +150,39 @@ class Runner {
       const Tex& tex = slots_[bindings[k].slot].tex;
       units[k] = {bindings[k].unit, gpu::gl::TEXTURE_2D, tex.texture, tex.sampler};
     }
-    const Span& span = resolved_.passes[i];
+    const Span& span = work_.passes[i];
     const Tex& target = slots_[out].tex;
-    const int refused = gpu::draw(target.fbo, slots_[out].w, slots_[out].h, pass.prog->program,
-                                  resolved_.values.data() + span.first_value,
-                                  static_cast<int32_t>(span.end_value - span.first_value), units.data(),
-                                  static_cast<int32_t>(unit_count), pass.prog->vao, pass.prog->mode,
-                                  pass.prog->count, restore_);
+    const int refused = gpu::draw(
+        target.fbo, slots_[out].w, slots_[out].h, pass.prog->program, work_.values.data() + span.first_value,
+        static_cast<int32_t>(span.end_value - span.first_value), units.data(),
+        static_cast<int32_t>(unit_count), pass.prog->vao, pass.prog->mode, pass.prog->count, restore_);
     ++scratch_pool().stats.draws;
     return refused == 0 ? 1 : -2;
   }
 
   bool take(size_t slot) {
-    if (!held_[slot].empty()) return true;
-    if (!scratch_pool().take(slots_[slot].w, slots_[slot].h, restore_, held_[slot])) return false;
-    slots_[slot].tex = held_[slot].front().tex;
+    if (!work_.held[slot].empty()) return true;
+    if (!scratch_pool().take(slots_[slot].w, slots_[slot].h, restore_, work_.held[slot])) return false;
+    slots_[slot].tex = work_.held[slot].front().tex;
     return true;
   }
 
   void give_back(size_t slot) {
-    if (held_[slot].empty()) return;
-    scratch_pool().give_back(held_[slot]);
+    if (work_.held[slot].empty()) return;
+    scratch_pool().give_back(work_.held[slot]);
     slots_[slot].tex = {};
   }
 
   void give_back_after(size_t pass) {
     for (const Binding& binding : bindings_of(pass)) {
-      if (last_reader_[binding.slot] == pass) give_back(binding.slot);
+      if (work_.last_reader[binding.slot] == pass) give_back(binding.slot);
     }
   }
 
   std::vector<Plan::Slot>& slots_;
   const std::vector<Pass>& passes_;
-  const Resolved& resolved_;
+  Workspace& work_;
   uint32_t restore_;
-  std::vector<Held> held_;
-  // The last pass that reads a slot; the number of passes for a slot that none reads.
-  std::vector<size_t> last_reader_;
 };
 
 }  // namespace
@@ -237,14 +243,14 @@ int Plan::run(int out, const Tex& target, uint32_t restore) {
   Slot& result_slot = slots[static_cast<size_t>(out)];
   if (result_slot.kind == 0) return 0;
   if (result_slot.w != target.w || result_slot.h != target.h) return -1;
-  Resolved resolved;
-  if (!resolve(passes, slots, resolved)) return -1;
+  Workspace& work = workspace();
+  if (!resolve(passes, slots, work)) return -1;
 
   ScratchPool& pool = scratch_pool();
   if (!pool.enter_context()) return -2;
   result_slot.kind = 2;
   result_slot.tex = target;
-  const int result = Runner(slots, passes, resolved, restore).draw_all();
+  const int result = Runner(slots, passes, work, restore).draw_all();
   pool.trim_to_cap();
   pool.refresh_bytes();
   ++pool.stats.runs;
