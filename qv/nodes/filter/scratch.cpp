@@ -17,12 +17,12 @@ struct FilterGl {
   void (*gen_textures)(int count, unsigned* names) = nullptr;
   void (*delete_textures)(int count, const unsigned* names) = nullptr;
   void (*tex_image_2d)(unsigned target, int level, int internal_format, int width, int height, int border,
-                     unsigned format, unsigned type, const void* pixels) = nullptr;
+                       unsigned format, unsigned type, const void* pixels) = nullptr;
   void (*tex_parameter)(unsigned target, unsigned name, int value) = nullptr;
   void (*gen_framebuffers)(int count, unsigned* names) = nullptr;
   void (*delete_framebuffers)(int count, const unsigned* names) = nullptr;
   void (*framebuffer_texture_2d)(unsigned target, unsigned attachment, unsigned texture_target,
-                               unsigned texture, int level) = nullptr;
+                                 unsigned texture, int level) = nullptr;
   void (*draw_buffers)(int count, const unsigned* buffers) = nullptr;
 
   bool fetch_all() {

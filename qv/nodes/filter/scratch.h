@@ -9,9 +9,9 @@
 // goes back as soon as no later pass reads it, and the one that has lain there longest is the first
 // to be deleted when the pool holds more than its cap.
 //
-// The pool belongs to the filter context: the context that was current when filters last ran for
-// the first time under one that gl::load had accepted. Under a new context the old textures are
-// dropped without GL calls, for their names mean nothing there.
+// The pool belongs to the filter context: the last one under which a filter ran or the pool was
+// trimmed after gl::load had accepted it. When another context takes its place the textures of the
+// old one are dropped without GL calls, for their names mean nothing in the new one.
 //
 // Everything here: GL thread only.
 namespace qv::nodes::filter {
