@@ -21,30 +21,34 @@ bool wait_for(const Driver& driver, void* display, void* fence) {
   return false;
 }
 
-// Copies the chunks in order, each once its fence signals, and says so in `aux`; ends at the first
+// Copies the chunks in order, each once its fence signals, and says so in `aux`; stops at the first
 // fence that fails, because a frame with a hole is no frame. Returns how many chunks were copied.
 size_t deliver(const Driver& driver, const Slot& slot, const Transfer& transfer) {
   size_t copied = 0;
+  bool whole = true;
   for (const Chunk& chunk : transfer.chunks) {
-    if (!wait_for(driver, transfer.display, chunk.fence)) break;
-    std::memcpy(static_cast<std::byte*>(transfer.dst) + chunk.offset,
-                static_cast<const std::byte*>(slot.mapped) + chunk.offset, chunk.bytes);
-    if (copied < transfer.aux_count)
-      std::atomic_ref(transfer.aux[copied]).store(1, std::memory_order_release);
-    ++copied;
+    whole = whole && wait_for(driver, transfer.display, chunk.fence);
+    if (whole) {
+      std::memcpy(static_cast<std::byte*>(transfer.dst) + chunk.offset,
+                  static_cast<const std::byte*>(slot.mapped) + chunk.offset, chunk.bytes);
+      if (copied < transfer.aux_count)
+        std::atomic_ref(transfer.aux[copied]).store(1, std::memory_order_release);
+      ++copied;
+    }
+    driver.destroy_sync(transfer.display, chunk.fence);
   }
-  for (const Chunk& chunk : transfer.chunks) driver.destroy_sync(transfer.display, chunk.fence);
   return copied;
 }
 
 // Runs the callback and destroys it with all that it captured.
-void call(std::function<void()> callback) {
+void call(std::function<void()>& callback) {
   if (!callback) return;
   try {
     callback();
   } catch (...) {
     // The frame is delivered whatever its receiver throws, and there is nobody here to tell.
   }
+  callback = nullptr;
 }
 
 void count(Stats& stats, const std::vector<Chunk>& chunks, size_t copied) {
@@ -65,7 +69,7 @@ void complete_transfers(State& state) {
 
     lock.unlock();
     const size_t copied = deliver(state.driver, slot, transfer);
-    call(std::move(transfer.callback));
+    call(transfer.callback);
     lock.lock();
 
     slot.busy = false;

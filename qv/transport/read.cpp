@@ -9,6 +9,8 @@ namespace {
 
 namespace gl = gpu::gl;
 
+constexpr uint64_t most_chunks = 8;
+
 constexpr uint64_t pixel_bytes(int channels) {
   return static_cast<uint64_t>(channels) * sizeof(float);
 }
@@ -38,7 +40,7 @@ std::optional<uint64_t> byte_count(const Read& read) {
 
 int rows_per_chunk(uint64_t bytes, int height) {
   constexpr uint64_t wanted = 4194304;
-  const int chunks = static_cast<int>(std::clamp<uint64_t>(bytes / wanted, 1, 8));
+  const int chunks = static_cast<int>(std::clamp<uint64_t>(bytes / wanted, 1, most_chunks));
   return height / chunks + (height % chunks != 0);
 }
 
@@ -47,7 +49,7 @@ std::vector<Chunk> issue(const Driver& driver, void* display, uint32_t buffer, c
   const int rows = rows_per_chunk(bytes, read.height);
   const uint64_t row_bytes = static_cast<uint64_t>(read.width) * pixel_bytes(read.channels);
   std::vector<Chunk> chunks;
-  chunks.reserve(static_cast<size_t>(read.height / rows + 1));
+  chunks.reserve(most_chunks);
 
   driver.bind_buffer(gl::PIXEL_PACK_BUFFER, buffer);
   driver.bind_framebuffer(gl::READ_FRAMEBUFFER, read.framebuffer);
@@ -55,8 +57,9 @@ std::vector<Chunk> issue(const Driver& driver, void* display, uint32_t buffer, c
   for (int row = 0, count = 0; row < read.height; row += count) {
     count = std::min(rows, read.height - row);
     const uint64_t offset = static_cast<uint64_t>(row) * row_bytes;
+    // With a pack buffer bound, GL takes the offset in it for the address.
     driver.read_pixels(read.x, read.y + row, read.width, count, read.channels == 2 ? gl::RG : gl::RGBA,
-                       gl::FLOAT, reinterpret_cast<void*>(offset));
+                       gl::FLOAT, reinterpret_cast<void*>(offset));  // NOLINT(performance-no-int-to-ptr)
     void* fence = driver.create_sync(display, egl_sync_fence, nullptr);
     chunks.push_back({fence, offset, static_cast<uint64_t>(count) * row_bytes});
     // The GPU copies this part while the others are still being queued.

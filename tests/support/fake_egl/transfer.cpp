@@ -65,7 +65,8 @@ void* create_sync(void* display, unsigned type, const int* attributes) {
 }
 
 int wait_sync(void*, void* handle, int flags, uint64_t nanoseconds) {
-  log("eglClientWaitSyncKHR", flags, static_cast<int>(nanoseconds / 1'000'000));
+  log("eglClientWaitSyncKHR", flags,
+      nanoseconds == UINT64_MAX ? -1 : static_cast<int>(nanoseconds / 1'000'000));
   std::unique_lock lock(mutex);
   Sync& sync = syncs.at(handle);
   if (sync.kind == Fence::broken) return 0;
