@@ -10,7 +10,8 @@ namespace host::nodes {
 // read of them. A new family adds its line here and in catalogue.cpp.
 
 std::vector<NodeType> in_out_family();     // read, constant, write
-std::vector<NodeType> merge_family();      // merge, dissolve, switch, copy, channel_merge, shuffle
+std::vector<NodeType> merge_family();      // merge, dissolve, switch
+std::vector<NodeType> channel_family();    // copy, channel_merge, shuffle
 std::vector<NodeType> key_family();        // range_key, screen_key, edge_fill
 std::vector<NodeType> filter_family();     // blur, glow, sharpen, dilate, filter_erode, erode, ...
 std::vector<NodeType> transform_family();  // transform, reformat, corner_pin, crop

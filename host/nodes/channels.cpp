@@ -1,0 +1,170 @@
+#include <qv/nodes/merge/channels.h>
+
+#include "host/nodes/families.h"
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+// Single channels taken from here and put there.
+
+namespace host::nodes {
+namespace {
+
+namespace logic = qv::nodes::merge;
+
+[[noreturn]] void refuse_channel(const char* knob, const std::string& text) {
+  throw std::runtime_error(std::string("knob \"") + knob +
+                           "\": expected a channel such as rgba.red or rgba.alpha, found \"" + text + "\"");
+}
+
+Image shuffled(const std::array<float, 4>& codes, const Image& first, const Image& second,
+               const Extent& extent, RenderContext& context) {
+  const Uniform uniforms[] = {{"u_codes", {codes[0], codes[1], codes[2], codes[3]}}};
+  const Input images[] = {{"u_first", first}, {"u_second", second}};
+  Image result = context.make(extent);
+  context.draw("shuffle.frag", result, uniforms, images);
+  return result;
+}
+
+class Copy final : public Operation {
+ public:
+  Extent extent(const Call& /*call*/, std::span<const Extent> inputs) const override {
+    return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
+  }
+
+  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
+               RenderContext& context) const override {
+    std::array<logic::Route, 4> routes{};
+    bool any = false;
+    for (size_t c = 0; c < routes.size(); ++c) {
+      const std::string& text = call.knobs.text(knob_names[c]);
+      const auto channel = logic::copy_parse_channel(text);
+      if (!channel && !text.empty() && text != "none") refuse_channel(knob_names[c], text);
+      if (!channel) continue;
+      if (channel->layer != "rgba") refuse_channel(knob_names[c], text);
+      routes[c] = {3, 1, channel->index};
+      any = true;
+    }
+    if (!any) return inputs[1];
+    return shuffled(logic::shuffle_codes(routes, true, true, true), inputs[1], inputs[0], extent, context);
+  }
+
+  static constexpr const char* knob_names[] = {"red", "green", "blue", "alpha"};
+};
+
+NodeType copy() {
+  NodeType type;
+  type.name = "copy";
+  type.family = "merge";
+  type.help = "Replaces channels of B by channels of A.";
+  type.inputs = {{"a", true, "Where channels come from."}, {"b", true, "What they are put into."}};
+  for (const char* name : Copy::knob_names) {
+    type.knobs.push_back(text(name, std::string(name) == "alpha" ? "rgba.alpha" : "none",
+                              std::string("Channel of A for B's ") + name + "; none keeps it."));
+  }
+  type.operation = std::make_shared<Copy>();
+  return type;
+}
+
+class ChannelMerge final : public Operation {
+ public:
+  Extent extent(const Call& /*call*/, std::span<const Extent> inputs) const override {
+    return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
+  }
+
+  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
+               RenderContext& context) const override {
+    const Knobs& knobs = call.knobs;
+    const int target = index_of(knobs, "output");
+    if (target < 0 || knobs.number("mix") == 0) return inputs[1];
+    const Uniform uniforms[] = {
+        {"u_channels",
+         {static_cast<double>(index_of(knobs, "a_channel")),
+          static_cast<double>(index_of(knobs, "b_channel")), static_cast<double>(target)}},
+        {"u_op", static_cast<double>(logic::channelmerge_op(knobs.text("operation")))},
+        {"u_mix", knobs.number("mix")}};
+    const Input images[] = {{"u_a", inputs[0]}, {"u_b", inputs[1]}};
+    Image result = context.make(extent);
+    context.draw("channel_merge.frag", result, uniforms, images);
+    return result;
+  }
+
+ private:
+  static int index_of(const Knobs& knobs, const char* knob) {
+    const logic::Chan channel = logic::channelmerge_split(knobs.text(knob));
+    if (channel.layer != "rgba" && channel.index >= 0) refuse_channel(knob, knobs.text(knob));
+    return channel.index;
+  }
+};
+
+NodeType channel_merge() {
+  NodeType type;
+  type.name = "channel_merge";
+  type.family = "merge";
+  type.help = "Merges one channel of A with one of B into a channel of B.";
+  type.inputs = {{"a", true, "The first image."},
+                 {"b", true, "The second; the result replaces its channel."}};
+  type.knobs = {
+      choice("operation", "union",
+             {"union", "absminus", "b if not a", "divide", "from", "in", "max", "min", "minus", "multiply",
+              "out", "plus", "stencil", "xor"},
+             "How the two channels meet."),
+      text("a_channel", "rgba.alpha", "Channel of A; none counts as 0."),
+      text("b_channel", "rgba.alpha", "Channel of B; none counts as 0."),
+      text("output", "rgba.alpha", "Channel of B that gets the result."),
+      number("mix", 1, "How much of the result, 0: B alone.").within(0, 1),
+  };
+  type.operation = std::make_shared<ChannelMerge>();
+  return type;
+}
+
+class Shuffle final : public Operation {
+ public:
+  Extent extent(const Call& call, std::span<const Extent> inputs) const override {
+    // A channel that is 1 everywhere has pixels wherever the format has.
+    Extent result{inputs[0].format, hull(inputs[0].window, inputs[1].window)};
+    for (const float code : codes(call))
+      if (code == 5) result.window = hull(result.window, format_box(result.format));
+    return result;
+  }
+
+  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
+               RenderContext& context) const override {
+    return shuffled(codes(call), inputs[0], inputs[1], extent, context);
+  }
+
+ private:
+  static std::array<float, 4> codes(const Call& call) {
+    std::array<logic::Route, 8> routes;
+    logic::shuffle_routing(call.knobs.text("routing"), routes);
+    const size_t group = call.knobs.text("group") == "second" ? 4 : 0;
+    return logic::shuffle_codes(std::span<const logic::Route, 4>(routes.data() + group, 4), true, true,
+                                call.node.inputs[1] >= 0);
+  }
+};
+
+NodeType shuffle() {
+  NodeType type;
+  type.name = "shuffle";
+  type.family = "merge";
+  type.help = "Puts channels of two images together as a routing text says.";
+  type.inputs = {{"first", true, "Input 0."}, {"second", false, "Input 1."}};
+  type.knobs = {
+      text("routing", "",
+           "How many routes, then for each: source channel (or black, white), its input, a fallback slot; "
+           "output channel, its group, a fallback slot. \"2 a 0 3 r 0 0 white 0 0 a 0 3\" puts alpha into "
+           "red and 1 into alpha. Channels without a route stay as they are."),
+      choice("group", "first", {"first", "second"}, "Which of the routing's two output groups to show."),
+  };
+  type.operation = std::make_shared<Shuffle>();
+  return type;
+}
+
+}  // namespace
+
+std::vector<NodeType> channel_family() {
+  return {copy(), channel_merge(), shuffle()};
+}
+
+}  // namespace host::nodes
