@@ -130,6 +130,8 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   spec.full_height = as_int(format.height);
   spec.attribute("PixelAspectRatio", static_cast<float>(format.pixel_aspect));
   spec.attribute("Software", "quorvel");
+  // The writer would put the time of day here, and the same image would be another file each time.
+  spec.attribute("DateTime", "");
   if (!job.file.compression.empty()) spec.attribute("compression", job.file.compression);
   if (container == Container::png) spec.attribute("oiio:UnassociatedAlpha", 1);
   if (container != Container::exr) spec.attribute("oiio:ColorSpace", job.file.srgb ? "sRGB" : "Linear");

@@ -64,7 +64,9 @@ class Run {
       if (state_.options.stop && *state_.options.stop) return false;
       render_one(frame);
       report_finished();
-      if (state_.stats.failed > 0 && !state_.options.keep_going) break;
+      // A frame that could not be drawn ends the run at once, though earlier files are still on
+      // their way; one that could not be written does so as soon as it is known.
+      if ((draw_failed_ || state_.stats.failed > 0) && !state_.options.keep_going) break;
     }
     return true;
   }
@@ -83,6 +85,7 @@ class Run {
     } catch (const FrameError& error) {
       report.error = error.what();
     }
+    draw_failed_ = draw_failed_ || !report.error.empty();
     report.computed = static_cast<int>(state_.stats.computed - computed);
     report.cached = static_cast<int>(state_.stats.cache_hits - hits);
     delivery_.end(report);
@@ -173,6 +176,7 @@ class Run {
   std::vector<std::string> first_paths_;  // of each output, where the first frame went
   UpcomingFrames upcoming_;
   Delivery delivery_;
+  bool draw_failed_ = false;
   bool over_memory_ = false;
 };
 

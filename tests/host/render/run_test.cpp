@@ -1,0 +1,279 @@
+#include "host/render/progress.h"
+#include "tests/host/render/scene.h"
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using host::render::Existing;
+using host::render::FrameReport;
+using host::render::Outcome;
+using host::render::RenderOptions;
+using host::render::Stats;
+
+constexpr int width = 64;
+constexpr int height = 48;
+constexpr int last_plate = 6;
+
+// Keeps what a render says.
+struct Recorder : host::render::Progress {
+  std::vector<FrameReport> frames;
+  Stats stats;
+  std::function<void(const FrameReport&)> on_frame;
+
+  void clear() {
+    frames.clear();
+    stats = {};
+    on_frame = nullptr;
+  }
+  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
+  void notice(const std::string& /*text*/) override {}
+  void frame(const FrameReport& report) override {
+    frames.push_back(report);
+    if (on_frame) on_frame(report);
+  }
+  void end(const Stats& all) override {
+    stats = all;
+  }
+};
+
+scene::Plate noise(std::mt19937& random, std::vector<std::string> channels) {
+  scene::Plate plate;
+  plate.width = width;
+  plate.height = height;
+  plate.channels = std::move(channels);
+  std::uniform_real_distribution<float> value(0, 1);
+  plate.pixels.resize(width * height * plate.channels.size());
+  for (float& each : plate.pixels) each = value(random);
+  return plate;
+}
+
+// A still background, blurred, and before it a moving plate of two layers with an animated blur.
+std::string shot_nodes() {
+  return R"({"name": "still", "type": "read", "knobs": {"file": "still.exr"}},
+    {"name": "soft still", "type": "blur", "inputs": "still", "knobs": {"size": 7, "edges": "repeat"}},
+    {"name": "plate", "type": "read", "knobs": {"file": "plate.##.exr", "before": "loop", "after": "loop"}},
+    {"name": "key", "type": "read",
+     "knobs": {"file": "plate.##.exr", "layer": "key", "before": "loop", "after": "loop"}},
+    {"name": "glowing", "type": "glow", "inputs": "plate",
+     "knobs": {"size": {"keys": [[1, 1], [12, 9]]}, "edges": "repeat"}},
+    {"name": "mixed", "type": "edge_blur", "inputs": {"image": "glowing", "matte": "key"},
+     "knobs": {"size": 5}},
+    {"name": "over still", "type": "edge_blur", "inputs": {"image": "soft still", "matte": "mixed"},
+     "knobs": {"size": 3}},
+    {"name": "out", "type": "write", "inputs": "over still", "knobs": {"file": "out/o.####.exr", "depth": "float"}})";
+}
+
+constexpr int64_t once_computed = 2;     // the still and its blur
+constexpr int64_t computed_a_frame = 6;  // everything else
+constexpr uint64_t image_bytes = uint64_t{16} * width * height;
+
+class RunTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    std::mt19937 random(7);
+    scene::write_plate(scene::folder() / "still.exr", noise(random, {"R", "G", "B", "A"}));
+    for (int frame = 1; frame <= last_plate; ++frame) {
+      scene::write_plate(scene::folder() / ("plate.0" + std::to_string(frame) + ".exr"),
+                         noise(random, {"R", "G", "B", "A", "key.A", "key.B", "key.G", "key.R"}));
+    }
+  }
+
+  void SetUp() override {
+    std::filesystem::remove_all(scene::folder() / "out");
+  }
+
+  static std::vector<int64_t> frames(int64_t count) {
+    std::vector<int64_t> all(static_cast<size_t>(count));
+    std::iota(all.begin(), all.end(), 1);
+    return all;
+  }
+
+  Outcome run(RenderOptions options, const std::string& nodes = shot_nodes()) {
+    recorder_.clear();
+    scene::Scene shot(nodes, width, height, std::move(options));
+    return shot.renderer().run(recorder_);
+  }
+
+  // What stands under out/ after rendering these frames: by name, a hash of the bytes.
+  std::map<std::string, size_t> files_of(const RenderOptions& options) {
+    SetUp();
+    EXPECT_EQ(run(options), Outcome::done);
+    std::map<std::string, size_t> files;
+    for (const auto& entry : std::filesystem::directory_iterator(scene::folder() / "out")) {
+      std::ifstream stream(entry.path(), std::ios::binary);
+      const std::string bytes(std::istreambuf_iterator<char>(stream), {});
+      files[entry.path().filename().string()] = std::hash<std::string>()(bytes);
+    }
+    return files;
+  }
+
+  Recorder recorder_;
+};
+
+TEST_F(RunTest, SameBytesHoweverTheyAreMade) {
+  RenderOptions options;
+  options.frames = frames(12);
+  options.threads = 1;
+  const auto expected = files_of(options);
+  ASSERT_EQ(expected.size(), 12U);
+  ASSERT_NE(expected.at("o.0001.exr"), expected.at("o.0002.exr"));
+  EXPECT_EQ(files_of(options), expected) << "rendered again";
+
+  options.threads = 2;
+  EXPECT_EQ(files_of(options), expected) << "two threads";
+
+  options.memory = 7 * image_bytes;
+  EXPECT_EQ(files_of(options), expected) << "little memory";
+  EXPECT_LE(recorder_.stats.peak_texture_bytes, options.memory);
+
+  std::mt19937 random(11);
+  for (int round = 0; round < 3; ++round) {
+    std::shuffle(options.frames.begin(), options.frames.end(), random);
+    options.memory = (round + 7) * image_bytes;
+    EXPECT_EQ(files_of(options), expected) << "shuffled, round " << round;
+  }
+
+  std::map<std::string, size_t> one_by_one;
+  for (const int64_t frame : options.frames) {
+    RenderOptions single;
+    single.frames = {frame};
+    one_by_one.merge(files_of(single));
+  }
+  EXPECT_EQ(one_by_one, expected) << "each by a renderer of its own";
+}
+
+TEST_F(RunTest, ComputesAStillBranchOnce) {
+  RenderOptions options;
+  options.frames = frames(12);
+  EXPECT_EQ(run(options), Outcome::done);
+  EXPECT_EQ(recorder_.stats.computed, once_computed + 12 * computed_a_frame);
+  EXPECT_EQ(recorder_.stats.cache_hits, 11);  // of the blurred still, which hides what it reads
+  EXPECT_EQ(recorder_.stats.files_read, 1 + 12 * 2);
+  EXPECT_EQ(recorder_.stats.files_written, 12);
+  // Nothing is looked at but what varies and what stands below it; the stills' date is asked for.
+  EXPECT_EQ(recorder_.stats.visited, 8 + 11 * 7);
+  for (const FrameReport& report : recorder_.frames) {
+    ASSERT_EQ(report.files.size(), 1U);
+    EXPECT_TRUE(std::filesystem::exists(report.files[0]));
+  }
+}
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QV_TEST_ASAN 1
+#endif
+#endif
+#if defined(QV_TEST_ASAN) || defined(__SANITIZE_ADDRESS__)
+constexpr bool address_sanitizer = true;
+#else
+constexpr bool address_sanitizer = false;
+#endif
+
+int64_t resident_bytes() {
+  std::ifstream statm("/proc/self/statm");
+  int64_t pages = 0;
+  statm >> pages >> pages;
+  return pages * 4096;
+}
+
+TEST_F(RunTest, StaysAsSmallHoweverManyFrames) {
+  RenderOptions options;
+  options.frames = frames(20);
+  run(options);
+  const int64_t textures = recorder_.stats.textures_created;
+  const uint64_t peak = recorder_.stats.peak_texture_bytes;
+
+  options.frames = frames(400);
+  options.existing = Existing::overwrite;
+  scene::Scene shot(shot_nodes(), width, height, options);
+  int64_t early = 0;
+  int64_t late = 0;
+  recorder_.clear();
+  recorder_.on_frame = [&](const FrameReport& report) {
+    if (report.frame == 50) early = resident_bytes();
+    if (report.frame == 400) late = resident_bytes();
+  };
+  EXPECT_EQ(shot.renderer().run(recorder_), Outcome::done);
+  EXPECT_EQ(recorder_.stats.textures_created, textures);
+  EXPECT_EQ(recorder_.stats.peak_texture_bytes, peak);
+  // One image a frame kept by anybody would be 17 MB. The address sanitizer keeps what is freed.
+  if (!address_sanitizer) {
+    EXPECT_LT(late - early, 6 << 20);
+  }
+}
+
+TEST_F(RunTest, NamesMissingFramesAndGoesOnIfToldTo) {
+  const std::string nodes = R"({"name": "plate", "type": "read", "knobs": {"file": "plate.##.exr"}},
+    {"name": "out", "type": "write", "inputs": "plate", "knobs": {"file": "out/o.####.exr"}})";
+  const std::string message = (scene::folder() / "shot.json").string() +
+                              ": node \"plate\": frame 9: " + (scene::folder() / "plate.09.exr").string() +
+                              ": no such file";
+  RenderOptions options;
+  options.frames = {1, 9, 2, 3, 4, 5, 6};
+  EXPECT_EQ(run(options, nodes), Outcome::some_failed);
+  EXPECT_EQ(recorder_.frames.back().error, message);
+  EXPECT_FALSE(std::filesystem::exists(scene::folder() / "out/o.0006.exr"));
+
+  options.keep_going = true;
+  options.existing = Existing::overwrite;
+  EXPECT_EQ(run(options, nodes), Outcome::some_failed);
+  EXPECT_EQ(recorder_.stats.frames, 6);
+  EXPECT_EQ(recorder_.stats.failed, 1);
+  ASSERT_EQ(recorder_.frames.size(), 7U);
+  EXPECT_EQ(recorder_.frames[1].error, message);
+  EXPECT_TRUE(std::filesystem::exists(scene::folder() / "out/o.0006.exr"));
+}
+
+TEST_F(RunTest, TreatsFilesThatAreThereAsTold) {
+  RenderOptions options;
+  options.frames = {2};
+  ASSERT_EQ(run(options), Outcome::done);
+  EXPECT_EQ(run(options), Outcome::some_failed);
+  EXPECT_NE(recorder_.frames.at(0).error.find("o.0002.exr exists already"), std::string::npos);
+
+  options.existing = Existing::skip;
+  options.frames = {1, 2, 3};
+  EXPECT_EQ(run(options), Outcome::done);
+  EXPECT_EQ(recorder_.stats.frames, 2);
+  EXPECT_EQ(std::count_if(recorder_.frames.begin(), recorder_.frames.end(),
+                          [](const FrameReport& report) { return report.skipped; }),
+            1);
+
+  options.output = (scene::folder() / "out/same.exr").string();
+  EXPECT_EQ(run(options), Outcome::some_failed);
+  EXPECT_NE(recorder_.frames.back().error.find("every frame would go to this file"), std::string::npos);
+}
+
+TEST_F(RunTest, StopsAtLimitsAndSignals) {
+  RenderOptions options;
+  options.frames = frames(12);
+  options.memory = image_bytes / 2;
+  EXPECT_EQ(run(options), Outcome::memory);
+  EXPECT_NE(recorder_.frames.at(0).error.find("the memory limit is"), std::string::npos);
+
+  options.memory = 100 * image_bytes;
+  std::atomic<bool> stop = false;
+  options.stop = &stop;
+  scene::Scene shot(shot_nodes(), width, height, options);
+  recorder_.clear();
+  recorder_.on_frame = [&](const FrameReport&) { stop = true; };
+  EXPECT_EQ(shot.renderer().run(recorder_), Outcome::interrupted);
+  // Everything that was reported stands, and everything that stands was reported.
+  const auto standing = std::distance(std::filesystem::directory_iterator(scene::folder() / "out"), {});
+  EXPECT_EQ(static_cast<size_t>(standing), recorder_.frames.size());
+  EXPECT_LT(standing, 12);
+}
+
+}  // namespace
