@@ -55,6 +55,11 @@ class FlatMap {
   // Removes every key and keeps the storage.
   void clear();
 
+  // Asks for the memory where a key's probing starts, so that a call soon after need not wait for it.
+  void prefetch(int64_t key) const {
+    if (!slots_.empty()) __builtin_prefetch(&slots_[home(key)]);
+  }
+
   // Makes the next `more` inserts unable to fail or to move a value.
   void reserve(uint64_t more);
 
@@ -74,6 +79,8 @@ class FlatMap {
     T value{};
     bool used = false;
   };
+
+  static constexpr uint64_t near_slots = uint64_t{1} << 16;  // a MiB of small values
 
   void swap(FlatMap& other) noexcept {
     slots_.swap(other.slots_);
@@ -100,7 +107,12 @@ template <class T>
 const T* FlatMap<T>::find(int64_t key) const {
   if (count_ == 0) return nullptr;
   const S* const slots = slots_.data();
-  for (uint64_t i = home(key);; i = (i + 1) & mask_) {
+  uint64_t i = home(key);
+  // One key in four lies behind its home, which no processor can guess. Where the slots are near, the
+  // first step taken by arithmetic costs less than a wrong guess; where they are far, waiting for the
+  // home's content would keep the next call's memory from being asked for.
+  if (mask_ < near_slots) i = (i + (slots[i].used & (slots[i].key != key))) & mask_;
+  for (;; i = (i + 1) & mask_) {
     if (!slots[i].used) return nullptr;
     if (slots[i].key == key) return &slots[i].value;
   }
@@ -120,11 +132,11 @@ std::pair<T*, bool> FlatMap<T>::insert(int64_t key) {
 
 template <class T>
 bool FlatMap<T>::erase(int64_t key) {
-  const T* const value = find(key);
-  if (!value) return false;
+  if (count_ == 0) return false;
   S* const slots = slots_.data();
   uint64_t i = home(key);
-  while (&slots[i].value != value) i = (i + 1) & mask_;
+  for (; slots[i].key != key || !slots[i].used; i = (i + 1) & mask_)
+    if (!slots[i].used) return false;
 
   // Close the hole: every entry of the run behind it whose home does not lie between the hole and
   // itself would no longer be found, so it moves into the hole and leaves one of its own.

@@ -12,12 +12,9 @@ static_assert(sizeof(ResultCache::Entry) == 64, "an entry is one cache line");
 void ResultCache::hold(const Holds& holds, int list, int delta) {
   const auto total_of = [](const Ref& ref) { return ref.users[1] ? 2 : ref.users[0] ? 1 : 0; };
   for (const auto& [buffer, size] : holds) {
-    Ref* ref = refs_.find(buffer);
-    if (!ref) {
-      if (delta < 0) continue;
-      ref = refs_.insert(buffer).first;
-      ref->size = size;
-    }
+    const auto [ref, added] = delta > 0 ? refs_.insert(buffer) : std::pair{refs_.find(buffer), false};
+    if (!ref) continue;
+    if (added) ref->size = size;
     const int before = total_of(*ref);
     ref->users[list] += delta;
     const int after = total_of(*ref);
@@ -45,6 +42,29 @@ void ResultCache::unlink_order(int entry) {
   (e.next < 0 ? tail_[e.list] : at(e.next).prev) = e.prev;
   e.prev = e.next = -1;
   --count_[e.list];
+}
+
+// Does what get left to do: makes the entries it found the most recent of their orders, one after the
+// other. Their neighbours lie anywhere in memory; asked for all at once, they arrive together.
+void ResultCache::settle_order() {
+  const int n = std::exchange(found_count_, 0);
+  for (int i = 0; i < n; ++i) {
+    const Entry& e = at(found_[i]);
+    if (e.prev >= 0) __builtin_prefetch(&at(e.prev), 1);
+    if (e.next >= 0) __builtin_prefetch(&at(e.next), 1);
+  }
+  for (int i = 0; i < n; ++i) {
+    const int list = at(found_[i]).list;
+    if (tail_[list] == found_[i]) continue;
+    unlink_order(found_[i]);
+    link_back(found_[i], list);
+  }
+}
+
+// Asks for everything that removing an entry will look up.
+void ResultCache::prefetch_removal(const Entry& e) const {
+  index_.prefetch(e.key);
+  for (const auto& [buffer, size] : e.holds) refs_.prefetch(buffer);
 }
 
 void ResultCache::remove(int entry) {
@@ -79,6 +99,8 @@ int ResultCache::spare_entry() {
 
 int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int64_t>* holds, size_t n_holds,
                          bool flag, double cost, bool pinned) {
+  for (size_t i = 0; i < n_holds; ++i) refs_.prefetch(holds[i].first);
+
   // Everything that may fail comes first and changes nothing that a caller can see.
   const int* const cached = index_.find(key);
   const int entry = cached ? *cached : spare_entry();
@@ -89,6 +111,7 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
   if (!cached) index_.reserve(1);
   if (pinned && touching) touched_.insert(key);
 
+  settle_order();
   const int64_t previous = cached ? e.slot : -1;
   if (cached) {
     unlink_order(entry);
@@ -111,18 +134,19 @@ int64_t ResultCache::get(int64_t key, bool pin) {
   if (pin && touching) touched_.insert(key);
   const int* const entry = index_.find(key);
   if (!entry) return -1;
-  const Entry& e = at(*entry);
-  if (pin && e.list == 0) {
+  const int64_t slot = at(*entry).slot;
+  if (pin && at(*entry).list == 0) {
+    settle_order();
     transfer(*entry, 1);
-  } else if (tail_[e.list] != *entry) {
-    const int list = e.list;
-    unlink_order(*entry);
-    link_back(*entry, list);
+  } else {
+    if (found_count_ == found_room) settle_order();
+    found_[found_count_++] = *entry;
   }
-  return e.slot;
+  return slot;
 }
 
 void ResultCache::move(int64_t key, bool pinned) {
+  settle_order();
   if (const int* const entry = index_.find(key)) transfer(*entry, pinned ? 1 : 0);
 }
 
@@ -131,6 +155,7 @@ void ResultCache::touch(int64_t key) {
 }
 
 void ResultCache::end_touch(const std::vector<int64_t>& keys) {
+  settle_order();
   for (const int64_t key : keys) {
     if (const int* const entry = index_.find(key); entry && at(*entry).list == 0) transfer(*entry, 1);
     touched_.insert(key);
@@ -152,9 +177,11 @@ CachePopped ResultCache::popped(int entry) const {
 
 std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t max_pinned_bytes) {
   const int64_t budgets[2] = {max_unpinned_bytes, max_pinned_bytes};
+  settle_order();
   std::vector<CachePopped> result;
   for (const int list : {0, 1})
     while (held_bytes_[list] > budgets[list] && head_[list] >= 0) {
+      prefetch_removal(at(head_[list]));
       result.push_back(popped(head_[list]));
       remove(head_[list]);
     }
@@ -164,6 +191,7 @@ std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t 
 bool ResultCache::pop1(int64_t key, CachePopped& out) {
   const int* const entry = index_.find(key);
   if (!entry) return false;
+  settle_order();
   out = popped(*entry);
   remove(*entry);
   return true;
@@ -175,6 +203,8 @@ bool ResultCache::in_unpinned(int64_t key) const {
 }
 
 std::vector<int64_t> ResultCache::keys(bool pinned) const {
+  // A const object has nothing left to settle, because get is not const.
+  const_cast<ResultCache*>(this)->settle_order();
   std::vector<int64_t> result;
   result.reserve(static_cast<size_t>(count_[pinned]));
   for (int entry = head_[pinned]; entry >= 0; entry = at(entry).next) result.push_back(at(entry).key);
@@ -182,6 +212,7 @@ std::vector<int64_t> ResultCache::keys(bool pinned) const {
 }
 
 std::vector<int64_t> ResultCache::slots() {
+  settle_order();
   std::vector<int64_t> result;
   result.reserve(static_cast<size_t>(count_[0] + count_[1]));
   for (const int list : {0, 1})
@@ -200,6 +231,7 @@ void ResultCache::clear() {
     count_[list] = held_bytes_[list] = 0;
   }
   touching = false;
+  found_count_ = 0;
 }
 
 }  // namespace qv::graph

@@ -120,6 +120,8 @@ class ResultCache {
   void hold(const Holds& holds, int list, int delta);
   void link_back(int entry, int list);
   void unlink_order(int entry);
+  void settle_order();
+  void prefetch_removal(const Entry& e) const;
   void remove(int entry);
   void transfer(int entry, int list);
   int spare_entry();
@@ -140,6 +142,12 @@ class ResultCache {
 
  private:
   FlatMap<char> touched_;
+
+  // Entries that get found and that still have to become the most recent of their orders, oldest
+  // first. Whatever reads or changes an order settles that before.
+  static constexpr int found_room = 32;
+  int32_t found_[found_room] = {};
+  int found_count_ = 0;
 };
 
 }  // namespace qv::graph

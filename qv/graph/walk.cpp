@@ -11,6 +11,10 @@ namespace qv::graph {
 
 namespace {
 
+// A window of nodes, and how many visits in it make skipping the others not worth the marks.
+constexpr int window = 4096;
+constexpr int many = window / 8;
+
 // Whether any of the 64 bytes at a or b is set. Plain words, which the compiler turns into vectors.
 bool any_of_64(const uint8_t* a, const uint8_t* b) {
   uint64_t x[8], y[8];
@@ -92,39 +96,54 @@ bool Walk::whole() const {
   return offsets.size() > n && always.size() >= n && seeded.size() >= n && changed.size() >= n;
 }
 
-// Asks for the node's value and records a change. True where there is one.
-bool Walk::settle(int node, bool dirty, const Visit& visit) {
+bool Walk::indexed() const {
+  return reader_offsets_.size() == offsets.size();
+}
+
+// Asks for the node's value and records a change. True where there is one. Inlined into the loops,
+// which are little else than this call.
+[[gnu::always_inline]] inline bool Walk::settle(int node, bool dirty, const Visit& visit) {
   const std::optional<int64_t> value = visit(node, dirty);
   const auto i = static_cast<size_t>(node);
   if (!value || *value == values[i]) return false;
+  if (changed_list.size() == changed_list.capacity()) make_room();
   changed_list.push_back(node);
   values[i] = *value;
   changed[i] = 1;
   return true;
 }
 
-bool Walk::reads_changed(int node) const {
+// Keeps the growing of the list out of the loops.
+[[gnu::noinline]] void Walk::make_room() {
+  changed_list.reserve(std::max<size_t>(64, 2 * changed_list.size()));
+}
+
+inline bool Walk::reads_changed(int node) const {
   const auto i = static_cast<size_t>(node);
   for (int32_t k = offsets[i]; k < offsets[i + 1]; ++k)
     if (changed[static_cast<size_t>(inputs[static_cast<size_t>(k)])]) return true;
   return false;
 }
 
-// Marks the readers of a changed node; the last of them, -1 where it has none.
-int Walk::mark_readers(int node) {
+// The last node that reads this one, -1 where none does.
+inline int Walk::last_reader(int node) const {
   const auto i = static_cast<size_t>(node);
-  int last = -1;
+  const int32_t end = reader_offsets_[i + 1];
+  return end > reader_offsets_[i] ? readers_[static_cast<size_t>(end) - 1] : -1;
+}
+
+inline void Walk::mark_readers(int node) {
+  const auto i = static_cast<size_t>(node);
   for (int32_t k = reader_offsets_[i]; k < reader_offsets_[i + 1]; ++k) {
-    last = readers_[static_cast<size_t>(k)];
-    pending_[static_cast<size_t>(last) / 64] |= uint64_t{1} << (last % 64);
+    const auto reader = static_cast<uint32_t>(readers_[static_cast<size_t>(k)]);
+    pending_[reader / 64] |= uint64_t{1} << (reader % 64);
   }
-  return last;
 }
 
 // The first node from `from` on that is marked, seeded or flagged; size() where there is none.
 // No mark lies beyond last_mark.
 int Walk::next_marked(int from, int last_mark) const {
-  int marked = size();
+  auto marked = static_cast<int>(values.size());
   if (from <= last_mark) {
     auto word = static_cast<size_t>(from) / 64;
     uint64_t bits = pending_[word] & (~uint64_t{0} << (from % 64));
@@ -134,40 +153,51 @@ int Walk::next_marked(int from, int last_mark) const {
   return first_set(always.data(), seeded.data(), from, marked);
 }
 
-// Goes from one marked node to the next, for as long as that costs less than a look at every node.
-// Returns where it stopped; last_mark is then the last node that a change so far can still reach.
-int Walk::visit_marked(int from, const Visit& visit, int& visited, int& last_mark) {
-  const int n = size();
-  int64_t affordable = n / 8 + 64;
-  last_mark = -1;
-  for (int node = next_marked(from, last_mark); node < n; node = next_marked(node + 1, last_mark)) {
+// Marks the readers of every node that changed since the last call, so that from here on marks tell
+// which nodes are dirty.
+void Walk::mark_what_changed(Pass& pass) {
+  if (!pass.cleared) std::fill(pending_.begin(), pending_.end(), uint64_t{0});
+  pass.cleared = true;
+  while (pass.marked < changed_list.size()) mark_readers(changed_list[pass.marked++]);
+}
+
+// Goes from one marked node to the next, while they are few. Returns where it stopped.
+int Walk::visit_marked(int from, const Visit& visit, Pass& pass) {
+  const auto n = static_cast<int>(values.size());
+  if (from <= pass.last_reader) mark_what_changed(pass);
+  pass.marked = changed_list.size();
+  int64_t window_end = 0;
+  int calls_in_window = 0;
+  for (int node = next_marked(from, pass.last_reader); node < n;
+       node = next_marked(node + 1, pass.last_reader)) {
+    if (node >= window_end) {
+      window_end = int64_t{node} + window;
+      calls_in_window = 0;
+    }
+    if (++calls_in_window > many) return node;
     const auto i = static_cast<size_t>(node);
-    const bool pending = node <= last_mark && (pending_[i / 64] >> (node % 64) & 1);
-    ++visited;
+    const bool pending = node <= pass.last_reader && (pending_[i / 64] >> (node % 64) & 1);
+    ++pass.visited;
     if (!settle(node, pending || seeded[i], visit)) continue;
-    if (last_mark < 0) std::fill(pending_.begin(), pending_.end(), uint64_t{0});
-    last_mark = std::max(last_mark, mark_readers(node));
-    affordable -= reader_offsets_[i + 1] - reader_offsets_[i];
-    if (affordable < 0) return node + 1;
+    pass.last_reader = std::max(pass.last_reader, last_reader(node));
+    mark_what_changed(pass);
   }
   return n;
 }
 
-// Looks at every node's inputs, until nothing that changed can be read further on.
-int Walk::visit_each(int from, bool all, const Visit& visit, int& visited, int last_mark) {
-  const int n = size();
-  const bool indexed = reader_offsets_.size() == offsets.size();
-  int node = from;
-  for (; node < n && (all || node <= last_mark); ++node) {
+// Looks at the inputs of every node of a window.
+void Walk::visit_each(int from, int to, bool all, const Visit& visit, Pass& pass) {
+  const bool keep_last_reader = indexed() && !all;
+  int calls = 0;
+  for (int node = from; node < to; ++node) {
     const auto i = static_cast<size_t>(node);
     const bool dirty = seeded[i] || (!changed_list.empty() && reads_changed(node));
     if (!dirty && !always[i] && !all) continue;
-    ++visited;
-    if (!settle(node, dirty, visit) || !indexed) continue;
-    const int32_t end = reader_offsets_[i + 1];
-    if (end > reader_offsets_[i]) last_mark = std::max(last_mark, readers_[static_cast<size_t>(end) - 1]);
+    ++calls;
+    if (settle(node, dirty, visit) && keep_last_reader)
+      pass.last_reader = std::max(pass.last_reader, last_reader(node));
   }
-  return node;
+  pass.visited += calls;
 }
 
 int Walk::walk(const std::vector<int>& seeds, bool all, const Visit& visit) {
@@ -178,20 +208,24 @@ int Walk::walk(const std::vector<int>& seeds, bool all, const Visit& visit) {
   std::fill(changed.begin(), changed.end(), uint8_t{0});
   changed_list.clear();
 
-  // Marks are cheap where little changes and dear where much does, a look at every node's inputs the
-  // other way round: each stretch ends where the other way is the better one.
-  const bool indexed = reader_offsets_.size() == offsets.size();
-  int visited = 0;
-  int last_mark = indexed ? -1 : n;
-  int node = 0;
-  while (node < n) {
-    if (indexed && !all) node = visit_marked(node, visit, visited, last_mark);
-    if (node < n) node = visit_each(node, all, visit, visited, last_mark);
+  // Where few nodes are visited it pays to mark the readers of what changed and to skip the rest, where
+  // many are it pays to look at every node's inputs instead: window by window, whichever is due.
+  const bool skipping = indexed() && !all;
+  Pass pass;
+  for (int node = 0; node < n;) {
+    if (skipping) node = visit_marked(node, visit, pass);
+    for (int calls = many + 1; node < n && (!skipping || (calls > many && node <= pass.last_reader));) {
+      const int to = node + std::min(window, n - node);
+      calls = -pass.visited;
+      visit_each(node, to, all, visit, pass);
+      calls += pass.visited;
+      node = to;
+    }
   }
 
   for (const int seed : seeds)
     if (seed >= 0 && seed < n) seeded[static_cast<size_t>(seed)] = 0;
-  return visited;
+  return pass.visited;
 }
 
 }  // namespace qv::graph

@@ -55,20 +55,32 @@ struct Walk {
   QV_API int walk(const std::vector<int>& seeds, bool all, const Visit& visit);
 
  private:
+  // How far a pass has come.
+  struct Pass {
+    int visited = 0;
+    int last_reader = -1;  // no node beyond it reads one that changed so far
+    size_t marked = 0;     // how many of changed_list have marked their readers
+    bool cleared = false;  // whether pending_ is free of an earlier pass's marks
+  };
+
   bool whole() const;
+  bool indexed() const;
   void index_readers();
   bool settle(int node, bool dirty, const Visit& visit);
-  int mark_readers(int node);
-  int next_marked(int from, int last_mark) const;
+  void make_room();
   bool reads_changed(int node) const;
-  int visit_marked(int from, const Visit& visit, int& visited, int& last_mark);
-  int visit_each(int from, bool all, const Visit& visit, int& visited, int last_mark);
+  int last_reader(int node) const;
+  void mark_readers(int node);
+  void mark_what_changed(Pass& pass);
+  int next_marked(int from, int last_mark) const;
+  int visit_marked(int from, const Visit& visit, Pass& pass);
+  void visit_each(int from, int to, bool all, const Visit& visit, Pass& pass);
 
   // The edges turned round, ascending within a node, so that a change reaches its readers without a
   // look at anybody's inputs. Absent (empty) where build did not finish.
   std::vector<int32_t> reader_offsets_;
   std::vector<int32_t> readers_;
-  // One bit a node: an input changed in this pass. Meaningless between stretches of a pass.
+  // One bit a node: an input changed in this pass. Stale until a pass clears it.
   std::vector<uint64_t> pending_;
 };
 

@@ -37,6 +37,7 @@ struct ResultCacheCheck {
     FlatMapCheck::holds(cache.index_);
     std::set<int> seen(cache.free_.begin(), cache.free_.end());
     EXPECT_EQ(seen.size(), cache.free_.size());
+    EXPECT_TRUE(cache.found_count_ == 0) << "order not settled";
     for (const int entry : cache.free_)
       EXPECT_TRUE(cache.at(entry).slot == -1 && cache.at(entry).holds.empty());
     std::map<int64_t, std::array<int, 2>> users;

@@ -72,7 +72,7 @@ TEST(Walk, AgreesWithPlainRecomputation) {
   const auto below = [&](size_t n) { return random() % n; };
   Walk walk;
   for (int trial = 0; trial < 400; ++trial) {
-    const size_t n = below(trial % 10 ? 400 : 5000), reach = 1 + below(n + 1);
+    const size_t n = below(trial % 10 ? 400 : 30000), reach = 1 + below(n + 1);
     Plain plain{std::vector<std::vector<int>>(n), std::vector<uint8_t>(n),
                 std::vector<uint8_t>(n),          {},
                 std::vector<int64_t>(n),          {}};
