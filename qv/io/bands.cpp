@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <string_view>
 
 #include <OpenImageIO/parallel.h>
 
@@ -18,6 +19,15 @@ int band_limit(int threads) {
   return threads > 0 ? std::min(limit, threads) : limit;
 }
 
+// Rows that OpenEXR compresses as one block, for the purpose of reading several ranges of it.
+int block_rows(std::string_view compression) {
+  if (compression.starts_with("dwab")) return 256;
+  if (compression.starts_with("zips") || compression.starts_with("rle")) return 1;
+  if (compression.starts_with("piz") || compression.starts_with("dwaa") || compression.starts_with("b44"))
+    return 32;
+  return 16;
+}
+
 // Rows [begin, end) of the layer, counted from its top.
 bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
                float* pixels) {
@@ -26,12 +36,26 @@ bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read&
                               OIIO::TypeFloat, pixels + row * static_cast<size_t>(begin));
 }
 
-bool read_band(const std::string& path, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
-               float* pixels, std::string& error) {
+// Rows [begin, end) of every range; `begin` is the first row of a block.
+bool read_group(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
+                int end) {
+  const int rows =
+      group.reads.size() == 1 ? end - begin : block_rows(spec.get_string_attribute("compression"));
+  for (int y = begin, next = 0; y < end; y = next) {
+    next = y + std::min(rows, end - y);
+    for (size_t i = 0; i < group.reads.size(); ++i) {
+      if (!read_rows(input, spec, group.reads[i], y, next, group.pixels[i].get())) return false;
+    }
+  }
+  return true;
+}
+
+bool read_band(const std::string& path, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
+               int end, std::string& error) {
   try {
     const auto input = open_reader(path, 1, error);
     if (!input) return false;
-    const bool done = read_rows(*input, spec, read, begin, end, pixels);
+    const bool done = read_group(*input, spec, group, begin, end);
     if (!done) error = take_error(*input);
     input->close();
     return done;
@@ -48,24 +72,34 @@ Bands bands_of(const OIIO::ImageSpec& spec, int threads) {
   const std::string compression(spec.get_string_attribute("compression"));
   const int block = compression.rfind("dwab", 0) == 0 ? 256 : 32;
   const int count = std::max(1, std::min(spec.height / (2 * block), band_limit(threads)));
+  if (count == 1) return {1, spec.height};
   const int rows = (spec.height - 1) / count + 1;
   return {count, ((rows - 1) / block + 1) * block};
 }
 
+bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec) {
+  return std::string_view(input.format_name()) == "openexr" && spec.tile_width == 0 && !spec.deep;
+}
+
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
-                   const Read& read, const Bands& bands, float* pixels, std::string& err) {
+                   const LayerGroup& group, const Bands& bands, std::string& err) {
+  const Read& first = group.reads.front();
   if (bands.count == 1) {
-    const bool done = input.read_image(read.subimage, 0, read.chbegin, read.chend, OIIO::TypeFloat, pixels);
+    const bool done = group.reads.size() == 1
+                          ? input.read_image(first.subimage, 0, first.chbegin, first.chend, OIIO::TypeFloat,
+                                             group.pixels.front().get())
+                          : read_group(input, spec, group, 0, first.height);
     if (!done) err = take_error(input);
     return done;
   }
   std::mutex mutex;
   std::atomic<bool> good = true;
-  const int tasks = (read.height - 1) / bands.rows + 1;
+  const int tasks = (first.height - 1) / bands.rows + 1;
   const auto task = [&](int64_t index) {
     const int begin = static_cast<int>(index) * bands.rows;
     std::string error;
-    if (read_band(path, spec, read, begin, std::min(begin + bands.rows, read.height), pixels, error)) return;
+    if (read_band(path, spec, group, begin, begin + std::min(bands.rows, first.height - begin), error))
+      return;
     const std::lock_guard lock(mutex);
     err = error;
     good = false;

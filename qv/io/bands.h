@@ -2,6 +2,8 @@
 
 #include <qv/io/layers.h>
 
+#include <memory>
+#include <span>
 #include <string>
 
 #include <OpenImageIO/imageio.h>
@@ -20,10 +22,22 @@ struct Bands {
 // QUORVEL_NATIVE_IO_BANDS says, and at most `threads` if that is above 0.
 Bands bands_of(const OIIO::ImageSpec& spec, int threads);
 
-// Fills `pixels` (width x height x channels of `read`, interleaved) in the bands given: a single one
-// through `input`, several in parallel through readers opened on `path`. False with OpenImageIO's
-// text in `err`, that of the last band to fail. Throws std::bad_alloc.
+// Several channel ranges of one subimage, and where their pixels go: width x height x channels
+// floats each, interleaved.
+struct LayerGroup {
+  std::span<const Read> reads;
+  std::span<const std::unique_ptr<float[]>> pixels;
+};
+
+// True when the ranges of a subimage are better read together, block by block: OpenEXR keeps the
+// block that it unpacked last, so that the second range of a block costs only its copying. Readers
+// of other formats may have to start over to go back to an earlier row.
+bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec);
+
+// Fills the pixels of a group in the bands given: a single one through `input`, several in parallel
+// through readers opened on `path`. False with OpenImageIO's text in `err`, that of the last band to
+// fail. Throws std::bad_alloc. No memory beyond OpenImageIO's own.
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
-                   const Read& read, const Bands& bands, float* pixels, std::string& err);
+                   const LayerGroup& group, const Bands& bands, std::string& err);
 
 }  // namespace qv::io

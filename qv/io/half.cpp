@@ -41,9 +41,12 @@ void widen_scalar(const uint16_t* src, float* dst, size_t n) {
 
 namespace {
 
-// Results of this many values and more are streamed past the caches: they would only push out
-// what is still wanted, and a streamed line need not be read before it is written.
-constexpr size_t streamed_values = size_t{4} << 20;
+// Results of this many values and more go past the caches: they would push out what is still
+// wanted, and a line that is streamed need not be read before it is written.
+constexpr size_t streamed_values = size_t{8} << 20;
+
+// Values widened between two looks for a NaN.
+constexpr size_t group = 32;
 
 bool query_vector_path() {
   constexpr unsigned int os_keeps_registers = 1u << 27, avx = 1u << 28, f16c = 1u << 29;
@@ -55,20 +58,8 @@ bool query_vector_path() {
   return (low & 6u) == 6u;
 }
 
-// Eight values whose exponent bits are not all set; with any that are, the scalar rule keeps the
-// payload of signalling NaNs, which the processor would quiet. Everything is read before the first
-// store, as widening in place needs.
 template <bool streamed>
-__attribute__((target("avx,f16c"))) inline void widen_eight(const uint16_t* src, float* dst) {
-  const __m128i halves = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-  const __m128i exponent = _mm_set1_epi16(0x7c00);
-  const __m128i special = _mm_cmpeq_epi16(_mm_and_si128(halves, exponent), exponent);
-  if (!_mm_testz_si128(special, special)) [[unlikely]] {
-    uint16_t copy[8];
-    std::memcpy(copy, src, sizeof copy);
-    widen_scalar(copy, dst, 8);
-    return;
-  }
+__attribute__((target("avx,f16c"))) inline void store(float* dst, __m128i halves) {
   if constexpr (streamed) {
     _mm256_stream_ps(dst, _mm256_cvtph_ps(halves));
   } else {
@@ -76,10 +67,34 @@ __attribute__((target("avx,f16c"))) inline void widen_eight(const uint16_t* src,
   }
 }
 
+// The processor would quiet a signalling NaN, so a group that holds a NaN takes the scalar rule.
+// Everything is read before the first store, as widening in place needs.
+template <bool streamed>
+__attribute__((target("avx,f16c"))) inline void widen_group(const uint16_t* src, float* dst) {
+  const __m128i magnitude = _mm_set1_epi16(0x7fff);
+  const auto* from = reinterpret_cast<const __m128i*>(src);
+  const __m128i a = _mm_loadu_si128(from), b = _mm_loadu_si128(from + 1);
+  const __m128i c = _mm_loadu_si128(from + 2), d = _mm_loadu_si128(from + 3);
+  const __m128i ab = _mm_max_epi16(_mm_and_si128(a, magnitude), _mm_and_si128(b, magnitude));
+  const __m128i cd = _mm_max_epi16(_mm_and_si128(c, magnitude), _mm_and_si128(d, magnitude));
+  const __m128i nan = _mm_cmpgt_epi16(_mm_max_epi16(ab, cd), _mm_set1_epi16(0x7c00));
+  if (_mm_movemask_epi8(nan) != 0) [[unlikely]] {
+    uint16_t copy[group];
+    std::memcpy(copy, src, sizeof copy);
+    widen_scalar(copy, dst, group);
+    return;
+  }
+  store<streamed>(dst, a);
+  store<streamed>(dst + 8, b);
+  store<streamed>(dst + 16, c);
+  store<streamed>(dst + 24, d);
+}
+
+// Widens whole groups and returns how many values those were.
 template <bool streamed>
 __attribute__((target("avx,f16c"))) size_t widen_groups(const uint16_t* src, float* dst, size_t n) {
   size_t i = 0;
-  for (; i + 8 <= n; i += 8) widen_eight<streamed>(src + i, dst + i);
+  for (; i + group <= n; i += group) widen_group<streamed>(src + i, dst + i);
   return i;
 }
 

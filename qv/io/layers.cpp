@@ -7,7 +7,10 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <limits>
 #include <new>
+#include <optional>
+#include <span>
 
 namespace qv::io {
 
@@ -38,29 +41,44 @@ std::string plan_error(const std::vector<Read>& reads, const std::vector<std::ar
 }
 
 bool matches(const Read& read, const OIIO::ImageSpec& spec) {
+  const bool rows_countable = int64_t{spec.y} + spec.height <= std::numeric_limits<int>::max();
   return spec.format != OIIO::TypeUnknown && spec.width == read.width && spec.height == read.height &&
-         spec.depth == 1 && read.chbegin >= 0 && read.chbegin < read.chend && read.chend <= spec.nchannels;
+         rows_countable && spec.depth == 1 && read.chbegin >= 0 && read.chbegin < read.chend &&
+         read.chend <= spec.nchannels;
 }
 
-bool read_layer(OIIO::ImageInput& input, const std::string& path, const Read& read, int threads,
-                std::unique_ptr<float[]>& layer, std::string& err) {
-  const OIIO::ImageSpec spec = input.spec(read.subimage, 0);
-  if (!matches(read, spec)) {
+// Reads the range at `first` and those after it that can share its pass over the file. Returns the
+// index of the first one not read; nothing, with a text in `err`, when it fails.
+std::optional<size_t> read_some(OIIO::ImageInput& input, const std::string& path, std::span<const Read> reads,
+                                size_t first, int threads, LayerPixels& layers, std::string& err) {
+  const int subimage = reads[first].subimage;
+  const OIIO::ImageSpec spec = input.spec(subimage, 0);
+  size_t end = first;
+  while (end < reads.size() && reads[end].subimage == subimage && matches(reads[end], spec)) {
+    const Read& read = reads[end];
+    const std::optional<size_t> count = float_count(read.width, read.height, read.chend - read.chbegin);
+    if (!count) throw std::bad_alloc();
+    layers[end++] = uninitialised_floats(*count);
+    if (!reads_together(input, spec)) break;
+  }
+  if (end == first) {
     input.geterror();
     err = "plan does not match the file";
-    return false;
+    return std::nullopt;
   }
-  const std::optional<size_t> count = float_count(read.width, read.height, read.chend - read.chbegin);
-  if (!count) throw std::bad_alloc();
-  layer = uninitialised_floats(*count);
-  return *count == 0 || read_in_bands(input, path, spec, read, bands_of(spec, threads), layer.get(), err);
+  const LayerGroup group = {reads.subspan(first, end - first), std::span(layers).subspan(first, end - first)};
+  const bool empty = spec.width == 0 || spec.height == 0;
+  if (!empty && !read_in_bands(input, path, spec, group, bands_of(spec, threads), err)) return std::nullopt;
+  return end;
 }
 
 bool read_layers(OIIO::ImageInput& input, const std::string& path, const std::vector<Read>& reads,
                  int threads, LayerPixels& layers, std::string& err) {
   layers.resize(reads.size());
-  for (size_t i = 0; i < reads.size(); ++i) {
-    if (!read_layer(input, path, reads[i], threads, layers[i], err)) return false;
+  for (size_t next = 0; next < reads.size();) {
+    const auto end = read_some(input, path, reads, next, threads, layers, err);
+    if (!end) return false;
+    next = *end;
   }
   return true;
 }
