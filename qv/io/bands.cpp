@@ -1,10 +1,12 @@
 #include <qv/io/bands.h>
+#include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <string_view>
 
 #include <OpenImageIO/parallel.h>
@@ -28,26 +30,81 @@ int block_rows(std::string_view compression) {
   return 16;
 }
 
-// Rows [begin, end) of the layer, counted from its top.
+bool is_openexr(const OIIO::ImageInput& input) {
+  return std::string_view(input.format_name()) == "openexr";
+}
+
+bool is_whole(const Read& read, const OIIO::ImageSpec& spec) {
+  return read.chbegin == 0 && read.chend == spec.nchannels;
+}
+
+// Rows [begin, end) of the layer, counted from its top; whole tiles of a tiled one.
 bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
                float* pixels) {
-  const size_t row = static_cast<size_t>(read.width) * static_cast<size_t>(read.chend - read.chbegin);
-  return input.read_scanlines(read.subimage, 0, spec.y + begin, spec.y + end, 0, read.chbegin, read.chend,
-                              OIIO::TypeFloat, pixels + row * static_cast<size_t>(begin));
+  const int top = spec.y + begin, bottom = spec.y + end;
+  if (spec.tile_width == 0)
+    return input.read_scanlines(read.subimage, 0, top, bottom, 0, read.chbegin, read.chend, OIIO::TypeFloat,
+                                pixels);
+  return input.read_tiles(read.subimage, 0, spec.x, spec.x + spec.width, top, bottom, spec.z, spec.z + 1,
+                          read.chbegin, read.chend, OIIO::TypeFloat, pixels);
+}
+
+size_t row_floats(const Read& read) {
+  return static_cast<size_t>(read.width) * static_cast<size_t>(read.chend - read.chbegin);
+}
+
+// Every range of every block of rows in turn.
+bool read_ranges(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
+                 int end) {
+  const int block =
+      group.reads.size() == 1 ? end - begin : block_rows(spec.get_string_attribute("compression"));
+  for (int y = begin, next = 0; y < end; y = next) {
+    next = y + std::min(block, end - y);
+    for (size_t i = 0; i < group.reads.size(); ++i) {
+      float* rows = group.pixels[i].get() + row_floats(group.reads[i]) * static_cast<size_t>(y);
+      if (!read_rows(input, spec, group.reads[i], y, next, rows)) return false;
+    }
+  }
+  return true;
+}
+
+// Copies the range `read` of `pixels` pixels out of those of `all`.
+void pick(const Read& read, const Read& all, size_t pixels, const float* from, float* to) {
+  const auto channels = static_cast<size_t>(read.chend - read.chbegin);
+  const auto stride = static_cast<size_t>(all.chend);
+  from += read.chbegin;
+  for (size_t i = 0; i < pixels; ++i, from += stride, to += channels) std::copy_n(from, channels, to);
+}
+
+// Some rows with all their channels at a time, and the ranges out of them: a reader other than
+// OpenEXR's saves nothing on part of the channels, and the one for TIFF in 2.4 writes beyond such a
+// part when it multiplies by alpha.
+bool read_and_pick(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
+                   int end) {
+  const int step = spec.tile_width > 0 ? std::max(1, spec.tile_height) : 16;
+  Read all = group.reads.front();
+  all.chbegin = 0;
+  all.chend = spec.nchannels;
+  const auto count = float_count(spec.width, std::min(step, end - begin), spec.nchannels);
+  if (!count) throw std::bad_alloc();
+  const auto scratch = uninitialised_floats(*count);
+  for (int y = begin, next = 0; y < end; y = next) {
+    next = y + std::min(step, end - y);
+    if (!read_rows(input, spec, all, y, next, scratch.get())) return false;
+    for (size_t i = 0; i < group.reads.size(); ++i) {
+      float* rows = group.pixels[i].get() + row_floats(group.reads[i]) * static_cast<size_t>(y);
+      pick(group.reads[i], all, static_cast<size_t>(all.width) * static_cast<size_t>(next - y), scratch.get(),
+           rows);
+    }
+  }
+  return true;
 }
 
 // Rows [begin, end) of every range; `begin` is the first row of a block.
 bool read_group(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
                 int end) {
-  const int rows =
-      group.reads.size() == 1 ? end - begin : block_rows(spec.get_string_attribute("compression"));
-  for (int y = begin, next = 0; y < end; y = next) {
-    next = y + std::min(rows, end - y);
-    for (size_t i = 0; i < group.reads.size(); ++i) {
-      if (!read_rows(input, spec, group.reads[i], y, next, group.pixels[i].get())) return false;
-    }
-  }
-  return true;
+  const bool direct = is_openexr(input) || (group.reads.size() == 1 && is_whole(group.reads.front(), spec));
+  return direct ? read_ranges(input, spec, group, begin, end) : read_and_pick(input, spec, group, begin, end);
 }
 
 bool read_band(const std::string& path, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
@@ -78,17 +135,17 @@ Bands bands_of(const OIIO::ImageSpec& spec, int threads) {
 }
 
 bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec) {
-  return std::string_view(input.format_name()) == "openexr" && spec.tile_width == 0 && !spec.deep;
+  return !spec.deep && (spec.tile_width == 0 || !is_openexr(input));
 }
 
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
                    const LayerGroup& group, const Bands& bands, std::string& err) {
   const Read& first = group.reads.front();
   if (bands.count == 1) {
-    const bool done = group.reads.size() == 1
-                          ? input.read_image(first.subimage, 0, first.chbegin, first.chend, OIIO::TypeFloat,
-                                             group.pixels.front().get())
-                          : read_group(input, spec, group, 0, first.height);
+    const bool direct = group.reads.size() == 1 && (spec.deep || is_openexr(input) || is_whole(first, spec));
+    const bool done = direct ? input.read_image(first.subimage, 0, first.chbegin, first.chend,
+                                                OIIO::TypeFloat, group.pixels.front().get())
+                             : read_group(input, spec, group, 0, first.height);
     if (!done) err = take_error(input);
     return done;
   }

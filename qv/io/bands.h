@@ -29,14 +29,15 @@ struct LayerGroup {
   std::span<const std::unique_ptr<float[]>> pixels;
 };
 
-// True when the ranges of a subimage are better read together, block by block: OpenEXR keeps the
-// block that it unpacked last, so that the second range of a block costs only its copying. Readers
-// of other formats may have to start over to go back to an earlier row.
+// True when the ranges of a subimage are better read together. OpenEXR keeps the block of rows that
+// it unpacked last, so that a second range of it costs only copying; readers of other formats unpack
+// all channels of a row in any case.
 bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec);
 
 // Fills the pixels of a group in the bands given: a single one through `input`, several in parallel
 // through readers opened on `path`. False with OpenImageIO's text in `err`, that of the last band to
-// fail. Throws std::bad_alloc. No memory beyond OpenImageIO's own.
+// fail. Throws std::bad_alloc. Formats other than OpenEXR need a few rows of all their channels beside
+// the pixels.
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
                    const LayerGroup& group, const Bands& bands, std::string& err);
 

@@ -31,13 +31,13 @@ bool is_half(const OIIO::ImageSpec& spec) {
 }
 
 // Leaves `out` at status 3 unless all of it succeeds.
-void read_plain(OIIO::ImageInput& input, Clock::time_point start, DecodeResult& out) {
+void read_plain(OIIO::ImageInput& input, uint64_t file_bytes, Clock::time_point start, DecodeResult& out) {
   const auto spec = std::make_shared<OIIO::ImageSpec>(input.spec());
   const bool plain = is_plain(*spec) && !input.seek_subimage(1, 0);
   input.geterror();
   if (!plain || !input.seek_subimage(0, 0)) return;
   const std::optional<size_t> count = float_count(spec->width, spec->height, 4);
-  if (!count) return;
+  if (!count || !is_plausible(*count, file_bytes)) return;
   auto pixels = uninitialised_floats(*count);
 
   // Halves are read into the last half of the pixels' own memory: no second buffer is faulted in.
@@ -76,7 +76,7 @@ void decode_plain(const std::string& path, int threads, DecodeResult& out) {
   out.status = 3;
   try {
     if (const auto input = open_reader(path, threads, out.error)) {
-      read_plain(*input, start, out);
+      read_plain(*input, attributes.bytes, start, out);
     } else {
       out.status = 4;
     }

@@ -9,6 +9,7 @@ namespace qv::io {
 struct FileAttributes {
   bool found = false;
   int64_t mtime_ns = 0;  // last write, nanoseconds since 1970-01-01 UTC
+  uint64_t bytes = 0;
   bool endless = false;  // a pipe, socket or device: opening or reading it may never return
 };
 

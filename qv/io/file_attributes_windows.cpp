@@ -29,8 +29,9 @@ FileAttributes file_attributes(const std::string& path) {
   const uint64_t ticks =
       uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32 | data.ftLastWriteTime.dwLowDateTime;
   const uint64_t ns = ticks * 100u - 11644473600000000000u;
+  const uint64_t bytes = uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
   const bool device = (data.dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0;
-  return {true, static_cast<int64_t>(ns), device};
+  return {true, static_cast<int64_t>(ns), bytes, device};
 }
 
 }  // namespace qv::io

@@ -11,6 +11,11 @@ namespace qv::io {
 // fit the address space.
 std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channels);
 
+// False for an image of over 1 GiB that is more than 65,536 times the size of its file. A damaged
+// header can claim any width, and some codecs then deliver that many pixels of nothing until the
+// process is out of memory; black frames of real size stay far below.
+bool is_plausible(size_t floats, uint64_t file_bytes);
+
 // An array of max(1, count) floats whose values are undefined: pages of it are touched by whoever
 // writes them first. Throws std::bad_alloc.
 std::unique_ptr<float[]> uninitialised_floats(size_t count);

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <OpenImageIO/deepdata.h>
+#include <OpenImageIO/imageio.h>
+
+// Image files made for a test, in a folder that goes with it.
+class Files {
+ public:
+  Files() {
+    std::string name = (std::filesystem::temp_directory_path() / "qv_io_XXXXXX").string();
+    folder_ = ::mkdtemp(name.data());
+  }
+  ~Files() {
+    std::filesystem::remove_all(folder_);
+  }
+  std::string path(const std::string& name) const {
+    return (folder_ / name).string();
+  }
+  std::string write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(path(name), std::ios::binary) << bytes;
+    return path(name);
+  }
+
+ private:
+  std::filesystem::path folder_;
+};
+
+// A kind of file, and what decode_plain says of it.
+struct Kind {
+  std::string name;  // with the extension that chooses the format
+  std::string compression;
+  std::vector<std::string> channels;
+  std::vector<OIIO::TypeDesc> formats;  // one a channel, or one for all
+  int status = 2;
+  int tile = 0;
+  int crop = 0;   // how far the data window lies inside the display window
+  int parts = 1;  // subimages
+  bool deep = false;
+};
+
+inline std::vector<Kind> kinds() {
+  using T = std::vector<OIIO::TypeDesc>;
+  const std::vector<std::string> rgba = {"R", "G", "B", "A"};
+  const T half = {OIIO::TypeHalf}, real = {OIIO::TypeFloat};
+  const T mixed = {OIIO::TypeHalf, OIIO::TypeHalf, OIIO::TypeHalf, OIIO::TypeFloat};
+  return {{"none.exr", "none", rgba, half},
+          {"zip.exr", "zip", rgba, half},
+          {"zips.exr", "zips", rgba, half},
+          {"piz.exr", "piz", rgba, half},
+          {"dwab.exr", "dwab", rgba, half},
+          {"float.exr", "zip", rgba, real},
+          {"mixed.exr", "zip", rgba, mixed},
+          {"tiled.exr", "zip", rgba, half, 2, 32},
+          {"png.png", "zip", rgba, {OIIO::TypeUInt8}},
+          {"tiff.tif", "zip", rgba, half},
+          {"parts.exr", "zip", rgba, half, 3, 0, 0, 3},
+          {"crop.exr", "zip", rgba, half, 3, 0, 5},
+          {"names.exr", "zip", {"R", "G", "B", "mask"}, real, 3},
+          {"one.exr", "rle", {"Z"}, real, 3},
+          {"layers.exr", "zip", {"R", "G", "B", "A", "depth.Z", "n.x", "n.y"}, half, 3},
+          {"deep.exr", "zips", {"R", "G", "B", "A", "Z"}, real, 3, 0, 0, 1, true}};
+}
+
+// Writes one of a kind; 130 rows give bands and several blocks of every codec but one.
+inline std::string make(const Files& files, const Kind& kind, int width = 40, int height = 130) {
+  std::vector<OIIO::ImageSpec> specs(
+      static_cast<size_t>(kind.parts),
+      {width, height, static_cast<int>(kind.channels.size()), kind.formats[0]});
+  std::mt19937 random(7);
+  for (size_t part = 0; part < specs.size(); ++part) {
+    OIIO::ImageSpec& spec = specs[part];
+    spec.channelnames = kind.channels;
+    if (kind.formats.size() > 1) spec.channelformats = kind.formats;
+    spec.deep = kind.deep;
+    spec.tile_width = spec.tile_height = kind.tile;
+    spec.x = spec.y = kind.crop;
+    spec.full_width = width + 2 * kind.crop;
+    spec.full_height = height + 2 * kind.crop;
+    spec.attribute("compression", kind.compression);
+    spec.attribute("oiio:UnassociatedAlpha", 1);
+    if (kind.parts > 1) spec.attribute("oiio:subimagename", "part" + std::to_string(part));
+  }
+  const std::string path = files.path(kind.name);
+  const auto output = OIIO::ImageOutput::create(path);
+  bool good = output &&
+              (kind.parts > 1 ? output->open(path, kind.parts, specs.data()) : output->open(path, specs[0]));
+  for (size_t part = 0; good && part < specs.size(); ++part) {
+    if (part > 0) good = output->open(path, specs[part], OIIO::ImageOutput::AppendSubimage);
+    // Halves, so that every format but the 8-bit one holds them exactly.
+    std::vector<float> pixels(static_cast<size_t>(width * height) * kind.channels.size());
+    for (size_t i = 0; i < pixels.size(); ++i)
+      pixels[i] = static_cast<float>((i / 8 + random() % 16) % 2048) / 1024;
+    if (kind.deep) {
+      OIIO::DeepData deep(specs[part]);
+      for (int64_t i = 0; i < deep.pixels(); ++i) deep.set_samples(i, static_cast<int>(i % 3));
+      for (int64_t i = 0; i < deep.pixels(); ++i)
+        for (int s = 0; s < deep.samples(i); ++s) deep.set_deep_value(i, 4, s, static_cast<float>(s));
+      good = good && output->write_deep_image(deep);
+    } else {
+      good = good && output->write_image(OIIO::TypeFloat, pixels.data());
+    }
+  }
+  if (!good || !output->close())
+    throw std::runtime_error(path + ": " + (output ? output->geterror() : "no format"));
+  return path;
+}
+
+inline std::string bytes_of(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}

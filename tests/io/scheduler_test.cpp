@@ -1,0 +1,236 @@
+#include <qv/io/scheduler.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace {
+
+// Stands in for decoding: notes the path, waits while it is held, and puts it into the result.
+struct Decoder {
+  std::mutex mutex;
+  std::condition_variable cv;
+  std::vector<std::string> started;
+  std::set<std::string> held;
+  bool record = true;
+
+  void decode(const std::string& path, qv::io::DecodeResult& out) {
+    std::unique_lock lock(mutex);
+    if (record) started.push_back(path);
+    cv.notify_all();
+    cv.wait(lock, [&] { return held.count(path) == 0; });
+    out.error = path;
+    out.status = 4;
+  }
+  void reset(std::set<std::string> hold, bool keep) {
+    const std::lock_guard lock(mutex);
+    started.clear();
+    held = std::move(hold);
+    record = keep;
+  }
+  void let_go(const std::string& path) {
+    const std::lock_guard lock(mutex);
+    held.erase(path);
+    cv.notify_all();
+  }
+  void wait_for(const std::string& path) {
+    std::unique_lock lock(mutex);
+    cv.wait(lock, [&] { return std::count(started.begin(), started.end(), path) > 0; });
+  }
+};
+Decoder decoder;
+
+}  // namespace
+
+// Takes the place of the library's own, which the linker then leaves in the archive.
+void qv::io::decode_plain(const std::string& path, int, DecodeResult& out) {
+  decoder.decode(path, out);
+}
+
+namespace {
+
+using qv::io::DecodeScheduler;
+
+// Random changes to a queue behind a busy worker, then the order of service, against scanning a list.
+// The worker of the second round serves priority 0 alone.
+TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
+  for (const bool priority_only : {false, true}) {
+    std::mt19937 random(23);
+    decoder.reset({"general", "urgent"}, true);
+    DecodeScheduler scheduler(-3, priority_only ? 1 : -1, 1);
+    const int64_t general = scheduler.submit("general", 3);
+    decoder.wait_for("general");
+    if (priority_only) scheduler.submit("urgent", -5), decoder.wait_for("urgent");
+    struct Queued {
+      int64_t id;
+      int priority;
+    };
+    std::vector<Queued> queue;
+    int64_t last = general + priority_only;
+    for (int step = 0; step < 3000; ++step) {
+      const int priority = static_cast<int>(random() % 6) - 1;
+      const auto at =
+          queue.empty() ? queue.end() : queue.begin() + static_cast<long>(random() % queue.size());
+      switch (random() % 4) {
+        case 0:
+        case 1:
+          queue.push_back({scheduler.submit(std::to_string(++last), priority), std::max(0, priority)});
+          ASSERT_EQ(queue.back().id, last);
+          break;
+        case 2:
+          if (at == queue.end()) break;
+          scheduler.reprioritize(at->id, priority);
+          at->priority = std::max(0, priority);
+          break;
+        case 3:
+          if (at == queue.end()) break;
+          ASSERT_TRUE(scheduler.cancel(at->id) && !scheduler.cancel(at->id) && scheduler.state(at->id) == -1);
+          queue.erase(at);
+      }
+      ASSERT_EQ(scheduler.queued(), static_cast<int>(queue.size()));
+    }
+    ASSERT_EQ(scheduler.running(), 1 + priority_only);
+    ASSERT_EQ(scheduler.state(general), 1);
+    ASSERT_EQ(scheduler.take(queue.front().id, 0), nullptr);
+    std::stable_sort(queue.begin(), queue.end(), [](Queued a, Queued b) { return a.priority < b.priority; });
+    if (priority_only) std::erase_if(queue, [](Queued job) { return job.priority > 0; });
+    decoder.let_go(priority_only ? "urgent" : "general");
+    for (const Queued& job : queue) {
+      const auto result = scheduler.take(job.id, -1);
+      ASSERT_TRUE(result && result->status == 4 && result->error == std::to_string(job.id));
+      ASSERT_TRUE(!scheduler.take(job.id, -1) && scheduler.state(job.id) == -1);
+    }
+    std::vector<std::string> expected =
+        priority_only ? std::vector<std::string>{"general", "urgent"} : std::vector<std::string>{"general"};
+    for (const Queued& job : queue) expected.push_back(std::to_string(job.id));
+    EXPECT_EQ(decoder.started, expected);
+    EXPECT_EQ(scheduler.take(general, priority_only ? NAN : 1e-9) == nullptr, priority_only);
+    decoder.let_go("general");
+  }
+}
+
+TEST(scheduler, a_running_job_that_is_cancelled_is_never_published) {
+  for (const bool clear : {false, true}) {
+    decoder.reset({"held"}, true);
+    DecodeScheduler scheduler(1, 0, 1);
+    const int64_t id = scheduler.submit("held", 0), next = scheduler.submit("next", 0);
+    decoder.wait_for("held");
+    std::thread waiting(
+        [&] { EXPECT_EQ(scheduler.take(id, -1), nullptr); });  // ends although the decode goes on
+    if (clear) {
+      scheduler.clear();
+    } else {
+      EXPECT_TRUE(scheduler.cancel(id));
+    }
+    waiting.join();
+    decoder.let_go("held");
+    const auto result =
+        scheduler.take(clear ? scheduler.submit("again", 0) : next, -1);  // the worker has gone on
+    EXPECT_TRUE(result && result->error == (clear ? "again" : "next"));
+    EXPECT_TRUE(scheduler.state(id) == -1 && !scheduler.take(id, -1));
+  }
+}
+
+// True once a thread of this process sleeps in the kernel: a `take` that has begun to wait.
+bool asleep(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  return text.find(") S ") != std::string::npos;
+}
+
+TEST(scheduler, destruction_lets_waiting_takes_leave_before_the_decode_in_hand_ends) {
+  decoder.reset({"held"}, true);
+  auto scheduler = std::make_unique<DecodeScheduler>(1, 0, 1);
+  const int64_t held = scheduler->submit("held", 0);
+  scheduler->submit("dropped", 0);
+  decoder.wait_for("held");
+  std::atomic<pid_t> waiting = 0;
+  std::thread waiter([&] {
+    waiting = gettid();
+    EXPECT_EQ(scheduler->take(held, -1), nullptr);
+  });
+  while (waiting == 0 || !asleep(waiting)) std::this_thread::yield();
+  std::thread destroyer([&] { scheduler.reset(); });
+  waiter.join();
+  decoder.let_go("held");
+  destroyer.join();
+  EXPECT_EQ(decoder.started, std::vector<std::string>{"held"});
+}
+
+// What four threads saw of one scheduler's jobs.
+struct Seen {
+  std::mutex mutex;
+  std::map<int64_t, std::string> submitted;
+  std::set<int64_t> taken, cancelled;
+};
+
+void storm(DecodeScheduler& scheduler, Seen& seen, unsigned seed, bool clears) {
+  std::mt19937 random(seed);
+  for (int step = 0; step < 400; ++step) {
+    const int64_t id = static_cast<int64_t>(random() % 700) + 1;
+    switch (random() % 10) {
+      case 0:
+        scheduler.reprioritize(id, static_cast<int>(random() % 3));
+        break;
+      case 1:
+        if (scheduler.cancel(id)) {
+          const std::lock_guard lock(seen.mutex);
+          EXPECT_TRUE(seen.cancelled.insert(id).second && seen.taken.count(id) == 0) << id;
+        }
+        break;
+      case 2:
+      case 3:
+      case 4:
+        if (const auto result = scheduler.take(id, random() % 2 ? 0 : 1e-4)) {
+          const std::lock_guard lock(seen.mutex);
+          EXPECT_TRUE(seen.taken.insert(id).second && seen.cancelled.count(id) == 0) << id;
+          const auto found = seen.submitted.find(id);
+          EXPECT_TRUE(found == seen.submitted.end() || result->error == found->second) << id;
+        }
+        break;
+      case 5:
+        EXPECT_TRUE(scheduler.state(id) >= -1 && scheduler.state(id) <= 4 && scheduler.queued() >= 0 &&
+                    scheduler.running() <= 3);
+        break;
+      case 6:
+        if (clears && step % 50 == 0) scheduler.clear();
+        break;
+      default: {
+        const std::string path = std::to_string(seed) + "/" + std::to_string(step);
+        const int64_t submitted = scheduler.submit(path, static_cast<int>(random() % 3));
+        const std::lock_guard lock(seen.mutex);
+        EXPECT_TRUE(seen.submitted.emplace(submitted, path).second);
+      }
+    }
+  }
+}
+
+// Odd rounds clear now and then and end by destruction under load; even ones are accounted for.
+TEST(scheduler, loses_and_doubles_nothing_in_a_storm) {
+  for (unsigned round = 0; round < 60; ++round) {
+    decoder.reset({}, false);
+    DecodeScheduler scheduler(2, 1, 1);
+    Seen seen;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 4; ++i)
+      threads.emplace_back([&, i] { storm(scheduler, seen, round * 4 + i, round % 2 == 1); });
+    for (std::thread& thread : threads) thread.join();
+    if (round % 2 == 1) continue;
+    for (const auto& [id, path] : seen.submitted) {
+      const auto result = scheduler.take(id, -1);
+      ASSERT_EQ(result != nullptr, seen.taken.count(id) + seen.cancelled.count(id) == 0)
+          << id << " in round " << round;
+      ASSERT_TRUE(!result || result->error == path) << id;
+    }
+    ASSERT_TRUE(scheduler.queued() == 0 && scheduler.state(1) == -1);
+  }
+}
+
+}  // namespace
