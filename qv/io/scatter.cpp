@@ -37,6 +37,7 @@ void fill_component(const Read& read, const float* layer, int32_t channel, int64
 void scatter(const std::vector<Read>& reads, const LayerPixels& layers,
              const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
              const std::vector<float*>& outs) {
+  if (width == 0) return;  // outputs may then be null
   const auto fill_rows = [&](int64_t begin, int64_t end) {
     for (int64_t y = begin; y < end; ++y) {
       for (size_t out = 0; out < outs.size(); ++out) {
