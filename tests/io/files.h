@@ -45,6 +45,10 @@ struct Kind {
   bool deep = false;
 };
 
+inline void PrintTo(const Kind& kind, std::ostream* out) {
+  *out << kind.name;
+}
+
 inline std::vector<Kind> kinds() {
   using T = std::vector<OIIO::TypeDesc>;
   const std::vector<std::string> rgba = {"R", "G", "B", "A"};
