@@ -11,5 +11,6 @@ int main(int argc, char** argv) {
   }
   report.note("driver: " + gl->renderer);
   bench::uniform_rows(report);
+  bench::filter_rows(report);
   return report.finish();
 }

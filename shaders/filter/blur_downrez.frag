@@ -11,7 +11,11 @@ void main() {
   ivec2 from = ivec2(clamp(corner, vec2(0.0), size - 1.0));
   ivec2 to = ivec2(clamp(corner + u_factor, vec2(from) + 1.0, size));
   vec4 total = vec4(0.0);
-  for (int y = from.y; y < to.y; ++y)
-    for (int x = from.x; x < to.x; ++x) total += texelFetch(u_image, ivec2(x, y), 0);
+  int y = from.y;
+  do {
+    int x = from.x;
+    do total += texelFetch(u_image, ivec2(x, y), 0);
+    while (++x < to.x);
+  } while (++y < to.y);
   o_color = total / (float(to.x - from.x) * float(to.y - from.y));
 }

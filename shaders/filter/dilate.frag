@@ -19,7 +19,10 @@ void main() {
 
   int k = max(-n, -at), to = min(n, most - at);
   vec4 inner = turn * texelFetch(u_image, centre + k * one, 0);
-  while (++k <= to) inner = max(inner, turn * texelFetch(u_image, centre + k * one, 0));
+  if (k < to) {
+    do inner = max(inner, turn * texelFetch(u_image, centre + ++k * one, 0));
+    while (k < to);
+  }
   vec4 result = inner;
   if (u_frac > 0.0) {
     vec4 ring = max(turn * read(u_image, centre - (n + 1) * one), turn * read(u_image, centre + (n + 1) * one));

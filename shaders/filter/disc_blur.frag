@@ -26,7 +26,8 @@ vec4 pixel(int x, int y) {
 
 vec4 sum_of_pixels(int from, int to, int y) {
   vec4 total = vec4(0.0);
-  for (int x = from; x <= to; ++x) total += pixel(x, y);
+  do total += pixel(from, y);
+  while (++from <= to);
   return total;
 }
 
@@ -62,13 +63,14 @@ vec4 disc(vec2 radius, bool direct) {
   vec4 total = vec4(0.0);
   float weights = 0.0, steep = 1.0 / radius.y;
   int rows = int(ceil(radius.y)) - 1;
-  for (int dy = -rows; dy <= rows; ++dy) {
+  int dy = -rows;
+  do {
     float t = float(dy) * steep;
     float h = radius.x * sqrt(max(1.0 - t * t, 0.0));
     float m = max(ceil(h - 0.5), 1.0);
     total += row(centre.y + dy, int(m), min(2.0 * h, 1.0), max(h + 0.5 - m, 0.0), direct);
     weights += 2.0 * h;
-  }
+  } while (++dy <= rows);
   return total / weights;
 }
 

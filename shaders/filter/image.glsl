@@ -1,6 +1,7 @@
 // What every filter program shares: the source, the pixel being drawn and reads held to an image.
 // Pixels are premultiplied RGBA; texel row 0 is the image's first row; an image goes on beyond its
-// border with its edge pixels.
+// border with its edge pixels. Loops end with their condition: hardware that masks instead of jumping
+// would otherwise go once more through the body, with all its reads, only to find the end.
 
 layout(location = 0) out vec4 o_color;
 uniform sampler2D u_image;

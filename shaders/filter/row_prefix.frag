@@ -12,6 +12,8 @@ void main() {
   ivec2 at = here();
   int tile = max(whole(u_tile, 4096), 1);
   vec4 total = vec4(0.0);
-  for (int x = at.x - at.x % tile; x <= at.x; ++x) total += finite(texelFetch(u_image, ivec2(x, at.y), 0));
+  int x = at.x - at.x % tile;
+  do total += finite(texelFetch(u_image, ivec2(x, at.y), 0));
+  while (++x <= at.x);
   o_color = total;
 }
