@@ -99,13 +99,13 @@ int ResultCache::spare_entry() {
 
 int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int64_t>* holds, size_t n_holds,
                          bool flag, double cost, bool pinned) {
+  if (n_holds > Holds().max_size()) throw std::length_error("vector too long");
   for (size_t i = 0; i < n_holds; ++i) refs_.prefetch(holds[i].first);
 
   // Everything that may fail comes first and changes nothing that a caller can see.
   const int* const cached = index_.find(key);
   const int entry = cached ? *cached : spare_entry();
   Entry& e = at(entry);
-  if (n_holds > e.holds.max_size()) throw std::length_error("vector too long");
   e.holds.reserve(n_holds);
   refs_.reserve(n_holds);
   if (!cached) index_.reserve(1);
