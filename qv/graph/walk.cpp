@@ -29,7 +29,7 @@ bool any_of_64(const uint8_t* a, const uint8_t* b) {
 int first_set(const uint8_t* a, const uint8_t* b, int from, int to) {
   while (to - from >= 64 && !any_of_64(a + from, b + from)) from += 64;
   for (; to - from >= 8; from += 8) {
-    uint64_t x, y;
+    uint64_t x = 0, y = 0;
     std::memcpy(&x, a + from, sizeof x);
     std::memcpy(&y, b + from, sizeof y);
     if (x | y) break;
