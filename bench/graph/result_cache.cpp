@@ -19,11 +19,8 @@ class Ours {
   int64_t get(int64_t key) {
     return cache_.get(key, false);
   }
-  std::vector<int64_t> evict(int64_t budget) {
-    std::vector<int64_t> slots;
-    for (const auto& popped : cache_.evict(budget, std::numeric_limits<int64_t>::max()))
-      slots.push_back(popped.slot);
-    return slots;
+  std::vector<qv::graph::CachePopped> evict(int64_t budget) {
+    return cache_.evict(budget, std::numeric_limits<int64_t>::max());
   }
   int64_t held() const {
     return cache_.held(false);
@@ -35,6 +32,13 @@ class Ours {
  private:
   qv::graph::ResultCache cache_;
 };
+
+int64_t slot_of(const qv::graph::CachePopped& popped) {
+  return popped.slot;
+}
+int64_t slot_of(int64_t slot) {
+  return slot;
+}
 
 // Keys of results, half of them present; a result keeps two buffers alive, one of its own and one that
 // four neighbours share.
@@ -84,7 +88,7 @@ class Candidate {
     for (size_t i = 0; i < n; ++i) {
       const size_t k = (i + n / 2) % n;
       cache_->put(load_->keys[k], static_cast<int64_t>(k), load_->holds[k], true, 1, false);
-      for (const int64_t slot : cache_->evict(budget)) sum += slot;
+      for (const auto& gone : cache_->evict(budget)) sum += slot_of(gone);
     }
     return sum;
   }
