@@ -153,7 +153,7 @@ class Run {
       }
       std::error_code error;
       if (state_.options.existing == Existing::refuse && std::filesystem::exists(path, error)) {
-        throw FrameError(place + path + " exists already");
+        throw FrameError(place + path + " exists already; --overwrite replaces it, --skip-existing keeps it");
       }
     }
   }

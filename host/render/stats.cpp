@@ -32,14 +32,15 @@ std::string stats_text(const Stats& stats) {
       "results    %lld computed, %lld from the cache, %lld given up for memory, %lld nodes visited\n",
       whole(stats.computed), whole(stats.cache_hits), whole(stats.evicted), whole(stats.visited));
   text += formatted(
-      "render     waiting for pixels %.0f ms, upload %.0f ms, GPU %.0f ms, read-back %.0f ms, "
+      "render     waiting for pixels %.0f ms, upload %.0f ms, drawing %.0f ms, read-back %.0f ms, "
       "waiting to write %.0f ms\n",
-      stats.wait_decode_ms, stats.upload_ms, stats.gpu_ms, stats.read_back_ms, stats.wait_write_ms);
+      stats.wait_decode_ms, stats.upload_ms, stats.draw_ms, stats.read_back_ms, stats.wait_write_ms);
   text +=
       formatted("draws      %lld, uniforms sent %lld, skipped %lld, textures made %lld\n", whole(stats.draws),
                 whole(stats.uniforms_sent), whole(stats.uniforms_skipped), whole(stats.textures_created));
-  text += formatted("files      %lld read, %lld written (%.1f MiB), encoding %.0f ms on other threads\n",
-                    whole(stats.files_read), whole(stats.files_written), mebibytes(stats.bytes_written),
+  text += formatted("files      %lld read, %lld written (%.1f MiB)\n", whole(stats.files_read),
+                    whole(stats.files_written), mebibytes(stats.bytes_written));
+  text += formatted("beside it  decoding %.0f ms, encoding %.0f ms on other threads\n", stats.decode_ms,
                     stats.encode_ms);
   text += formatted("memory     %.1f MiB of textures at most\n", mebibytes(stats.peak_texture_bytes));
   return text;
@@ -51,7 +52,9 @@ std::string stats_json(const Stats& stats) {
                                        {"wall_ms", stats.wall_ms},
                                        {"start_ms", stats.start_ms},
                                        {"wait_decode_ms", stats.wait_decode_ms},
+                                       {"decode_ms", stats.decode_ms},
                                        {"upload_ms", stats.upload_ms},
+                                       {"draw_ms", stats.draw_ms},
                                        {"gpu_ms", stats.gpu_ms},
                                        {"read_back_ms", stats.read_back_ms},
                                        {"wait_write_ms", stats.wait_write_ms},

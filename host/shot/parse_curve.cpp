@@ -2,8 +2,8 @@
 
 #include <qv/anim/curve.h>
 
+#include "host/nodes/expectation.h"
 #include "host/shot/composition.h"
-#include "host/shot/parse_knobs.h"
 #include "host/shot/suggest.h"
 
 #include <algorithm>
@@ -43,7 +43,7 @@ std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const nodes:
   key.value = value[1].get<double>();
   key.kind = linear_kind;
   if (!(key.value >= spec.minimum && key.value <= spec.maximum)) {
-    problems.add(place, "expected " + expectation(spec) + ", found " + found(value[1]));
+    problems.add(place, "expected " + nodes::expectation(spec) + ", found " + found(value[1]));
     return std::nullopt;
   }
   if (value.size() == 2) return key;

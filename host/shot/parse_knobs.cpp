@@ -1,46 +1,23 @@
 #include "host/shot/parse_knobs.h"
 
+#include "host/nodes/expectation.h"
 #include "host/shot/parse_curve.h"
 #include "host/shot/suggest.h"
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <utility>
 
 namespace host::shot {
 
+using nodes::expectation;
 using nodes::KnobComponent;
 using nodes::KnobKind;
 using nodes::KnobSpec;
 using nodes::KnobValue;
 
 namespace {
-
-std::string amount(double value) {
-  return nlohmann::json(value == std::floor(value) && std::abs(value) < 1e15
-                            ? nlohmann::json(static_cast<int64_t>(value))
-                            : nlohmann::json(value))
-      .dump();
-}
-
-std::string range_words(const KnobSpec& spec) {
-  const bool low = std::isfinite(spec.minimum);
-  const bool high = std::isfinite(spec.maximum);
-  if (low && high) return " from " + amount(spec.minimum) + " to " + amount(spec.maximum);
-  if (low) return " of at least " + amount(spec.minimum);
-  if (high) return " of at most " + amount(spec.maximum);
-  return "";
-}
-
-std::string numbers_words(const KnobSpec& spec) {
-  if (spec.length() == 1) return "a number" + range_words(spec);
-  const std::string count = spec.fewest == spec.length()
-                                ? std::to_string(spec.length())
-                                : std::to_string(spec.fewest) + " to " + std::to_string(spec.length());
-  return count + " numbers" + range_words(spec);
-}
 
 bool is_keyed(const nlohmann::json& value) {
   return value.is_object();
@@ -113,26 +90,6 @@ KnobValue parse_knob(const nlohmann::json& value, const KnobSpec& spec, const st
 }
 
 }  // namespace
-
-std::string expectation(const KnobSpec& spec) {
-  switch (spec.kind) {
-    case KnobKind::number:
-      return numbers_words(spec);
-    case KnobKind::integer:
-      return "a whole number" + range_words(spec);
-    case KnobKind::flag:
-      return "true or false";
-    case KnobKind::text:
-      return "a text";
-    case KnobKind::file:
-      return "a file name";
-    case KnobKind::choice:
-      break;
-  }
-  std::string list;
-  for (const std::string& each : spec.choices) list += (list.empty() ? "" : ", ") + quoted(each);
-  return "one of " + list;
-}
 
 std::vector<KnobValue> parse_knobs(const std::vector<KnobSpec>& specs, const nlohmann::json& given,
                                    const std::string& place, Problems& problems) {

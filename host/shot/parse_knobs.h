@@ -17,7 +17,4 @@ std::vector<nodes::KnobValue> parse_knobs(const std::vector<nodes::KnobSpec>& sp
                                           const nlohmann::json& given, const std::string& place,
                                           Problems& problems);
 
-// What a knob takes, in words: "2 numbers from 0 to 1".
-std::string expectation(const nodes::KnobSpec& spec);
-
 }  // namespace host::shot

@@ -1,0 +1,184 @@
+#include "host/commands.h"
+
+#include "host/cli.h"
+#include "host/files/atomic_file.h"
+#include "host/files/encode.h"
+#include "host/files/pattern.h"
+#include "host/interrupt.h"
+#include "host/nodes/catalogue.h"
+#include "host/nodes/describe.h"
+#include "host/render/plan.h"
+#include "host/render/project.h"
+#include "host/shot/composition.h"
+#include "host/shot/frames.h"
+#include "host/shot/schema.h"
+#include "host/shot/suggest.h"
+
+#include <iostream>
+#include <set>
+#include <vector>
+
+#include <unistd.h>
+
+namespace host {
+namespace {
+
+gpu::DeviceChoice device_choice(const std::string& text) {
+  try {
+    return gpu::parse_device(text);
+  } catch (const std::invalid_argument& error) {
+    throw UsageError(std::string("--gpu: ") + error.what());
+  }
+}
+
+// What was asked for; a list that only leaves out does so from the composition's frames.
+std::vector<int64_t> frames_to_render(const shot::Composition& composition, const std::string& asked) {
+  if (asked.empty()) return composition.frames;
+  std::vector<int64_t> frames = shot::parse_frames(asked);
+  if (!frames.empty() || asked.front() != '^') return frames;
+  return shot::parse_frames(shot::frames_text(composition.frames) + "," + asked);
+}
+
+// An output path must be good for every frame before the first one is drawn.
+void check_output_option(const shot::Composition& composition, const RenderCommand& command) {
+  const std::string& path = command.options.output;
+  if (path.empty()) return;
+  if (composition.outputs.size() != 1) {
+    throw UsageError("--output: " + composition.file + " has " + std::to_string(composition.outputs.size()) +
+                     " outputs; name one of them in the composition's \"output\"");
+  }
+  if (command.options.frames.size() > 1 && !files::has_frame(path)) {
+    throw UsageError("--output: " + path + ": expected #### or %04d where the frame number is to stand");
+  }
+  if (const std::string reason = files::unsupported_reason(path); !reason.empty()) {
+    throw UsageError("--output: " + path + ": " + reason);
+  }
+}
+
+// A composition that writes nothing, or to a file type that nobody knows, is wrong for every frame.
+void check_outputs(const shot::Composition& composition, const RenderCommand& command,
+                   const nodes::Project& project) {
+  check_output_option(composition, command);
+  if (!command.options.output.empty()) return;
+  for (const int output : composition.outputs) {
+    const nodes::Node& node = composition.nodes[static_cast<size_t>(output)];
+    const std::string place = composition.file + ": node \"" + node.name + "\": ";
+    if (!node.type->writes_files) {
+      throw UsageError(place + "it writes no file; give --output or add a node of type \"write\"");
+    }
+    const auto file = node.type->operation->output(node.call_at(command.options.frames[0], project));
+    if (!file) continue;
+    if (const std::string reason = files::unsupported_reason(file->path); !reason.empty()) {
+      throw UsageError(place + "knob \"file\": " + file->path + ": " + reason);
+    }
+  }
+}
+
+// What earlier runs left half written where this one will write.
+void tidy_folders(const render::Planner& planner, const std::vector<int64_t>& frames) {
+  std::set<std::filesystem::path> folders;
+  for (const int64_t frame : frames) {
+    for (const render::PlannedFile& file : planner.writes(frame)) {
+      folders.insert(std::filesystem::path(file.path).parent_path());
+    }
+  }
+  for (const auto& folder : folders) files::remove_leftovers(folder);
+}
+
+int exit_code(render::Outcome outcome) {
+  switch (outcome) {
+    case render::Outcome::done:
+      return exit_done;
+    case render::Outcome::nothing:
+      return exit_nothing;
+    case render::Outcome::memory:
+      return exit_memory;
+    case render::Outcome::interrupted:
+      return exit_interrupted;
+    case render::Outcome::some_failed:
+      break;
+  }
+  return exit_some_failed;
+}
+
+int dry_run(render::Planner& planner, const std::vector<int64_t>& frames, render::Existing existing) {
+  bool complete = true;
+  for (const int64_t frame : frames) {
+    const render::FramePlan plan = planner.frame(frame);
+    std::cout << render::plan_text(plan, existing);
+    complete = complete && render::can_render(plan, existing);
+  }
+  return complete ? exit_done : exit_some_failed;
+}
+
+void report_stats(const std::string& where, const render::Stats& stats) {
+  if (where.empty()) return;
+  if (where == "-") {
+    std::cerr << render::stats_text(stats);
+    return;
+  }
+  const std::string json = render::stats_json(stats);
+  files::write_whole(where, {reinterpret_cast<const unsigned char*>(json.data()), json.size()});
+}
+
+}  // namespace
+
+int render_frames(const RenderCommand& given) {
+  RenderCommand command = given;
+  const gpu::DeviceChoice device = device_choice(command.gpu);
+  const shot::Composition composition = shot::read_composition(command.file);
+  std::vector<int64_t>& frames = command.options.frames;
+  frames = frames_to_render(composition, command.frames);
+  if (frames.empty()) {
+    std::cerr << "quorvel: --frames: " << command.frames << " leaves no frame to render\n";
+    return exit_nothing;
+  }
+  render::Planner planner(composition, command.options.scale, command.options.output);
+  check_outputs(composition, command, planner.project());
+  if (command.dry_run) return dry_run(planner, frames, command.options.existing);
+
+  const InterruptFlag interrupt;
+  command.options.stop = &interrupt.raised();
+  tidy_folders(planner, frames);
+  gpu::GpuContext context = gpu::GpuContext::open(device);
+  render::Renderer renderer(composition, command.options, context);
+  const bool events = command.progress == render::ProgressStyle::jsonl;
+  const auto progress =
+      render::make_progress(command.progress, events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
+  const render::Outcome outcome = renderer.run(*progress);
+  report_stats(command.stats, renderer.stats());
+  return exit_code(outcome);
+}
+
+int print_info(const InfoCommand& command) {
+  const shot::Composition composition = shot::read_composition(command.file);
+  if (command.dot) {
+    std::cout << render::graphviz(composition);
+    return exit_done;
+  }
+  render::Planner planner(composition, command.scale, "");
+  const std::vector<std::string> missing = render::missing_files(planner, composition.frames);
+  std::cout << render::info_text(composition, planner, missing);
+  return missing.empty() ? exit_done : exit_some_failed;
+}
+
+int print_nodes(const NodesCommand& command) {
+  if (command.schema) {
+    std::cout << shot::composition_schema();
+    return exit_done;
+  }
+  if (command.type.empty()) {
+    std::cout << nodes::describe_catalogue();
+    return exit_done;
+  }
+  const nodes::NodeType* type = nodes::find_type(command.type);
+  if (!type) {
+    std::vector<std::string> names;
+    for (const nodes::NodeType& each : nodes::catalogue()) names.push_back(each.name);
+    throw UsageError("unknown node type \"" + command.type + "\"" + shot::did_you_mean(command.type, names));
+  }
+  std::cout << nodes::describe(*type);
+  return exit_done;
+}
+
+}  // namespace host
