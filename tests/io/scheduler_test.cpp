@@ -147,7 +147,7 @@ bool asleep(pid_t thread) {
 
 TEST(scheduler, destruction_lets_waiting_takes_leave_before_the_decode_in_hand_ends) {
   decoder.reset({"held"}, true);
-  auto scheduler = std::make_unique<DecodeScheduler>(1, 0, 1);
+  auto* const scheduler = new DecodeScheduler(1, 0, 1);
   const int64_t held = scheduler->submit("held", 0);
   scheduler->submit("dropped", 0);
   decoder.wait_for("held");
@@ -157,7 +157,7 @@ TEST(scheduler, destruction_lets_waiting_takes_leave_before_the_decode_in_hand_e
     EXPECT_EQ(scheduler->take(held, -1), nullptr);
   });
   while (waiting == 0 || !asleep(waiting)) std::this_thread::yield();
-  std::thread destroyer([&] { scheduler.reset(); });
+  std::thread destroyer([&] { delete scheduler; });
   waiter.join();
   decoder.let_go("held");
   destroyer.join();
