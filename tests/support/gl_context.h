@@ -13,34 +13,28 @@ struct GlContext {
   std::string renderer;
   bool software = false;  // drawn by the processor: its times say nothing about a graphics card
 
-#define QV_TEST_GL(X)                                                                                        \
-  X(PFNGLGETSTRINGPROC, GetString)                                                                           \
-  X(PFNGLGETERRORPROC, GetError)                                                                             \
-  X(PFNGLFINISHPROC, Finish) X(PFNGLCREATESHADERPROC, CreateShader) X(                                       \
-      PFNGLSHADERSOURCEPROC, ShaderSource) X(PFNGLCOMPILESHADERPROC, CompileShader)                          \
-      X(PFNGLGETSHADERIVPROC, GetShaderiv) X(PFNGLGETSHADERINFOLOGPROC, GetShaderInfoLog) X(                 \
-          PFNGLCREATEPROGRAMPROC, CreateProgram) X(PFNGLATTACHSHADERPROC,                                    \
-                                                   AttachShader) X(PFNGLLINKPROGRAMPROC, LinkProgram)        \
-          X(PFNGLDELETESHADERPROC, DeleteShader) X(PFNGLGETPROGRAMIVPROC, GetProgramiv) X(                   \
-              PFNGLGETPROGRAMINFOLOGPROC, GetProgramInfoLog) X(PFNGLGETACTIVEUNIFORMPROC, GetActiveUniform)  \
-              X(PFNGLGETUNIFORMLOCATIONPROC, GetUniformLocation) X(                                          \
-                  PFNGLPROGRAMUNIFORM1IPROC, ProgramUniform1i) X(PFNGLGENVERTEXARRAYSPROC, GenVertexArrays)  \
-                  X(PFNGLBINDVERTEXARRAYPROC, BindVertexArray) X(PFNGLGENBUFFERSPROC, GenBuffers)            \
-                      X(PFNGLBINDBUFFERPROC, BindBuffer) X(PFNGLBUFFERDATAPROC, BufferData)                  \
-                          X(PFNGLGENTEXTURESPROC, GenTextures) X(PFNGLBINDTEXTUREPROC, BindTexture)          \
-                              X(PFNGLTEXIMAGE2DPROC, TexImage2D) X(PFNGLTEXPARAMETERIPROC, TexParameteri)    \
-                                  X(PFNGLDELETETEXTURESPROC, DeleteTextures)                                 \
-                                      X(PFNGLGENFRAMEBUFFERSPROC, GenFramebuffers)                           \
-                                          X(PFNGLBINDFRAMEBUFFERPROC, BindFramebuffer)                       \
-                                              X(PFNGLFRAMEBUFFERTEXTURE2DPROC, FramebufferTexture2D)         \
-                                                  X(PFNGLREADPIXELSPROC, ReadPixels)                         \
-                                                      X(PFNGLDELETEFRAMEBUFFERSPROC, DeleteFramebuffers)     \
-                                                          X(PFNGLISBUFFERPROC, IsBuffer)                     \
-                                                              X(PFNGLBUFFERSTORAGEPROC, BufferStorage)       \
-                                                                  X(PFNGLMAPBUFFERRANGEPROC, MapBufferRange) \
-                                                                      X(PFNGLUSEPROGRAMPROC, UseProgram) X(  \
-                                                                          PFNGLVIEWPORTPROC, Viewport)       \
-                                                                          X(PFNGLDRAWARRAYSPROC, DrawArrays)
+// clang-format off
+#define QV_TEST_GL(X) \
+  X(PFNGLGETSTRINGPROC, GetString) X(PFNGLGETERRORPROC, GetError) X(PFNGLFINISHPROC, Finish) \
+  X(PFNGLCREATESHADERPROC, CreateShader) X(PFNGLSHADERSOURCEPROC, ShaderSource) \
+  X(PFNGLCOMPILESHADERPROC, CompileShader) X(PFNGLGETSHADERIVPROC, GetShaderiv) \
+  X(PFNGLGETSHADERINFOLOGPROC, GetShaderInfoLog) X(PFNGLCREATEPROGRAMPROC, CreateProgram) \
+  X(PFNGLATTACHSHADERPROC, AttachShader) X(PFNGLLINKPROGRAMPROC, LinkProgram) \
+  X(PFNGLDELETESHADERPROC, DeleteShader) X(PFNGLGETPROGRAMIVPROC, GetProgramiv) \
+  X(PFNGLGETPROGRAMINFOLOGPROC, GetProgramInfoLog) X(PFNGLGETACTIVEUNIFORMPROC, GetActiveUniform) \
+  X(PFNGLGETUNIFORMLOCATIONPROC, GetUniformLocation) X(PFNGLPROGRAMUNIFORM1IPROC, ProgramUniform1i) \
+  X(PFNGLGENVERTEXARRAYSPROC, GenVertexArrays) X(PFNGLBINDVERTEXARRAYPROC, BindVertexArray) \
+  X(PFNGLGENBUFFERSPROC, GenBuffers) X(PFNGLBINDBUFFERPROC, BindBuffer) \
+  X(PFNGLBUFFERDATAPROC, BufferData) X(PFNGLGENTEXTURESPROC, GenTextures) \
+  X(PFNGLBINDTEXTUREPROC, BindTexture) X(PFNGLTEXIMAGE2DPROC, TexImage2D) \
+  X(PFNGLTEXPARAMETERIPROC, TexParameteri) X(PFNGLDELETETEXTURESPROC, DeleteTextures) \
+  X(PFNGLGENFRAMEBUFFERSPROC, GenFramebuffers) X(PFNGLBINDFRAMEBUFFERPROC, BindFramebuffer) \
+  X(PFNGLFRAMEBUFFERTEXTURE2DPROC, FramebufferTexture2D) X(PFNGLREADPIXELSPROC, ReadPixels) \
+  X(PFNGLDELETEFRAMEBUFFERSPROC, DeleteFramebuffers) X(PFNGLISBUFFERPROC, IsBuffer) \
+  X(PFNGLBUFFERSTORAGEPROC, BufferStorage) X(PFNGLMAPBUFFERRANGEPROC, MapBufferRange) \
+  X(PFNGLUSEPROGRAMPROC, UseProgram) X(PFNGLVIEWPORTPROC, Viewport) \
+  X(PFNGLDRAWARRAYSPROC, DrawArrays)
+// clang-format on
 #define QV_TEST_GL_MEMBER(type, name) type name = nullptr;
   QV_TEST_GL(QV_TEST_GL_MEMBER)
 #undef QV_TEST_GL_MEMBER
