@@ -1,4 +1,5 @@
 #include <qv/nodes/merge/merge.h>
+#include <qv/nodes/time/frames.h>
 
 #include "host/files/pattern.h"
 #include "host/nodes/families.h"
@@ -13,35 +14,8 @@
 namespace host::nodes {
 namespace {
 
-enum class Edge { error, hold, loop, bounce, black };
-
-const std::vector<std::string> edge_names = {"error", "hold", "loop", "bounce", "black"};
-
-int64_t modulo(int64_t value, int64_t period) {
-  const int64_t rest = value % period;
-  return rest < 0 ? rest + period : rest;
-}
-
-// The frame of a sequence that stands for one outside it; nothing for black.
-std::optional<int64_t> edge_frame(int64_t frame, int64_t first, int64_t last, Edge edge) {
-  const int64_t length = last - first + 1;
-  switch (edge) {
-    case Edge::error:
-      return frame;
-    case Edge::hold:
-      return std::clamp(frame, first, last);
-    case Edge::loop:
-      return first + modulo(frame - first, length);
-    case Edge::bounce: {
-      const int64_t period = std::max<int64_t>(1, 2 * (length - 1));
-      const int64_t place = modulo(frame - first, period);
-      return first + std::min(place, period - place);
-    }
-    case Edge::black:
-      break;
-  }
-  return std::nullopt;
-}
+// In the order of the library's modes; `error` is its frame that passes through, and is refused here.
+const std::vector<std::string> edge_names = {"error", "loop", "bounce", "hold", "black"};
 
 class Read final : public Operation {
  public:
@@ -96,34 +70,30 @@ class Read final : public Operation {
     const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
     if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
     if (!files::has_frame(pattern)) return pattern;
-    const auto before = static_cast<Edge>(call.knobs.choice("before"));
-    const auto after = static_cast<Edge>(call.knobs.choice("after"));
+    const bool unbounded = call.knobs.text("before") == "error" && call.knobs.text("after") == "error";
     const int64_t first = call.knobs.integer("first");
     const int64_t last = call.knobs.integer("last");
     const bool given = first != 0 || last != 0;
-    if (!given && before == Edge::error && after == Edge::error)
-      return files::frame_path(pattern, call.frame);
+    if (!given && unbounded) return files::frame_path(pattern, call.frame);
     const auto range = given ? std::pair(first, last) : call.project.headers->frames_on_disk(pattern);
     if (!range) return files::frame_path(pattern, call.frame);
-    return file_in(call, pattern, *range, before, after);
+    return file_in(call, pattern, *range);
   }
 
   static std::optional<std::string> file_in(const Call& call, const std::string& pattern,
-                                            const std::pair<int64_t, int64_t>& range, Edge before,
-                                            Edge after) {
+                                            const std::pair<int64_t, int64_t>& range) {
     const auto [first, last] = range;
     if (first > last) {
       throw std::runtime_error("knob \"last\": expected a frame from " + std::to_string(first) +
                                " on, found " + std::to_string(last));
     }
-    const bool early = call.frame < first;
-    if (!early && call.frame <= last) return files::frame_path(pattern, call.frame);
-    const Edge edge = early ? before : after;
-    if (edge == Edge::error) {
+    const char* edge = call.frame < first ? "before" : "after";
+    const bool outside = call.frame < first || call.frame > last;
+    if (outside && call.knobs.text(edge) == "error") {
       throw std::runtime_error(files::frame_path(pattern, call.frame) + ": the sequence has frames " +
                                std::to_string(first) + " to " + std::to_string(last));
     }
-    const auto frame = edge_frame(call.frame, first, last, edge);
+    const auto frame = qv::nodes::time::edge_frame(call.frame, first, last, call.knobs.choice(edge));
     if (!frame) return std::nullopt;
     return files::frame_path(pattern, *frame);
   }

@@ -6,8 +6,8 @@
 
 // Only their addresses are taken: the library knows how to call them.
 extern "C" {
-void dgesv_();
-void dgetrf_();
+void dgesv_();   // NOLINT(readability-identifier-naming)
+void dgetrf_();  // NOLINT(readability-identifier-naming)
 void cblas_dgemm();
 void cblas_dgemv();
 void openblas_set_num_threads(int threads);

@@ -25,8 +25,9 @@ bool moves(std::span<const TransformLink> links, const Shutter& shutter) {
 
 std::vector<xform::Total> totals_over(std::span<const TransformLink> links, const Format& format,
                                       const Shutter& shutter) {
-  std::vector<xform::Total> totals;
   if (!moves(links, shutter)) return {total_of(links, format)};
+  std::vector<xform::Total> totals;
+  totals.reserve(path_times);
   for (int i = 0; i < path_times; ++i) {
     totals.push_back(total_of(links, format, shutter.time(i / (path_times - 1.0))));
   }

@@ -179,7 +179,8 @@ class CornerPin final : public Transform {
       throw std::runtime_error("knob \"from\": expected as many points as in \"to\", " +
                                std::to_string(to.size() / 2) + ", found " + std::to_string(from.size() / 2));
     }
-    std::vector<double> step = {2, knobs.flag("invert") ? 1.0 : 0.0, static_cast<double>(to.size() / 2)};
+    const size_t count = to.size() / 2;
+    std::vector<double> step = {2, knobs.flag("invert") ? 1.0 : 0.0, static_cast<double>(count)};
     step.insert(step.end(), from.begin(), from.end());
     step.insert(step.end(), to.begin(), to.end());
     for (int i = 0; i < 16; ++i) step.push_back(i % 5 == 0 ? 1 : 0);

@@ -1,0 +1,124 @@
+#include "tests/host/render/scene.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// What each node shows at a frame, as shares of the input's frames.
+struct Case {
+  const char* type;
+  const char* knobs;
+  int64_t frame;
+  std::map<int, double> shares;
+};
+
+const std::vector<Case>& cases() {
+  static const std::vector<Case> all = {
+      {"time_offset", R"("offset": 3)", 8, {{5, 1}}},
+      {"time_offset", R"("offset": -0.5)", 8, {{9, 1}}},
+      {"time_offset", R"("offset": -0.5, "rounding": "down")", 8, {{8, 1}}},
+      // The composition's frames, 1 to 10, backwards.
+      {"time_offset", R"("reverse": true)", 8, {{3, 1}}},
+      {"time_offset", R"("reverse": true, "offset": 1, "first": 5, "last": 9)", 8, {{7, 1}}},
+      {"frame_hold", R"("frame": 4)", 9, {{4, 1}}},
+      {"frame_hold", R"("frame": 2, "every": 3)", 7, {{5, 1}}},
+      {"frame_blend", R"("count": 3)", 8, {{6, 1 / 3.0}, {7, 1 / 3.0}, {8, 1 / 3.0}}},
+      {"frame_blend", R"("count": 1)", 8, {{8, 1}}},
+      {"frame_blend", R"("use_range": true, "range": [5, 2])", 8, {{2, .25}, {3, .25}, {4, .25}, {5, .25}}},
+      {"time_blur", R"("width": 2)", 5, {{4, .25}, {5, .5}, {6, .25}}},
+      {"time_blur", R"("width": 1, "offset": 0.25)", 5, {{5, .75}, {6, .25}}},
+      {"time_blur", R"("width": 0)", 5, {{5, 1}}},
+      {"shutter", R"("samples": 5, "shutter": 2)", 5, {{4, .2}, {5, .4}, {6, .4}}},
+      {"shutter",
+       R"("samples": 3, "shutter": 2, "shutter_position": "start")",
+       5,
+       {{5, 1 / 3.0}, {6, 1 / 3.0}, {7, 1 / 3.0}}},
+      {"shutter",
+       R"("samples": 3, "shutter": 2, "shutter_position": "end")",
+       5,
+       {{3, 1 / 3.0}, {4, 1 / 3.0}, {5, 1 / 3.0}}},
+      {"shutter",
+       R"("samples": 1, "shutter": 2, "shutter_position": "custom", "shutter_offset": -3)",
+       5,
+       {{3, 1}}},
+      {"retime", R"("speed": 2)", 3, {{5, 1}}},
+      {"retime", R"("speed": 0.5)", 4, {{3, 1}}},
+      {"retime", R"("speed": 0.5, "rounding": "down")", 4, {{2, 1}}},
+      {"retime", R"("speed": 0.25, "rounding": "blend")", 4, {{1, .25}, {2, .75}}},
+      {"retime", R"("speed": 2, "reverse": true)", 3, {{6, 1}}},
+      // At double speed the range of 10 frames ends at frame 5, which shows frame 9.
+      {"retime", R"("speed": 2)", 8, {{9, 1}}},
+      {"retime", R"("speed": 2, "after": "loop")", 7, {{3, 1}}},
+      {"retime", R"("speed": 2, "after": "bounce")", 7, {{5, 1}}},
+      {"retime", R"("speed": 0.5, "after": "continue", "last": 2, "first": 1)", 7, {{4, 1}}},
+      {"retime", R"("speed": 2, "after": "black")", 8, {}},
+      {"retime", R"("first": 3, "last": 6, "output_ends": "both", "output": [1, 8])", 5, {{5, 1}}},
+      {"retime", R"("first": 3, "last": 6, "output_ends": "last", "output": [0, 10])", 8, {{4, 1}}},
+      {"retime", R"("first": 3, "last": 6, "output_ends": "first", "output": [2, 0])", 4, {{5, 1}}},
+      {"retime", R"("output_ends": "first", "output": [3, 0], "before": "black")", 2, {}},
+  };
+  return all;
+}
+
+// Frame f is a plate of one pixel at (f, 0), so that every share is seen on its own.
+void write_frames() {
+  for (int frame = 1; frame <= 10; ++frame) {
+    scene::Plate plate;
+    plate.width = plate.height = 1;
+    plate.x = frame;
+    plate.full_width = 12;
+    plate.full_height = 1;
+    plate.pixels = {1, 2, 3, 1};
+    scene::write_plate(scene::folder() / ("time." + std::to_string(frame) + ".exr"), plate);
+  }
+}
+
+TEST(TimeNodes, ShowTheirSharesOfFrames) {
+  write_frames();
+  for (const Case& each : cases()) {
+    const std::string what =
+        std::string(each.type) + " {" + each.knobs + "} at " + std::to_string(each.frame);
+    scene::Scene shot(std::string(R"({"name": "p", "type": "read", "knobs": {"file": "time.#.exr"}},)") +
+                          R"({"name": "t", "inputs": "p", "type": ")" + each.type + R"(", "knobs": {)" +
+                          each.knobs + "}}",
+                      12, 1);
+    const auto image = shot.image("t", each.frame);
+    for (int x = 0; x < 12; ++x) {
+      const auto share = each.shares.find(x);
+      const double expected = share == each.shares.end() ? 0 : share->second;
+      EXPECT_NEAR(scene::pixel(image, x, 0)[0], expected, 1e-6) << what << ": frame " << x;
+      EXPECT_NEAR(scene::pixel(image, x, 0)[2], 3 * expected, 1e-6) << what << ": frame " << x;
+    }
+    // One frame is no sum: nothing is drawn, and its window stays as small as it was.
+    if (each.shares.size() < 2) {
+      EXPECT_EQ(shot.renderer().stats().draws, 0) << what;
+      EXPECT_EQ(host::box_width(image.extent.window), static_cast<int64_t>(each.shares.size())) << what;
+    }
+  }
+}
+
+// Shares that differ from frame to frame although the frames read are the same are other results.
+TEST(TimeNodes, KeepResultsOfOtherSharesApart) {
+  write_frames();
+  scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "time.#.exr"}},
+                       {"name": "r", "inputs": "p", "type": "retime", "knobs": {"speed": 0.25, "rounding": "blend"}},
+                       {"name": "m", "inputs": "r", "type": "transform", "knobs": {"translate": [1, 0]}},
+                       {"name": "o", "inputs": "m", "type": "time_offset", "knobs": {"offset": 1}},
+                       {"name": "n", "inputs": "o", "type": "transform", "knobs": {"translate": [-1, 0]}})",
+                    12, 1);
+  // Transforms fold through a node that only picks a frame.
+  for (const char* name : {"r", "n"}) {
+    const int64_t later = *name == 'n' ? 1 : 0;
+    for (const int64_t frame : {2, 3, 4, 3, 2}) {
+      EXPECT_NEAR(scene::pixel(shot.image(name, frame + later), 2, 0)[0],
+                  0.25 * static_cast<double>(frame - 1), 1e-6)
+          << name << " " << frame;
+    }
+  }
+}
+
+}  // namespace
