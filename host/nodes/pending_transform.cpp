@@ -85,11 +85,36 @@ Matrix texel_matrix(const Matrix& to_source, const Box& target, const Box& sourc
   return xform::product(to_texels, xform::product(to_source, from_pixels));
 }
 
+// Whether a pixel of the target covers more than one and a half texels somewhere. A projective map
+// shrinks most in a corner.
+bool shrinks(const Matrix& m, const Box& target) {
+  const auto width = static_cast<double>(box_width(target));
+  const auto height = static_cast<double>(box_height(target));
+  for (const auto& [x, y] : {std::pair(0.0, 0.0), {width, 0.0}, {0.0, height}, {width, height}}) {
+    const double w = m[6] * x + m[7] * y + m[8];
+    if (!(w > 0)) return true;
+    const double u = (m[0] * x + m[1] * y + m[2]) / w;
+    const double v = (m[3] * x + m[4] * y + m[5]) / w;
+    for (const size_t axis : {size_t{0}, size_t{1}}) {
+      if (std::hypot(m[axis] - u * m[6 + axis], m[3 + axis] - v * m[6 + axis]) >= 1.5 * w) return true;
+    }
+  }
+  return false;
+}
+
+const char* program(const Matrix& texels, bool exact, Resampling filter, const Box& target) {
+  // Pixels that fall on pixels need no weights, which would let a neighbour that is not finite in.
+  if (exact || filter == Resampling::nearest) return "resample_nearest.frag";
+  if (shrinks(texels, target)) return "resample_mean.frag";
+  return filter == Resampling::bilinear ? "resample_bilinear.frag" : "resample_cubic.frag";
+}
+
 // Draws the image as it lies at one time, times a weight. False where it cannot be drawn.
 bool draw_at(const xform::Total& total, const Image& image, double weight, const Image& result,
              RenderContext& context, Blend blend) {
   if (!total.matrix) return false;
-  const auto to_source = xform::inverse(whole(*total.matrix).value_or(*total.matrix));
+  const auto exact = whole(*total.matrix);
+  const auto to_source = xform::inverse(exact.value_or(*total.matrix));
   if (!to_source) return false;
   const PendingTransform& chain = *image.pending;
   const Box& target = result.extent.window;
@@ -106,7 +131,7 @@ bool draw_at(const xform::Total& total, const Image& image, double weight, const
       {"u_weight", weight}};
   const Image source{chain.source, image.texture, nullptr};
   const Input images[] = {{"u_image", source}};
-  context.draw("resample.frag", result, uniforms, images, blend);
+  context.draw(program(m, exact.has_value(), chain.filter, target), result, uniforms, images, blend);
   return true;
 }
 
