@@ -26,7 +26,7 @@ bool is_plain(const OIIO::ImageSpec& spec) {
 }
 
 bool is_half(const OIIO::ImageSpec& spec) {
-  const auto half = [](OIIO::TypeDesc format) { return format == OIIO::TypeHalf; };
+  const auto half = [](const OIIO::TypeDesc& format) { return format == OIIO::TypeHalf; };
   return half(spec.format) && std::all_of(spec.channelformats.begin(), spec.channelformats.end(), half);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -35,10 +36,10 @@ std::unique_ptr<float[]> uninitialised_floats(size_t count) {
 
 void advise_huge_pages([[maybe_unused]] void* begin, [[maybe_unused]] size_t bytes) {
 #if defined(__linux__)
-  constexpr uintptr_t huge = uintptr_t{2} << 20;
-  const uintptr_t first = (reinterpret_cast<uintptr_t>(begin) + huge - 1) & ~(huge - 1);
-  const uintptr_t last = (reinterpret_cast<uintptr_t>(begin) + bytes) & ~(huge - 1);
-  if (first < last) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+  constexpr size_t huge = size_t{2} << 20;
+  void* first = begin;
+  size_t room = bytes;
+  if (std::align(huge, huge, first, room)) ::madvise(first, room & ~(huge - 1), MADV_HUGEPAGE);
 #endif
 }
 
