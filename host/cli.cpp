@@ -6,7 +6,7 @@
 #include "host/gpu/shader_library.h"
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <charconv>
 #include <cmath>
@@ -68,7 +68,7 @@ render::ProgressStyle parse_progress(const std::string& text) {
   if (style == styles.end()) {
     throw CLI::ValidationError(
         "--progress", "expected one of \"auto\", \"plain\", \"jsonl\", \"none\", found \"" + text + "\"" +
-                          shot::did_you_mean(text, {"auto", "plain", "jsonl", "none"}));
+                          did_you_mean(text, {"auto", "plain", "jsonl", "none"}));
   }
   return style->second;
 }
@@ -192,7 +192,7 @@ void refuse_extras(const CLI::App& command) {
     for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
   }
   const std::string typed = extra.substr(0, extra.find('='));
-  throw UsageError("unknown option \"" + typed + "\"" + shot::did_you_mean(typed, names));
+  throw UsageError("unknown option \"" + typed + "\"" + did_you_mean(typed, names));
 }
 
 int dispatch(const CommandLine& line) {
@@ -219,7 +219,7 @@ std::string parse_error_text(const CommandLine& line, const CLI::ParseError& err
   if (dynamic_cast<const CLI::RequiredError*>(&error) && line.app.get_subcommands().empty()) {
     if (extras.empty()) return "expected a command: render, info or nodes; see quorvel --help";
     return "unknown command \"" + extras.front() + "\"" +
-           shot::did_you_mean(extras.front(), {"render", "info", "nodes"});
+           did_you_mean(extras.front(), {"render", "info", "nodes"});
   }
   return std::string(error.what()) + "; see --help";
 }

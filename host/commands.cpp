@@ -12,7 +12,7 @@
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
 #include "host/shot/schema.h"
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <iostream>
 #include <set>
@@ -175,7 +175,7 @@ int print_nodes(const NodesCommand& command) {
   if (!type) {
     std::vector<std::string> names;
     for (const nodes::NodeType& each : nodes::catalogue()) names.push_back(each.name);
-    throw UsageError("unknown node type \"" + command.type + "\"" + shot::did_you_mean(command.type, names));
+    throw UsageError("unknown node type \"" + command.type + "\"" + did_you_mean(command.type, names));
   }
   std::cout << nodes::describe(*type);
   return exit_done;

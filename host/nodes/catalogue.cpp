@@ -10,7 +10,7 @@ namespace {
 std::vector<NodeType> assemble() {
   std::vector<NodeType> all;
   for (auto* family : {in_out_family, merge_family, channel_family, key_family, filter_family,
-                       transform_family, time_family, color_family}) {
+                       transform_family, time_family, color_family, ocio_family}) {
     for (NodeType& type : family()) all.push_back(std::move(type));
   }
   return all;

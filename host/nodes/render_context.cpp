@@ -176,6 +176,12 @@ files::Pixels RenderContext::fetch(const files::Source& source) {
   return decoder_.take(source);
 }
 
+gpu::TexturePtr RenderContext::table(const std::string& name, const std::function<gpu::TexturePtr()>& make) {
+  gpu::TexturePtr& kept = tables_[name];
+  if (!kept) kept = make();
+  return kept;
+}
+
 gpu::ShaderLibrary& RenderContext::shaders() {
   return shaders_;
 }

@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -90,6 +92,9 @@ class RenderContext {
   // names the path.
   files::Pixels fetch(const files::Source& source);
 
+  // The table of a name that stands for its content: made at the first call, kept until the render ends.
+  gpu::TexturePtr table(const std::string& name, const std::function<gpu::TexturePtr()>& make);
+
   gpu::ShaderLibrary& shaders();
 
  private:
@@ -97,6 +102,7 @@ class RenderContext {
   gpu::TexturePool& pool_;
   files::Decoder& decoder_;
   render::Stats& stats_;
+  std::map<std::string, gpu::TexturePtr> tables_;
   gpu::TexturePtr nothing_;  // one transparent texel, read where there is no image
 };
 

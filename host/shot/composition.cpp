@@ -3,7 +3,7 @@
 #include "host/shot/frames.h"
 #include "host/shot/parse_nodes.h"
 #include "host/shot/problems.h"
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <fstream>
 #include <iterator>

@@ -4,7 +4,7 @@
 
 #include "host/nodes/expectation.h"
 #include "host/shot/composition.h"
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <algorithm>
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include "host/nodes/expectation.h"
 #include "host/shot/parse_curve.h"
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <algorithm>
 #include <cmath>

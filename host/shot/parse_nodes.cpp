@@ -2,7 +2,7 @@
 
 #include "host/nodes/catalogue.h"
 #include "host/shot/parse_knobs.h"
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <map>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "host/shot/problems.h"
 
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
-#include "host/shot/suggest.h"
+#include "host/suggest.h"
 
 #include <algorithm>
 
-namespace host::shot {
+namespace host {
 namespace {
 
 // Edit distance with swaps of neighbours (optimal string alignment), row by row.
@@ -40,4 +40,4 @@ std::string did_you_mean(std::string_view name, const std::vector<std::string>& 
   return nearest ? " (did you mean \"" + *nearest + "\"?)" : "";
 }
 
-}  // namespace host::shot
+}  // namespace host

@@ -1,0 +1,218 @@
+#include "host/nodes/color_conversion.h"
+
+#include <qv/nodes/ocio/splice.h>
+
+#include "host/suggest.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include <OpenColorIO/OpenColorIO.h>
+
+namespace host::nodes {
+namespace {
+
+namespace ocio = OCIO_NAMESPACE;
+namespace fs = std::filesystem;
+
+// The log space is the density of a film scan: code value (685 + 300 log10(x (1 - b) + b)) / 1023,
+// with b = 10^((95 - 685) / 300) for black at code 95 and white at 685.
+constexpr const char* built_in_config = R"(ocio_profile_version: 2
+
+strictparsing: true
+
+roles:
+  default: linear
+  scene_linear: linear
+  compositing_log: log
+  data: raw
+
+displays:
+  screen:
+    - !<View> {name: plain, colorspace: srgb}
+
+colorspaces:
+  - !<ColorSpace>
+    name: linear
+    description: Linear light with the primaries of Rec. 709.
+    bitdepth: 32f
+
+  - !<ColorSpace>
+    name: srgb
+    description: The curve of sRGB screens and images.
+    bitdepth: 32f
+    to_scene_reference: !<ExponentWithLinearTransform> {gamma: 2.4, offset: 0.055}
+
+  - !<ColorSpace>
+    name: rec709
+    description: The camera curve of Rec. 709 video.
+    bitdepth: 32f
+    to_scene_reference: !<ExponentWithLinearTransform> {gamma: 2.22222222222222, offset: 0.099}
+
+  - !<ColorSpace>
+    name: log
+    description: Film density, as in 10-bit scans.
+    bitdepth: 32f
+    from_scene_reference: !<LogAffineTransform> {base: 10, log_side_slope: 0.293255131964809, log_side_offset: 0.669599217986315, lin_side_slope: 0.989202248377107, lin_side_offset: 0.010797751622893}
+
+  - !<ColorSpace>
+    name: raw
+    description: Data that no conversion touches.
+    isdata: true
+    bitdepth: 32f
+)";
+
+// A config file as it was when it was read; "" is the built-in one.
+struct ConfigVersion {
+  std::string path;
+  fs::file_time_type written;
+  uintmax_t size = 0;
+
+  auto operator<=>(const ConfigVersion&) const = default;
+};
+
+[[noreturn]] void refuse_config(const std::string& path, const std::string& problem) {
+  throw std::runtime_error("knob \"config\": " + path + ": " + problem);
+}
+
+ConfigVersion find_config(const std::string& config) {
+  ConfigVersion version;
+  version.path = config;
+  const char* environment = std::getenv("OCIO");
+  if (version.path.empty() && environment) version.path = environment;
+  if (version.path.empty()) return version;
+  std::error_code error;
+  version.written = fs::last_write_time(version.path, error);
+  if (!error) version.size = fs::file_size(version.path, error);
+  if (error) refuse_config(version.path, error.message());
+  return version;
+}
+
+ocio::ConstConfigRcPtr load_config(const std::string& path) {
+  if (!path.empty()) {
+    try {
+      return ocio::Config::CreateFromFile(path.c_str());
+    } catch (const ocio::Exception& error) {
+      refuse_config(path, error.what());
+    }
+  }
+  std::istringstream text(built_in_config);
+  return ocio::Config::CreateFromStream(text);
+}
+
+void check_space(const ocio::Config& config, const std::string& name, const std::string& knob) {
+  if (config.getColorSpace(name.c_str())) return;
+  std::vector<std::string> known;
+  for (int i = 0; i < config.getNumColorSpaces(); ++i) known.emplace_back(config.getColorSpaceNameByIndex(i));
+  std::string list;
+  for (const std::string& each : known) list += (list.empty() ? "\"" : ", \"") + each + "\"";
+  throw std::runtime_error("knob \"" + knob + "\": no colour space \"" + name + "\"" +
+                           did_you_mean(name, known) + "; the config has " + list);
+}
+
+void replace_all(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+}
+
+// One-dimensional tables are uploaded as images, and read through a function that interpolates.
+ColorConversion::Table take_table_1d(const ocio::GpuShaderDesc& shader, unsigned index, std::string& text) {
+  const char* name = nullptr;
+  const char* sampler = nullptr;
+  unsigned width = 0;
+  unsigned height = 0;
+  ocio::GpuShaderCreator::TextureType channels{};
+  ocio::Interpolation interpolation{};
+  shader.getTexture(index, name, sampler, width, height, channels, interpolation);
+  const float* values = nullptr;
+  shader.getTextureValues(index, values);
+
+  ColorConversion::Table table{sampler, static_cast<int>(width), static_cast<int>(height), 1, {}};
+  const size_t texels = size_t{width} * height;
+  table.rgba.resize(4 * texels);
+  if (channels == ocio::GpuShaderCreator::TEXTURE_RED_CHANNEL) {
+    for (size_t i = 0; i < table.rgba.size(); ++i) table.rgba[i] = values[i / 4];
+  } else {
+    qv::nodes::ocio::rgb_to_rgba(values, texels, table.rgba.data());
+  }
+  replace_all(text, "sampler1D " + table.sampler, "sampler2D " + table.sampler);
+  replace_all(text, "texture(" + table.sampler + ", ", "sample_lut1d(" + table.sampler + ", ");
+  return table;
+}
+
+ColorConversion::Table take_table_3d(const ocio::GpuShaderDesc& shader, unsigned index, std::string& text) {
+  const char* name = nullptr;
+  const char* sampler = nullptr;
+  unsigned edge = 0;
+  ocio::Interpolation interpolation{};
+  shader.get3DTexture(index, name, sampler, edge, interpolation);
+  const float* values = nullptr;
+  shader.get3DTextureValues(index, values);
+
+  const int side = static_cast<int>(edge);
+  ColorConversion::Table table{sampler, side, side, side, {}};
+  const size_t texels = size_t{edge} * edge * edge;
+  table.rgba.resize(4 * texels);
+  qv::nodes::ocio::rgb_to_rgba(values, texels, table.rgba.data());
+  if (interpolation != ocio::INTERP_NEAREST) qv::nodes::ocio::patch_lut3d(text, table.sampler);
+  return table;
+}
+
+ColorConversion generate(const ocio::Config& config, const std::string& from, const std::string& to) {
+  const auto processor = config.getProcessor(from.c_str(), to.c_str());
+  // Nothing changes after the text is made, so parameters that could are constants in it.
+  constexpr auto constant = static_cast<ocio::OptimizationFlags>(ocio::OPTIMIZATION_DEFAULT |
+                                                                 ocio::OPTIMIZATION_NO_DYNAMIC_PROPERTIES);
+  const auto gpu = processor->getOptimizedGPUProcessor(constant);
+  ColorConversion conversion;
+  conversion.id = gpu->getCacheID();
+  conversion.is_noop = gpu->isNoOp();
+  if (conversion.is_noop) return conversion;
+
+  ocio::GpuShaderDescRcPtr shader = ocio::GpuShaderDesc::CreateShaderDesc();
+  shader->setLanguage(ocio::GPU_LANGUAGE_GLSL_4_0);
+  shader->setFunctionName("ocio_convert");
+  shader->setResourcePrefix("ocio_");
+  gpu->extractGpuShaderInfo(shader);
+  conversion.generated = shader->getShaderText();
+  for (unsigned i = 0; i < shader->getNumTextures(); ++i)
+    conversion.tables.push_back(take_table_1d(*shader, i, conversion.generated));
+  for (unsigned i = 0; i < shader->getNum3DTextures(); ++i)
+    conversion.tables.push_back(take_table_3d(*shader, i, conversion.generated));
+  return conversion;
+}
+
+ColorConversion make_conversion(const std::string& path, const std::string& from, const std::string& to) {
+  const ocio::ConstConfigRcPtr config = load_config(path);
+  check_space(*config, from, "in");
+  check_space(*config, to, "out");
+  try {
+    return generate(*config, from, to);
+  } catch (const ocio::Exception& error) {
+    refuse_config(path.empty() ? "the built-in config" : path, error.what());
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<const ColorConversion> color_conversion(const std::string& config, const std::string& from,
+                                                        const std::string& to) {
+  constexpr size_t most = 64;
+  static std::map<std::tuple<ConfigVersion, std::string, std::string>, std::shared_ptr<const ColorConversion>>
+      known;
+  auto key = std::tuple(find_config(config), from, to);
+  const auto found = known.find(key);
+  if (found != known.end()) return found->second;
+  auto made = std::make_shared<const ColorConversion>(make_conversion(std::get<0>(key).path, from, to));
+  if (known.size() == most) known.clear();
+  known.emplace(std::move(key), made);
+  return made;
+}
+
+}  // namespace host::nodes

@@ -1,0 +1,218 @@
+#include "tests/host/nodes/probe.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <vector>
+
+#include <OpenColorIO/OpenColorIO.h>
+
+namespace {
+
+using probe::Rgba;
+namespace ocio = OCIO_NAMESPACE;
+
+TEST(ColorCorrections, DrawWhatTheFormulasSay) {
+  constexpr Rgba color = {0.5F, 0.25F, 1, 1};
+  constexpr Rgba thin = {0.25F, 0.25F, 0.25F, 0.5F};  // 0.5 behind coverage 0.5
+  // (0.5 - 0.25) / 0.5 of the way from 0.5 to 2, twice, plus 0.25: 2.25, whose root is 1.5. Likewise
+  // 0.75 from 0.25, and 2 * 1.5 * 1.5 + 0.75 = 5.25 from 1.
+  const std::string all =
+      R"("blackpoint": 0.25, "whitepoint": 0.75, "lift": 0.5, "gain": 2, "multiply": 2, "offset": 0.25)";
+  const struct {
+    const char* type;
+    std::string knobs;
+    Rgba image;
+    Rgba expected;
+  } cases[] = {
+      {"grade", all, color, {2.25F, 0.75F, 5.25F, 1}},
+      {"grade", all + R"(, "gamma": 2)", color, {1.5F, std::sqrt(0.75F), std::sqrt(5.25F), 1}},
+      {"grade", all + R"(, "clamp_white": true)", color, {1, 0.75F, 1, 1}},
+      {"grade", R"("offset": [-0.75, 0, 0], "gamma": [2, 1, 1])", color, {-0.25F, 0.25F, 1, 1}},
+      {"grade", R"("offset": -0.75, "clamp_black": true)", color, {0, 0, 0.25F, 1}},
+      {"grade", R"("gain": [1, 2, 3], "lift": [0.5, 0, 0])", color, {0.75F, 0.5F, 3, 1}},
+      {"grade", R"("offset": 0.5)", thin, {0.5F, 0.5F, 0.5F, 0.5F}},
+      {"grade", R"("offset": 0.5, "unpremultiply": false)", thin, {0.75F, 0.75F, 0.75F, 0.5F}},
+      {"grade", R"("offset": 0.5, "mix": 0.25)", color, {0.625F, 0.375F, 1.125F, 1}},
+      // Luminance 0.1063 + 0.1788 + 0.0722.
+      {"saturation", R"("saturation": 0)", color, {0.3573F, 0.3573F, 0.3573F, 1}},
+      {"saturation", R"("saturation": 2)", color, {0.6427F, 0.1427F, 1.6427F, 1}},
+      {"color_matrix",
+       R"("red": [0, 1, 0], "green": [1, 1, 1], "blue": [-1, 0, 2])",
+       color,
+       {0.25F, 1.75F, 1.5F, 1}},
+      {"clamp", R"("low": 0.375, "high": 0.75)", color, {0.5F, 0.375F, 0.75F, 1}},
+      {"clamp", R"("low": 0.375, "high": 0.75, "limit_low": false)", color, {0.5F, 0.25F, 0.75F, 1}},
+      {"clamp", R"("low": 0.375, "high": 0.75, "limit_high": false)", color, {0.5F, 0.375F, 1, 1}},
+  };
+  for (const auto& each : cases) {
+    scene::Scene shot(
+        probe::constant("p", each.image) + probe::node(each.type, R"("image": "p")", each.knobs), 2, 2);
+    probe::expect_near(scene::pixel(shot.image("n"), 1, 1), each.expected, 1e-6,
+                       each.type + (" " + each.knobs));
+  }
+  scene::Scene masked(
+      probe::constant("p", color) + probe::constant("m", {0, 0, 0, 0.5F}) +
+          probe::node("grade", R"("image": "p", "mask": "m")", R"("offset": 0.5, "mix": 0.5)"),
+      2, 2);
+  probe::expect_near(scene::pixel(masked.image("n"), 1, 1), {0.625F, 0.375F, 1.125F, 1}, 1e-6, "masked");
+}
+
+// A config with every kind of table: a cube, interpolated in two ways; a curve that fits into one row of a
+// texture and one that does not; half-float tables; and formulas.
+void write_config() {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<float> noise(-0.1F, 0.1F);
+  std::ofstream cube(scene::folder() / "cube.cube");
+  cube << "LUT_3D_SIZE 9\n";
+  for (int b = 0; b < 9; ++b)
+    for (int g = 0; g < 9; ++g)
+      for (int r = 0; r < 9; ++r) {
+        for (const int axis : {r, g, b})
+          cube << std::sqrt(static_cast<float>(axis) / 8) + noise(random) << ' ';
+        cube << '\n';
+      }
+  for (const int length : {17, 10000}) {
+    std::ofstream curve(scene::folder() / ("curve" + std::to_string(length) + ".spi1d"));
+    curve << "Version 1\nFrom -0.25 1.5\nLength " << length << "\nComponents 3\n{\n";
+    for (int i = 0; i < length; ++i) {
+      const double x = static_cast<double>(i) / (length - 1);
+      curve << x * x << ' ' << std::sin(x) << ' ' << 1 - x << '\n';
+    }
+    curve << "}\n";
+  }
+  std::ofstream config(scene::folder() / "config.ocio");
+  config << "ocio_profile_version: 2\nsearch_path: .\nroles: {default: plain, scene_linear: plain}\n"
+            "displays:\n  d:\n    - !<View> {name: v, colorspace: plain}\ncolorspaces:\n"
+            "  - !<ColorSpace> {name: plain}\n";
+  const auto space = [&config](const char* name, const char* transform) {
+    config << "  - !<ColorSpace>\n    name: " << name << "\n    from_scene_reference: !<" << transform
+           << "}\n";
+  };
+  space("cube", "FileTransform> {src: cube.cube, interpolation: linear");
+  space("tetra", "FileTransform> {src: cube.cube, interpolation: tetrahedral");
+  space("short", "FileTransform> {src: curve17.spi1d, interpolation: linear");
+  space("long", "FileTransform> {src: curve10000.spi1d, interpolation: linear");
+  space("cdl", "CDLTransform> {slope: [1.2, 0.9, 1.1], offset: [0.1, 0, -0.1], power: [1, 1.5, 2], sat: 0.7");
+  space("density", "LogAffineTransform> {base: 10, lin_side_slope: 2, lin_side_offset: 0.5");
+}
+
+scene::Plate colors() {
+  std::mt19937 random(11);
+  std::uniform_real_distribution<float> value(-0.25F, 1.5F);
+  scene::Plate plate;
+  plate.width = plate.height = 16;
+  for (int i = 0; i < 256; ++i)
+    for (int c = 0; c < 4; ++c) plate.pixels.push_back(c < 3 ? value(random) : i % 2 == 0 ? 1 : 0.25F);
+  return plate;
+}
+
+// What OpenColorIO's own processor for the CPU makes of the pixels.
+std::vector<float> reference(std::vector<float> pixels, const char* from, const char* to, bool divide) {
+  const auto config = ocio::Config::CreateFromFile((scene::folder() / "config.ocio").c_str());
+  const auto processor =
+      config->getProcessor(from, to)->getOptimizedCPUProcessor(ocio::OPTIMIZATION_LOSSLESS);
+  for (size_t at = 0; at < pixels.size(); at += 4) {
+    const float alpha = divide ? pixels[at + 3] : 1;
+    for (size_t c = 0; c < 3; ++c) pixels[at + c] /= alpha;
+    processor->applyRGBA(pixels.data() + at);
+    for (size_t c = 0; c < 3; ++c) pixels[at + c] *= alpha;
+  }
+  return pixels;
+}
+
+TEST(OcioColorspace, AgreesWithOpenColorIo) {
+  write_config();
+  const scene::Plate plate = colors();
+  scene::write_plate(scene::folder() / "colors.exr", plate);
+  const struct {
+    const char* from;
+    const char* to;
+    bool divide;
+  } cases[] = {
+      {"plain", "cube", false}, {"plain", "cube", true},    {"plain", "tetra", false},
+      {"plain", "short", true}, {"plain", "long", false},   {"plain", "cdl", true},
+      {"density", "cdl", true}, {"short", "density", true}, {"scene_linear", "plain", true},
+  };
+  for (const auto& each : cases) {
+    const std::string knobs = std::string(R"("config": "config.ocio", "in": ")") + each.from +
+                              R"(", "out": ")" + each.to + R"(", "unpremultiply": )" +
+                              (each.divide ? "true" : "false");
+    scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "colors.exr"}}, )" +
+                          probe::node("ocio_colorspace", R"("image": "p")", knobs),
+                      16, 16);
+    const std::vector<float> found = shot.image("n").rgba;
+    const std::vector<float> expected = reference(plate.pixels, each.from, each.to, each.divide);
+    ASSERT_EQ(found.size(), expected.size());
+    for (size_t i = 0; i < found.size(); ++i) {
+      // A few roundings of the table's coordinate, which its slope enlarges.
+      ASSERT_NEAR(found[i], expected[i], 2e-5 * std::max(1.0F, std::abs(expected[i])))
+          << each.from << " to " << each.to << ", value " << i;
+    }
+  }
+}
+
+TEST(OcioColorspace, HasAConfigOfItsOwn) {
+  ::unsetenv("OCIO");
+  const struct {
+    const char* out;
+    double at_half;  // of 0.5
+    double at_dark;  // of 0.001
+  } cases[] = {
+      {"srgb", 1.055 * std::pow(0.5, 1 / 2.4) - 0.055, 0.01292},
+      {"rec709", 1.099 * std::pow(0.5, 0.45) - 0.099, 0.0045},
+      {"log", (685 + 300 * std::log10(0.5 * 0.989202248 + 0.010797752)) / 1023,
+       (685 + 300 * std::log10(0.000989202 + 0.010797752)) / 1023},
+      {"raw", 0.5, 0.001},
+      {"linear", 0.5, 0.001},
+  };
+  for (const auto& each : cases) {
+    const std::string out = std::string(R"("out": ")") + each.out + "\"";
+    scene::Scene shot(probe::constant("p", {0.25F, 0.0005F, 0, 0.5F}) +
+                      probe::node("ocio_colorspace", R"("image": "p")", out));
+    const Rgba found = scene::pixel(shot.image("n"), 1, 1);
+    EXPECT_NEAR(found[0], 0.5 * each.at_half, 2e-5) << each.out;
+    EXPECT_NEAR(found[1], 0.5 * each.at_dark, 2e-5) << each.out;
+    EXPECT_EQ(found[3], 0.5F) << each.out;
+  }
+}
+
+// A config that changes between two renders, under the same name, is read anew.
+TEST(OcioColorspace, FollowsItsConfig) {
+  const auto render = [](const char* slope) {
+    std::ofstream(scene::folder() / "changing.ocio")
+        << "ocio_profile_version: 2\nroles: {default: a}\ndisplays:\n  d:\n    - !<View> {name: v, "
+           "colorspace: a}\n"
+           "colorspaces:\n  - !<ColorSpace> {name: a}\n  - !<ColorSpace>\n    name: b\n"
+           "    from_scene_reference: !<CDLTransform> {slope: "
+        << slope << "}\n";
+    scene::Scene shot(probe::constant("p", {0.25F, 0.25F, 0.25F, 1}) +
+                      probe::node("ocio_colorspace", R"("image": "p")",
+                                  R"("config": "changing.ocio", "in": "a", "out": "b")"));
+    return scene::pixel(shot.image("n"), 1, 1)[0];
+  };
+  EXPECT_NEAR(render("[2, 2, 2]"), 0.5, 1e-6);
+  EXPECT_NEAR(render("[3.0, 3.0, 3.0]"), 0.75, 1e-6);
+}
+
+TEST(OcioColorspace, SaysWhatIsWrong) {
+  std::ofstream(scene::folder() / "broken.ocio") << "colorspaces: 7\n";
+  const struct {
+    const char* knobs;
+    const char* message;
+  } cases[] = {
+      {R"("out": "srbg")",
+       R"(knob "out": no colour space "srbg" (did you mean "srgb"?); the config has "linear", "srgb", )"},
+      {R"("in": "film", "out": "srgb")", R"(knob "in": no colour space "film"; the config has)"},
+      {R"("config": "gone.ocio")", "gone.ocio: No such file"},
+      {R"("config": "broken.ocio")", "broken.ocio: "},
+  };
+  for (const auto& each : cases) {
+    scene::Scene shot(probe::constant("p", {1, 1, 1, 1}) +
+                      probe::node("ocio_colorspace", R"("image": "p")", each.knobs));
+    EXPECT_NE(probe::failure(shot).find(each.message), std::string::npos) << probe::failure(shot);
+  }
+}
+
+}  // namespace
