@@ -1,0 +1,197 @@
+#include "host/nodes/catalogue.h"
+#include "host/shot/schema.h"
+#include "tests/host/cli/process.h"
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+namespace fs = std::filesystem;
+using process::run;
+
+std::string composition(std::string nodes, const std::string& frames = "1-3") {
+  return R"({"format": {"width": 32, "height": 18}, "frames": ")" + frames + R"(", "nodes": [)" + nodes +
+         "]}";
+}
+
+const std::string grey = R"({"name": "grey", "type": "constant", "knobs": {"color": 0.5}})";
+const std::string out =
+    R"({"name": "out", "type": "write", "inputs": "grey", "knobs": {"file": "o.####.exr"}})";
+
+TEST(Usage, WrongOnesEndWithACodeAndSayWhatIsWrong) {
+  const fs::path folder = process::new_folder();
+  const std::string good = process::write_text(folder / "good.json", composition(grey + "," + out)).string();
+  const std::string no_file = process::write_text(folder / "none.json", composition(grey)).string();
+  const std::string bmp =
+      process::write_text(folder / "bmp.json",
+                          composition(grey + R"(,{"name": "out", "type": "write", "inputs": "grey",
+                                                  "knobs": {"file": "o.####.bmp"}})"))
+          .string();
+  const struct {
+    std::vector<std::string> arguments;
+    int code;
+    std::string message;
+  } cases[] = {
+      {{}, 2, "expected a command"},
+      {{"rendre"}, 2, "unknown command \"rendre\" (did you mean \"render\"?)"},
+      {{"render"}, 2, "composition is required"},
+      {{"render", good, "--overwite"}, 2, "unknown option \"--overwite\" (did you mean \"--overwrite\"?)"},
+      {{"render", good, "extra"}, 2, "unexpected argument \"extra\""},
+      {{"render", good, "-f", "1-"}, 2, "--frames: expected a frame number"},
+      {{"render", good, "-f", "7,^7"}, 3, "leaves no frame"},
+      {{"render", good, "--proxy", "2"}, 2, "--proxy: expected a number above 0 and at most 1"},
+      {{"render", good, "--memory", "4Q"}, 2, "--memory: expected a size such as 4G"},
+      {{"render", good, "--gpu", "best"}, 2, "--gpu: expected auto, software or a device number"},
+      {{"render", good, "--gpu", "77"}, 5, "no device 77"},
+      {{"render", good, "--progress", "jsnl"}, 2, "(did you mean \"jsonl\"?)"},
+      {{"render", good, "--overwrite", "--skip-existing"}, 2, "excludes"},
+      {{"render", good, "-o", "x.exr"}, 2, "expected #### or %04d"},
+      {{"render", good, "-o", "x.####.bmp"}, 2, "unknown image file ending"},
+      {{"render", bmp}, 2, "node \"out\": knob \"file\""},
+      {{"render", no_file}, 2, "it writes no file"},
+      {{"render", good, "--memory", "1K", "-f", "1"}, 4, "memory"},
+      {{"render", (folder / "absent.json").string()}, 2, "absent.json: cannot be opened"},
+      {{"nodes", "blurr"}, 2, "unknown node type \"blurr\" (did you mean \"blur\"?)"},
+  };
+  for (const auto& each : cases) {
+    const process::Ended ended = run(each.arguments);
+    EXPECT_EQ(ended.code, each.code) << each.message << "\n" << ended.err;
+    EXPECT_NE(ended.err.find(each.message), std::string::npos) << each.message << "\n" << ended.err;
+    EXPECT_EQ(ended.out, "") << each.message;
+  }
+  EXPECT_FALSE(fs::exists(folder / "o.0001.exr"));
+}
+
+TEST(Composition, BrokenOnesNameFileNodeAndKnob) {
+  const struct {
+    std::string text;
+    std::string message;
+  } cases[] = {
+      {"{\"format\": ", "shot.json: not JSON: parse error at line 1"},
+      {composition(R"({"name": "soft", "type": "blurr"})"),
+       R"(shot.json: node "soft": unknown type "blurr" (did you mean "blur"?))"},
+      {composition(R"({"name": "soft", "type": "blur", "inputs": "sfot"})"),
+       R"(node "soft": input "image": there is no node "sfot" (did you mean "soft"?))"},
+      {composition(
+           R"({"name": "a", "type": "blur", "inputs": "b"}, {"name": "b", "type": "blur", "inputs": "a"})"),
+       R"("a")"},
+      {composition(grey + R"(,{"name": "soft", "type": "blur", "inputs": "grey", "knobs": {"size": -3}})"),
+       R"(node "soft": knob "size": expected 1 to 2 numbers from 0 to 100000, found -3)"},
+      {composition(grey + "," + out, "1-x"), R"(shot.json: "frames": expected a frame number)"},
+  };
+  const fs::path folder = process::new_folder();
+  for (const auto& each : cases) {
+    const process::Ended ended =
+        run({"render", process::write_text(folder / "shot.json", each.text).string(), "-o", "x.####.exr"});
+    EXPECT_EQ(ended.code, 2) << each.text;
+    EXPECT_NE(ended.err.find(each.message), std::string::npos) << each.message << "\n" << ended.err;
+  }
+}
+
+TEST(Render, CodesAndEventsTellWhatHappenedToEveryFrame) {
+  const fs::path folder = process::new_folder();
+  const std::string file = process::write_text(folder / "shot.json", composition(grey + "," + out)).string();
+  const fs::path second = folder / "o.0002.exr";
+  process::write_text(second, "in the way");
+  const std::string stats = (folder / "stats.json").string();
+
+  const auto failed = run({"render", file, "--keep-going"});
+  EXPECT_EQ(failed.code, 1);
+  EXPECT_NE(failed.err.find("frame 2: " + second.string() + " exists already"), std::string::npos)
+      << failed.err;
+  EXPECT_NE(failed.err.find("2 of 3 frames written"), std::string::npos) << failed.err;
+
+  const auto skipped = run({"render", file, "--skip-existing", "--progress", "jsonl", "-f", "2-4"});
+  EXPECT_EQ(skipped.code, 0) << skipped.err;
+  std::istringstream lines(skipped.out);
+  std::string kinds;
+  for (std::string line; std::getline(lines, line);) {
+    const auto event = nlohmann::json::parse(line);
+    kinds += event.at("event").get<std::string>() + (event.value("skipped", false) ? "(skipped) " : " ");
+  }
+  EXPECT_EQ(kinds, "begin frame(skipped) frame(skipped) frame end ");
+  EXPECT_EQ(fs::file_size(second), 10U);
+
+  EXPECT_EQ(run({"render", file, "--overwrite", "--stats=" + stats, "--progress", "none"}).code, 0);
+  EXPECT_GT(fs::file_size(second), 100U);
+  std::ifstream stream(stats);
+  const auto numbers = nlohmann::json::parse(stream);
+  EXPECT_EQ(numbers.at("frames"), 3);
+  EXPECT_EQ(numbers.at("files_written"), 3);
+  // Nothing is animated: the constant and its writer are computed once.
+  EXPECT_EQ(numbers.at("computed"), 2);
+}
+
+TEST(DryRun, SaysWhatWouldBeComputedAndNamesWhatIsMissing) {
+  const fs::path folder = process::new_folder();
+  const std::string plate = R"({"name": "plate", "type": "read", "knobs": {"file": "p.####.exr"}},)";
+  const std::string over = R"({"name": "sum", "type": "merge", "inputs": ["plate", "grey"]},)";
+  const std::string write =
+      R"({"name": "out", "type": "write", "inputs": "sum", "knobs": {"file": "o/o.%04d.png"}})";
+  const std::string file =
+      process::write_text(folder / "shot.json", composition(plate + grey + "," + over + write)).string();
+  const std::string good = process::write_text(folder / "good.json", composition(grey + "," + out)).string();
+  ASSERT_EQ(run({"render", good, "-f", "1-2", "-o", (folder / "p.####.exr").string()}).code, 0);
+
+  const auto plan = run({"render", file, "--dry-run"});
+  EXPECT_EQ(plan.code, 1);
+  for (const std::string line :
+       {"frame 1\n  computes 4: plate @ 1, grey @ 1, sum @ 1, out @ 1\n",
+        "frame 2\n  computes 3: plate @ 2, sum @ 2, out @ 2\n  reuses   1: grey @ 2\n"}) {
+    EXPECT_NE(plan.out.find(line), std::string::npos) << plan.out;
+  }
+  const std::string missing = file + ": node \"plate\": frame 3: " + (folder / "p.0003.exr").string();
+  EXPECT_NE(plan.out.find("MISSING  " + missing), std::string::npos) << plan.out;
+  EXPECT_NE(plan.out.find("writes   " + (folder / "o/o.0002.png").string()), std::string::npos) << plan.out;
+  EXPECT_FALSE(fs::exists(folder / "o"));
+
+  const auto info = run({"info", file});
+  EXPECT_EQ(info.code, 1);
+  EXPECT_NE(info.out.find("1 missing:\n  " + missing), std::string::npos) << info.out;
+  EXPECT_NE(run({"info", file, "--dot"}).out.find("\"plate\" -> \"sum\" [label=\"a\"]"), std::string::npos);
+
+  const auto failed = run({"render", file, "--keep-going"});
+  EXPECT_EQ(failed.code, 1);
+  EXPECT_NE(failed.err.find(missing), std::string::npos) << failed.err;
+  EXPECT_TRUE(fs::exists(folder / "o/o.0002.png"));
+}
+
+TEST(Catalogue, SchemaInTheDocsIsTheOneOfTheProgramAndListsEveryType) {
+  std::ifstream stream(SOURCE_FOLDER "/docs/composition.schema.json");
+  const std::string kept{std::istreambuf_iterator<char>(stream), {}};
+  EXPECT_EQ(kept, host::shot::composition_schema())
+      << "run: quorvel nodes --schema > docs/composition.schema.json";
+  EXPECT_EQ(run({"nodes", "--schema"}).out, kept);
+  const std::string list = run({"nodes"}).out;
+  for (const host::nodes::NodeType& type : host::nodes::catalogue()) {
+    EXPECT_NE(list.find("\n  " + type.name + " "), std::string::npos) << type.name;
+    const std::string words = run({"nodes", type.name}).out;
+    for (const auto& knob : type.knobs)
+      EXPECT_NE(words.find("  " + knob.name + " "), std::string::npos) << knob.name;
+  }
+}
+
+TEST(Examples, RenderAtAProxy) {
+  const fs::path folder = process::new_folder();
+  const fs::path examples = folder / "examples";
+  fs::copy(SOURCE_FOLDER "/examples", examples, fs::copy_options::recursive);
+  fs::remove_all(examples / "plates");
+  const std::string paint =
+      PLATES_PROGRAM " --width 96 --height 54 --frames 3 " + (examples / "plates").string();
+  ASSERT_EQ(std::system(paint.c_str()), 0);
+  for (const auto& entry : fs::recursive_directory_iterator(examples)) {
+    if (entry.path().extension() != ".json") continue;
+    const auto ended =
+        run({"render", entry.path().string(), "-f", "2", "--proxy", "0.1", "--gpu", "software"});
+    EXPECT_EQ(ended.code, 0) << entry.path() << ended.err;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include "tests/host/cli/process.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace process {
+namespace {
+
+std::array<int, 2> new_pipe() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  return ends;
+}
+
+}  // namespace
+
+Quorvel::Quorvel(const std::vector<std::string>& arguments, uint64_t largest_file) {
+  const auto out_ends = new_pipe();
+  const auto err_ends = new_pipe();
+  std::vector<const char*> argv = {QUORVEL_PROGRAM};
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  argv.push_back(nullptr);
+  pid_ = fork();
+  if (pid_ == 0) {
+    dup2(out_ends[1], STDOUT_FILENO);
+    dup2(err_ends[1], STDERR_FILENO);
+    if (largest_file > 0) {
+      // Ignored, the signal turns into an error of the write, as a full disk gives one.
+      std::signal(SIGXFSZ, SIG_IGN);
+      const rlimit limit{largest_file, largest_file};
+      setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    execv(argv[0], const_cast<char* const*>(argv.data()));
+    _exit(127);
+  }
+  close(out_ends[1]);
+  close(err_ends[1]);
+  out_pipe_ = out_ends[0];
+  err_pipe_ = err_ends[0];
+}
+
+Quorvel::~Quorvel() {
+  if (pid_ > 0) {
+    send(SIGKILL);
+    finish();
+  }
+  close(out_pipe_);
+  close(err_pipe_);
+}
+
+bool Quorvel::read_some(int timeout_ms) {
+  std::array<pollfd, 2> pipes = {pollfd{out_pipe_, POLLIN, 0}, pollfd{err_pipe_, POLLIN, 0}};
+  if (poll(pipes.data(), pipes.size(), timeout_ms) <= 0) return false;
+  bool open = false;
+  std::array<char, 4096> buffer{};
+  for (size_t i = 0; i < pipes.size(); ++i) {
+    if (pipes[i].revents == 0) continue;
+    const ssize_t count = read(pipes[i].fd, buffer.data(), buffer.size());
+    if (count > 0) (i == 0 ? out : err).append(buffer.data(), static_cast<size_t>(count));
+    open = open || count > 0;
+  }
+  return open;
+}
+
+void Quorvel::wait_for_output(int then_ms) {
+  while (out.empty() && read_some(-1)) continue;
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + std::chrono::milliseconds(then_ms);
+  for (auto now = Clock::now(); now < end; now = Clock::now()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - now).count();
+    if (!read_some(static_cast<int>(left) + 1)) break;
+  }
+}
+
+void Quorvel::send(int signal) const {
+  kill(pid_, signal);
+}
+
+int Quorvel::finish() {
+  while (read_some(-1)) continue;
+  int status = 0;
+  waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+Ended run(const std::vector<std::string>& arguments, uint64_t largest_file) {
+  Quorvel child(arguments, largest_file);
+  const int code = child.finish();
+  return {code, child.out, child.err};
+}
+
+std::filesystem::path new_folder() {
+  struct Root {
+    std::filesystem::path path;
+    int folders = 0;
+    Root() {
+      std::string name = (std::filesystem::temp_directory_path() / "quorvel-cli-XXXXXX").string();
+      if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+      path = name;
+    }
+    ~Root() {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  };
+  static Root root;
+  const auto folder = root.path / std::to_string(root.folders++);
+  std::filesystem::create_directory(folder);
+  return folder;
+}
+
+std::filesystem::path write_text(const std::filesystem::path& file, const std::string& text) {
+  std::ofstream(file) << text;
+  return file;
+}
+
+}  // namespace process
