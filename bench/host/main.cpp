@@ -1,0 +1,219 @@
+#include "bench/host/job.h"
+#include "bench/host/plates.h"
+#include "bench/report.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+// `quorvel` beside the command lines that people composite with, as processes: wall time from start
+// to end and the most memory that a process had. All read the same plates and write half zip EXR,
+// but for vips, which cannot write EXR and is given uncompressed files of its own kind instead.
+namespace {
+
+namespace fs = std::filesystem;
+using Commands = std::vector<std::vector<std::string>>;
+
+struct Setup {
+  fs::path folder;
+  int frames = 10;
+  int rounds = 2;
+
+  std::string file(const std::string& name) const {
+    return (folder / name).string();
+  }
+  std::string all() const {
+    return "1-" + std::to_string(frames);
+  }
+};
+
+const std::string reads = R"({"name": "a", "type": "read", "knobs": {"file": "fg.####.exr"}},
+  {"name": "b", "type": "read", "knobs": {"file": "bg.exr"}},
+  {"name": "over", "type": "merge", "inputs": ["a", "b"]})";
+// 33 taps: a radius of 16, which is three halves of the size.
+const std::string blur_and_turn = R"(,
+  {"name": "soft", "type": "blur", "inputs": "over", "knobs": {"size": 10.66, "limit": 0, "edges": "repeat"}},
+  {"name": "last", "type": "transform", "inputs": "soft", "knobs": {"rotate": 10, "filter": "cubic"}})";
+
+void write_composition(const Setup& setup, const std::string& name, const std::string& nodes,
+                       const std::string& last, int width = 1920, int height = 1080) {
+  std::ofstream(setup.file(name)) << R"({"format": {"width": )" << width << R"(, "height": )" << height
+                                  << R"(}, "nodes": [)" << nodes
+                                  << R"(, {"name": "out", "type": "write", "inputs": ")" << last
+                                  << R"(", "knobs": {"file": "quorvel.####.exr", "compression": "zip"}}]})";
+}
+
+Commands quorvel(const Setup& setup, const std::string& composition, const std::string& frames) {
+  return {{QUORVEL_PROGRAM, "render", setup.file(composition), "-f", frames, "--overwrite", "--progress",
+           "none", "--stats=" + setup.file("stats.json")}};
+}
+
+nlohmann::json stats(const Setup& setup) {
+  std::ifstream stream(setup.file("stats.json"));
+  return nlohmann::json::parse(stream);
+}
+
+std::vector<std::string> oiiotool(const Setup& setup, const std::string& frames, bool whole_chain) {
+  std::vector<std::string> command = {"oiiotool",           "--frames", frames, setup.file("fg.#.exr"),
+                                      setup.file("bg.exr"), "--over"};
+  if (whole_chain) {
+    for (const char* size : {"33x1", "1x33"}) {
+      command.insert(command.end(), {"--kernel", "gaussian", size, "--convolve"});
+    }
+    command.insert(command.end(), {"--rotate:filter=cubic", "10"});
+  }
+  command.insert(command.end(), {"-d", "half", "--compression", "zip", "-o", setup.file("oiiotool.#.exr")});
+  return command;
+}
+
+Commands oiiotool_each(const Setup& setup, bool whole_chain) {
+  Commands commands;
+  for (int frame = 1; frame <= setup.frames; ++frame) {
+    commands.push_back(oiiotool(setup, std::to_string(frame), whole_chain));
+  }
+  return commands;
+}
+
+Commands vips(const Setup& setup, bool whole_chain) {
+  Commands commands;
+  for (int frame = 1; frame <= setup.frames; ++frame) {
+    const std::string number = bench::padded(frame);
+    const std::string over = setup.file(whole_chain ? "vips.over.v" : "vips." + number + ".v");
+    commands.push_back({"vips", "composite2", setup.file("bg.exr"), setup.file("fg." + number + ".exr"), over,
+                        "over", "--premultiplied"});
+    if (!whole_chain) continue;
+    commands.push_back({"vips", "gaussblur", over, setup.file("vips.soft.v"), "5.33"});
+    commands.push_back({"vips", "rotate", setup.file("vips.soft.v"), setup.file("vips." + number + ".v"),
+                        "10", "--interpolate", "bicubic"});
+  }
+  return commands;
+}
+
+// The programs in turn, round after round; the least time and the most memory of each.
+std::vector<bench::Cost> measure(const Setup& setup, const std::vector<Commands>& programs) {
+  std::vector<bench::Cost> costs(programs.size());
+  for (int round = 0; round < setup.rounds; ++round) {
+    for (size_t i = 0; i < programs.size(); ++i) {
+      const bench::Cost cost = bench::run_commands(programs[i]);
+      costs[i].seconds = round == 0 ? cost.seconds : std::min(costs[i].seconds, cost.seconds);
+      costs[i].peak_mib = std::max(costs[i].peak_mib, cost.peak_mib);
+    }
+  }
+  return costs;
+}
+
+// Where the time of the last run went, for a person who wonders.
+std::string whereabouts(const Setup& setup) {
+  const nlohmann::json numbers = stats(setup);
+  std::string text = "in ms:";
+  for (const char* name : {"wall_ms", "start_ms", "wait_decode_ms", "decode_ms", "upload_ms", "draw_ms",
+                           "read_back_ms", "wait_write_ms", "encode_ms"}) {
+    text += " " + std::string(name, std::string(name).size() - 3) + " " +
+            std::to_string(static_cast<long long>(numbers.at(name).get<double>()));
+  }
+  return text;
+}
+
+void compare(bench::Report& report, const Setup& setup, const std::string& name, bool whole_chain,
+             double limit) {
+  if (!report.wants(name)) return;
+  write_composition(setup, "comp.json", reads + (whole_chain ? blur_and_turn : ""),
+                    whole_chain ? "last" : "over");
+  std::vector<std::string> names = {"oiiotool", "oiiotool a frame"};
+  std::vector<Commands> programs = {quorvel(setup, "comp.json", setup.all()),
+                                    {oiiotool(setup, setup.all(), whole_chain)},
+                                    oiiotool_each(setup, whole_chain)};
+  if (bench::has_program("vips")) {
+    names.emplace_back("vips a frame");
+    programs.push_back(vips(setup, whole_chain));
+  }
+  const std::vector<bench::Cost> costs = measure(setup, programs);
+  if (!whole_chain) {
+    const double difference =
+        bench::largest_difference(setup.file("quorvel.0001.exr"), setup.file("oiiotool.0001.exr"));
+    report.require(difference <= 1.0 / 1024, "over differs from oiiotool's by " + std::to_string(difference));
+  }
+  std::vector<std::pair<std::string, double>> seconds;
+  std::vector<std::pair<std::string, double>> memory;
+  for (size_t i = 0; i < names.size(); ++i) {
+    seconds.emplace_back(names[i], costs[i + 1].seconds);
+    memory.emplace_back(names[i], costs[i + 1].peak_mib);
+  }
+  const std::string what = name + ", " + std::to_string(setup.frames) + " frames of 1920x1080";
+  report.row(what, "s", bench::Better::less, costs[0].seconds, seconds, limit);
+  bench::run_commands(quorvel(setup, "comp.json", setup.all()));
+  report.note(whereabouts(setup));
+  report.row(what + ", memory", "MiB", bench::Better::less, costs[0].peak_mib, memory);
+}
+
+// A still branch is computed for the first frame alone, whatever the length of the shot.
+void count_static_branch(bench::Report& report, const Setup& setup) {
+  if (!report.wants("still background")) return;
+  const std::string nodes = R"({"name": "b", "type": "read", "knobs": {"file": "bg.exr"}},
+    {"name": "dim", "type": "grade", "inputs": "b", "knobs": {"multiply": 0.5}},
+    {"name": "soft", "type": "blur", "inputs": "dim", "knobs": {"size": 30}},
+    {"name": "a", "type": "read", "knobs": {"file": "fg.####.exr"}},
+    {"name": "over", "type": "merge", "inputs": ["a", "soft"]})";
+  write_composition(setup, "still.json", nodes, "over");
+  bench::run_commands(quorvel(setup, "still.json", setup.all()));
+  const auto computed = stats(setup).at("computed").get<int64_t>();
+  // Three of the branch once; the plate, the merge and the output each frame.
+  const int64_t expected = 3 + 3 * setup.frames;
+  report.require(computed == expected, "still background: " + std::to_string(computed) +
+                                           " results were computed, not " + std::to_string(expected));
+  report.row("still background, results computed a frame", "results", bench::Better::less,
+             static_cast<double>(computed) / setup.frames, {{"all of them", 6}});
+}
+
+// Ten times the frames, the same memory and the same GL textures.
+void hold_memory(bench::Report& report, const Setup& setup) {
+  if (!report.wants("memory of a long shot")) return;
+  const std::string nodes =
+      R"({"name": "c", "type": "constant", "knobs": {"color": {"keys": [[1, 0], [1000, 1]]}}},
+      {"name": "soft", "type": "blur", "inputs": "c"})";
+  write_composition(setup, "long.json", nodes, "soft", 480, 270);
+  const bench::Cost brief = bench::run_commands(quorvel(setup, "long.json", "1-100"));
+  const auto textures = stats(setup).at("textures_created").get<int64_t>();
+  const bench::Cost longer = bench::run_commands(quorvel(setup, "long.json", "1-1000"));
+  report.require(stats(setup).at("textures_created").get<int64_t>() == textures,
+                 "a longer shot made more GL textures");
+  report.row("memory of a long shot, 1000 frames", "MiB", bench::Better::less, longer.peak_mib,
+             {{"100 frames", brief.peak_mib}});
+}
+
+// Takes "--frames N" out of the arguments; the report knows the others.
+int take_frames(int& argc, char** argv, int otherwise) {
+  for (int i = 1; i + 1 < argc; ++i) {
+    if (std::string(argv[i]) != "--frames") continue;
+    const int frames = std::max(1, std::atoi(argv[i + 1]));
+    std::copy(argv + i + 2, argv + argc + 1, argv + i);
+    argc -= 2;
+    return frames;
+  }
+  return otherwise;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Setup setup;
+  const int asked = take_frames(argc, argv, 0);
+  bench::Report report("host", argc, argv);
+  setup.frames = asked > 0 ? asked : (report.quick() ? 3 : 10);
+  if (report.quick()) setup.rounds = 1;
+  setup.folder = fs::temp_directory_path() / ("quorvel-bench-" + std::to_string(getpid()));
+  fs::create_directories(setup.folder);
+  bench::write_plates(setup.folder, 1920, 1080, setup.frames);
+  compare(report, setup, "over", false, 1.3);
+  compare(report, setup, "over, blur, rotate", true, 4);
+  count_static_branch(report, setup);
+  hold_memory(report, setup);
+  fs::remove_all(setup.folder);
+  return report.finish();
+}
