@@ -51,14 +51,14 @@ std::vector<Stroke> letter(char name) {
 void paint_title(Picture& picture) {
   constexpr std::string_view word = "QUORVEL";
   constexpr float size = 0.105F;
-  constexpr float advance = 0.98F * size;
-  const float begin = picture.aspect() / 2 - advance * static_cast<float>(word.size()) / 2 + 0.18F * size;
+  constexpr float advance = 1.12F * size;
+  const float begin = picture.aspect() / 2 - advance * static_cast<float>(word.size()) / 2 + 0.25F * size;
   for (size_t i = 0; i < word.size(); ++i) {
     const float left = begin + advance * static_cast<float>(i);
     const auto placed = [&](Point p) { return Point{left + p.x * size, 0.80F + p.y * size}; };
     for (const Stroke& stroke : letter(word[i])) {
       for (size_t j = 1; j < stroke.size(); ++j) {
-        picture.line(placed(stroke[j - 1]), placed(stroke[j]), 0.0065F, 0.0065F, {1.0F, 0.86F, 0.62F}, 1, 1);
+        picture.line(placed(stroke[j - 1]), placed(stroke[j]), 0.0055F, 0.0055F, {1.0F, 0.86F, 0.62F}, 1, 1);
       }
     }
   }

@@ -45,6 +45,12 @@ OIIO::TypeDesc stored_type(Container container, OutputFile::Depth depth) {
   return container == Container::png ? OIIO::TypeUInt8 : OIIO::TypeUInt16;
 }
 
+// PNG is shown by viewers as it is stored.
+bool is_srgb(const OutputFile& file, Container container) {
+  using Color = OutputFile::Color;
+  return file.color == Color::srgb || (file.color == Color::automatic && container == Container::png);
+}
+
 // Pixels as the file gets them: `channels` a pixel, rows top to bottom of `window`.
 struct Raster {
   Box window;
@@ -96,6 +102,7 @@ void drop_not_a_number(Raster& raster) {
 }
 
 Raster raster_of(const WriteJob& job, Container container, bool integers) {
+  const bool srgb = is_srgb(job.file, container);
   Raster raster;
   raster.channels = job.file.alpha ? 4 : 3;
   const Box format = format_box(job.extent.format);
@@ -103,14 +110,14 @@ Raster raster_of(const WriteJob& job, Container container, bool integers) {
                   : job.file.overscan         ? job.extent.window
                                               : intersection(job.extent.window, format);
   if (is_empty(raster.window)) raster.window = {0, 0, 1, 1};  // files hold at least one pixel
-  if (raster.window == job.extent.window && raster.channels == 4 && !job.file.srgb && !integers) {
+  if (raster.window == job.extent.window && raster.channels == 4 && !srgb && !integers) {
     raster.pixels = job.rgba.get();
     return raster;
   }
   lay_out(job, raster);
   if (integers) drop_not_a_number(raster);
   const bool premultiplied = container != Container::png;
-  if (job.file.srgb || !premultiplied) encode_colour(raster, job.file.srgb, premultiplied);
+  if (srgb || !premultiplied) encode_colour(raster, srgb, premultiplied);
   return raster;
 }
 
@@ -134,7 +141,8 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   spec.attribute("DateTime", "");
   if (!job.file.compression.empty()) spec.attribute("compression", job.file.compression);
   if (container == Container::png) spec.attribute("oiio:UnassociatedAlpha", 1);
-  if (container != Container::exr) spec.attribute("oiio:ColorSpace", job.file.srgb ? "sRGB" : "Linear");
+  if (container != Container::exr)
+    spec.attribute("oiio:ColorSpace", is_srgb(job.file, container) ? "sRGB" : "Linear");
   return spec;
 }
 

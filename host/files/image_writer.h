@@ -14,10 +14,11 @@ namespace host::files {
 // extension: .exr, .png, .tif or .tiff.
 struct OutputFile {
   enum class Depth { automatic, half, float32, integer8, integer16 };
+  enum class Color { automatic, linear, srgb };
   std::string path;                // with the frame number filled in
   Depth depth = Depth::automatic;  // half for EXR, 8 bits for PNG, 16 for TIFF
   std::string compression;         // the format's own name for it ("zip", "dwaa", ...); "" its default
-  bool srgb = false;               // encode colour with the sRGB curve
+  Color color = Color::automatic;  // how colour is encoded; automatic: sRGB in PNG, else linear
   bool alpha = true;               // write alpha; otherwise RGB alone
   bool overscan = false;           // keep pixels outside the format, where the file type can
 };

@@ -188,6 +188,7 @@ class Write final : public Operation {
 
   std::optional<files::OutputFile> output(const Call& call) const override {
     using Depth = files::OutputFile::Depth;
+    using Color = files::OutputFile::Color;
     files::OutputFile file;
     const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
     if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
@@ -196,18 +197,11 @@ class Write final : public Operation {
                                 Depth::integer16};
     file.depth = depths[call.knobs.choice("depth")];
     file.compression = call.knobs.text("compression");
-    const std::string& color = call.knobs.text("color");
-    file.srgb = color == "srgb" || (color == "auto" && shown_as_stored(file.path));
+    constexpr Color colors[] = {Color::automatic, Color::linear, Color::srgb};
+    file.color = colors[call.knobs.choice("color")];
     file.alpha = call.knobs.text("channels") == "rgba";
     file.overscan = call.knobs.flag("overscan");
     return file;
-  }
-
- private:
-  // File types that viewers show without a conversion.
-  static bool shown_as_stored(const std::string& path) {
-    const size_t dot = path.rfind('.');
-    return dot != std::string::npos && (path.substr(dot) == ".png" || path.substr(dot) == ".PNG");
   }
 };
 

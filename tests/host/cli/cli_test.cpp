@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -127,6 +128,14 @@ TEST(Render, CodesAndEventsTellWhatHappenedToEveryFrame) {
   EXPECT_EQ(numbers.at("files_written"), 3);
   // Nothing is animated: the constant and its writer are computed once.
   EXPECT_EQ(numbers.at("computed"), 2);
+}
+
+TEST(Render, AnOutputGivenByHandIsEncodedAsItsOwnFileTypeIs) {
+  const fs::path folder = process::new_folder();
+  const std::string file = process::write_text(folder / "shot.json", composition(grey + "," + out)).string();
+  ASSERT_EQ(run({"render", file, "-f", "1", "-o", (folder / "p.####.png").string()}).code, 0);
+  const OIIO::ImageBuf stored((folder / "p.0001.png").string());
+  EXPECT_NEAR(stored.getchannel(5, 5, 0, 0) * 255, 188, 0.5);  // 0.5 on the sRGB curve
 }
 
 TEST(DryRun, SaysWhatWouldBeComputedAndNamesWhatIsMissing) {
