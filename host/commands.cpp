@@ -69,7 +69,8 @@ void check_outputs(const shot::Composition& composition, const RenderCommand& co
     const auto file = node.type->operation->output(node.call_at(command.options.frames[0], project));
     if (!file) continue;
     if (const std::string reason = files::unsupported_reason(file->path); !reason.empty()) {
-      throw UsageError(place + "knob \"file\": " + file->path + ": " + reason);
+      throw UsageError(
+          std::string(place).append("knob \"file\": ").append(file->path).append(": ").append(reason));
     }
   }
 }
