@@ -3,6 +3,7 @@
 #include "host/gpu/gl_functions.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <list>
 #include <stdexcept>
 #include <string>
@@ -22,7 +23,8 @@ uint32_t make_sampler(bool linear) {
   const int filter = linear ? GL_LINEAR : GL_NEAREST;
   gl.SamplerParameteri(sampler, GL_TEXTURE_MIN_FILTER, filter);
   gl.SamplerParameteri(sampler, GL_TEXTURE_MAG_FILTER, filter);
-  for (const GLenum axis : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R}) {
+  for (const GLenum axis :
+       std::initializer_list<GLenum>{GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R}) {
     gl.SamplerParameteri(sampler, axis, GL_CLAMP_TO_EDGE);
   }
   return sampler;
