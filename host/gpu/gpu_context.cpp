@@ -33,10 +33,10 @@ struct Egl {
 #define HOST_EGL_MEMBER(type, name) type name = nullptr;
   HOST_EGL_FUNCTIONS(HOST_EGL_MEMBER)
 #undef HOST_EGL_MEMBER
-  PFNEGLGETPROCADDRESSPROC GetProcAddress = nullptr;
+  PFNEGLGETPROCADDRESSPROC get_proc_address = nullptr;
   // Null where EGL cannot list devices.
-  PFNEGLQUERYDEVICESEXTPROC QueryDevices = nullptr;
-  PFNEGLQUERYDEVICESTRINGEXTPROC QueryDeviceString = nullptr;
+  PFNEGLQUERYDEVICESEXTPROC query_devices = nullptr;
+  PFNEGLQUERYDEVICESTRINGEXTPROC query_device_string = nullptr;
 };
 
 // One way to a display, and how to name it to a person.
@@ -62,17 +62,17 @@ const Egl& load_egl() {
     Egl loaded;
     void* library = dlopen("libEGL.so.1", RTLD_NOW | RTLD_GLOBAL);
     if (!library) throw NoGpu("no OpenGL: libEGL.so.1 cannot be loaded (" + std::string(dlerror()) + ")");
-    loaded.GetProcAddress = reinterpret_cast<PFNEGLGETPROCADDRESSPROC>(dlsym(library, "eglGetProcAddress"));
-    if (!loaded.GetProcAddress) throw NoGpu("no OpenGL: libEGL.so.1 has no eglGetProcAddress");
-#define HOST_EGL_FETCH(type, name)                                          \
-  loaded.name = reinterpret_cast<type>(loaded.GetProcAddress("egl" #name)); \
+    loaded.get_proc_address = reinterpret_cast<PFNEGLGETPROCADDRESSPROC>(dlsym(library, "eglGetProcAddress"));
+    if (!loaded.get_proc_address) throw NoGpu("no OpenGL: libEGL.so.1 has no eglGetProcAddress");
+#define HOST_EGL_FETCH(type, name)                                            \
+  loaded.name = reinterpret_cast<type>(loaded.get_proc_address("egl" #name)); \
   if (!loaded.name) throw NoGpu("no OpenGL: EGL 1.5 is needed, egl" #name " is missing");
     HOST_EGL_FUNCTIONS(HOST_EGL_FETCH)
 #undef HOST_EGL_FETCH
-    loaded.QueryDevices =
-        reinterpret_cast<PFNEGLQUERYDEVICESEXTPROC>(loaded.GetProcAddress("eglQueryDevicesEXT"));
-    loaded.QueryDeviceString =
-        reinterpret_cast<PFNEGLQUERYDEVICESTRINGEXTPROC>(loaded.GetProcAddress("eglQueryDeviceStringEXT"));
+    loaded.query_devices =
+        reinterpret_cast<PFNEGLQUERYDEVICESEXTPROC>(loaded.get_proc_address("eglQueryDevicesEXT"));
+    loaded.query_device_string =
+        reinterpret_cast<PFNEGLQUERYDEVICESTRINGEXTPROC>(loaded.get_proc_address("eglQueryDeviceStringEXT"));
     return loaded;
   }();
   return egl;
@@ -87,17 +87,18 @@ std::string egl_error(const Egl& egl) {
 
 std::vector<Way> device_ways(const Egl& egl) {
   const char* extensions = egl.QueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
-  if (!egl.QueryDevices || !egl.QueryDeviceString || !lists(extensions, "EGL_EXT_platform_device")) return {};
+  if (!egl.query_devices || !egl.query_device_string || !lists(extensions, "EGL_EXT_platform_device"))
+    return {};
   std::array<EGLDeviceEXT, 32> devices{};
   EGLint count = 0;
-  if (!egl.QueryDevices(static_cast<EGLint>(devices.size()), devices.data(), &count)) return {};
+  if (!egl.query_devices(static_cast<EGLint>(devices.size()), devices.data(), &count)) return {};
   std::vector<Way> ways;
   for (int i = 0; i < count; ++i) {
     Way way{EGL_PLATFORM_DEVICE_EXT, devices[static_cast<size_t>(i)], "device " + std::to_string(i), false};
-    const char* device_extensions = egl.QueryDeviceString(way.native, EGL_EXTENSIONS);
+    const char* device_extensions = egl.query_device_string(way.native, EGL_EXTENSIONS);
     way.software = lists(device_extensions, "EGL_MESA_device_software");
     if (lists(device_extensions, "EGL_EXT_device_drm")) {
-      const char* file = egl.QueryDeviceString(way.native, EGL_DRM_DEVICE_FILE_EXT);
+      const char* file = egl.query_device_string(way.native, EGL_DRM_DEVICE_FILE_EXT);
       if (file) way.name += " (" + std::string(file) + ")";
     }
     if (way.software) way.name += " (software)";
@@ -179,7 +180,7 @@ std::string start(const Egl& egl, const Way& way, Session& session) {
   }
   std::string error;
   if (!qv::gpu::gl::load(&error)) return error;
-  const std::string missing = load_gl_functions(egl.GetProcAddress);
+  const std::string missing = load_gl_functions(egl.get_proc_address);
   return missing.empty() ? "" : "OpenGL function " + missing + " is missing";
 }
 

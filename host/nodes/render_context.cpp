@@ -59,7 +59,7 @@ filter::Tex filter_image(const Image& image) {
 }  // namespace
 
 Uniform::Uniform(std::string_view uniform, std::span<const double> list)
-    : name(uniform), count(static_cast<int>(std::min(list.size(), values.size()))) {
+    : name(uniform), count(static_cast<int>(std::min<size_t>(list.size(), 16))) {
   std::transform(list.begin(), list.begin() + count, values.begin(),
                  [](double value) { return static_cast<float>(value); });
 }

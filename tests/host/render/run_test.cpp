@@ -139,7 +139,7 @@ TEST_F(RunTest, SameBytesHoweverTheyAreMade) {
   EXPECT_LE(recorder_.stats.peak_texture_bytes, options.memory);
 
   std::mt19937 random(11);
-  for (int round = 0; round < 3; ++round) {
+  for (uint64_t round = 0; round < 3; ++round) {
     std::shuffle(options.frames.begin(), options.frames.end(), random);
     options.memory = (round + 7) * image_bytes;
     EXPECT_EQ(files_of(options), expected) << "shuffled, round " << round;

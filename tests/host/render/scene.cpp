@@ -26,9 +26,10 @@ struct Folder {
 }  // namespace
 
 host::gpu::GpuContext& gpu() {
-  static host::gpu::GpuContext context =
-      host::gpu::GpuContext::open({host::gpu::DeviceChoice::Kind::software, 0});
-  return context;
+  // Never ended: a driver that has been unloaded cannot be named where it leaks.
+  static auto* const context =
+      new host::gpu::GpuContext(host::gpu::GpuContext::open({host::gpu::DeviceChoice::Kind::software, 0}));
+  return *context;
 }
 
 std::filesystem::path folder() {
