@@ -49,9 +49,15 @@ class Transform : public Operation {
   Extent extent(const Call& call, std::span<const Extent> inputs) const override {
     const Format& from = inputs[0].format;
     const std::vector<TransformLink> links = links_of(call, from);
-    const xform::Total total = total_of(links, from);
-    const Format format{total.width, total.height, pixel_aspect(call.knobs, from)};
-    return {format, placement(links, inputs[0], filter_of(call), shutter_of(call)).window};
+    try {
+      const xform::Total total = total_of(links, from);
+      const Format format{total.width, total.height, pixel_aspect(call.knobs, from)};
+      return {format, placement(links, inputs[0], filter_of(call), shutter_of(call)).window};
+    } catch (const std::logic_error&) {  // a coordinate that is not a number
+      throw std::runtime_error("these knobs put the image where there are no pixels");
+    } catch (const std::overflow_error&) {
+      throw std::runtime_error("these knobs put the image further away than pixels are counted");
+    }
   }
 
   Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
@@ -317,8 +323,8 @@ class Crop final : public Operation {
     if (std::all_of(box.begin(), box.end(), [](double edge) { return edge == 0; })) {
       box = {0, 0, static_cast<double>(format.width), static_cast<double>(format.height)};
     }
-    return xform::crop_plan(box[0], box[1], box[2], box[3], knobs.flag("inside"), input.window,
-                            knobs.flag("reformat"), format.width, format.height);
+    return xform::crop_plan(box[0], box[1], box[2], box[3], false, input.window, knobs.flag("reformat"),
+                            format.width, format.height);
   }
 
   // A window moved as the plan moves its pixels.
@@ -341,7 +347,6 @@ NodeType crop() {
       number("soft", 0, "Over how many pixels the image fades towards the edges.")
           .within(0, 100000)
           .in_pixels(),
-      flag("inside", false, "Holds the rectangle to where the image has pixels."),
       flag("reformat", false, "Makes the rectangle the format, its lower left corner the origin."),
   };
   type.operation = std::make_shared<Crop>();
