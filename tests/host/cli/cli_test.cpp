@@ -1,9 +1,11 @@
 #include "host/nodes/catalogue.h"
+#include "host/shot/composition.h"
 #include "host/shot/schema.h"
 #include "tests/host/cli/process.h"
 
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -187,7 +189,7 @@ TEST(Catalogue, SchemaInTheDocsIsTheOneOfTheProgramAndListsEveryType) {
   }
 }
 
-TEST(Examples, RenderAtAProxy) {
+TEST(Examples, RenderAtAProxyAndUseEveryNodeType) {
   const fs::path folder = process::new_folder();
   const fs::path examples = folder / "examples";
   fs::copy(SOURCE_FOLDER "/examples", examples, fs::copy_options::recursive);
@@ -195,12 +197,15 @@ TEST(Examples, RenderAtAProxy) {
   const std::string paint =
       PLATES_PROGRAM " --width 96 --height 54 --frames 3 " + (examples / "plates").string();
   ASSERT_EQ(std::system(paint.c_str()), 0);
+  std::set<std::string> used;
   for (const auto& entry : fs::recursive_directory_iterator(examples)) {
     if (entry.path().extension() != ".json") continue;
+    for (const auto& node : host::shot::read_composition(entry.path()).nodes) used.insert(node.type->name);
     const auto ended =
         run({"render", entry.path().string(), "-f", "2", "--proxy", "0.1", "--gpu", "software"});
     EXPECT_EQ(ended.code, 0) << entry.path() << ended.err;
   }
+  for (const auto& type : host::nodes::catalogue()) EXPECT_TRUE(used.count(type.name)) << type.name;
 }
 
 }  // namespace
