@@ -1,4 +1,5 @@
 #include "host/nodes/catalogue.h"
+#include "host/nodes/describe.h"
 #include "host/shot/composition.h"
 #include "host/shot/schema.h"
 #include "tests/host/cli/process.h"
@@ -24,7 +25,7 @@ std::string composition(std::string nodes, const std::string& frames = "1-3") {
          "]}";
 }
 
-const std::string grey = R"({"name": "grey", "type": "constant", "knobs": {"color": 0.5}})";
+const std::string grey = R"({"name": "grey", "type": "constant", "knobs": {"color": [0.5, 0.5, 0.5, 1]}})";
 const std::string out =
     R"({"name": "out", "type": "write", "inputs": "grey", "knobs": {"file": "o.####.exr"}})";
 
@@ -181,9 +182,10 @@ TEST(Catalogue, SchemaInTheDocsIsTheOneOfTheProgramAndListsEveryType) {
       << "run: quorvel nodes --schema > docs/composition.schema.json";
   EXPECT_EQ(run({"nodes", "--schema"}).out, kept);
   const std::string list = run({"nodes"}).out;
+  EXPECT_EQ(run({"nodes", "blur"}).out, host::nodes::describe(*host::nodes::find_type("blur")));
   for (const host::nodes::NodeType& type : host::nodes::catalogue()) {
     EXPECT_NE(list.find("\n  " + type.name + " "), std::string::npos) << type.name;
-    const std::string words = run({"nodes", type.name}).out;
+    const std::string words = host::nodes::describe(type);
     for (const auto& knob : type.knobs)
       EXPECT_NE(words.find("  " + knob.name + " "), std::string::npos) << knob.name;
   }
