@@ -68,30 +68,22 @@ colorspaces:
     bitdepth: 32f
 )";
 
-// A config file as it was when it was read; "" is the built-in one.
-struct ConfigVersion {
-  std::string path;
-  fs::file_time_type written;
-  uintmax_t size = 0;
-
-  auto operator<=>(const ConfigVersion&) const = default;
-};
+// A config file as it was when it was read: path ("" is the built-in one), time and size.
+using ConfigVersion = std::tuple<std::string, fs::file_time_type, uintmax_t>;
 
 [[noreturn]] void refuse_config(const std::string& path, const std::string& problem) {
   throw std::runtime_error("knob \"config\": " + path + ": " + problem);
 }
 
 ConfigVersion find_config(const std::string& config) {
-  ConfigVersion version;
-  version.path = config;
   const char* environment = std::getenv("OCIO");
-  if (version.path.empty() && environment) version.path = environment;
-  if (version.path.empty()) return version;
+  const std::string path = config.empty() && environment ? environment : config;
+  if (path.empty()) return {};
   std::error_code error;
-  version.written = fs::last_write_time(version.path, error);
-  if (!error) version.size = fs::file_size(version.path, error);
-  if (error) refuse_config(version.path, error.message());
-  return version;
+  const fs::file_time_type written = fs::last_write_time(path, error);
+  const uintmax_t size = error ? 0 : fs::file_size(path, error);
+  if (error) refuse_config(path, error.message());
+  return {path, written, size};
 }
 
 ocio::ConstConfigRcPtr load_config(const std::string& path) {
@@ -109,6 +101,7 @@ ocio::ConstConfigRcPtr load_config(const std::string& path) {
 void check_space(const ocio::Config& config, const std::string& name, const std::string& knob) {
   if (config.getColorSpace(name.c_str())) return;
   std::vector<std::string> known;
+  known.reserve(static_cast<size_t>(config.getNumColorSpaces()));
   for (int i = 0; i < config.getNumColorSpaces(); ++i) known.emplace_back(config.getColorSpaceNameByIndex(i));
   std::string list;
   for (const std::string& each : known) list += (list.empty() ? "\"" : ", \"") + each + "\"";
@@ -206,10 +199,11 @@ std::shared_ptr<const ColorConversion> color_conversion(const std::string& confi
   constexpr size_t most = 64;
   static std::map<std::tuple<ConfigVersion, std::string, std::string>, std::shared_ptr<const ColorConversion>>
       known;
-  auto key = std::tuple(find_config(config), from, to);
+  const ConfigVersion version = find_config(config);
+  auto key = std::tuple(version, from, to);
   const auto found = known.find(key);
   if (found != known.end()) return found->second;
-  auto made = std::make_shared<const ColorConversion>(make_conversion(std::get<0>(key).path, from, to));
+  auto made = std::make_shared<const ColorConversion>(make_conversion(std::get<0>(version), from, to));
   if (known.size() == most) known.clear();
   known.emplace(std::move(key), made);
   return made;

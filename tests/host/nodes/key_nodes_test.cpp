@@ -146,7 +146,7 @@ TEST(EdgeFill, FillsTheFormatFromAfar) {
   plate.full_width = 101;
   plate.full_height = 67;
   plate.pixels.assign(size_t{99} * 4, 0);
-  for (const size_t at : {0, 98}) {
+  for (const size_t at : {size_t{0}, size_t{98}}) {
     plate.pixels[4 * at + (at == 0 ? 0 : 2)] = 0.25F;
     plate.pixels[4 * at + 3] = 0.5F;
   }

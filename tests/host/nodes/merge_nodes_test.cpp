@@ -68,20 +68,20 @@ TEST(Merge, HasThirtyOperations) {
 
 // Where a formula would divide by 0, exceeds 1 or takes its other branch. Both have alpha below 0.5.
 TEST(Merge, HoldsAtTheEdgesOfItsFormulas) {
-  constexpr Rgba a = {1.5F, 0, 1, 0.375F};
+  constexpr Rgba a = {3, 0, 1, 0.375F};
   constexpr Rgba b = {0.5F, 0, 1, 0.25F};
   const struct {
     const char* operation;
     Rgba expected;
   } cases[] = {
-      {"color-burn", {2.0F / 3, 0, 1, 0}},
+      {"color-burn", {5.0F / 6, 0, 1, 0}},
       {"color-dodge", {1, 0, 1, 0.4F}},
       {"conjoint-over", a},
-      {"disjoint-over", {2, 0, 2, 0.625F}},
-      {"divide", {3, 0, 1, 1.5F}},
-      {"geometric", {0.75F, 0, 1, 0.3F}},
-      {"screen", {1.5F, 0, 1, 0.53125F}},
-      {"soft-light", {1.5625F, 0, 2, 0.25F * (0.75F + 0.25F * 0.90625F)}},
+      {"disjoint-over", {3.5F, 0, 2, 0.625F}},
+      {"divide", {6, 0, 1, 1.5F}},
+      {"geometric", {6.0F / 7, 0, 1, 0.3F}},
+      {"screen", {3, 0, 1, 0.53125F}},
+      {"soft-light", {3, 0, 2, 0.25F * (0.75F + 0.25F * 0.90625F)}},
   };
   for (const auto& each : cases) {
     const std::string knobs = std::string(R"("operation": ")") + each.operation + "\"";
