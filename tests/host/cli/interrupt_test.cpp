@@ -38,7 +38,8 @@ void expect_whole(const fs::path& file) {
   ASSERT_TRUE(input) << file;
   const OIIO::ImageSpec spec = input->spec();
   std::vector<float> pixels(spec.image_pixels() * static_cast<size_t>(spec.nchannels));
-  ASSERT_TRUE(input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeFloat, pixels.data())) << file << input->geterror();
+  ASSERT_TRUE(input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeFloat, pixels.data()))
+      << file << input->geterror();
   const float frame = std::stof(file.stem().extension().string().substr(1));
   EXPECT_TRUE(std::all_of(pixels.begin(), pixels.end(), [&](float p) { return p == frame / 512; })) << file;
 }
