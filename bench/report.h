@@ -39,7 +39,9 @@ class Report {
 
   // Whether the host of this bench should measure the row or group of this name.
   bool wants(const std::string& name) const;
-  bool quick() const { return quick_; }
+  bool quick() const {
+    return quick_;
+  }
 
   // Adds and prints a row. The ratio to each peer is how many times better ours is: peer / ours
   // where less is better, ours / peer where more is. `limit` is the least ratio to the best peer

@@ -127,7 +127,8 @@ int as_int(int64_t value) {
   return static_cast<int>(value);
 }
 
-OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container container, OIIO::TypeDesc type) {
+OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container container,
+                        const OIIO::TypeDesc& type) {
   const Format& format = job.extent.format;
   OIIO::ImageSpec spec(as_int(box_width(raster.window)), as_int(box_height(raster.window)), raster.channels,
                        type);

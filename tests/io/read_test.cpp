@@ -274,7 +274,8 @@ TEST_P(DamagedFiles, always_end_in_a_documented_result) {
     ASSERT_TRUE(!read.error.empty() ||
                 read.pixels.size() == float_count(read.width, read.height, read.channels));
     std::string err;
-    const std::vector<Read> reads = {{0, 0, 1, 0, 0, 40, 130}, {0, last - 1, last, 0, 0, 40, 130}};
+    std::vector<Read> reads = {{0, 0, 1, 0, 0, 40, 130}};
+    if (last > 1) reads.push_back({0, last - 1, last, 0, 0, 40, 130});
     const bool loaded = load_layers(path, reads, {{}}, 40, 130, 2, {out.data()}, err, nullptr);
     ASSERT_EQ(loaded, err.empty());
   }
