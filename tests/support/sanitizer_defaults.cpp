@@ -6,7 +6,8 @@ extern "C" const char* __asan_default_options() {
   return "allocator_may_return_null=1:quarantine_size_mb=16";
 }
 
-// Where call stacks are taken whole: OpenImageIO 2.4 leaves a text behind whenever libpng jumps out of a damaged file.
+// Where call stacks are taken whole: OpenImageIO 2.4 leaves a text behind whenever libpng jumps out of a
+// damaged file.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libOpenImageIO.so\n";
 }
