@@ -46,7 +46,7 @@ class Correction final : public Operation {
   }
 
  private:
-  // All knobs in the spec's order, which is that of the node type.
+  // All knobs in the order of spec_, which is that of the node type.
   std::vector<float> knob_floats(const Knobs& knobs) const {
     std::vector<float> floats;
     floats.reserve(static_cast<size_t>(spec_.knob_floats));

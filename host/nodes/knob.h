@@ -86,7 +86,7 @@ class Knobs {
   int64_t integer(std::string_view name) const;              // saturated; NaN is 0
   bool flag(std::string_view name) const;
   const std::string& text(std::string_view name) const;  // of choices, texts and files
-  int choice(std::string_view name) const;               // position in the spec's list
+  int choice(std::string_view name) const;               // position among its choices
 
   // True when a keyed curve makes the knob differ from frame to frame.
   bool animated(std::string_view name) const;

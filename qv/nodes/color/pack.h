@@ -65,7 +65,7 @@ struct Packed {
 
 // Fills out[0 .. uniforms) from the current values: `knobs` holds spec.knob_floats floats in the order
 // of spec.offsets, `inputs` at least spec.input_count; either may be null where it has none. A switch
-// knob of -0 counts as 0, a NaN as not 0. The spec must be one whose finish() succeeded: nothing is
+// knob of -0 counts as 0, a NaN as not 0. It must be a Spec whose finish() succeeded: nothing is
 // checked here. Thread-safe; allocates nothing; a few nanoseconds a component.
 QV_API void pack(const Spec& spec, const float* knobs, const float* inputs, Packed* out);
 
