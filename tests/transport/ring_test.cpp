@@ -276,7 +276,7 @@ TEST(Ring, SurvivesAStorm) {
   const transport::Stats after = transport::stats();
   EXPECT_EQ(std::tie(after.started, after.completed, after.bytes, after.failed),
             std::tie(expected.started, expected.completed, expected.bytes, expected.failed));
-  EXPECT_GT(after.failed, before.failed + 9);
+  EXPECT_GT(after.failed, before.failed);
 }
 
 }  // namespace
