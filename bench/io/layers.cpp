@@ -84,7 +84,7 @@ void bench_layers(bench::Report& report) {
   std::ofstream("/proc/self/clear_refs") << 5;
   const double before = status_mib("VmRSS");
   ours(path, 2, nullptr, mine);
-  const double buffers = static_cast<double>(pixels * 4 * 4 * wanted.size()) / (1 << 20);
-  report.row("layers, peak beside the outputs", "MiB", bench::Better::less, status_mib("VmHWM") - before,
-             {{"read buffers", buffers}}, 0.8);
+  const double outputs = static_cast<double>(pixels * 4 * 4 * wanted.size()) / (1 << 20);
+  report.row("layers, peak with the outputs", "MiB", bench::Better::less,
+             status_mib("VmHWM") - before + outputs, {{"read buffers and outputs", 2 * outputs}}, 0.91);
 }

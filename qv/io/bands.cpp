@@ -1,4 +1,5 @@
 #include <qv/io/bands.h>
+#include <qv/io/half.h>
 #include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 
@@ -38,19 +39,23 @@ bool is_whole(const Read& read, const OIIO::ImageSpec& spec) {
   return read.chbegin == 0 && read.chend == spec.nchannels;
 }
 
+size_t row_floats(const Read& read) {
+  return static_cast<size_t>(read.width) * static_cast<size_t>(read.chend - read.chbegin);
+}
+
 // Rows [begin, end) of the layer, counted from its top; whole tiles of a tiled one.
 bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
                float* pixels) {
   const int top = spec.y + begin, bottom = spec.y + end;
-  if (spec.tile_width == 0)
-    return input.read_scanlines(read.subimage, 0, top, bottom, 0, read.chbegin, read.chend, OIIO::TypeFloat,
-                                pixels);
-  return input.read_tiles(read.subimage, 0, spec.x, spec.x + spec.width, top, bottom, spec.z, spec.z + 1,
-                          read.chbegin, read.chend, OIIO::TypeFloat, pixels);
-}
-
-size_t row_floats(const Read& read) {
-  return static_cast<size_t>(read.width) * static_cast<size_t>(read.chend - read.chbegin);
+  const size_t count = row_floats(read) * static_cast<size_t>(end - begin);
+  const Landing target = landing(spec, read.chbegin, read.chend, pixels, count);
+  const bool done = spec.tile_width == 0
+                        ? input.read_scanlines(read.subimage, 0, top, bottom, 0, read.chbegin, read.chend,
+                                               target.type, target.at)
+                        : input.read_tiles(read.subimage, 0, spec.x, spec.x + spec.width, top, bottom, spec.z,
+                                           spec.z + 1, read.chbegin, read.chend, target.type, target.at);
+  if (done && target.half) half_to_float(static_cast<const uint16_t*>(target.at), pixels, count);
+  return done;
 }
 
 // Every range of every block of rows in turn.
@@ -142,10 +147,10 @@ bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO:
                    const LayerGroup& group, const Bands& bands, std::string& err) {
   const Read& first = group.reads.front();
   if (bands.count == 1) {
-    const bool direct = group.reads.size() == 1 && (spec.deep || is_openexr(input) || is_whole(first, spec));
-    const bool done = direct ? input.read_image(first.subimage, 0, first.chbegin, first.chend,
-                                                OIIO::TypeFloat, group.pixels.front().get())
-                             : read_group(input, spec, group, 0, first.height);
+    // Only reading a whole image refuses a deep one with a text.
+    const bool done = spec.deep ? input.read_image(first.subimage, 0, first.chbegin, first.chend,
+                                                   OIIO::TypeFloat, group.pixels.front().get())
+                                : read_group(input, spec, group, 0, first.height);
     if (!done) err = take_error(input);
     return done;
   }

@@ -4,7 +4,6 @@
 #include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 
-#include <algorithm>
 #include <chrono>
 
 namespace qv::io {
@@ -25,11 +24,6 @@ bool is_plain(const OIIO::ImageSpec& spec) {
          spec.height == full_height;
 }
 
-bool is_half(const OIIO::ImageSpec& spec) {
-  const auto half = [](const OIIO::TypeDesc& format) { return format == OIIO::TypeHalf; };
-  return half(spec.format) && std::all_of(spec.channelformats.begin(), spec.channelformats.end(), half);
-}
-
 // Leaves `out` at status 3 unless all of it succeeds.
 void read_plain(OIIO::ImageInput& input, uint64_t file_bytes, Clock::time_point start, DecodeResult& out) {
   const auto spec = std::make_shared<OIIO::ImageSpec>(input.spec());
@@ -40,19 +34,16 @@ void read_plain(OIIO::ImageInput& input, uint64_t file_bytes, Clock::time_point 
   if (!count || !is_plausible(*count, file_bytes)) return;
   auto pixels = uninitialised_floats(*count);
 
-  // Halves are read into the last half of the pixels' own memory: no second buffer is faulted in.
-  const bool half = is_half(*spec);
-  auto* halves = reinterpret_cast<uint16_t*>(pixels.get()) + (half ? *count : 0);
-  const bool read = half ? input.read_image(0, 0, 0, 4, OIIO::TypeHalf, halves)
-                         : input.read_image(0, 0, 0, 4, OIIO::TypeFloat, pixels.get());
+  const Landing target = landing(*spec, 0, 4, pixels.get(), *count);
+  const bool read = input.read_image(0, 0, 0, 4, target.type, target.at);
   out.read_ms = ms_since(start);
   if (!read) {
     input.geterror();
     return;
   }
-  if (half) {
+  if (target.half) {
     const Clock::time_point widening = Clock::now();
-    half_to_float(halves, pixels.get(), *count);
+    half_to_float(static_cast<const uint16_t*>(target.at), pixels.get(), *count);
     out.convert_ms = ms_since(widening);
   }
   input.close();

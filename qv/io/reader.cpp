@@ -2,6 +2,7 @@
 #include <qv/io/reader.h>
 
 #include <algorithm>
+#include <cstdint>
 
 namespace qv::io {
 
@@ -26,6 +27,16 @@ std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, int threa
 std::string take_error(OIIO::ImageInput& input) {
   std::string error = input.geterror();
   return error.empty() ? "read failed" : error;
+}
+
+Landing landing(const OIIO::ImageSpec& spec, int chbegin, int chend, float* pixels, size_t count) {
+  const auto all_are = [&](OIIO::TypeDesc type) {
+    for (int channel = chbegin; channel < chend; ++channel)
+      if (spec.channelformat(channel) != type) return false;
+    return true;
+  };
+  if (all_are(OIIO::TypeHalf)) return {OIIO::TypeUnknown, reinterpret_cast<uint16_t*>(pixels) + count, true};
+  return {all_are(OIIO::TypeFloat) ? OIIO::TypeUnknown : OIIO::TypeFloat, pixels, false};
 }
 
 }  // namespace qv::io

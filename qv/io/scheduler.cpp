@@ -11,6 +11,7 @@ struct DecodeScheduler::Job {
   int32_t priority = 0;
   std::string path;
   bool cancelled = false;
+  bool awaited = false;  // by a take, now or before: the only jobs whose end wakes anybody
   std::shared_ptr<DecodeResult> result = std::make_shared<DecodeResult>();
 };
 
@@ -50,11 +51,16 @@ int64_t DecodeScheduler::submit(const std::string& path, int priority) {
   const auto job = std::make_shared<Job>();
   job->path = path;
   job->priority = std::max(0, priority);
+  // The nodes are made beforehand, so that nothing can fail once one of the containers has the job.
+  decltype(queue_) queued = {job};
+  decltype(jobs_) known = {{0, job}};
+  auto queued_node = queued.extract(queued.begin());
+  auto known_node = known.extract(known.begin());
   {
     const std::lock_guard lock(mutex_);
-    job->id = next_id_++;
-    jobs_.emplace(job->id, job);
-    queue_.insert(job);
+    known_node.key() = job->id = next_id_++;
+    jobs_.insert(jobs_.end(), std::move(known_node));
+    queue_.insert(std::move(queued_node));
   }
   work_cv_.notify_all();
   return job->id;
@@ -75,6 +81,7 @@ std::shared_ptr<DecodeResult> DecodeScheduler::take(int64_t id, double timeout) 
     return stop_ || found == jobs_.end() || found->second->result->status >= 2;
   };
   ++takers_;
+  if (const auto found = jobs_.find(id); found != jobs_.end()) found->second->awaited = true;
   if (timeout < 0) {
     done_cv_.wait(lock, settled);
   } else if (timeout > 0) {
@@ -90,12 +97,14 @@ std::shared_ptr<DecodeResult> DecodeScheduler::take(int64_t id, double timeout) 
 }
 
 bool DecodeScheduler::cancel(int64_t id) {
+  std::shared_ptr<Job> dropped;  // its pixels are freed after the lock, as are those below
   {
     const std::lock_guard lock(mutex_);
     const auto found = jobs_.find(id);
     if (found == jobs_.end()) return false;
-    found->second->cancelled = true;
-    queue_.erase(found->second);
+    dropped = found->second;
+    dropped->cancelled = true;
+    queue_.erase(dropped);
     jobs_.erase(found);
   }
   done_cv_.notify_all();
@@ -116,11 +125,12 @@ void DecodeScheduler::reprioritize(int64_t id, int priority) {
 }
 
 void DecodeScheduler::clear() {
+  decltype(jobs_) dropped;
   {
     const std::lock_guard lock(mutex_);
     for (const auto& [id, job] : jobs_) job->cancelled = true;
     queue_.clear();
-    jobs_.clear();
+    dropped.swap(jobs_);
   }
   done_cv_.notify_all();
 }
@@ -145,24 +155,32 @@ std::shared_ptr<DecodeScheduler::Job> DecodeScheduler::pop(bool priority_only) {
 }
 
 void DecodeScheduler::run(bool priority_only) {
-  std::unique_lock lock(mutex_);
   while (true) {
-    work_cv_.wait(lock, [&] { return stop_ || has_work(priority_only); });
-    if (stop_) return;
-    const std::shared_ptr<Job> job = pop(priority_only);
-    job->result->status = 1;
-    ++running_;
-    lock.unlock();
-    DecodeResult result;
-    decode_plain(job->path, threads_, result);
-    lock.lock();
+    std::shared_ptr<Job> job;
+    {
+      std::unique_lock lock(mutex_);
+      work_cv_.wait(lock, [&] { return stop_ || has_work(priority_only); });
+      if (stop_) return;
+      job = pop(priority_only);
+      job->result->status = 1;
+      ++running_;
+    }
+    serve(*job);
+  }
+}
+
+void DecodeScheduler::serve(Job& job) {
+  DecodeResult result;
+  decode_plain(job.path, threads_, result);
+  bool awaited = false;
+  {
+    const std::lock_guard lock(mutex_);
     --running_;
     // Whoever sees the status sees the rest: all of it is read under the mutex.
-    if (!job->cancelled) *job->result = std::move(result);
-    lock.unlock();
-    done_cv_.notify_all();
-    lock.lock();
+    if (!job.cancelled) *job.result = std::move(result);
+    awaited = job.awaited;
   }
+  if (awaited) done_cv_.notify_all();
 }
 
 }  // namespace qv::io

@@ -73,6 +73,7 @@ class QV_API DecodeScheduler {
   };
 
   void run(bool priority_only);
+  void serve(Job& job);
   bool has_work(bool priority_only) const;
   std::shared_ptr<Job> pop(bool priority_only);
   void stop_and_join();
