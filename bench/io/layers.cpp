@@ -8,6 +8,7 @@
 #include <memory>
 
 #include <OpenImageIO/imageio.h>
+#include <malloc.h>
 
 namespace {
 
@@ -71,15 +72,20 @@ void bench_layers(bench::Report& report) {
   whole_and_pick(path, theirs);
   ours(path, 2, nullptr, mine);
   report.require(mine.buffers == theirs.buffers, "load_layers and read_image");
-  const auto timings = bench::time_in_turn(
-      report.quick() ? 1 : 3, {[&] { ours(path, 2, nullptr, mine); }, [&] { ours(path, 2, "0", mine); },
-                               [&] { whole_and_pick(path, theirs); }, [&] { layer_by_layer(path, theirs); }});
-  const auto ms = [&](size_t which) { return timings[which].least * 1e3; };
   const std::string label = "layers, 4 of 20, 1920x1080 zip";
-  report.row(label + ", 2 threads", "ms", bench::Better::less, ms(0), {{"one band", ms(1)}}, 1.7);
-  report.row(label + ", 2 threads, to OpenImageIO", "ms", bench::Better::less, ms(0),
-             {{"whole and pick", ms(2)}, {"layer by layer", ms(3)}}, 1.7);
+  const int rounds = report.quick() ? 1 : 4;
+  // Apart from the peers, which leave more freed memory behind than one in turn.
+  const auto bands =
+      bench::time_in_turn(rounds, {[&] { ours(path, 2, nullptr, mine); }, [&] { ours(path, 2, "0", mine); }});
+  report.row(label + ", 2 threads", "ms", bench::Better::less, bands[0].least * 1e3,
+             {{"one band", bands[1].least * 1e3}}, 1.7);
+  const auto peers = bench::time_in_turn(
+      rounds / 2 + 1, {[&] { ours(path, 2, nullptr, mine); }, [&] { whole_and_pick(path, theirs); },
+                       [&] { layer_by_layer(path, theirs); }});
+  report.row(label + ", 2 threads, to OpenImageIO", "ms", bench::Better::less, peers[0].least * 1e3,
+             {{"whole and pick", peers[1].least * 1e3}, {"layer by layer", peers[2].least * 1e3}}, 1.7);
 
+  ::malloc_trim(0);  // what earlier calls left would hide a part of the peak
   // The kernel counts the peak from the last write of 5 on.
   std::ofstream("/proc/self/clear_refs") << 5;
   const double before = status_mib("VmRSS");

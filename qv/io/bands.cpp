@@ -1,5 +1,4 @@
 #include <qv/io/bands.h>
-#include <qv/io/half.h>
 #include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 
@@ -39,23 +38,29 @@ bool is_whole(const Read& read, const OIIO::ImageSpec& spec) {
   return read.chbegin == 0 && read.chend == spec.nchannels;
 }
 
-size_t row_floats(const Read& read) {
+size_t row_values(const Read& read) {
   return static_cast<size_t>(read.width) * static_cast<size_t>(read.chend - read.chbegin);
 }
 
 // Rows [begin, end) of the layer, counted from its top; whole tiles of a tiled one.
 bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
-               float* pixels) {
+               OIIO::TypeDesc type, void* pixels) {
   const int top = spec.y + begin, bottom = spec.y + end;
-  const size_t count = row_floats(read) * static_cast<size_t>(end - begin);
-  const Landing target = landing(spec, read.chbegin, read.chend, pixels, count);
-  const bool done = spec.tile_width == 0
-                        ? input.read_scanlines(read.subimage, 0, top, bottom, 0, read.chbegin, read.chend,
-                                               target.type, target.at)
-                        : input.read_tiles(read.subimage, 0, spec.x, spec.x + spec.width, top, bottom, spec.z,
-                                           spec.z + 1, read.chbegin, read.chend, target.type, target.at);
-  if (done && target.half) half_to_float(static_cast<const uint16_t*>(target.at), pixels, count);
-  return done;
+  if (spec.tile_width == 0)
+    return input.read_scanlines(read.subimage, 0, top, bottom, 0, read.chbegin, read.chend, type, pixels);
+  return input.read_tiles(read.subimage, 0, spec.x, spec.x + spec.width, top, bottom, spec.z, spec.z + 1,
+                          read.chbegin, read.chend, type, pixels);
+}
+
+// The same into their place in the layer's memory.
+bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
+               const Layer& layer) {
+  const size_t at = row_values(read) * static_cast<size_t>(begin);
+  if (layer.halves)
+    return read_rows(input, spec, read, begin, end, OIIO::TypeUnknown, layer.halves.get() + at);
+  const bool as_stored = common_format(spec, read.chbegin, read.chend) == OIIO::TypeFloat;
+  return read_rows(input, spec, read, begin, end, as_stored ? OIIO::TypeUnknown : OIIO::TypeFloat,
+                   layer.floats.get() + at);
 }
 
 // Every range of every block of rows in turn.
@@ -65,10 +70,8 @@ bool read_ranges(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Lay
       group.reads.size() == 1 ? end - begin : block_rows(spec.get_string_attribute("compression"));
   for (int y = begin, next = 0; y < end; y = next) {
     next = y + std::min(block, end - y);
-    for (size_t i = 0; i < group.reads.size(); ++i) {
-      float* rows = group.pixels[i].get() + row_floats(group.reads[i]) * static_cast<size_t>(y);
-      if (!read_rows(input, spec, group.reads[i], y, next, rows)) return false;
-    }
+    for (size_t i = 0; i < group.reads.size(); ++i)
+      if (!read_rows(input, spec, group.reads[i], y, next, group.pixels[i])) return false;
   }
   return true;
 }
@@ -92,12 +95,12 @@ bool read_and_pick(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const L
   all.chend = spec.nchannels;
   const auto count = float_count(spec.width, std::min(step, end - begin), spec.nchannels);
   if (!count) throw std::bad_alloc();
-  const auto scratch = uninitialised_floats(*count);
+  const auto scratch = uninitialised<float>(*count);
   for (int y = begin, next = 0; y < end; y = next) {
     next = y + std::min(step, end - y);
-    if (!read_rows(input, spec, all, y, next, scratch.get())) return false;
+    if (!read_rows(input, spec, all, y, next, OIIO::TypeFloat, scratch.get())) return false;
     for (size_t i = 0; i < group.reads.size(); ++i) {
-      float* rows = group.pixels[i].get() + row_floats(group.reads[i]) * static_cast<size_t>(y);
+      float* rows = group.pixels[i].floats.get() + row_values(group.reads[i]) * static_cast<size_t>(y);
       pick(group.reads[i], all, static_cast<size_t>(all.width) * static_cast<size_t>(next - y), scratch.get(),
            rows);
     }
@@ -139,6 +142,14 @@ Bands bands_of(const OIIO::ImageSpec& spec, int threads) {
   return {count, ((rows - 1) / block + 1) * block};
 }
 
+Layer make_layer(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read) {
+  const auto count = float_count(read.width, read.height, int64_t{read.chend} - read.chbegin);
+  if (!count) throw std::bad_alloc();
+  const bool half = common_format(spec, read.chbegin, read.chend) == OIIO::TypeHalf;
+  if (half && is_openexr(input) && !spec.deep) return {nullptr, uninitialised<uint16_t>(*count)};
+  return {uninitialised<float>(*count), nullptr};
+}
+
 bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec) {
   return !spec.deep && (spec.tile_width == 0 || !is_openexr(input));
 }
@@ -149,7 +160,7 @@ bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO:
   if (bands.count == 1) {
     // Only reading a whole image refuses a deep one with a text.
     const bool done = spec.deep ? input.read_image(first.subimage, 0, first.chbegin, first.chend,
-                                                   OIIO::TypeFloat, group.pixels.front().get())
+                                                   OIIO::TypeFloat, group.pixels.front().floats.get())
                                 : read_group(input, spec, group, 0, first.height);
     if (!done) err = take_error(input);
     return done;

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <qv/io/layers.h>
+#include <qv/io/scatter.h>
 
-#include <memory>
 #include <span>
 #include <string>
 
@@ -22,12 +21,15 @@ struct Bands {
 // QUORVEL_NATIVE_IO_BANDS says, and at most `threads` if that is above 0.
 Bands bands_of(const OIIO::ImageSpec& spec, int threads);
 
-// Several channel ranges of one subimage, and where their pixels go: width x height x channels
-// floats each, interleaved.
+// Several channel ranges of one subimage, and where their pixels go.
 struct LayerGroup {
   std::span<const Read> reads;
-  std::span<const std::unique_ptr<float[]>> pixels;
+  std::span<const Layer> pixels;
 };
+
+// Memory for the pixels of a range, undefined as yet: halves where they can be read as such. Throws
+// std::bad_alloc.
+Layer make_layer(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read);
 
 // True when the ranges of a subimage are better read together. OpenEXR keeps the block of rows that
 // it unpacked last, so that a second range of it costs only copying; readers of other formats unpack

@@ -32,18 +32,22 @@ void read_plain(OIIO::ImageInput& input, uint64_t file_bytes, Clock::time_point 
   if (!plain || !input.seek_subimage(0, 0)) return;
   const std::optional<size_t> count = float_count(spec->width, spec->height, 4);
   if (!count || !is_plausible(*count, file_bytes)) return;
-  auto pixels = uninitialised_floats(*count);
+  auto pixels = uninitialised<float>(*count);
 
-  const Landing target = landing(*spec, 0, 4, pixels.get(), *count);
-  const bool read = input.read_image(0, 0, 0, 4, target.type, target.at);
+  const OIIO::TypeDesc format = common_format(*spec, 0, 4);
+  const bool half = format == OIIO::TypeHalf;
+  // Halves are read into the last half of the pixels' own memory: no second buffer is faulted in.
+  auto* halves = reinterpret_cast<uint16_t*>(pixels.get()) + (half ? *count : 0);
+  const bool as_stored = half || format == OIIO::TypeFloat;
+  const bool read = input.read_image(0, 0, 0, 4, as_stored ? OIIO::TypeUnknown : OIIO::TypeFloat, halves);
   out.read_ms = ms_since(start);
   if (!read) {
     input.geterror();
     return;
   }
-  if (target.half) {
+  if (half) {
     const Clock::time_point widening = Clock::now();
-    half_to_float(static_cast<const uint16_t*>(target.at), pixels.get(), *count);
+    half_to_float(halves, pixels.get(), *count);
     out.convert_ms = ms_since(widening);
   }
   input.close();

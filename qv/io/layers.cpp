@@ -1,6 +1,5 @@
 #include <qv/io/bands.h>
 #include <qv/io/layers.h>
-#include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 #include <qv/io/scatter.h>
 
@@ -55,10 +54,8 @@ std::optional<size_t> read_some(OIIO::ImageInput& input, const std::string& path
   const OIIO::ImageSpec spec = input.spec(subimage, 0);
   size_t end = first;
   while (end < reads.size() && reads[end].subimage == subimage && matches(reads[end], spec)) {
-    const Read& read = reads[end];
-    const std::optional<size_t> count = float_count(read.width, read.height, read.chend - read.chbegin);
-    if (!count) throw std::bad_alloc();
-    layers[end++] = uninitialised_floats(*count);
+    layers[end] = make_layer(input, spec, reads[end]);
+    ++end;
     if (!reads_together(input, spec)) break;
   }
   if (end == first) {

@@ -48,7 +48,8 @@ struct Stats {
 // which only its global attribute "exr_threads" bounds. Scanline files of 128 rows and more are
 // read in parallel bands, each through its own file handle; the environment variable
 // QUORVEL_NATIVE_IO_BANDS lowers their number from 16, with 0 to one.
-// Thread-safe for different outputs. Memory: one float a pixel and channel read, besides the outputs.
+// Thread-safe for different outputs. Memory: at most one float a pixel and channel read, besides
+// the outputs.
 QV_API bool load_layers(const std::string& path, const std::vector<Read>& reads,
                         const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
                         const std::vector<float*>& outs, std::string& err, Stats* stats);

@@ -1,6 +1,5 @@
 #include <qv/io/pixel_memory.h>
 
-#include <algorithm>
 #include <limits>
 #include <memory>
 
@@ -25,13 +24,6 @@ std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channel
 bool is_plausible(size_t floats, uint64_t file_bytes) {
   const uint64_t bytes = uint64_t{floats} * sizeof(float);
   return bytes <= uint64_t{1} << 30 || bytes / 65536 <= file_bytes;
-}
-
-std::unique_ptr<float[]> uninitialised_floats(size_t count) {
-  const size_t size = std::max<size_t>(count, 1);
-  std::unique_ptr<float[]> result(new float[size]);
-  advise_huge_pages(result.get(), size * sizeof(float));
-  return result;
 }
 
 void advise_huge_pages([[maybe_unused]] void* begin, [[maybe_unused]] size_t bytes) {

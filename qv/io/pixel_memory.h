@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,12 +17,18 @@ std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channel
 // process is out of memory; black frames of real size stay far below.
 bool is_plausible(size_t floats, uint64_t file_bytes);
 
-// An array of max(1, count) floats whose values are undefined: pages of it are touched by whoever
-// writes them first. Throws std::bad_alloc.
-std::unique_ptr<float[]> uninitialised_floats(size_t count);
-
 // Asks for huge pages behind a large block that has not been written yet: faulting in the 4 KiB
 // pages of a cold image costs more than filling them. Advice only; does nothing where there is none.
 void advise_huge_pages(void* begin, size_t bytes);
+
+// An array of max(1, count) numbers whose values are undefined: pages of it are touched by whoever
+// writes them first. Throws std::bad_alloc.
+template <class Number>
+std::unique_ptr<Number[]> uninitialised(size_t count) {
+  const size_t size = std::max<size_t>(count, 1);
+  std::unique_ptr<Number[]> result(new Number[size]);
+  advise_huge_pages(result.get(), size * sizeof(Number));
+  return result;
+}
 
 }  // namespace qv::io

@@ -2,7 +2,6 @@
 #include <qv/io/reader.h>
 
 #include <algorithm>
-#include <cstdint>
 
 namespace qv::io {
 
@@ -29,14 +28,11 @@ std::string take_error(OIIO::ImageInput& input) {
   return error.empty() ? "read failed" : error;
 }
 
-Landing landing(const OIIO::ImageSpec& spec, int chbegin, int chend, float* pixels, size_t count) {
-  const auto all_are = [&](OIIO::TypeDesc type) {
-    for (int channel = chbegin; channel < chend; ++channel)
-      if (spec.channelformat(channel) != type) return false;
-    return true;
-  };
-  if (all_are(OIIO::TypeHalf)) return {OIIO::TypeUnknown, reinterpret_cast<uint16_t*>(pixels) + count, true};
-  return {all_are(OIIO::TypeFloat) ? OIIO::TypeUnknown : OIIO::TypeFloat, pixels, false};
+OIIO::TypeDesc common_format(const OIIO::ImageSpec& spec, int chbegin, int chend) {
+  const OIIO::TypeDesc first = spec.channelformat(chbegin);
+  for (int channel = chbegin + 1; channel < chend; ++channel)
+    if (spec.channelformat(channel) != first) return OIIO::TypeUnknown;
+  return first;
 }
 
 }  // namespace qv::io

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -16,16 +15,9 @@ std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, int threa
 // The reader's pending error text, cleared as it is taken; "read failed" when it left none.
 std::string take_error(OIIO::ImageInput& input);
 
-// What to ask a reader for, and where to put it, so that floats come of it. Halves and floats are
-// asked for as stored, which OpenImageIO 2.4 delivers in place; anything else, and even the stored
-// type when it is named, passes through 64 MiB of its scratch memory and a copy.
-struct Landing {
-  OIIO::TypeDesc type;
-  void* at = nullptr;
-  bool half = false;  // the last half of the floats' own memory will hold halves, still to be widened
-};
-
-// For channels [chbegin, chend) that become `count` floats at `pixels`.
-Landing landing(const OIIO::ImageSpec& spec, int chbegin, int chend, float* pixels, size_t count);
+// The format that channels [chbegin, chend) share, unknown when they do not. What is stored as wanted
+// is best asked for as TypeUnknown: OpenImageIO 2.4 then delivers it in place, while any format that is
+// named, even the stored one, passes through up to 64 MiB of scratch memory a call.
+OIIO::TypeDesc common_format(const OIIO::ImageSpec& spec, int chbegin, int chend);
 
 }  // namespace qv::io

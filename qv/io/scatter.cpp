@@ -1,3 +1,4 @@
+#include <qv/io/half.h>
 #include <qv/io/scatter.h>
 
 #include <algorithm>
@@ -15,8 +16,25 @@ void fill(float* row, int64_t begin, int64_t end, float value) {
   for (int64_t x = begin; x < end; ++x) row[4 * x] = value;
 }
 
+// Every `channels`th value into every fourth, through a block for half_to_float.
+void copy(const uint16_t* from, int64_t channels, int64_t count, float* to) {
+  constexpr int64_t block = 512;
+  uint16_t halves[block];
+  float floats[block];
+  for (int64_t begin = 0; begin < count; begin += block) {
+    const int64_t n = std::min(block, count - begin);
+    for (int64_t i = 0; i < n; ++i, from += channels) halves[i] = *from;
+    half_to_float(halves, floats, static_cast<size_t>(n));
+    for (int64_t i = 0; i < n; ++i, to += 4) *to = floats[i];
+  }
+}
+
+void copy(const float* from, int64_t channels, int64_t count, float* to) {
+  for (int64_t i = 0; i < count; ++i, from += channels, to += 4) *to = *from;
+}
+
 // One component of an output row: `row` points at that component of the first pixel.
-void fill_component(const Read& read, const float* layer, int32_t channel, int64_t y, int64_t width,
+void fill_component(const Read& read, const Layer& layer, int32_t channel, int64_t y, int64_t width,
                     float* row) {
   const int64_t layer_y = y - read.y;
   const int64_t begin = std::max<int64_t>(read.x, 0);
@@ -26,9 +44,13 @@ void fill_component(const Read& read, const float* layer, int32_t channel, int64
     return;
   }
   const int64_t channels = int64_t{read.chend} - read.chbegin;
-  const float* from = layer + (begin - read.x + read.width * layer_y) * channels + channel;
+  const int64_t first = (begin - read.x + read.width * layer_y) * channels + channel;
   fill(row, 0, begin, 0);
-  for (int64_t x = begin; x < end; ++x, from += channels) row[4 * x] = *from;
+  if (layer.halves) {
+    copy(layer.halves.get() + first, channels, end - begin, row + 4 * begin);
+  } else {
+    copy(layer.floats.get() + first, channels, end - begin, row + 4 * begin);
+  }
   fill(row, end, width, 0);
 }
 
@@ -48,7 +70,7 @@ void scatter(const std::vector<Read>& reads, const LayerPixels& layers,
             fill(row, 0, width, slot.value);
           } else {
             const auto index = static_cast<size_t>(slot.read);
-            fill_component(reads[index], layers[index].get(), slot.channel, y, width, row);
+            fill_component(reads[index], layers[index], slot.channel, y, width, row);
           }
         }
       }
