@@ -1,5 +1,7 @@
 #pragma once
 
+#include <qv/graph/table_memory.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <stdexcept>
@@ -79,8 +81,9 @@ class FlatMap {
     T value{};
     bool used = false;
   };
+  using Slots = std::vector<S, TableAllocator<S>>;
 
-  static constexpr uint64_t near_slots = uint64_t{1} << 16;  // a MiB of small values
+  static constexpr uint64_t near_slots = uint64_t{1} << 18;  // 4 MiB of small values
 
   void swap(FlatMap& other) noexcept {
     slots_.swap(other.slots_);
@@ -98,7 +101,7 @@ class FlatMap {
   }
   void rebuild(uint64_t slot_count);
 
-  std::vector<S> slots_;
+  Slots slots_;
   uint64_t count_ = 0;
   uint64_t mask_ = 0;
 };
@@ -107,14 +110,19 @@ template <class T>
 const T* FlatMap<T>::find(int64_t key) const {
   if (count_ == 0) return nullptr;
   const S* const slots = slots_.data();
-  uint64_t i = home(key);
-  // One key in four lies behind its home, which no processor can guess. Where the slots are near, the
-  // first step taken by arithmetic costs less than a wrong guess; where they are far, waiting for the
-  // home's content would keep the next call's memory from being asked for.
-  if (mask_ < near_slots) i = (i + (slots[i].used & (slots[i].key != key))) & mask_;
-  for (;; i = (i + 1) & mask_) {
-    if (!slots[i].used) return nullptr;
-    if (slots[i].key == key) return &slots[i].value;
+  const uint64_t i = home(key), next = (i + 1) & mask_;
+  // Where a key lies at its home or right behind it no processor can guess, and nearly all do. Where
+  // the slots are near, arithmetic picks the slot for less than a wrong guess costs; where they are
+  // far, waiting for the home's content would keep the next call's memory from being asked for.
+  const uint64_t likely = mask_ < near_slots ? (i + (slots[i].key != key)) & mask_ : i;
+  if (slots[likely].key == key && slots[likely].used) return &slots[likely].value;
+
+  // One test for all other ways to end within two slots, for the same reason.
+  const bool both_used = slots[i].used & slots[next].used;
+  if (!(both_used & (slots[next].key != key))) return both_used ? &slots[next].value : nullptr;
+  for (uint64_t j = (next + 1) & mask_;; j = (j + 1) & mask_) {
+    if (!slots[j].used) return nullptr;
+    if (slots[j].key == key) return &slots[j].value;
   }
 }
 
@@ -174,7 +182,7 @@ template <class T>
 void FlatMap<T>::rebuild(uint64_t slot_count) {
   constexpr uint64_t most = (uint64_t{1} << 60) - 1;
   if (slot_count > most || slot_count > slots_.max_size()) throw std::length_error("vector too long");
-  std::vector<S> slots(slot_count);
+  Slots slots(slot_count);
   const uint64_t mask = slot_count - 1;
   for (const S& old : slots_) {
     if (!old.used) continue;

@@ -101,6 +101,8 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
                          bool flag, double cost, bool pinned) {
   if (n_holds > Holds().max_size()) throw std::length_error("vector too long");
   for (size_t i = 0; i < n_holds; ++i) refs_.prefetch(holds[i].first);
+  // A cache that is full gives up its least recent entry for this one.
+  if (head_[0] >= 0) __builtin_prefetch(at(head_[0]).holds.data());
 
   // Everything that may fail comes first and changes nothing that a caller can see.
   const int* const cached = index_.find(key);
@@ -127,6 +129,7 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
   e.holds.assign(holds, holds + n_holds);
   link_back(entry, pinned ? 1 : 0);
   hold(e.holds, e.list, 1);
+  if (head_[0] >= 0) prefetch_removal(at(head_[0]));
   return previous;
 }
 
