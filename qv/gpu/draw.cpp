@@ -1,4 +1,3 @@
-#include <qv/gpu/counters.h>
 #include <qv/gpu/draw.h>
 #include <qv/gpu/gl/entry_points.h>
 #include <qv/gpu/gl/enums.h>
@@ -32,12 +31,12 @@ int draw_in_context(uint32_t framebuffer, int32_t width, int32_t height, uint32_
   gl::DrawElementsInstancedBaseInstance(mode, index_count, gl::UNSIGNED_INT, nullptr, 1, 0);
   gl::BindVertexArray(0);
   gl::BindFramebuffer(gl::FRAMEBUFFER, restore_framebuffer);
-  ++counters.draws;
+  ++uniform_cache::counters.draws;
   return 0;
 }
 
 void count_draw() {
-  ++counters.draws;
+  ++uniform_cache::counters.draws;
 }
 
 }  // namespace qv::gpu

@@ -1,23 +1,26 @@
-#include <qv/gpu/counters.h>
 #include <qv/gpu/gl/entry_points.h>
 #include <qv/gpu/name_map.h>
 #include <qv/gpu/registry.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <span>
 #include <vector>
 
 namespace qv::gpu {
 
+namespace uniform_cache {
+
+Recent recent;
+Stats counters;
+
+}  // namespace uniform_cache
+
 namespace {
 
-// The value last uploaded to one location; a count of 0 remembers nothing.
-struct CacheSlot {
-  int32_t count = 0;
-  float values[16] = {};
-};
+using uniform_cache::counters;
+using uniform_cache::recent;
+using CacheSlot = uniform_cache::Slot;
 
 struct Program {
   NameMap<UniformInfo> uniforms;
@@ -37,33 +40,31 @@ std::unordered_map<uint32_t, Program>& programs() {
   return map;
 }
 
-// The entry used last and its slots: values come in runs for one program, and one that is there
-// already must cost next to nothing. Entries do not move; only program_forget invalidates them.
-struct Recent {
-  static constexpr uint64_t none = uint64_t{1} << 32;  // no program's name, so one comparison suffices
-  uint64_t name = none;
-  Program* entry = nullptr;
-  std::span<const CacheSlot> slots;
-};
-Recent recent;
+// The entry of recent.program. Entries do not move; only program_forget invalidates them.
+Program* recent_entry = nullptr;
 
-// Kept out of line, like all that a hit does not need, so that the way to a hit is short.
+void make_recent(uint32_t program, Program* entry) {
+  recent_entry = entry;
+  recent = {program, entry->cache.data(), entry->cache.size()};
+}
+
+// Kept out of line, so that what it follows is short.
 [[gnu::noinline]] Program* search(uint32_t program, bool add) {
   auto at = programs().find(program);
   if (at == programs().end()) {
     if (!add) return nullptr;
     at = programs().try_emplace(program).first;
   }
-  recent = {program, &at->second, at->second.cache};
-  return recent.entry;
+  make_recent(program, &at->second);
+  return recent_entry;
 }
 
 Program* find_program(uint32_t program) {
-  return recent.name == program ? recent.entry : search(program, false);
+  return recent.program == program ? recent_entry : search(program, false);
 }
 
 Program& find_or_add_program(uint32_t program) {
-  return recent.name == program ? *recent.entry : *search(program, true);
+  return recent.program == program ? *recent_entry : *search(program, true);
 }
 
 // A count that no upload has is remembered as it stands, but never reaches past the 16 floats.
@@ -78,14 +79,7 @@ bool equal_bytes(const void* a, const void* b, size_t bytes) {
 // Whether a location has this value; one that was never set has the value of no floats.
 bool holds(std::span<const CacheSlot> slots, int32_t location, const float* values, int32_t count) {
   const auto index = static_cast<size_t>(location);
-  if (index >= slots.size()) return count == 0;
-  const CacheSlot& slot = slots[index];
-  if (slot.count != count) return false;
-  // A loop and no memcmp: nearly all values are one to four floats.
-  for (int32_t i = 0; i < std::min(count, 16); ++i) {
-    if (std::bit_cast<uint32_t>(slot.values[i]) != std::bit_cast<uint32_t>(values[i])) return false;
-  }
-  return true;
+  return index < slots.size() ? uniform_cache::holds(slots[index], values, count) : count == 0;
 }
 
 void upload(uint32_t program, int32_t location, const float* values, int32_t count) {
@@ -115,12 +109,11 @@ void upload(uint32_t program, int32_t location, const float* values, int32_t cou
   ++counters.uploads;
 }
 
-[[gnu::noinline]] void send(Program& entry, uint32_t program, int32_t location, const float* values,
-                            int32_t count) {
+void send(Program& entry, uint32_t program, int32_t location, const float* values, int32_t count) {
   const auto index = static_cast<size_t>(location);
   if (index >= entry.cache.size()) {
     entry.cache.resize(index + 1);
-    if (recent.entry == &entry) recent.slots = entry.cache;
+    if (recent_entry == &entry) make_recent(program, &entry);
   }
   upload(program, location, values, count);
   ++entry.revision;
@@ -135,16 +128,6 @@ void set_cached(Program& entry, uint32_t program, int32_t location, const float*
     return;
   }
   send(entry, program, location, values, count);
-}
-
-// What uniform_set does when the value is not found there at once.
-[[gnu::noinline]] void set_slowly(uint32_t program, int32_t location, const float* values, int32_t count) {
-  if (location >= 0) {
-    set_cached(find_or_add_program(program), program, location, values, count);
-    return;
-  }
-  upload(program, location, values, count);
-  if (Program* const entry = find_program(program)) ++entry->revision;
 }
 
 void set_each(Program& entry, uint32_t program, std::span<const Pending> batch) {
@@ -174,6 +157,7 @@ void program_add(uint32_t program, std::string_view name, UniformInfo info) {
 
 void program_forget(uint32_t program) {
   recent = {};
+  recent_entry = nullptr;
   programs().erase(program);
 }
 
@@ -211,14 +195,13 @@ void uniform_forget(uint32_t program, int32_t location) {
   }
 }
 
-void uniform_set(uint32_t program, int32_t location, const float* values, int32_t count) {
-  // The usual case alone, a value that is there already: with nothing called there is nothing to
-  // save and restore either, which is half of the cost.
-  if (location >= 0 && recent.name == program && holds(recent.slots, location, values, count)) {
-    ++counters.skipped;
+void uniform_cache::set(uint32_t program, int32_t location, const float* values, int32_t count) {
+  if (location >= 0) {
+    set_cached(find_or_add_program(program), program, location, values, count);
     return;
   }
-  set_slowly(program, location, values, count);
+  upload(program, location, values, count);
+  if (Program* const entry = find_program(program)) ++entry->revision;
 }
 
 void uniform_set_block(uint32_t program, uint64_t key, const Pending* pending, int32_t n) {

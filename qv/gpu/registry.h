@@ -1,6 +1,7 @@
 #pragma once
 
 #include <qv/export.h>
+#include <qv/gpu/uniform_cache.h>
 
 #include <cstdint>
 #include <string_view>
@@ -44,6 +45,10 @@ struct Stats {
 
 QV_API const Stats& stats();
 
+namespace uniform_cache {
+QV_API extern Stats counters;  // what stats() shows
+}
+
 // Notes a uniform of a program, over what was noted under this name before.
 QV_API void program_add(uint32_t program, std::string_view name, UniformInfo info);
 
@@ -66,9 +71,15 @@ QV_API void uniform_forget(uint32_t program, int32_t location);
 
 // Sends `count` floats to a location, unless the bytes are those sent last. The count picks the GL
 // call (1 to 4, 9, 16; any other count sends nothing, and is counted and remembered all the same).
-// A negative location is passed on to GL every time. A hit costs one hash look-up and one short
-// comparison.
-QV_API void uniform_set(uint32_t program, int32_t location, const float* values, int32_t count);
+// A negative location is passed on to GL every time. A hit costs a short comparison and, when the
+// program is not the one used last, a hash look-up.
+QV_API inline void uniform_set(uint32_t program, int32_t location, const float* values, int32_t count) {
+  if (uniform_cache::holds(program, location, values, count)) [[likely]] {
+    ++uniform_cache::counters.skipped;
+  } else {
+    uniform_cache::set(program, location, values, count);
+  }
+}
 
 // Sets n values, in order. `key` is the caller's name for exactly this batch: the same key again,
 // with nothing sent to or forgotten of the program in between, skips the batch unseen, at the same
