@@ -47,6 +47,13 @@ uint32_t link(uint32_t vertex, uint32_t fragment, const std::string& name) {
   throw ShaderError(name + ": does not link:\n" + log.data());
 }
 
+// A text with more lines behind its first, which says the version.
+std::string with_defines(const std::string& text, std::string_view defines) {
+  const size_t end = text.find('\n') + 1;  // 0 for a text of one line: it has no version
+  // Every image is read through a sampler of the texture pool.
+  return text.substr(0, end) + "#define NEAREST_SAMPLERS\n" + std::string(defines) + text.substr(end);
+}
+
 bool is_sampler(GLenum type) {
   return type == GL_SAMPLER_2D || type == GL_SAMPLER_3D;
 }
@@ -109,9 +116,9 @@ struct ShaderLibrary::State {
   uint32_t vertex_array = 0;
   uint32_t elements = 0;
 
-  const Program& build(std::string_view name, const std::string& text) {
+  const Program& build(std::string_view name, const std::string& text, std::string_view defines = {}) {
     const std::string label(name);
-    const uint32_t fragment = compile(GL_FRAGMENT_SHADER, text, label);
+    const uint32_t fragment = compile(GL_FRAGMENT_SHADER, with_defines(text, defines), label);
     Program program;
     try {
       program.name = link(vertex_shader, fragment, label);
@@ -165,15 +172,18 @@ fs::path ShaderLibrary::default_root() {
   throw ShaderError("no fragment programs found; looked for fullscreen.vert in" + looked);
 }
 
-const Program& ShaderLibrary::get(std::string_view file) {
-  const auto known = state_->programs.find(file);
-  return known != state_->programs.end() ? known->second : state_->build(file, source(file));
+const Program& ShaderLibrary::get(std::string_view file, std::string_view defines) {
+  std::string name(file);
+  if (!defines.empty()) name.append("\n").append(defines);
+  const auto known = state_->programs.find(name);
+  return known != state_->programs.end() ? known->second : state_->build(name, source(file), defines);
 }
 
-const Program& ShaderLibrary::get_generated(std::string_view name, const std::string& source) {
+const Program& ShaderLibrary::get_generated(std::string_view name,
+                                            const std::function<std::string()>& source) {
   const auto known = state_->programs.find(name);
   if (known != state_->programs.end()) return known->second;
-  return state_->build(name, state_->texts.splice(source, std::string(name)));
+  return state_->build(name, state_->texts.splice(source(), std::string(name)));
 }
 
 std::string ShaderLibrary::source(std::string_view file) const {

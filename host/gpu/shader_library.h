@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -44,11 +45,13 @@ class ShaderLibrary {
   static std::filesystem::path default_root();
 
   // The program of a file. The reference holds as long as the library. Throws ShaderError.
-  const Program& get(std::string_view file);
+  // defines: lines such as "#define OPERATION 22", put in front of the text; each choice of them is
+  // a program of its own, in which branches that hang on them cost nothing.
+  const Program& get(std::string_view file, std::string_view defines = {});
 
-  // A program from text made at run time, under a name that stands for its content: a second call
-  // with the name returns the first program. The text may have #include lines. Throws ShaderError.
-  const Program& get_generated(std::string_view name, const std::string& source);
+  // A program from text made at run time, under a name that stands for its content: only the first
+  // call with a name asks for the text, which may have #include lines. Throws ShaderError.
+  const Program& get_generated(std::string_view name, const std::function<std::string()>& source);
 
   // The text of a file with its #include lines spliced. Throws ShaderError.
   std::string source(std::string_view file) const;

@@ -39,22 +39,26 @@ class Merge final : public Operation {
     if (setup.out_none || setup.mix == 0) return inputs[1];
 
     const int mask_channel = setup.mask_chans.empty() ? -1 : mask_index(setup.mask_chans);
-    const Uniform uniforms[] = {{"u_op", setup.op},
-                                {"u_a_channels", factors(setup.a_chans)},
+    const Uniform uniforms[] = {{"u_a_channels", factors(setup.a_chans)},
                                 {"u_b_channels", factors(setup.b_chans)},
                                 {"u_out", std::array<double, 4>{setup.out_mask[0], setup.out_mask[1],
                                                                 setup.out_mask[2], setup.out_mask[3]}},
                                 {"u_mix", setup.mix},
                                 {"u_mask_channel", static_cast<double>(mask_channel)},
-                                {"u_invert_mask", setup.second_flag},
-                                {"u_alpha_masking", setup.alpha_masking}};
+                                {"u_invert_mask", setup.second_flag}};
     const Input images[] = {{"u_a", inputs[0]}, {"u_b", inputs[1]}, {"u_mask", inputs[2]}};
     Image result = context.make(extent);
-    context.draw("merge.frag", result, uniforms, images);
+    context.draw(context.shaders().get("merge.frag", defines(setup)), result, uniforms, images);
     return result;
   }
 
  private:
+  static std::string defines(const logic::MergeSetup& setup) {
+    return "#define OPERATION " + std::to_string(static_cast<int>(setup.op)) + "\n#define MASKED " +
+           (setup.mask_chans.empty() ? "0" : "1") + "\n#define ALPHA_MASKING " +
+           (setup.alpha_masking != 0 ? "1" : "0") + "\n";
+  }
+
   static int mask_index(const std::string& text) {
     const logic::Chan channel = logic::common_parse_channel(text);
     if (channel.layer == "rgba") return channel.index;

@@ -38,9 +38,10 @@ class OcioColorspace final : public Operation {
   }
 
   static const gpu::Program& program(const ColorConversion& conversion, RenderContext& context) {
-    const std::string source =
-        qv::nodes::ocio::splice(context.shaders().source("ocio.glsl"), conversion.generated);
-    return context.shaders().get_generated("ocio " + conversion.id, source);
+    gpu::ShaderLibrary& shaders = context.shaders();
+    return shaders.get_generated("ocio " + conversion.id, [&] {
+      return qv::nodes::ocio::splice(shaders.source("ocio.glsl"), conversion.generated);
+    });
   }
 
   static gpu::TexturePtr uploaded(const ColorConversion& conversion, const ColorConversion::Table& table,

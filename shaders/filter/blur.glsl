@@ -1,22 +1,24 @@
 // One axis of the separable blur: the mean over the kernel's pixels along `axis`, 2 u_radius + 1
-// reads. Formula: sum of w_k x_k over the sum of w_k. Stands on image.glsl and kernel.glsl.
+// reads. Formula: sum of w_k x_k over the sum of w_k. Stands on image.glsl, kernel.glsl and texel.glsl.
 
-ivec2 centre = ivec2(0), step_one = ivec2(0), border = ivec2(0);
+// Places of texels, scaled as texel() wants them.
+vec2 centre = vec2(0.0), step_one = vec2(0.0), first = vec2(0.0), border = vec2(0.0);
 vec4 total = vec4(0.0);
 float weights = 0.0;
 
 void tap(int k, float weight) {
-  ivec2 away = k * step_one;
-  total += weight * (texelFetch(u_image, max(centre - away, ivec2(0)), 0) +
-                     texelFetch(u_image, min(centre + away, border), 0));
+  vec2 away = float(k) * step_one;
+  total += weight * (texel(u_image, max(centre - away, first)) + texel(u_image, min(centre + away, border)));
   weights += 2.0 * weight;
 }
 
 vec4 blur(float axis) {
-  centre = here();
-  border = last(u_image);
-  step_one = along(axis);
-  total = texelFetch(u_image, centre, 0);
+  vec2 scale = texel_scale(u_image);
+  centre = gl_FragCoord.xy * scale;
+  first = 0.5 * scale;
+  border = (vec2(last(u_image)) + 0.5) * scale;
+  step_one = vec2(along(axis)) * scale;
+  total = texel(u_image, centre);
   weights = 1.0;
   sweep();
   return total / weights;

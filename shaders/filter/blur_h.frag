@@ -4,6 +4,7 @@
 
 #include "image.glsl"
 #include "kernel.glsl"
+#include "texel.glsl"
 #include "blur.glsl"
 
 void main() {

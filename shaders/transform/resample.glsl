@@ -4,6 +4,8 @@
 // bottom of what is drawn, in the target's pixels. u_weight multiplies the result.
 //
 // A filter a program, and few branches: processors that draw in software take all sides of each.
+#include "texel.glsl"
+
 layout(location = 0) out vec4 o_color;
 uniform sampler2D u_image;
 uniform vec3 u_row_x;
@@ -34,14 +36,14 @@ vec4 nearest(vec2 position) {
 
 // Outside the image a column or row weighs nothing.
 vec4 bilinear(vec2 position) {
-  ivec2 size = textureSize(u_image, 0);
+  vec2 size = vec2(textureSize(u_image, 0));
   vec2 low = floor(position - 0.5);
   vec2 part = position - 0.5 - low;
-  ivec4 at = ivec4(low, low + 1.0);
-  vec4 weight = vec4(1.0 - part, part) * vec4(greaterThanEqual(at, ivec4(0))) * vec4(lessThan(at, size.xyxy));
-  at = clamp(at, ivec4(0), size.xyxy - 1);
-  return (texelFetch(u_image, at.xy, 0) * weight.x + texelFetch(u_image, at.zy, 0) * weight.z) * weight.y +
-         (texelFetch(u_image, at.xw, 0) * weight.x + texelFetch(u_image, at.zw, 0) * weight.z) * weight.w;
+  vec4 at = vec4(low + 0.5, low + 1.5);
+  vec4 weight = vec4(1.0 - part, part) * vec4(greaterThan(at, vec4(0.0))) * vec4(lessThan(at, size.xyxy));
+  at = clamp(at, vec4(0.5), size.xyxy - 0.5) * texel_scale(u_image).xyxy;
+  return (texel(u_image, at.xy) * weight.x + texel(u_image, at.zy) * weight.z) * weight.y +
+         (texel(u_image, at.xw) * weight.x + texel(u_image, at.zw) * weight.z) * weight.w;
 }
 
 // Catmull-Rom's weights of four texels, t beyond the second.
@@ -50,27 +52,26 @@ vec4 catmull_rom(float t) {
               t * (0.5 + t * (2.0 - 1.5 * t)), t * t * (-0.5 + 0.5 * t));
 }
 
-vec4 inside(ivec4 at, int size) {
-  return vec4(greaterThanEqual(at, ivec4(0))) * vec4(lessThan(at, ivec4(size)));
+vec4 inside(vec4 at, float size) {
+  return vec4(greaterThan(at, vec4(0.0))) * vec4(lessThan(at, vec4(size)));
+}
+
+vec4 row(vec4 columns, float y, vec4 across) {
+  return texel(u_image, vec2(columns.x, y)) * across.x + texel(u_image, vec2(columns.y, y)) * across.y +
+         texel(u_image, vec2(columns.z, y)) * across.z + texel(u_image, vec2(columns.w, y)) * across.w;
 }
 
 vec4 cubic(vec2 position) {
-  ivec2 size = textureSize(u_image, 0);
+  vec2 size = vec2(textureSize(u_image, 0));
   vec2 low = floor(position - 0.5);
   vec2 part = position - 0.5 - low;
-  ivec4 columns = int(low.x) + ivec4(-1, 0, 1, 2);
-  ivec4 rows = int(low.y) + ivec4(-1, 0, 1, 2);
+  vec4 columns = low.x + vec4(-0.5, 0.5, 1.5, 2.5);
+  vec4 rows = low.y + vec4(-0.5, 0.5, 1.5, 2.5);
   vec4 across = catmull_rom(part.x) * inside(columns, size.x);
   vec4 down = catmull_rom(part.y) * inside(rows, size.y);
-  columns = clamp(columns, ivec4(0), ivec4(size.x - 1));
-  rows = clamp(rows, ivec4(0), ivec4(size.y - 1));
-  vec4 total = vec4(0.0);
-  for (int j = 0; j < 4; ++j) {
-    vec4 row = texelFetch(u_image, ivec2(columns.x, rows[j]), 0) * across.x;
-    row += texelFetch(u_image, ivec2(columns.y, rows[j]), 0) * across.y;
-    row += texelFetch(u_image, ivec2(columns.z, rows[j]), 0) * across.z;
-    row += texelFetch(u_image, ivec2(columns.w, rows[j]), 0) * across.w;
-    total += row * down[j];
-  }
-  return total;
+  vec2 scale = texel_scale(u_image);
+  columns = clamp(columns, 0.5, size.x - 0.5) * scale.x;
+  rows = clamp(rows, 0.5, size.y - 0.5) * scale.y;
+  return row(columns, rows.x, across) * down.x + row(columns, rows.y, across) * down.y +
+         row(columns, rows.z, across) * down.z + row(columns, rows.w, across) * down.w;
 }
