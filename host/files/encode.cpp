@@ -147,6 +147,22 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   return spec;
 }
 
+// Hands the rows over a strip at a time: the library converts what it is given in one piece, and a
+// whole image's copies would cost more memory than the image. Strips end where compressed blocks do.
+bool write_rows(OIIO::ImageOutput& output, const Raster& raster) {
+  constexpr int strip = 256;
+  const OIIO::ImageSpec& spec = output.spec();
+  const auto floats_a_row = static_cast<size_t>(spec.width) * static_cast<size_t>(spec.nchannels);
+  for (int row = 0; row < spec.height; row += strip) {
+    const int end = std::min(row + strip, spec.height);
+    if (!output.write_scanlines(spec.y + row, spec.y + end, spec.z, OIIO::TypeFloat,
+                                raster.pixels + static_cast<size_t>(row) * floats_a_row)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 [[noreturn]] void refuse(const OIIO::ImageOutput& output) {
   const std::string text = output.geterror();
   throw std::runtime_error(text.empty() ? "the encoder failed" : text);
@@ -172,8 +188,8 @@ std::vector<unsigned char> encode(const WriteJob& job) {
   std::vector<unsigned char> content;
   OIIO::Filesystem::IOVecOutput sink(content);
   output->set_ioproxy(&sink);
-  if (!output->open(job.file.path, spec_of(job, raster, container, type)) ||
-      !output->write_image(OIIO::TypeFloat, raster.pixels) || !output->close())
+  if (!output->open(job.file.path, spec_of(job, raster, container, type)) || !write_rows(*output, raster) ||
+      !output->close())
     refuse(*output);
   return content;
 }

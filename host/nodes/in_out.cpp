@@ -222,6 +222,7 @@ NodeType write() {
       flag("overscan", false, "Keeps pixels outside the format, where the file type can."),
   };
   type.operation = std::make_shared<Write>();
+  type.takes_pending = true;
   type.writes_files = true;
   return type;
 }

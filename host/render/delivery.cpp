@@ -10,7 +10,7 @@
 namespace host::render {
 
 Delivery::Delivery(int threads)
-    : writer_(threads + 2, threads, [this](const files::WriteResult& result) { written(result); }) {}
+    : writer_(threads, threads, [this](const files::WriteResult& result) { written(result); }) {}
 
 Delivery::~Delivery() {
   finish();

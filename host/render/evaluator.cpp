@@ -71,6 +71,7 @@ struct Evaluator::Run {
   const Keep& keep;
   std::vector<Extent> extents;
   std::vector<ResultPtr> results;
+  std::vector<std::pair<nodes::Image, nodes::Image>> settled;  // pending, and drawn: for other readers
 };
 
 Evaluator::Evaluator(const shot::Composition& composition, const nodes::Project& project,
@@ -86,10 +87,12 @@ Evaluator::Evaluator(const shot::Composition& composition, const nodes::Project&
   if (time_device) timer_.emplace();
 }
 
-std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Keep& keep) {
+std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Keep& keep,
+                                              const std::vector<Part>& parts) {
   const DrawTime time(timer_, stats_);
   const size_t count = frame.graph.instances.size();
-  Run run{frame, keep, instance_extents(composition_, frame.graph, project_), std::vector<ResultPtr>(count)};
+  Run run{
+      frame, keep, instance_extents(composition_, frame.graph, project_), std::vector<ResultPtr>(count), {}};
   const TouchCycle cycle(store_);
   qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys);
 
@@ -113,7 +116,9 @@ std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Kee
   }
 
   std::vector<nodes::Image> images;
-  for (const int output : frame.graph.outputs) images.push_back(settled(run, static_cast<size_t>(output)));
+  for (size_t i = 0; i < parts.size(); ++i) {
+    images.push_back(settled(run, static_cast<size_t>(frame.graph.outputs[i]), parts[i]));
+  }
   return images;
 }
 
@@ -148,17 +153,29 @@ nodes::Image Evaluator::input_image(Run& run, const Instance& reader, int read) 
   return type.takes_pending ? run.results[at]->image : settled(run, at);
 }
 
-const nodes::Image& Evaluator::settled(Run& run, size_t at) {
+const nodes::Image& Evaluator::settled(Run& run, size_t at, Part part) {
   Result& result = *run.results[at];
   if (!result.image.pending) return result.image;
-  if (result.settled.texture || is_empty(result.image.extent.window)) return result.settled;
-  const Instance& instance = run.frame.graph.instances[at];
-  make_room(composition_, instance, result.image.extent.window);
-  result.settled = attempt(composition_, instance, [&] { return nodes::settle(result.image, context_); });
-  note_peak();
+  nodes::Image& drawn = part == Part::whole ? result.settled : result.in_format;
+  if (drawn.texture) return drawn;
+  nodes::Image wanted = result.image;
+  Box& window = wanted.extent.window;
+  if (part == Part::in_format) window = intersection(window, format_box(wanted.extent.format));
+  const auto known = std::find_if(run.settled.begin(), run.settled.end(), [&](const auto& each) {
+    return each.first.pending == wanted.pending && each.first.extent.window == window;
+  });
+  if (known != run.settled.end()) {
+    drawn = known->second;
+  } else {
+    const Instance& instance = run.frame.graph.instances[at];
+    make_room(composition_, instance, window);
+    drawn = attempt(composition_, instance, [&] { return nodes::settle(wanted, context_); });
+    run.settled.emplace_back(wanted, drawn);
+    note_peak();
+  }
   const int64_t key = run.frame.keys[at];
   if (store_.contains(key)) store_.put(key, run.results[at]);
-  return result.settled;
+  return drawn;
 }
 
 void Evaluator::make_room(const shot::Composition& composition, const Instance& instance, const Box& window) {

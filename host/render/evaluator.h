@@ -25,9 +25,13 @@ class Evaluator {
             nodes::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory,
             bool time_device);
 
-  // The outputs' images, settled, in the graph's order. Throws FrameError, MemoryLimit when one
-  // image alone is larger than the memory, and ShaderError.
-  std::vector<nodes::Image> evaluate(const KeyedFrame& frame, const Keep& keep);
+  // How much of an output is wanted: a transform at the end of a graph is drawn no further.
+  enum class Part { whole, in_format };
+
+  // The outputs' images, settled, in the graph's order; `parts` names one an output. Throws
+  // FrameError, MemoryLimit when one image alone is larger than the memory, and ShaderError.
+  std::vector<nodes::Image> evaluate(const KeyedFrame& frame, const Keep& keep,
+                                     const std::vector<Part>& parts);
 
   // Milliseconds that the device has drawn for. Waits for the last draw.
   double device_ms() {
@@ -39,7 +43,7 @@ class Evaluator {
 
   void compute(Run& run, size_t at);
   nodes::Image input_image(Run& run, const Instance& reader, int read);
-  const nodes::Image& settled(Run& run, size_t at);
+  const nodes::Image& settled(Run& run, size_t at, Part part = Part::whole);
   void make_room(const shot::Composition& composition, const Instance& instance, const Box& window);
   void note_peak();
 

@@ -9,7 +9,7 @@
 namespace host::render {
 namespace {
 
-constexpr size_t most_spare_buffers = 8;
+constexpr size_t most_spare_buffers = 4;
 
 // Alive until the ring has run the callback.
 struct Transfer {

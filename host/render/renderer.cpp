@@ -40,6 +40,8 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       single_keys(composition, project),
       gpu_before(qv::gpu::stats()),
       scratch_before(filter::stats().created) {
+  // A processor that draws does not copy meanwhile; a device goes on with the next image.
+  qv::transport::set_ring_size(gpu.software() ? 1 : 3);
   std::string error;
   if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
   filter::scratch_sampler(pool.sampler());
@@ -79,7 +81,7 @@ HostImage Renderer::image(int node, int64_t frame) {
   State& state = *state_;
   const KeyedFrame keyed = state.single_keys.frame({node}, frame);
   // Nothing is known of what will be asked for next, so everything may be.
-  const auto images = state.evaluator.evaluate(keyed, [](int64_t) { return true; });
+  const auto images = state.evaluator.evaluate(keyed, [](int64_t) { return true; }, {Evaluator::Part::whole});
   const nodes::Image& image = images.at(0);
   HostImage result{image.extent, {}};
   if (!image.texture) return result;

@@ -11,7 +11,8 @@ using Holds = std::vector<std::pair<int64_t, int64_t>>;
 
 void add_hold(const nodes::Image& image, Holds& holds) {
   if (!image.texture) return;
-  holds.emplace_back(static_cast<int64_t>(image.texture->id), static_cast<int64_t>(image.texture->bytes()));
+  const std::pair hold(static_cast<int64_t>(image.texture->id), static_cast<int64_t>(image.texture->bytes()));
+  if (std::find(holds.begin(), holds.end(), hold) == holds.end()) holds.push_back(hold);
 }
 
 }  // namespace
@@ -43,6 +44,7 @@ void ResultStore::put(int64_t key, ResultPtr result) {
   Holds holds;
   add_hold(result->image, holds);
   add_hold(result->settled, holds);
+  add_hold(result->in_format, holds);
   if (free_.empty()) {
     free_.push_back(static_cast<int64_t>(results_.size()));
     results_.emplace_back();

@@ -11,10 +11,12 @@
 
 namespace host::render {
 
-// What a node gave, and the same with its pending transform applied, once somebody asked for it.
+// What a node gave, and the same with its pending transform applied, once somebody asked for it:
+// all of it for nodes, and what lies in the format for files. Textures are null until made.
 struct Result {
   nodes::Image image;
-  nodes::Image settled;  // texture null until made
+  nodes::Image settled;
+  nodes::Image in_format;
 };
 
 using ResultPtr = std::shared_ptr<Result>;

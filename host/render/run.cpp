@@ -20,9 +20,10 @@ struct Target {
   files::OutputFile file;
 };
 
-// Looks for a few frames ahead of the one being rendered: enough to keep every decoder busy.
+// Looks for a few frames ahead of the one being rendered: decoding shares the processors with drawing
+// and encoding, so more would only lie in memory.
 int frames_ahead(int threads) {
-  return threads + 1;
+  return std::max(1, threads / 2);
 }
 
 }  // namespace
@@ -116,8 +117,12 @@ class Run {
     const std::vector<Target> targets = targets_of(frame.frame);
     check_paths(targets, frame.frame);
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
-    const auto images =
-        state_.evaluator.evaluate(frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); });
+    std::vector<Evaluator::Part> parts;
+    for (const Target& target : targets) {
+      parts.push_back(target.file.overscan ? Evaluator::Part::whole : Evaluator::Part::in_format);
+    }
+    const auto images = state_.evaluator.evaluate(
+        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts);
     for (size_t i = 0; i < targets.size(); ++i) delivery_.send(frame.frame, images[i], targets[i].file);
   }
 
