@@ -44,7 +44,8 @@ std::string Folder::image(const std::string& compression, int width, int height,
       }
     }
   }
-  const std::string path = (path_ / (compression + std::to_string(width) + "x" + std::to_string(layers) + ".exr")).string();
+  const std::string path =
+      (path_ / (compression + std::to_string(width) + "x" + std::to_string(layers) + ".exr")).string();
   const auto output = OIIO::ImageOutput::create(path);
   if (!output || !output->open(path, spec) || !output->write_image(OIIO::TypeHalf, pixels.data()) ||
       !output->close())
