@@ -1,8 +1,8 @@
 #include <qv/nodes/color/pack.h>
 #include <qv/nodes/ocio/splice.h>
 
-#include "bench/nodes/allocations.h"
 #include "bench/nodes/topics.h"
+#include "tests/support/allocations.h"
 
 #include <algorithm>
 #include <cstring>
@@ -44,10 +44,10 @@ void measure_pack(bench::Report& report) {
   report.require(packed[6].values[3] == 0.5F && packed[7].values[1] == 0.25F, name);
 
   const int repeats = report.quick() ? 1'000 : 50'000;
-  const std::uint64_t before = allocations();
+  const std::uint64_t before = support::allocations.made;
   fill();
   report.row(name + ", allocations", "a call", bench::Better::less,
-             static_cast<double>(allocations() - before));
+             static_cast<double>(support::allocations.made - before));
   const auto timing = bench::time_in_turn(15, {[&] {
                                             for (int i = 0; i < repeats; ++i) fill();
                                           }});

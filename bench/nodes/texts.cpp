@@ -1,7 +1,7 @@
 #include <qv/nodes/merge/channels.h>
 
-#include "bench/nodes/allocations.h"
 #include "bench/nodes/topics.h"
+#include "tests/support/allocations.h"
 
 #include <array>
 #include <string>
@@ -23,10 +23,10 @@ void measure_texts(bench::Report& report) {
   for (size_t i = 0; i < routes.size(); ++i) report.require(routes[i].kind == kinds[i], name);
 
   const int repeats = report.quick() ? 1'000 : 20'000;
-  const std::uint64_t before = allocations();
+  const std::uint64_t before = support::allocations.made;
   read();
   report.row(name + ", allocations", "a call", bench::Better::less,
-             static_cast<double>(allocations() - before));
+             static_cast<double>(support::allocations.made - before));
   const auto timing = bench::time_in_turn(15, {[&] {
                                             for (int i = 0; i < repeats; ++i) read();
                                           }});

@@ -1,7 +1,7 @@
 #include <qv/xform/steps.h>
 
-#include "bench/nodes/allocations.h"
 #include "bench/nodes/topics.h"
+#include "tests/support/allocations.h"
 
 #include <cstdint>
 #include <string>
@@ -62,7 +62,7 @@ void measure_transforms(bench::Report& report) {
   const auto timings = bench::time_in_turn(report.quick() ? 5 : 25, {many(chain), many(products)});
   report.row(name, "ns", bench::Better::less, timings[0].median * 1e9 / calls);
   report.row("of it, 8 products", "ns", bench::Better::less, timings[1].median * 1e9 / calls);
-  const std::uint64_t before = allocations();
+  const std::uint64_t before = support::allocations.made;
   chain();
-  report.row(name, "allocs", bench::Better::less, static_cast<double>(allocations() - before));
+  report.row(name, "allocs", bench::Better::less, static_cast<double>(support::allocations.made - before));
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -9,10 +11,34 @@
 
 namespace qv::gpu {
 
+// In the caller's own code and eight bytes at a time, the last of which may overlap: names are short,
+// and a filter looks up dozens of them a frame.
 struct NameHash {
   using is_transparent = void;
   size_t operator()(std::string_view name) const {
-    return std::hash<std::string_view>{}(name);
+    const char* const text = name.data();
+    const size_t n = name.size();
+    if (n >= 8) {
+      uint64_t hash = n;
+      for (size_t i = 0; i + 8 < n; i += 8) hash = mixed(hash ^ word<uint64_t>(text + i));
+      return mixed(hash ^ word<uint64_t>(text + n - 8));
+    }
+    if (n >= 4) return mixed(n ^ word<uint32_t>(text) ^ uint64_t{word<uint32_t>(text + n - 4)} << 29);
+    return mixed(n == 0 ? 0
+                        : n ^ word<uint8_t>(text) << 8U ^ word<uint8_t>(text + n / 2) << 16U ^
+                              word<uint8_t>(text + n - 1) << 24U);
+  }
+
+ private:
+  template <class Word>
+  static Word word(const char* text) {
+    Word result = 0;
+    std::memcpy(&result, text, sizeof result);
+    return result;
+  }
+  static uint64_t mixed(uint64_t hash) {
+    hash *= 0xff51afd7ed558ccd;
+    return hash ^ (hash >> 32);
   }
 };
 

@@ -1,50 +1,12 @@
 #include "tests/graph/checks.h"
+#include "tests/support/allocations.h"
 
-#include <cstdlib>
 #include <functional>
-#include <new>
-
-namespace {
-
-long allocations_left = -1;  // until one fails; negative: none does
-long live = 0;
-
-void* allocate(size_t size, size_t alignment) {
-  if (allocations_left >= 0 && allocations_left-- == 0) throw std::bad_alloc();
-  void* const memory = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-  if (!memory) throw std::bad_alloc();
-  ++live;
-  return memory;
-}
-
-void release(void* memory) noexcept {
-  if (memory) --live;
-  std::free(memory);
-}
-
-}  // namespace
-
-void* operator new(size_t size) {
-  return allocate(size, 16);
-}
-void* operator new(size_t size, std::align_val_t alignment) {
-  return allocate(size, static_cast<size_t>(alignment));
-}
-void operator delete(void* memory) noexcept {
-  release(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-  release(memory);
-}
-void operator delete(void* memory, std::align_val_t) noexcept {
-  release(memory);
-}
-void operator delete(void* memory, size_t, std::align_val_t) noexcept {
-  release(memory);
-}
 
 namespace qv::graph {
 namespace {
+
+using support::allocations;
 
 // What a host could see of a cache.
 using State = std::tuple<std::vector<int64_t>, std::vector<int64_t>, std::vector<int64_t>, int64_t, int64_t>;
@@ -65,19 +27,19 @@ TEST(ResultCache, EveryAllocationMayFail) {
     if (step % 6 == 4) cache.evict(step % 17 ? 300 : 60, 200);
     if (step % 6 == 5) cache.end_touch({step / 3, step / 4, step / 5});
   };
-  const long before = live;
+  const int64_t before = allocations.live;
   bool failed = true;
-  for (long n = 0; failed; ++n) {
+  for (int64_t n = 0; failed; ++n) {
     failed = false;
-    long left = n;
+    int64_t left = n;
     ResultCache cache;
     for (int64_t step = 0; step < 180; ++step) {
       cache.touching = true;
       const State was = state(cache);
       try {
-        allocations_left = left;
+        allocations.left = left;
         act(cache, step);
-        left = std::exchange(allocations_left, -1);
+        left = std::exchange(allocations.left, -1);
       } catch (const std::bad_alloc&) {
         failed = true;
         left = -1;
@@ -88,7 +50,7 @@ TEST(ResultCache, EveryAllocationMayFail) {
       ResultCacheCheck::holds(cache);
     }
   }
-  EXPECT_EQ(live, before);
+  EXPECT_EQ(allocations.live, before);
 }
 
 TEST(ResultCache, RefusesWhatNoMemoryHolds) {

@@ -2,33 +2,15 @@
 #include <qv/nodes/color/pack.h>
 #include <qv/nodes/ocio/splice.h>
 
+#include "tests/support/allocations.h"
+
 #include <bit>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <random>
 #include <tuple>
 
 #include <gtest/gtest.h>
-
-namespace {
-
-size_t allocations = 0;
-
-}  // namespace
-
-void* operator new(size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size + 1)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -88,9 +70,9 @@ TEST(Pack, FillsEveryComponentAndNothingElse) {
     ASSERT_TRUE(spec.finish(nullptr));
     std::vector<Packed> packed(spec.uniforms.size());
     for (Packed& each : packed) each.values.fill(7);
-    const size_t before = allocations;
+    const size_t before = support::allocations.made;
     pack(spec, flat.data(), inputs.data(), packed.data());
-    ASSERT_EQ(allocations, before);
+    ASSERT_EQ(support::allocations.made, before);
     ASSERT_TRUE(packed.empty() ||
                 !std::memcmp(packed.data(), expected.data(), packed.size() * sizeof packed[0]));
   }

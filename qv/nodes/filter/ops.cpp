@@ -42,6 +42,15 @@ double ramp(double t, double w) {
   return 1 - (w - t) * (w - t) / (2 * w * w);
 }
 
+// The values of a pass; a list in braces would copy each of them once more.
+template <class... Values>
+std::vector<Uni> values(Values&&... each) {
+  std::vector<Uni> list;
+  list.reserve(sizeof...(each));
+  (list.push_back(std::forward<Values>(each)), ...);
+  return list;
+}
+
 struct Box {
   int64_t x0 = 0;
   int64_t y0 = 0;
@@ -74,8 +83,8 @@ int add_separable_blur(Plan& plan, int source, double sx, double sy, int filter)
   const auto add_axis = [&](const char* program, double size) {
     const int r = radius(size, filter);
     if (r == 0) return;
-    current =
-        plan.pass(program, current, {U("u_size", size), U("u_radius", r), U("u_filter", filter)}, {}, 0, 0);
+    current = plan.pass(program, current, values(U("u_size", size), U("u_radius", r), U("u_filter", filter)),
+                        {}, 0, 0);
   };
   add_axis("blur_v.frag", sy);
   add_axis("blur_h.frag", sx);
@@ -95,10 +104,10 @@ int add_blur(Plan& plan, int source, const Blur& blur) {
   const int64_t cx1 = ceil_divide(blur.box.x1, fx);
   const int64_t cy1 = ceil_divide(blur.box.y1, fy);
   const auto real = [](int64_t x) { return static_cast<double>(x); };
-  const std::vector<Uni> unis = {
-      U2("u_factor", fx, fy),
-      U4("u_bbox", real(blur.box.x0), real(blur.box.y0), real(blur.box.x1), real(blur.box.y1)),
-      U2("u_cell", real(cx0), real(cy0))};
+  const std::vector<Uni> unis =
+      values(U2("u_factor", fx, fy),
+             U4("u_bbox", real(blur.box.x0), real(blur.box.y0), real(blur.box.x1), real(blur.box.y1)),
+             U2("u_cell", real(cx0), real(cy0)));
   const int down =
       plan.pass("blur_downrez.frag", source, unis, {}, cell_count(cx0, cx1), cell_count(cy0, cy1));
   const int blurred = add_separable_blur(plan, down, blur.sx / fx, blur.sy / fy, blur.filter);
@@ -110,18 +119,18 @@ int build_blur(Plan& plan, Params p) {
 }
 
 int build_glow(Plan& plan, Params p) {
-  const int bright = plan.pass("glow_prep.frag", 0, {U("u_tolerance", p[8])}, {}, 0, 0);
+  const int bright = plan.pass("glow_prep.frag", 0, values(U("u_tolerance", p[8])), {}, 0, 0);
   const int blurred = add_blur(plan, bright, leading_blur(p));
   return plan.pass("glow_add.frag", 0,
-                   {U3("u_tint", p[9], p[10], p[11]), U("u_brightness", p[12]), U("u_saturation", p[13]),
-                    U("u_effect_only", p[14] != 0 ? 1 : 0)},
+                   values(U3("u_tint", p[9], p[10], p[11]), U("u_brightness", p[12]),
+                          U("u_saturation", p[13]), U("u_effect_only", p[14] != 0 ? 1 : 0)),
                    {{"u_glow", blurred}}, 0, 0);
 }
 
 int build_sharpen(Plan& plan, Params p) {
   const int blurred = add_blur(plan, 0, leading_blur(p));
   if (blurred == 0) return 0;
-  return plan.pass("sharpen.frag", 0, {U("u_amount", p[8]), U("u_min", p[9]), U("u_max", p[10])},
+  return plan.pass("sharpen.frag", 0, values(U("u_amount", p[8]), U("u_min", p[9]), U("u_max", p[10])),
                    {{"u_blur", blurred}}, 0, 0);
 }
 
@@ -134,7 +143,7 @@ int build_dilate(Plan& plan, Params p) {
   int current = 0;
   for (const int axis : {0, 1}) {
     current = plan.pass("dilate.frag", current,
-                        {U("u_n", n), U("u_frac", frac), U("u_max", max), U("u_axis", axis)}, {}, 0, 0);
+                        values(U("u_n", n), U("u_frac", frac), U("u_max", max), U("u_axis", axis)), {}, 0, 0);
   }
   return current;
 }
@@ -146,8 +155,8 @@ int build_filter_erode(Plan& plan, Params p) {
   const double flag = p[0] > 0 ? 1 : 0;
   const auto add_axis = [&](int source, double axis, double in, double out) {
     return plan.pass("filter_erode.frag", source,
-                     {U("u_size", size), U("u_radius", r), U("u_filter", filter), U("u_axis", axis),
-                      U("u_in", in), U("u_out", out)},
+                     values(U("u_size", size), U("u_radius", r), U("u_filter", filter), U("u_axis", axis),
+                            U("u_in", in), U("u_out", out)),
                      {}, 0, 0);
   };
   // The flag swaps minimum and maximum by complementing on the way in and on the way out.
@@ -167,7 +176,7 @@ int build_erode(Plan& plan, Params p) {
     double offset = 0;
     erode_ramp(amount, &scale, &offset);
     current = plan.pass("erode_blur.frag", blurred,
-                        {U("u_a", scale), U("u_b", offset), U("u_grow", amount > 0 ? 1 : 0)}, {}, 0, 0);
+                        values(U("u_a", scale), U("u_b", offset), U("u_grow", amount > 0 ? 1 : 0)), {}, 0, 0);
   }
   // The edge is moved with the triangle that the ramp is made for, but softened by a Gaussian.
   if (soft > 0) current = add_blur(plan, current, {soft, soft, 3, limit, box});
@@ -177,8 +186,8 @@ int build_erode(Plan& plan, Params p) {
 int build_edgeblur(Plan& plan, Params p) {
   const int blurred = add_blur(plan, 0, leading_blur(p));
   return plan.pass("edgeblur.frag", 0,
-                   {U("u_matte_ch", p[8]), U("u_edge_mult", p[9]), U3("u_tint", p[10], p[11], p[12]),
-                    U("u_brightness", p[13]), U("u_amount_only", 0)},
+                   values(U("u_matte_ch", p[8]), U("u_edge_mult", p[9]), U3("u_tint", p[10], p[11], p[12]),
+                          U("u_brightness", p[13]), U("u_amount_only", 0)),
                    {{"u_blur", blurred}, {"u_matte", 1}}, 0, 0);
 }
 
@@ -192,10 +201,10 @@ int build_disc(Plan& plan, Params p) {
   if (plan.slots.size() > 1) {
     prefix = 1;
   } else if (!direct) {
-    prefix = plan.pass("row_prefix.frag", 0, {U("u_tile", tile)}, {}, 0, 0);
+    prefix = plan.pass("row_prefix.frag", 0, values(U("u_tile", tile)), {}, 0, 0);
   }
   return plan.pass("disc_blur.frag", 0,
-                   {U2("u_radius", rx, ry), U("u_tile", tile), U("u_direct", direct ? 1 : 0)},
+                   values(U2("u_radius", rx, ry), U("u_tile", tile), U("u_direct", direct ? 1 : 0)),
                    {{"u_prefix", prefix}}, 0, 0);
 }
 

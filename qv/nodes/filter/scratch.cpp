@@ -37,6 +37,15 @@ struct FilterGl {
 
 FilterGl filter_gl;
 
+// The most pixels that a side of a texture may have under the current context; no bound is known from
+// a driver that does not say.
+int32_t largest_texture() {
+  void (*get_integer)(unsigned name, int* value) = nullptr;
+  int largest = 0;
+  if (gl::fetch(get_integer, "glGetIntegerv")) get_integer(gl::MAX_TEXTURE_SIZE, &largest);
+  return largest > 0 ? largest : std::numeric_limits<int32_t>::max();
+}
+
 void delete_objects(const Tex& tex) {
   filter_gl.delete_framebuffers(1, &tex.fbo);
   filter_gl.delete_textures(1, &tex.texture);
@@ -69,6 +78,7 @@ bool ScratchPool::enter_context() {
   if (!fetched.fetch_all()) return false;
   filter_gl = fetched;
   filter_context_ = current;
+  largest_ = largest_texture();
   entries_.clear();
   stats.pooled = 0;
   return true;

@@ -29,17 +29,14 @@ constexpr uint64_t code(std::string_view name) {
   return packed;
 }
 
-// The channel names of copy and common texts; "z" is 0 here, the only channel of a depth layer.
-int named_channel(uint64_t name) {
+// The names that all nodes have in common; -1 for any other.
+int color_channel(uint64_t name) {
   switch (name) {
     case code("r"):
     case code("red"):
-    case code("z"):
-    case code("x"):
       return 0;
     case code("g"):
     case code("green"):
-    case code("y"):
       return 1;
     case code("b"):
     case code("blue"):
@@ -50,49 +47,25 @@ int named_channel(uint64_t name) {
     default:
       return -1;
   }
+}
+
+// The channel names of copy and common texts; "z" is 0 here, the only channel of a depth layer.
+int named_channel(uint64_t name) {
+  if (name == code("x") || name == code("z")) return 0;
+  return name == code("y") ? 1 : color_channel(name);
 }
 
 // The channel names of shuffles, where "z" is the third coordinate.
 int named_slot(uint64_t name) {
-  switch (name) {
-    case code("r"):
-    case code("red"):
-    case code("x"):
-    case code("u"):
-      return 0;
-    case code("g"):
-    case code("green"):
-    case code("y"):
-    case code("v"):
-      return 1;
-    case code("b"):
-    case code("blue"):
-    case code("z"):
-      return 2;
-    case code("a"):
-    case code("alpha"):
-    case code("w"):
-      return 3;
-    default:
-      return -1;
-  }
+  if (name == code("x") || name == code("u")) return 0;
+  if (name == code("y") || name == code("v")) return 1;
+  if (name == code("z")) return 2;
+  return name == code("w") ? 3 : color_channel(name);
 }
 
 // The channel names of channel merges, where any other name is red.
 int named_color(uint64_t name) {
-  switch (name) {
-    case code("g"):
-    case code("green"):
-      return 1;
-    case code("b"):
-    case code("blue"):
-      return 2;
-    case code("a"):
-    case code("alpha"):
-      return 3;
-    default:
-      return 0;
-  }
+  return std::max(0, color_channel(name));
 }
 
 // A "layer.channel" text with a layer before its last dot and a known channel, in any case, behind.

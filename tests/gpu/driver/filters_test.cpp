@@ -343,6 +343,9 @@ TEST_F(Filters, odd_parameters_do_no_harm) {
         EXPECT_GE(FilterRig::get().run(each.op, std::span(inputs).first(used), params, out), 0);
         if (each.keeps_constants) expect_near(out, flat, 1e-4, name(each.op, flat, double(i), odd));
       }
+  Picture out = flat;
+  const double far_box[] = {100, 100, 1, 2, 0, 0, 1e30, 3};
+  EXPECT_EQ(FilterRig::get().run("blur", std::span(inputs).first(1), far_box, out), -1);
 }
 
 }  // namespace

@@ -177,6 +177,7 @@ TEST(Ops, SurviveEveryNumber) {
       ASSERT_TRUE(result >= -1 && result <= 1) << c.op << ::testing::PrintToString(params);
       ASSERT_EQ(stats().in_use, 0U);
     }
+    EXPECT_EQ(fake_egl::misuse(), Lines{}) << c.op;
   }
 }
 

@@ -1,8 +1,12 @@
 #include "tests/support/fake_egl/driver.h"
 
+#include <algorithm>
+
 namespace fake_egl {
 
 namespace {
+
+constexpr int largest_size = 16384;
 
 // What is bound under the current context; enough of GL to know which texture an image belongs to.
 thread_local unsigned bound_texture = 0;
@@ -32,6 +36,11 @@ unsigned GetError() {
   return 0;
 }
 
+// Not written down: it changes nothing.
+void GetIntegerv(unsigned name, int* value) {
+  if (name == 0x0D33) *value = largest_size;
+}
+
 void GenTextures(int count, unsigned* names) {
   log("glGenTextures", count);
   generate("texture", count, names);
@@ -45,6 +54,7 @@ void TexImage2D(unsigned target, int level, int format, int w, int h, int border
   log("glTexImage2D", target, level, static_cast<unsigned>(format), w, h, border, pixel_format, type, pixels);
   Object* const texture = object("texture", bound_texture);
   if (texture == nullptr) return complain("image of no texture");
+  if (std::max(w, h) > largest_size) return complain("image larger than any texture");
   texture->bytes = static_cast<uint64_t>(w) * static_cast<uint64_t>(h) * 16;
 }
 void TexParameteri(unsigned target, unsigned parameter, int value) {
@@ -86,6 +96,7 @@ const Provide provide{
     entry("glProgramUniformMatrix3fv", ProgramUniformMatrix<3>),
     entry("glProgramUniformMatrix4fv", ProgramUniformMatrix<4>),
     entry("glGetError", GetError),
+    entry("glGetIntegerv", GetIntegerv),
     entry("glGenTextures", GenTextures),
     entry("glDeleteTextures", DeleteTextures),
     entry("glTexImage2D", TexImage2D),

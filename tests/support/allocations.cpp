@@ -1,0 +1,51 @@
+#include "tests/support/allocations.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace support {
+
+constinit Allocations allocations;
+
+namespace {
+
+void* allocate(size_t size, size_t alignment) {
+  if (allocations.left >= 0 && allocations.left-- == 0) throw std::bad_alloc();
+  const size_t whole = (std::max<size_t>(size, 1) + alignment - 1) / alignment * alignment;
+  void* const memory =
+      alignment > alignof(std::max_align_t) ? std::aligned_alloc(alignment, whole) : std::malloc(whole);
+  if (!memory) throw std::bad_alloc();
+  ++allocations.made;
+  ++allocations.live;
+  return memory;
+}
+
+void release(void* memory) noexcept {
+  if (memory) --allocations.live;
+  std::free(memory);
+}
+
+}  // namespace
+
+}  // namespace support
+
+void* operator new(size_t size) {
+  return support::allocate(size, 1);
+}
+void* operator new(size_t size, std::align_val_t alignment) {
+  return support::allocate(size, static_cast<size_t>(alignment));
+}
+void operator delete(void* memory) noexcept {
+  support::release(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+  support::release(memory);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+  support::release(memory);
+}
+void operator delete(void* memory, size_t, std::align_val_t) noexcept {
+  support::release(memory);
+}
