@@ -73,6 +73,12 @@ render::ProgressStyle parse_progress(const std::string& text) {
   return style->second;
 }
 
+// A report of a fault should say which image library was at work.
+std::string version_text() {
+  return std::string("quorvel ") + qv::core_version() + "\nOpenImageIO " + qv::oiio_runtime_version() +
+         ", built with " + qv::oiio_header_version();
+}
+
 // The help of a flag that may be given a value shows the value, and not what stands for its absence.
 class HelpFormatter final : public CLI::Formatter {
  public:
@@ -94,7 +100,7 @@ struct CommandLine {
   CLI::App* nodes_app = nullptr;
 
   CommandLine() {
-    app.set_version_flag("--version", std::string("quorvel ") + qv::core_version());
+    app.set_version_flag("--version", version_text());
     app.require_subcommand(1);
     app.formatter(std::make_shared<HelpFormatter>());
     app.footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);
@@ -141,7 +147,9 @@ struct CommandLine {
             },
             "Render at this scale, above 0 and at most 1")
         ->type_name("SCALE");
-    command.add_option("--threads", options.threads, "Threads that decode and encode; 0: one a processor")
+    command
+        .add_option("--threads", options.threads,
+                    "Threads that decode and encode, and as many that draw in software; 0: one a processor")
         ->type_name("N")
         ->check(CLI::Range(0, 1024).description(""));
     command

@@ -3,6 +3,7 @@
 #include "host/cli.h"
 #include "host/files/atomic_file.h"
 #include "host/files/encode.h"
+#include "host/files/library_threads.h"
 #include "host/files/pattern.h"
 #include "host/interrupt.h"
 #include "host/nodes/catalogue.h"
@@ -14,6 +15,7 @@
 #include "host/shot/schema.h"
 #include "host/suggest.h"
 
+#include <cstdlib>
 #include <iostream>
 #include <set>
 #include <vector>
@@ -102,6 +104,14 @@ int exit_code(render::Outcome outcome) {
   return exit_some_failed;
 }
 
+// Beside the decoders and encoders: the pools of the image libraries, and a software driver's, which
+// asks the environment. What a person set there stays.
+void hold_threads(int threads) {
+  if (threads == 0) return;
+  files::hold_library_threads(threads);
+  setenv("LP_NUM_THREADS", std::to_string(threads).c_str(), 0);
+}
+
 int dry_run(render::Planner& planner, const std::vector<int64_t>& frames, render::Existing existing) {
   bool complete = true;
   for (const int64_t frame : frames) {
@@ -138,6 +148,7 @@ int render_frames(const RenderCommand& given) {
   check_outputs(composition, command, planner.project());
   if (command.dry_run) return dry_run(planner, frames, command.options.existing);
 
+  hold_threads(command.options.threads);
   const InterruptFlag interrupt;
   command.options.stop = &interrupt.raised();
   tidy_folders(planner, frames);

@@ -45,6 +45,18 @@ struct ImageWriter::State {
   std::vector<std::thread> threads;
 
   State(size_t most, std::function<void(const WriteResult&)> tell) : limit(most), done(std::move(tell)) {}
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  // Ends the threads, be it only those that could be started.
+  ~State() {
+    {
+      const std::lock_guard lock(mutex);
+      stopping = true;
+      changed.notify_all();
+    }
+    for (std::thread& thread : threads) thread.join();
+  }
 
   void encode_jobs() {
     std::unique_lock lock(mutex);
@@ -74,14 +86,7 @@ ImageWriter::ImageWriter(int queue_limit, int threads, std::function<void(const 
   for (int i = 0; i < count; ++i) state_->threads.emplace_back([this] { state_->encode_jobs(); });
 }
 
-ImageWriter::~ImageWriter() {
-  {
-    const std::lock_guard lock(state_->mutex);
-    state_->stopping = true;
-    state_->changed.notify_all();
-  }
-  for (std::thread& thread : state_->threads) thread.join();
-}
+ImageWriter::~ImageWriter() = default;
 
 void ImageWriter::put(WriteJob job) {
   std::unique_lock lock(state_->mutex);

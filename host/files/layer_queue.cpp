@@ -10,10 +10,19 @@
 namespace host::files {
 
 LayerQueue::LayerQueue(int threads) : threads_(threads) {
-  for (int i = 0; i < threads; ++i) pool_.emplace_back([this] { work(); });
+  try {
+    for (int i = 0; i < threads; ++i) pool_.emplace_back([this] { work(); });
+  } catch (...) {
+    stop_and_join();
+    throw;
+  }
 }
 
 LayerQueue::~LayerQueue() {
+  stop_and_join();
+}
+
+void LayerQueue::stop_and_join() {
   {
     const std::lock_guard lock(mutex_);
     stop_ = true;

@@ -49,6 +49,7 @@ class LayerQueue {
   void finish(const std::shared_ptr<LayerJob>& job);
 
  private:
+  void stop_and_join();
   void work();
   void read(LayerJob& job) const;
   void complete(const std::shared_ptr<LayerJob>& job);

@@ -39,7 +39,8 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       keys(composition, project),
       single_keys(composition, project),
       gpu_before(qv::gpu::stats()),
-      scratch_before(filter::stats().created) {
+      scratch_before(filter::stats().created),
+      read_back_before(qv::transport::stats().bytes) {
   // A processor that draws does not copy meanwhile; a device goes on with the next image.
   qv::transport::set_ring_size(gpu.software() ? 1 : 3);
   std::string error;
@@ -62,6 +63,7 @@ void Renderer::State::gather_stats() {
   stats.uniforms_sent = static_cast<int64_t>(now.uploads - gpu_before.uploads);
   stats.uniforms_skipped = static_cast<int64_t>(now.skipped - gpu_before.skipped);
   stats.textures_created = static_cast<int64_t>(pool.created() + filter::stats().created - scratch_before);
+  stats.bytes_read_back = qv::transport::stats().bytes - read_back_before;
   stats.files_read = files.files;
   stats.decode_ms = files.decode_ms;
 }

@@ -42,6 +42,7 @@ struct Renderer::State {
   FrameKeys single_keys;  // of whatever image() asks for
   qv::gpu::Stats gpu_before;
   uint64_t scratch_before;
+  uint64_t read_back_before;
 };
 
 }  // namespace host::render

@@ -38,8 +38,9 @@ std::string stats_text(const Stats& stats) {
   text +=
       formatted("draws      %lld, uniforms sent %lld, skipped %lld, textures made %lld\n", whole(stats.draws),
                 whole(stats.uniforms_sent), whole(stats.uniforms_skipped), whole(stats.textures_created));
-  text += formatted("files      %lld read, %lld written (%.1f MiB)\n", whole(stats.files_read),
-                    whole(stats.files_written), mebibytes(stats.bytes_written));
+  text +=
+      formatted("files      %lld read, %lld written (%.1f MiB of %.1f MiB drawn)\n", whole(stats.files_read),
+                whole(stats.files_written), mebibytes(stats.bytes_written), mebibytes(stats.bytes_read_back));
   text += formatted("beside it  decoding %.0f ms, encoding %.0f ms on other threads\n", stats.decode_ms,
                     stats.encode_ms);
   text += formatted("memory     %.1f MiB of textures at most\n", mebibytes(stats.peak_texture_bytes));
@@ -70,6 +71,7 @@ std::string stats_json(const Stats& stats) {
                                        {"files_read", stats.files_read},
                                        {"files_written", stats.files_written},
                                        {"bytes_written", stats.bytes_written},
+                                       {"bytes_read_back", stats.bytes_read_back},
                                        {"peak_texture_bytes", stats.peak_texture_bytes}};
   return json.dump(2) + "\n";
 }

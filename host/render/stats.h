@@ -31,6 +31,7 @@ struct Stats {
   int64_t files_read = 0;
   int64_t files_written = 0;
   uint64_t bytes_written = 0;
+  uint64_t bytes_read_back = 0;     // from the device
   uint64_t peak_texture_bytes = 0;  // images, scratch and cached results together
 };
 

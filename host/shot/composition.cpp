@@ -5,9 +5,11 @@
 #include "host/shot/problems.h"
 #include "host/suggest.h"
 
+#include <cerrno>
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -139,7 +141,9 @@ Composition parse_composition(std::string_view text, const std::filesystem::path
 
 Composition read_composition(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  if (!stream) throw CompositionError(file.string() + ": cannot be opened");
+  if (!stream) {
+    throw CompositionError(file.string() + ": cannot be opened: " + std::generic_category().message(errno));
+  }
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   if (stream.bad()) throw CompositionError(file.string() + ": cannot be read");
   return parse_composition(text, file);

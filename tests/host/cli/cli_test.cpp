@@ -61,7 +61,7 @@ TEST(Usage, WrongOnesEndWithACodeAndSayWhatIsWrong) {
       {{"render", bmp}, 2, "node \"out\": knob \"file\""},
       {{"render", no_file}, 2, "it writes no file"},
       {{"render", good, "--memory", "1K", "-f", "1"}, 4, "memory"},
-      {{"render", (folder / "absent.json").string()}, 2, "absent.json: cannot be opened"},
+      {{"render", (folder / "absent.json").string()}, 2, "absent.json: cannot be opened: No such file"},
       {{"nodes", "blurr"}, 2, "unknown node type \"blurr\" (did you mean \"blur\"?)"},
   };
   for (const auto& each : cases) {
