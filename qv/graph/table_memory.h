@@ -19,6 +19,7 @@ struct TableAllocator {
 
   TableAllocator() = default;
   template <class Other>
+  // NOLINTNEXTLINE(google-explicit-constructor): containers convert allocators without asking.
   TableAllocator(const TableAllocator<Other>&) noexcept {}
 
   Slot* allocate(size_t n) {
@@ -29,7 +30,7 @@ struct TableAllocator {
     return static_cast<Slot*>(memory);
   }
   void deallocate(Slot* slots, size_t n) noexcept {
-    ::operator delete(slots, n * sizeof(Slot), alignment(n));
+    ::operator delete(slots, alignment(n));
   }
 
   friend bool operator==(const TableAllocator&, const TableAllocator&) = default;

@@ -44,7 +44,7 @@ size_t row_values(const Read& read) {
 
 // Rows [begin, end) of the layer, counted from its top; whole tiles of a tiled one.
 bool read_rows(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read, int begin, int end,
-               OIIO::TypeDesc type, void* pixels) {
+               const OIIO::TypeDesc& type, void* pixels) {
   const int top = spec.y + begin, bottom = spec.y + end;
   if (spec.tile_width == 0)
     return input.read_scanlines(read.subimage, 0, top, bottom, 0, read.chbegin, read.chend, type, pixels);
