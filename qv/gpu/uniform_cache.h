@@ -32,18 +32,19 @@ QV_API extern Recent recent;
 // instructions as it needs.
 inline bool holds(const Slot& slot, const float* values, int32_t count) {
   if (slot.count != count) return false;
+  const void* const a = slot.values;
+  const void* const b = values;
   switch (count) {
     case 1:
-      return std::memcmp(slot.values, values, sizeof(float)) == 0;
+      return std::memcmp(a, b, sizeof(float)) == 0;
     case 2:
-      return std::memcmp(slot.values, values, 2 * sizeof(float)) == 0;
+      return std::memcmp(a, b, 2 * sizeof(float)) == 0;
     case 3:
-      return std::memcmp(slot.values, values, 3 * sizeof(float)) == 0;
+      return std::memcmp(a, b, 3 * sizeof(float)) == 0;
     case 4:
-      return std::memcmp(slot.values, values, 4 * sizeof(float)) == 0;
+      return std::memcmp(a, b, 4 * sizeof(float)) == 0;
     default:
-      return count <= 0 ||
-             std::memcmp(slot.values, values, sizeof(float) * static_cast<size_t>(std::min(count, 16))) == 0;
+      return count <= 0 || std::memcmp(a, b, sizeof(float) * static_cast<size_t>(std::min(count, 16))) == 0;
   }
 }
 
