@@ -24,9 +24,9 @@ struct NameHash {
       return mixed(hash ^ word<uint64_t>(text + n - 8));
     }
     if (n >= 4) return mixed(n ^ word<uint32_t>(text) ^ uint64_t{word<uint32_t>(text + n - 4)} << 29);
-    return mixed(n == 0 ? 0
-                        : n ^ word<uint8_t>(text) << 8U ^ word<uint8_t>(text + n / 2) << 16U ^
-                              word<uint8_t>(text + n - 1) << 24U);
+    if (n == 0) return 0;
+    const uint64_t middle = word<uint8_t>(text + n / 2), end = word<uint8_t>(text + n - 1);
+    return mixed(n ^ uint64_t{word<uint8_t>(text)} << 8 ^ middle << 16 ^ end << 24);
   }
 
  private:

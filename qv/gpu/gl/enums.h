@@ -7,7 +7,6 @@ inline constexpr unsigned MAP_READ_BIT = 0x0001;
 inline constexpr unsigned MAP_PERSISTENT_BIT = 0x0040;
 inline constexpr unsigned MAP_COHERENT_BIT = 0x0080;
 inline constexpr unsigned CLIENT_STORAGE_BIT = 0x0200;
-inline constexpr unsigned MAX_TEXTURE_SIZE = 0x0D33;
 inline constexpr unsigned TEXTURE_2D = 0x0DE1;
 inline constexpr unsigned UNSIGNED_INT = 0x1405;
 inline constexpr unsigned FLOAT = 0x1406;

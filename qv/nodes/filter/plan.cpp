@@ -248,10 +248,6 @@ int Plan::run(int out, const Tex& target, uint32_t restore) {
 
   ScratchPool& pool = scratch_pool();
   if (!pool.enter_context()) return -2;
-  const auto too_large = [&](const Slot& slot) {
-    return slot.kind == 1 && &slot != &result_slot && !pool.can_make(slot.w, slot.h);
-  };
-  if (std::any_of(slots.begin(), slots.end(), too_large)) return -1;
   result_slot.kind = 2;
   result_slot.tex = target;
   const int result = Runner(slots, passes, work, restore).draw_all();

@@ -96,9 +96,10 @@ class QV_API Plan {
   // not fit, are left out; of more than 16 textures a pass gets the first 16. A run leaves no
   // scratch texture bound, and slot `out` bound to the target.
   // Returns 1 drawn; 0 nothing to draw, slot `out` is an input; -1 before any GL call, for a slot
-  // that does not exist, a size that is not the target's, is none or is beyond GL's textures, or a
-  // program that is not in the table or unknown to the registry; -2 when the current context is not the one
-  // that gl::load accepted, lacks an entry point, is lost between passes, or gives no name for a new texture.
+  // that does not exist, a size that is not the target's, is none or is that of no texture (more than
+  // 65,536 pixels a side), or a program that is not in the table or unknown to the registry; -2 when
+  // the current context is not the one that gl::load accepted, lacks an entry point, is lost between
+  // passes, or gives no name for a new texture.
   int run(int out, const Tex& target, uint32_t restore);
 
   std::vector<Slot> slots;

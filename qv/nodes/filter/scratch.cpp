@@ -4,7 +4,6 @@
 #include <qv/nodes/filter/scratch_pool.h>
 
 #include <algorithm>
-#include <limits>
 
 namespace qv::nodes::filter {
 
@@ -37,15 +36,6 @@ struct FilterGl {
 
 FilterGl filter_gl;
 
-// The most pixels that a side of a texture may have under the current context; no bound is known from
-// a driver that does not say.
-int32_t largest_texture() {
-  void (*get_integer)(unsigned name, int* value) = nullptr;
-  int largest = 0;
-  if (gl::fetch(get_integer, "glGetIntegerv")) get_integer(gl::MAX_TEXTURE_SIZE, &largest);
-  return largest > 0 ? largest : std::numeric_limits<int32_t>::max();
-}
-
 void delete_objects(const Tex& tex) {
   filter_gl.delete_framebuffers(1, &tex.fbo);
   filter_gl.delete_textures(1, &tex.texture);
@@ -55,9 +45,10 @@ void delete_objects(const Tex& tex) {
 
 uint64_t scratch_bytes(int32_t w, int32_t h) {
   constexpr uint64_t bytes_a_pixel = 16;
-  if (w <= 0 || h <= 0) return 0;
-  const uint64_t pixels = static_cast<uint64_t>(w) * static_cast<uint64_t>(h);
-  return pixels > std::numeric_limits<uint64_t>::max() / bytes_a_pixel ? 0 : pixels * bytes_a_pixel;
+  // No driver has a larger texture, and most have less; asking this one would be a GL call.
+  constexpr int32_t largest_side = 65536;
+  if (w <= 0 || h <= 0 || w > largest_side || h > largest_side) return 0;
+  return static_cast<uint64_t>(w) * static_cast<uint64_t>(h) * bytes_a_pixel;
 }
 
 ScratchPool& scratch_pool() {
@@ -78,7 +69,6 @@ bool ScratchPool::enter_context() {
   if (!fetched.fetch_all()) return false;
   filter_gl = fetched;
   filter_context_ = current;
-  largest_ = largest_texture();
   entries_.clear();
   stats.pooled = 0;
   return true;

@@ -28,11 +28,6 @@ class ScratchPool {
   // the filter layer's own entry points first if they are another context's, the filter context.
   bool enter_context();
 
-  // Whether GL has textures of this size, under the context last entered.
-  bool can_make(int32_t w, int32_t h) const {
-    return w <= largest_ && h <= largest_;
-  }
-
   // Moves a texture of exactly this size into `held`, from the pool or newly made. False, with
   // nothing held and no GL object left, when GL gives no name for it.
   bool take(int32_t w, int32_t h, uint32_t restore_framebuffer, Held& held);
@@ -65,7 +60,6 @@ class ScratchPool {
   uint64_t cap_ = 536870912;
   uint32_t sampler_ = 0;
   void* filter_context_ = nullptr;
-  int32_t largest_ = 0;
 };
 
 ScratchPool& scratch_pool();

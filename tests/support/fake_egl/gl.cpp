@@ -6,7 +6,7 @@ namespace fake_egl {
 
 namespace {
 
-constexpr int largest_size = 16384;
+constexpr int largest_size = 65536;
 
 // What is bound under the current context; enough of GL to know which texture an image belongs to.
 thread_local unsigned bound_texture = 0;
@@ -34,11 +34,6 @@ void ProgramUniformMatrix(unsigned program, int location, int count, unsigned ch
 unsigned GetError() {
   log("glGetError");
   return 0;
-}
-
-// Not written down: it changes nothing.
-void GetIntegerv(unsigned name, int* value) {
-  if (name == 0x0D33) *value = largest_size;
 }
 
 void GenTextures(int count, unsigned* names) {
@@ -96,7 +91,6 @@ const Provide provide{
     entry("glProgramUniformMatrix3fv", ProgramUniformMatrix<3>),
     entry("glProgramUniformMatrix4fv", ProgramUniformMatrix<4>),
     entry("glGetError", GetError),
-    entry("glGetIntegerv", GetIntegerv),
     entry("glGenTextures", GenTextures),
     entry("glDeleteTextures", DeleteTextures),
     entry("glTexImage2D", TexImage2D),
