@@ -239,6 +239,7 @@ TEST(Ring, SurvivesAStorm) {
         mine.push_back(
             {upto(9), upto(9), 1 + upto(90) + size * 270, 1 + upto(90) + size * 150, 2 + 2 * upto(2)});
         Image& image = mine.back();
+        EXPECT_TRUE(transport::init(nullptr));  // else a ring just closed refuses the rest in no time
         image.start();
         if (upto(3) == 0) transport::wait(image.ticket);
         if (upto(9) == 0) transport::wait_all();
@@ -276,7 +277,7 @@ TEST(Ring, SurvivesAStorm) {
   const transport::Stats after = transport::stats();
   EXPECT_EQ(std::tie(after.started, after.completed, after.bytes, after.failed),
             std::tie(expected.started, expected.completed, expected.bytes, expected.failed));
-  EXPECT_GT(after.failed, before.failed);
+  EXPECT_GT(after.failed, before.failed) << after.started - before.started;
 }
 
 }  // namespace
