@@ -118,6 +118,7 @@ class Run {
     check_paths(targets, frame.frame);
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
     std::vector<Evaluator::Part> parts;
+    parts.reserve(targets.size());
     for (const Target& target : targets) {
       parts.push_back(target.file.overscan ? Evaluator::Part::whole : Evaluator::Part::in_format);
     }
