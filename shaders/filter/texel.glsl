@@ -1,8 +1,9 @@
 // Single texels by their place: (0.5, 0.5) is the centre of the first. A program multiplies places by
-// texel_scale once and hands them to texel(), which must not be beyond the image.
+// texel_scale once and hands them to texel(); beyond the image lie the texels of its edge.
 //
-// A host that binds only samplers which take the nearest texel defines NEAREST_SAMPLERS: drivers that
-// draw in software work out a mip level anew for each texelFetch, and none for such a sampler.
+// A host that binds only samplers which take the nearest texel and clamp to the edge defines
+// NEAREST_SAMPLERS: drivers that draw in software work out a mip level anew for each texelFetch, and
+// none for such a sampler.
 
 #ifdef NEAREST_SAMPLERS
 vec2 texel_scale(sampler2D image) {
@@ -18,6 +19,6 @@ vec2 texel_scale(sampler2D image) {
 }
 
 vec4 texel(sampler2D image, vec2 scaled_place) {
-  return texelFetch(image, ivec2(scaled_place), 0);
+  return texelFetch(image, clamp(ivec2(scaled_place), ivec2(0), textureSize(image, 0) - 1), 0);
 }
 #endif
