@@ -84,12 +84,19 @@ void pick(const Read& read, const Read& all, size_t pixels, const float* from, f
   for (size_t i = 0; i < pixels; ++i, from += stride, to += channels) std::copy_n(from, channels, to);
 }
 
+// OpenImageIO 2.4 reads 64-bit scanlines of a TIFF as zeros, and without an error, where the rows asked for
+// are not whole strips or are a single row. One call of read_image asks for the right ones.
+bool is_whole_only(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec) {
+  return !is_openexr(input) && spec.format.basesize() == 8;
+}
+
 // Some rows with all their channels at a time, and the ranges out of them: a reader other than
 // OpenEXR's saves nothing on part of the channels, and the one for TIFF in 2.4 writes beyond such a
 // part when it multiplies by alpha.
 bool read_and_pick(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
                    int end) {
-  const int step = spec.tile_width > 0 ? std::max(1, spec.tile_height) : 16;
+  const bool at_once = is_whole_only(input, spec);
+  const int step = at_once ? end - begin : spec.tile_width > 0 ? std::max(1, spec.tile_height) : 16;
   Read all = group.reads.front();
   all.chbegin = 0;
   all.chend = spec.nchannels;
@@ -98,7 +105,10 @@ bool read_and_pick(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const L
   const auto scratch = uninitialised<float>(*count);
   for (int y = begin, next = 0; y < end; y = next) {
     next = y + std::min(step, end - y);
-    if (!read_rows(input, spec, all, y, next, OIIO::TypeFloat, scratch.get())) return false;
+    const bool read = at_once
+                          ? input.read_image(all.subimage, 0, 0, all.chend, OIIO::TypeFloat, scratch.get())
+                          : read_rows(input, spec, all, y, next, OIIO::TypeFloat, scratch.get());
+    if (!read) return false;
     for (size_t i = 0; i < group.reads.size(); ++i) {
       float* rows = group.pixels[i].floats.get() + row_values(group.reads[i]) * static_cast<size_t>(y);
       pick(group.reads[i], all, static_cast<size_t>(all.width) * static_cast<size_t>(next - y), scratch.get(),
@@ -111,7 +121,8 @@ bool read_and_pick(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const L
 // Rows [begin, end) of every range; `begin` is the first row of a block.
 bool read_group(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const LayerGroup& group, int begin,
                 int end) {
-  const bool direct = is_openexr(input) || (group.reads.size() == 1 && is_whole(group.reads.front(), spec));
+  const bool whole = group.reads.size() == 1 && is_whole(group.reads.front(), spec);
+  const bool direct = is_openexr(input) || (whole && !is_whole_only(input, spec));
   return direct ? read_ranges(input, spec, group, begin, end) : read_and_pick(input, spec, group, begin, end);
 }
 
@@ -157,7 +168,7 @@ bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec) 
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
                    const LayerGroup& group, const Bands& bands, std::string& err) {
   const Read& first = group.reads.front();
-  if (bands.count == 1) {
+  if (bands.count == 1 || is_whole_only(input, spec)) {
     // Only reading a whole image refuses a deep one with a text.
     const bool done = spec.deep ? input.read_image(first.subimage, 0, first.chbegin, first.chend,
                                                    OIIO::TypeFloat, group.pixels.front().floats.get())

@@ -39,7 +39,7 @@ bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec);
 // Fills the pixels of a group in the bands given: a single one through `input`, several in parallel
 // through readers opened on `path`. False with OpenImageIO's text in `err`, that of the last band to
 // fail. Throws std::bad_alloc. Formats other than OpenEXR need a few rows of all their channels beside
-// the pixels.
+// the pixels, and all rows where samples have 64 bits, which are read in one go.
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
                    const LayerGroup& group, const Bands& bands, std::string& err);
 
