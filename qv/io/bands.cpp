@@ -1,4 +1,5 @@
 #include <qv/io/bands.h>
+#include <qv/io/claim.h>
 #include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 
@@ -156,8 +157,10 @@ Bands bands_of(const OIIO::ImageSpec& spec, int threads) {
 Layer make_layer(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const Read& read) {
   const auto count = float_count(read.width, read.height, int64_t{read.chend} - read.chbegin);
   if (!count) throw std::bad_alloc();
-  const bool half = common_format(spec, read.chbegin, read.chend) == OIIO::TypeHalf;
-  if (half && is_openexr(input) && !spec.deep) return {nullptr, uninitialised<uint16_t>(*count)};
+  const bool half =
+      common_format(spec, read.chbegin, read.chend) == OIIO::TypeHalf && is_openexr(input) && !spec.deep;
+  if (!fits_memory(uint64_t{*count} * (half ? sizeof(uint16_t) : sizeof(float)))) throw std::bad_alloc();
+  if (half) return {nullptr, uninitialised<uint16_t>(*count)};
   return {uninitialised<float>(*count), nullptr};
 }
 

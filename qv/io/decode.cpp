@@ -1,3 +1,4 @@
+#include <qv/io/claim.h>
 #include <qv/io/decode.h>
 #include <qv/io/file_attributes.h>
 #include <qv/io/half.h>
@@ -25,13 +26,14 @@ bool is_plain(const OIIO::ImageSpec& spec) {
 }
 
 // Leaves `out` at status 3 unless all of it succeeds.
-void read_plain(OIIO::ImageInput& input, uint64_t file_bytes, Clock::time_point start, DecodeResult& out) {
+void read_plain(OIIO::ImageInput& input, const FileAttributes& file, Clock::time_point start,
+                DecodeResult& out) {
   const auto spec = std::make_shared<OIIO::ImageSpec>(input.spec());
   const bool plain = is_plain(*spec) && !input.seek_subimage(1, 0);
   input.geterror();
   if (!plain || !input.seek_subimage(0, 0)) return;
   const std::optional<size_t> count = float_count(spec->width, spec->height, 4);
-  if (!count || !is_plausible(*count, file_bytes)) return;
+  if (!count || !refusal(*spec, input.format_name(), file).empty()) return;
   auto pixels = uninitialised<float>(*count);
 
   const OIIO::TypeDesc format = common_format(*spec, 0, 4);
@@ -71,7 +73,7 @@ void decode_plain(const std::string& path, int threads, DecodeResult& out) {
   out.status = 3;
   try {
     if (const auto input = open_reader(path, threads, out.error)) {
-      read_plain(*input, attributes.bytes, start, out);
+      read_plain(*input, attributes, start, out);
     } else {
       out.status = 4;
     }

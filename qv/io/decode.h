@@ -30,9 +30,9 @@ struct DecodeResult {
 // Decodes a plain image file into RGBA floats: one subimage, exactly the channels R, G, B, A in this
 // order, a data window equal to the display window, neither deep nor a volume. Resets `out` first
 // and reports everything there; no exception leaves. A plain file whose pixels are damaged or
-// cannot be allocated, or that claims over 1 GiB of them in less than a 65,536th of that, is status 3
-// without a text. `path` is UTF-8; pipes, sockets and devices are
-// refused with status 4.
+// cannot be allocated is status 3 without a text; so is one that claims over 1 GiB of them when there
+// is less memory or its codec cannot hold that many in so few bytes. `path` is UTF-8; pipes, sockets
+// and devices are refused with status 4.
 // `threads` bounds what OpenImageIO uses for this file, 0 being its default; with 1 everything
 // happens on the calling thread, but for OpenEXR files: OpenImageIO 2.4 hands their blocks to
 // OpenEXR's process-wide pool, which only its global attribute "exr_threads" bounds.

@@ -1,4 +1,4 @@
-#include <qv/io/file_attributes.h>
+#include <qv/io/claim.h>
 #include <qv/io/image_read.h>
 #include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
@@ -10,7 +10,7 @@ namespace qv {
 
 namespace {
 
-void read_pixels(OIIO::ImageInput& input, uint64_t file_bytes, ImageRead& result) {
+void read_pixels(OIIO::ImageInput& input, const io::FileAttributes& file, ImageRead& result) {
   const OIIO::ImageSpec& spec = input.spec();
   result.width = spec.width;
   result.height = spec.height;
@@ -21,11 +21,8 @@ void read_pixels(OIIO::ImageInput& input, uint64_t file_bytes, ImageRead& result
   }
   const std::optional<size_t> count = io::float_count(spec.width, spec.height, spec.nchannels);
   if (!count) throw std::bad_alloc();
-  if (!io::is_plausible(*count, file_bytes)) {
-    result.error = "an image of " + std::to_string(spec.width) + " x " + std::to_string(spec.height) +
-                   " pixels in " + std::to_string(file_bytes) + " bytes is not plausible";
-    return;
-  }
+  result.error = io::refusal(spec, input.format_name(), file);
+  if (!result.error.empty()) return;
   result.pixels.reserve(*count);
   io::advise_huge_pages(result.pixels.data(), *count * sizeof(float));
   result.pixels.resize(*count);
@@ -40,7 +37,7 @@ ImageRead oiio_read_float(const std::string& path) {
   ImageRead result;
   try {
     const auto input = io::open_reader(path, 0, result.error);
-    if (input) read_pixels(*input, io::file_attributes(path).bytes, result);
+    if (input) read_pixels(*input, io::file_attributes(path), result);
   } catch (const std::bad_alloc&) {
     result.error = "out of memory";
   } catch (const std::exception& failure) {

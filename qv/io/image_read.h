@@ -20,7 +20,8 @@ struct ImageRead {
 // Reads the first image of any file that OpenImageIO understands, at full resolution, as floats.
 // `path` is UTF-8. Throws nothing: a file that cannot be opened leaves the sizes 0; a damaged one
 // keeps sizes and pixels, with what could be read and zeros elsewhere; a volume, what cannot be
-// allocated, and an image of over 1 GiB in a file of less than a 65,536th of that keep the sizes alone.
+// allocated, and over 1 GiB of pixels that the memory there is or the file's bytes and codec cannot
+// hold keep the sizes alone.
 // Pipes, sockets and devices are refused. Uses as many threads as OpenImageIO's global settings allow.
 // Thread-safe.
 QV_API ImageRead oiio_read_float(const std::string& path);

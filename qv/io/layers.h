@@ -41,8 +41,8 @@ struct Stats {
 // UTF-8; pipes, sockets and devices are refused. `stats` may be null.
 // False with a text in `err` when it fails, the outputs then holding whatever was written: "bad
 // plan" (as many slot arrays as outs, no negative size), "bad slot" (a read or channel that does not
-// exist), "plan does not match the file" (size, depth or channels of a subimage), "out of memory",
-// or OpenImageIO's text. Throws nothing.
+// exist), "plan does not match the file" (size, depth or channels of a subimage), "out of memory"
+// (for over 1 GiB a range also where less is free), or OpenImageIO's text. Throws nothing.
 // `threads` (0: OpenImageIO's default) bounds the threads: with 1 everything happens on the calling
 // thread, but for OpenEXR files, whose blocks OpenImageIO 2.4 hands to OpenEXR's process-wide pool,
 // which only its global attribute "exr_threads" bounds. Scanline files of 128 rows and more are

@@ -21,11 +21,6 @@ std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channel
   return static_cast<size_t>(count);
 }
 
-bool is_plausible(size_t floats, uint64_t file_bytes) {
-  const uint64_t bytes = uint64_t{floats} * sizeof(float);
-  return bytes <= uint64_t{1} << 30 || bytes / 65536 <= file_bytes;
-}
-
 void advise_huge_pages([[maybe_unused]] void* begin, [[maybe_unused]] size_t bytes) {
 #if defined(__linux__)
   constexpr size_t huge = size_t{2} << 20;

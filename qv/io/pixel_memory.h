@@ -12,11 +12,6 @@ namespace qv::io {
 // fit the address space.
 std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channels);
 
-// False for an image of over 1 GiB that is more than 65,536 times the size of its file. A damaged
-// header can claim any width, and some codecs then deliver that many pixels of nothing until the
-// process is out of memory; black frames of real size stay far below.
-bool is_plausible(size_t floats, uint64_t file_bytes);
-
 // Asks for huge pages behind a large block that has not been written yet: faulting in the 4 KiB
 // pages of a cold image costs more than filling them. Advice only; does nothing where there is none.
 void advise_huge_pages(void* begin, size_t bytes);

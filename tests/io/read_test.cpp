@@ -1,4 +1,5 @@
 #include <qv/io/bands.h>
+#include <qv/io/claim.h>
 #include <qv/io/decode.h>
 #include <qv/io/image_read.h>
 #include <qv/io/layers.h>
@@ -248,6 +249,37 @@ TEST(load_layers, refuses_plans_that_do_not_fit) {
   }
 }
 
+// Claims of over 1 GiB: only facts of the header and of the machine speak against one, no habit of files.
+TEST(sizes, are_refused_only_where_the_codec_or_the_memory_cannot_hold_them) {
+  struct Row {
+    const char *format, *compression;
+    int width;  // by 16384 rows of four halves: 1 GiB of floats is a width of 4096
+    uint64_t file_bytes;
+    const char* text;
+  };
+  constexpr int beyond = 1 << 30;  // 256 TiB of floats
+  const char *no_room = "in 1000 bytes of this compression",
+             *no_memory = "larger than the memory that is free";
+  for (const Row& row : {Row{"openexr", "dwab:45", 4097, 12600, ""},  // black, at 42,600 to one
+                         {"openexr", "piz", 4097, 1000, ""},
+                         {"openexr", "zip", 4097, 0, ""},  // of a file whose size nobody told
+                         {"openexr", "zip", 4097, 520'500, ""},
+                         {"openexr", "none", 4097, 537'001'984, ""},
+                         {"openexr", "zip", 4096, 1000, ""},
+                         {"tiff", "zip", 4097, 1000, ""},
+                         {"openexr", "zip", 4097, 1000, no_room},
+                         {"openexr", "none", 4097, 1000, no_room},
+                         {"openexr", "dwab:45", beyond, 0, no_memory},
+                         {"tiff", "none", beyond, 0, no_memory}}) {
+    OIIO::ImageSpec spec(row.width, 16384, 4, OIIO::TypeHalf);
+    spec.attribute("compression", row.compression);
+    const std::string text = refusal(spec, row.format, {row.file_bytes > 0, 0, row.file_bytes, false});
+    const bool fits = fits_memory(uint64_t{16384} * 16 * static_cast<uint64_t>(row.width));
+    EXPECT_TRUE(*row.text ? text.ends_with(row.text) : text.empty() || !fits)
+        << row.format << " " << row.compression << " " << row.width << ": " << text;
+  }
+}
+
 // A window of 4 Mi columns, 8 GiB of pixels, which OpenImageIO's own limit would let through.
 TEST(sizes, that_no_file_so_small_can_hold_are_refused_and_those_that_overflow_noticed) {
   const Files files;
@@ -260,7 +292,8 @@ TEST(sizes, that_no_file_so_small_can_hold_are_refused_and_those_that_overflow_n
   decode_plain(path, 1, result);
   EXPECT_TRUE(result.status == 3 && result.error.empty() && result.read_ms == 0);
   const auto read = qv::oiio_read_float(path);
-  EXPECT_TRUE(read.error.ends_with("is not plausible") && read.width == 1 << 22 && read.pixels.empty());
+  EXPECT_TRUE(read.error.ends_with("bytes of this compression") && read.width == 1 << 22 &&
+              read.pixels.empty());
   constexpr int64_t most = 0x7fffffff;
   EXPECT_EQ(float_count(most, most / 4, 1), static_cast<size_t>(most * (most / 4)));
   EXPECT_FALSE(float_count(most, most, 4) || float_count(-1, most, 4) || float_count(0, -1, 4));
