@@ -69,32 +69,57 @@ std::string_view channel_suffix(const std::string& channel) {
   return dot == std::string::npos ? std::string_view(channel) : std::string_view(channel).substr(dot + 1);
 }
 
-// Sorts a layer's channels into R, G, B, A. One alone is a grey picture in the main image, and a
-// matte and a picture at once elsewhere.
-std::array<int, 4> arrange(const std::vector<std::pair<int, std::string>>& channels, bool main) {
+using NamedChannels = std::vector<std::pair<int, std::string>>;  // index in the file, name in the layer
+
+// Sorts a layer's channels into R, G, B, A. One alone is grey; an alpha alone is a matte, white where
+// it covers. Only a channel of that name becomes alpha.
+std::array<int, 4> arrange(const NamedChannels& channels) {
+  constexpr int alpha = 3;
   std::array<int, 4> places = {-1, -1, -1, -1};
-  const int first = channels[0].first;
-  if (channels.size() == 1)
-    return main ? std::array{first, first, first, -1} : std::array{first, first, first, first};
-  if (channels.size() == 2 && position_of(channels[1].second) == 3)
-    return {first, first, first, channels[1].first};
   for (const auto& [index, name] : channels) {
     const int position = position_of(name);
     if (position >= 0 && places[static_cast<size_t>(position)] < 0)
       places[static_cast<size_t>(position)] = index;
   }
+  const auto colours = channels.size() - (places[alpha] < 0 ? 0U : 1U);
+  if (colours <= 1) {
+    const bool first_is_grey = colours == 1 && channels[0].first != places[alpha];
+    const int grey = first_is_grey ? channels[0].first : channels.back().first;
+    return {grey, grey, grey, places[alpha]};
+  }
   for (const auto& [index, name] : channels) {
     if (std::find(places.begin(), places.end(), index) != places.end()) continue;
-    const auto gap = std::find(places.begin(), places.end(), -1);
-    if (gap != places.end()) *gap = index;
+    const auto gap = std::find(places.begin(), places.begin() + alpha, -1);
+    if (gap != places.begin() + alpha) *gap = index;
   }
   return places;
 }
 
-void add_layers(const OIIO::ImageSpec& spec, int subimage, std::vector<Layer>& layers) {
+// Whether a layer holds the ranks of a cryptomatte: ids and their shares under the names of colours.
+bool is_cryptomatte(const OIIO::ImageSpec& spec, std::string_view layer) {
+  constexpr std::string_view begin = "cryptomatte/";
+  constexpr std::string_view end = "/name";
+  for (const auto& attribute : spec.extra_attribs) {
+    const std::string_view name(attribute.name().c_str(), attribute.name().size());
+    if (!name.starts_with(begin) || !name.ends_with(end)) continue;
+    const std::string rank = attribute.get_string();
+    if (!rank.empty() && layer.starts_with(rank) &&
+        layer.find_first_not_of("0123456789", rank.size()) == std::string_view::npos)
+      return true;
+  }
+  return false;
+}
+
+// EXR has whole numbers for ids alone.
+bool is_coverage(const OIIO::ImageSpec& spec, std::string_view layer, int alpha, bool exr) {
+  if (alpha < 0 || is_cryptomatte(spec, layer)) return false;
+  return !exr || spec.channelformat(alpha).basetype != OIIO::TypeDesc::UINT32;
+}
+
+void add_layers(const OIIO::ImageSpec& spec, int subimage, bool exr, std::vector<Layer>& layers) {
   std::string own;
   if (subimage > 0) own = spec.get_string_attribute("oiio:subimagename", "part" + std::to_string(subimage));
-  std::map<std::string, std::vector<std::pair<int, std::string>>> groups;
+  std::map<std::string, NamedChannels> groups;
   for (int i = 0; i < spec.nchannels; ++i) {
     const std::string& channel = spec.channelnames[static_cast<size_t>(i)];
     groups[layer_of(channel, own)].emplace_back(i, channel_suffix(channel));
@@ -102,7 +127,9 @@ void add_layers(const OIIO::ImageSpec& spec, int subimage, std::vector<Layer>& l
   for (const auto& [name, channels] : groups) {
     const bool taken = std::any_of(layers.begin(), layers.end(),
                                    [&name = name](const Layer& layer) { return layer.name == name; });
-    if (!taken) layers.push_back({name, subimage, extent_of(spec), arrange(channels, name.empty())});
+    if (taken) continue;
+    const std::array<int, 4> places = arrange(channels);
+    layers.push_back({name, subimage, extent_of(spec), places, is_coverage(spec, name, places[3], exr)});
   }
 }
 
@@ -138,9 +165,10 @@ Header read_header(const std::string& path) {
   }
   const std::string space = input->spec().get_string_attribute("oiio:ColorSpace");
   header.srgb = space == "sRGB";
+  const bool exr = std::string_view(input->format_name()) == "openexr";
   int subimages = 0;
   for (; subimages < most_subimages && input->seek_subimage(subimages, 0); ++subimages) {
-    add_layers(input->spec(), subimages, header.layers);
+    add_layers(input->spec(), subimages, exr, header.layers);
   }
   (void)input->geterror();
   if (header.layers.empty()) {

@@ -20,6 +20,9 @@ struct Layer {
   Extent extent;  // y up; the format is the file's display window
   // The file's channels that become R, G, B, A. -1: none, colour is 0 there and alpha 1.
   std::array<int, 4> channels = {-1, -1, -1, -1};
+  // Alpha says how much of a pixel the colour covers, so colour may be divided by it. False for
+  // data: one channel, vectors, ids, and whatever has no alpha of its own.
+  bool coverage = false;
 };
 
 // What a file says of itself before its pixels are read. A file that cannot be opened has `error`

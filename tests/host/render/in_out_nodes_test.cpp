@@ -1,3 +1,4 @@
+#include "host/files/headers.h"
 #include "tests/host/render/scene.h"
 
 #include <string>
@@ -31,23 +32,34 @@ struct FileCase {
   const char* what;
   std::vector<std::string> channels;
   const char* layer;
-  Rgba first;  // of the upper left pixel
+  Rgba first;     // of the upper left pixel
+  bool coverage;  // alpha is coverage
 };
 
 // Every way to read: plain files through the scheduler, layers through the layer reader, the rest
 // through the general one; channels by name wherever they stand.
 TEST(ReadNode, FindsChannelsByName) {
+  const std::vector<std::string> many = {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"};
   const FileCase cases[] = {
-      {"plain", {"R", "G", "B", "A"}, "", {0, 1, 2, 3}},
-      {"without alpha", {"R", "G", "B"}, "", {0, 1, 2, 1}},
-      {"grey", {"Y"}, "", {0, 0, 0, 1}},
-      {"main of many", {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"}, "", {0, 1, 2, 3}},
-      {"layer", {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"}, "key", {7, 6, 5, 1}},
-      {"one channel", {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"}, "depth", {4, 4, 4, 4}},
-      {"named layers alone", {"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}, "", {3, 4, 5, 1}},
+      {"plain", {"R", "G", "B", "A"}, "", {0, 1, 2, 3}, true},
+      {"without alpha", {"R", "G", "B"}, "", {0, 1, 2, 1}, false},
+      {"grey", {"Y"}, "", {0, 0, 0, 1}, false},
+      {"grey with alpha", {"Y", "A"}, "", {0, 0, 0, 1}, true},
+      {"matte alone", {"A"}, "", {0, 0, 0, 0}, true},
+      {"main of many", many, "", {0, 1, 2, 3}, true},
+      {"layer", many, "key", {7, 6, 5, 1}, false},
+      {"one channel", many, "depth", {4, 4, 4, 1}, false},
+      {"matte of a layer", {"R", "G", "B", "key.A"}, "key", {3, 3, 3, 3}, true},
+      {"motion", {"R", "G", "B", "A", "motion.X", "motion.Y"}, "motion", {4, 5, 0, 1}, false},
+      {"motion there and back", {"R", "v.X", "v.Y", "v.Z", "v.W"}, "v", {1, 2, 3, 1}, false},
+      {"named layers alone", {"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}, "", {3, 4, 5, 1}, false},
   };
   for (const FileCase& each : cases) {
     scene::write_plate(scene::folder() / "channels.exr", numbered(4, 2, each.channels));
+    host::files::Headers headers;
+    const auto* layer = headers.get((scene::folder() / "channels.exr").string()).find(each.layer);
+    ASSERT_TRUE(layer) << each.what;
+    EXPECT_EQ(layer->coverage, each.coverage) << each.what;
     scene::Scene shot(read_node(std::string(R"("file": "channels.exr", "layer": ")") + each.layer + "\""), 4,
                       2);
     const auto image = shot.image("r");
@@ -56,7 +68,7 @@ TEST(ReadNode, FindsChannelsByName) {
     Rgba last = each.first;
     for (size_t c = 0; c < 4; ++c) {
       // What the file has no channel for stays what it is.
-      if (c < 3 || each.first[3] != 1) last[c] += 70;
+      if (layer->channels[c] >= 0) last[c] += 70;
     }
     EXPECT_EQ(scene::pixel(image, 3, 0), last) << each.what;
   }
