@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/extent.h"
+#include "host/base/extent.h"
 
 #include <array>
 #include <cstdint>

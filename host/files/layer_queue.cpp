@@ -1,7 +1,7 @@
 #include "host/files/layer_queue.h"
 
+#include "host/base/stopwatch.h"
 #include "host/files/read_layers.h"
-#include "host/stopwatch.h"
 
 #include <algorithm>
 #include <exception>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/nodes/node.h"
+#include "host/node/node.h"
 
 #include <span>
 #include <string>
@@ -12,9 +12,9 @@ namespace host::nodes {
 // Every node type there is, family by family in the order of families.h. Made at the first call;
 // thread-safe. Compositions are checked against it, and both `quorvel nodes` and the JSON schema are
 // printed from it, so that none of them can differ.
-std::span<const NodeType> catalogue();
+std::span<const node::NodeType> catalogue();
 
 // Null when there is no such type.
-const NodeType* find_type(std::string_view name);
+const node::NodeType* find_type(std::string_view name);
 
 }  // namespace host::nodes

@@ -2,7 +2,7 @@
 
 #include <qv/nodes/ocio/splice.h>
 
-#include "host/suggest.h"
+#include "host/base/suggest.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,10 +1,12 @@
 #pragma once
 
-#include "host/nodes/node.h"
+#include "host/node/node.h"
 
 #include <vector>
 
 namespace host::nodes {
+
+using namespace node;  // what families are written in: every name of the room below
 
 // One function a family file: the node types that it defines, in the order in which people should
 // read of them. A new family adds its line here and in catalogue.cpp.

@@ -1,8 +1,8 @@
 #include <qv/xform/crop.h>
 
+#include "host/base/linear_algebra.h"
+#include "host/node/pending_transform.h"
 #include "host/nodes/families.h"
-#include "host/nodes/linear_algebra.h"
-#include "host/nodes/pending_transform.h"
 
 #include <algorithm>
 #include <array>

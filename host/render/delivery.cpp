@@ -2,7 +2,7 @@
 
 #include <qv/transport/ring.h>
 
-#include "host/stopwatch.h"
+#include "host/base/stopwatch.h"
 
 #include <algorithm>
 #include <utility>
@@ -31,7 +31,7 @@ void Delivery::begin(int64_t frame) {
   open_.emplace_back().report.frame = frame;
 }
 
-void Delivery::send(int64_t frame, const nodes::Image& image, const files::OutputFile& file) {
+void Delivery::send(int64_t frame, const node::Image& image, const files::OutputFile& file) {
   {
     const std::lock_guard lock(mutex_);
     ++find(frame).pending;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/files/image_writer.h"
-#include "host/nodes/image.h"
+#include "host/node/image.h"
 #include "host/render/progress.h"
 #include "host/render/read_back.h"
 #include "host/render/stats.h"
@@ -31,7 +31,7 @@ class Delivery {
   void begin(int64_t frame);
 
   // Sends an image of the open frame to a file.
-  void send(int64_t frame, const nodes::Image& image, const files::OutputFile& file);
+  void send(int64_t frame, const node::Image& image, const files::OutputFile& file);
 
   // Closes the report: nothing more will be sent for the frame. `drawn` brings what the renderer
   // knows of it; files, errors of writing and the time are added here.

@@ -2,8 +2,8 @@
 
 #include <qv/nodes/filter/scratch.h>
 
-#include "host/nodes/pending_transform.h"
-#include "host/stopwatch.h"
+#include "host/base/stopwatch.h"
+#include "host/node/pending_transform.h"
 
 #include <algorithm>
 #include <utility>
@@ -14,15 +14,15 @@ namespace {
 // Runs what a node does, putting file, node and frame in front of what it throws. A program that
 // does not compile fails every frame alike and passes through.
 template <class Work>
-auto attempt(const shot::Composition& composition, const Instance& instance, Work&& work) {
+auto attempt(const shot::Composition& composition, const frame::Instance& instance, Work&& work) {
   try {
     return work();
-  } catch (const FrameError&) {
+  } catch (const frame::FrameError&) {
     throw;
   } catch (const gpu::ShaderError&) {
     throw;
   } catch (const std::exception& error) {
-    throw FrameError(frame_place(composition, instance.node, instance.frame) + error.what());
+    throw frame::FrameError(frame::frame_place(composition, instance.node, instance.frame) + error.what());
   }
 }
 
@@ -34,20 +34,25 @@ uint64_t texture_bytes(const Box& window) {
 // pixels, which is counted elsewhere.
 class DrawTime {
  public:
-  DrawTime(std::optional<gpu::Timer>& timer, Stats& stats)
-      : timer_(timer), stats_(stats), before_(stats.wait_decode_ms + stats.upload_ms), watch_(stats.draw_ms) {
+  DrawTime(std::optional<gpu::Timer>& timer, Stats& stats, const node::ContextTimes& elsewhere)
+      : timer_(timer), stats_(stats), elsewhere_(elsewhere), before_(sum()), watch_(stats.draw_ms) {
     if (timer_) timer_->begin();
   }
   ~DrawTime() {
     if (timer_) timer_->end();
-    stats_.draw_ms -= stats_.wait_decode_ms + stats_.upload_ms - before_;
+    stats_.draw_ms -= sum() - before_;
   }
   DrawTime(const DrawTime&) = delete;
   DrawTime& operator=(const DrawTime&) = delete;
 
  private:
+  double sum() const {
+    return elsewhere_.wait_decode_ms + elsewhere_.upload_ms;
+  }
+
   std::optional<gpu::Timer>& timer_;
   Stats& stats_;
+  const node::ContextTimes& elsewhere_;
   double before_;
   Stopwatch watch_;
 };
@@ -67,15 +72,15 @@ struct TouchCycle {
 
 // What one evaluation knows of its instances, by their positions.
 struct Evaluator::Run {
-  const KeyedFrame& frame;
+  const frame::KeyedFrame& frame;
   const Keep& keep;
   std::vector<Extent> extents;
   std::vector<ResultPtr> results;
-  std::vector<std::pair<nodes::Image, nodes::Image>> settled;  // pending, and drawn: for other readers
+  std::vector<std::pair<node::Image, node::Image>> settled;  // pending, and drawn: for other readers
 };
 
-Evaluator::Evaluator(const shot::Composition& composition, const nodes::Project& project,
-                     gpu::TexturePool& pool, nodes::RenderContext& context, ResultStore& store, Stats& stats,
+Evaluator::Evaluator(const shot::Composition& composition, const node::Project& project,
+                     gpu::TexturePool& pool, node::RenderContext& context, ResultStore& store, Stats& stats,
                      uint64_t memory, bool time_device)
     : composition_(composition),
       project_(project),
@@ -87,12 +92,15 @@ Evaluator::Evaluator(const shot::Composition& composition, const nodes::Project&
   if (time_device) timer_.emplace();
 }
 
-std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Keep& keep,
-                                              const std::vector<Part>& parts) {
-  const DrawTime time(timer_, stats_);
+std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, const Keep& keep,
+                                             const std::vector<Part>& parts) {
+  const DrawTime time(timer_, stats_, context_.times());
   const size_t count = frame.graph.instances.size();
-  Run run{
-      frame, keep, instance_extents(composition_, frame.graph, project_), std::vector<ResultPtr>(count), {}};
+  Run run{frame,
+          keep,
+          frame::instance_extents(composition_, frame.graph, project_),
+          std::vector<ResultPtr>(count),
+          {}};
   const TouchCycle cycle(store_);
   qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys);
 
@@ -107,7 +115,7 @@ std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Kee
     const auto place = static_cast<size_t>(at);
     if (place == count || run.results[place]) continue;
     compute(run, place);
-    const Instance& instance = frame.graph.instances[place];
+    const frame::Instance& instance = frame.graph.instances[place];
     if (!composition_.nodes[static_cast<size_t>(instance.node)].type->reads_pixels) continue;
     for (const int read : instance.reads) {
       if (read >= 0 && --plan.uses[static_cast<size_t>(read)] == 0)
@@ -115,7 +123,7 @@ std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Kee
     }
   }
 
-  std::vector<nodes::Image> images;
+  std::vector<node::Image> images;
   for (size_t i = 0; i < parts.size(); ++i) {
     images.push_back(settled(run, static_cast<size_t>(frame.graph.outputs[i]), parts[i]));
   }
@@ -123,15 +131,15 @@ std::vector<nodes::Image> Evaluator::evaluate(const KeyedFrame& frame, const Kee
 }
 
 void Evaluator::compute(Run& run, size_t at) {
-  const Instance& instance = run.frame.graph.instances[at];
+  const frame::Instance& instance = run.frame.graph.instances[at];
   const int64_t key = run.frame.keys[at];
   // Two instances may be the same image, a still at two frames for one.
   if ((run.results[at] = store_.find(key))) {
     ++stats_.cache_hits;
     return;
   }
-  const nodes::Node& node = composition_.nodes[static_cast<size_t>(instance.node)];
-  std::vector<nodes::Image> inputs;
+  const node::Node& node = composition_.nodes[static_cast<size_t>(instance.node)];
+  std::vector<node::Image> inputs;
   for (const int read : instance.reads) inputs.push_back(input_image(run, instance, read));
   make_room(composition_, instance, run.extents[at].window);
   auto result = std::make_shared<Result>();
@@ -145,20 +153,20 @@ void Evaluator::compute(Run& run, size_t at) {
   note_peak();
 }
 
-nodes::Image Evaluator::input_image(Run& run, const Instance& reader, int read) {
+node::Image Evaluator::input_image(Run& run, const frame::Instance& reader, int read) {
   if (read < 0) return {{project_.format, {}}, nullptr, nullptr};
   const auto at = static_cast<size_t>(read);
-  const nodes::NodeType& type = *composition_.nodes[static_cast<size_t>(reader.node)].type;
+  const node::NodeType& type = *composition_.nodes[static_cast<size_t>(reader.node)].type;
   if (!type.reads_pixels) return {run.extents[at], nullptr, nullptr};
   return type.takes_pending ? run.results[at]->image : settled(run, at);
 }
 
-const nodes::Image& Evaluator::settled(Run& run, size_t at, Part part) {
+const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {
   Result& result = *run.results[at];
   if (!result.image.pending) return result.image;
-  nodes::Image& drawn = part == Part::whole ? result.settled : result.in_format;
+  node::Image& drawn = part == Part::whole ? result.settled : result.in_format;
   if (drawn.texture) return drawn;
-  nodes::Image wanted = result.image;
+  node::Image wanted = result.image;
   Box& window = wanted.extent.window;
   if (part == Part::in_format) window = intersection(window, format_box(wanted.extent.format));
   const auto known = std::find_if(run.settled.begin(), run.settled.end(), [&](const auto& each) {
@@ -167,9 +175,9 @@ const nodes::Image& Evaluator::settled(Run& run, size_t at, Part part) {
   if (known != run.settled.end()) {
     drawn = known->second;
   } else {
-    const Instance& instance = run.frame.graph.instances[at];
+    const frame::Instance& instance = run.frame.graph.instances[at];
     make_room(composition_, instance, window);
-    drawn = attempt(composition_, instance, [&] { return nodes::settle(wanted, context_); });
+    drawn = attempt(composition_, instance, [&] { return node::settle(wanted, context_); });
     run.settled.emplace_back(wanted, drawn);
     note_peak();
   }
@@ -178,13 +186,14 @@ const nodes::Image& Evaluator::settled(Run& run, size_t at, Part part) {
   return drawn;
 }
 
-void Evaluator::make_room(const shot::Composition& composition, const Instance& instance, const Box& window) {
+void Evaluator::make_room(const shot::Composition& composition, const frame::Instance& instance,
+                          const Box& window) {
   const uint64_t wanted = texture_bytes(window);
   if (wanted > memory_) {
-    throw MemoryLimit(frame_place(composition, instance.node, instance.frame) + "its image of " +
-                      std::to_string(box_width(window)) + " x " + std::to_string(box_height(window)) +
-                      " pixels needs " + std::to_string(wanted) + " bytes, the memory limit is " +
-                      std::to_string(memory_));
+    throw frame::MemoryLimit(frame::frame_place(composition, instance.node, instance.frame) +
+                             "its image of " + std::to_string(box_width(window)) + " x " +
+                             std::to_string(box_height(window)) + " pixels needs " + std::to_string(wanted) +
+                             " bytes, the memory limit is " + std::to_string(memory_));
   }
   const uint64_t used = pool_.bytes_in_use() + qv::nodes::filter::stats().bytes + wanted;
   if (used <= memory_) return;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "host/frame/keyed_frame.h"
 #include "host/gpu/timer.h"
-#include "host/nodes/render_context.h"
-#include "host/render/keyed_frame.h"
+#include "host/node/render_context.h"
 #include "host/render/result_store.h"
 #include "host/render/stats.h"
 
@@ -21,8 +21,8 @@ class Evaluator {
   using Keep = std::function<bool(int64_t key)>;
 
   // memory: bytes that textures may have together; time_device: ask the device for its times.
-  Evaluator(const shot::Composition& composition, const nodes::Project& project, gpu::TexturePool& pool,
-            nodes::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory,
+  Evaluator(const shot::Composition& composition, const node::Project& project, gpu::TexturePool& pool,
+            node::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory,
             bool time_device);
 
   // How much of an output is wanted: a transform at the end of a graph is drawn no further.
@@ -30,8 +30,8 @@ class Evaluator {
 
   // The outputs' images, settled, in the graph's order; `parts` names one an output. Throws
   // FrameError, MemoryLimit when one image alone is larger than the memory, and ShaderError.
-  std::vector<nodes::Image> evaluate(const KeyedFrame& frame, const Keep& keep,
-                                     const std::vector<Part>& parts);
+  std::vector<node::Image> evaluate(const frame::KeyedFrame& frame, const Keep& keep,
+                                    const std::vector<Part>& parts);
 
   // Milliseconds that the device has drawn for. Waits for the last draw.
   double device_ms() {
@@ -42,15 +42,15 @@ class Evaluator {
   struct Run;
 
   void compute(Run& run, size_t at);
-  nodes::Image input_image(Run& run, const Instance& reader, int read);
-  const nodes::Image& settled(Run& run, size_t at, Part part = Part::whole);
-  void make_room(const shot::Composition& composition, const Instance& instance, const Box& window);
+  node::Image input_image(Run& run, const frame::Instance& reader, int read);
+  const node::Image& settled(Run& run, size_t at, Part part = Part::whole);
+  void make_room(const shot::Composition& composition, const frame::Instance& instance, const Box& window);
   void note_peak();
 
   const shot::Composition& composition_;
-  const nodes::Project& project_;
+  const node::Project& project_;
   gpu::TexturePool& pool_;
-  nodes::RenderContext& context_;
+  node::RenderContext& context_;
   ResultStore& store_;
   Stats& stats_;
   uint64_t memory_;

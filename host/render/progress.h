@@ -3,8 +3,6 @@
 #include "host/render/stats.h"
 
 #include <cstdint>
-#include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -35,11 +33,5 @@ class Progress {
   virtual void frame(const FrameReport& report) = 0;
   virtual void end(const Stats& stats) = 0;
 };
-
-enum class ProgressStyle { automatic, plain, jsonl, none };
-
-// automatic: a bar with the time left where `out` is a terminal, plain lines elsewhere; jsonl: one
-// JSON object a line and event. `out` outlives the result.
-std::unique_ptr<Progress> make_progress(ProgressStyle style, std::ostream& out, bool terminal);
 
 }  // namespace host::render

@@ -49,7 +49,7 @@ std::shared_ptr<float[]> BufferPool::acquire(size_t floats) {
           }};
 }
 
-uint64_t read_back(const nodes::Image& image, const Box& area, BufferPool& buffers,
+uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers,
                    std::function<void(ReadBack)> done) {
   const Box window = intersection(image.extent.window, area);
   if (!image.texture || is_empty(window)) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/nodes/image.h"
+#include "host/node/image.h"
 
 #include <cstdint>
 #include <functional>
@@ -37,7 +37,7 @@ struct ReadBack {
 // image without pixels there gives one transparent pixel, because no file can have none. Waits while
 // every slot of the ring is in flight. Returns the ticket to wait for, 0 when `done` has run already.
 // GL thread only.
-uint64_t read_back(const nodes::Image& image, const Box& area, BufferPool& buffers,
+uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers,
                    std::function<void(ReadBack)> done);
 
 }  // namespace host::render

@@ -3,10 +3,10 @@
 #include <qv/nodes/filter/scratch.h>
 #include <qv/transport/ring.h>
 
-#include "host/render/project.h"
+#include "host/base/stopwatch.h"
+#include "host/frame/project.h"
 #include "host/render/read_back.h"
 #include "host/render/renderer_state.h"
-#include "host/stopwatch.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -30,11 +30,11 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       options(std::move(render_options)),
       gpu(gpu_context),
       threads(thread_count(options.threads)),
-      project(make_project(shot, options.scale, headers)),
+      project(frame::make_project(shot, options.scale, headers)),
       decoder(headers, threads, options.memory / 4),
       shaders(gpu::ShaderLibrary::default_root()),
       pool(options.memory, gpu.max_texture_size()),
-      context(shaders, pool, decoder, stats),
+      context(shaders, pool, decoder),
       evaluator(composition, project, pool, context, store, stats, options.memory, !gpu.software()),
       keys(composition, project),
       single_keys(composition, project),
@@ -66,6 +66,8 @@ void Renderer::State::gather_stats() {
   stats.bytes_read_back = qv::transport::stats().bytes - read_back_before;
   stats.files_read = files.files;
   stats.decode_ms = files.decode_ms;
+  stats.wait_decode_ms = context.times().wait_decode_ms;
+  stats.upload_ms = context.times().upload_ms;
 }
 
 Renderer::Renderer(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context) {
@@ -81,10 +83,10 @@ Renderer::~Renderer() = default;
 
 HostImage Renderer::image(int node, int64_t frame) {
   State& state = *state_;
-  const KeyedFrame keyed = state.single_keys.frame({node}, frame);
+  const frame::KeyedFrame keyed = state.single_keys.frame({node}, frame);
   // Nothing is known of what will be asked for next, so everything may be.
   const auto images = state.evaluator.evaluate(keyed, [](int64_t) { return true; }, {Evaluator::Part::whole});
-  const nodes::Image& image = images.at(0);
+  const node::Image& image = images.at(0);
   HostImage result{image.extent, {}};
   if (!image.texture) return result;
   ReadBack pixels;
@@ -92,8 +94,8 @@ HostImage Renderer::image(int node, int64_t frame) {
   qv::transport::wait(
       read_back(image, image.extent.window, buffers, [&](ReadBack read) { pixels = std::move(read); }));
   if (!pixels.rgba) {
-    throw FrameError(frame_place(state.composition, node, frame) +
-                     "the image could not be read back from the device");
+    throw frame::FrameError(frame::frame_place(state.composition, node, frame) +
+                            "the image could not be read back from the device");
   }
   const auto floats = static_cast<size_t>(box_width(pixels.window) * box_height(pixels.window) * 4);
   result.rgba.assign(pixels.rgba.get(), pixels.rgba.get() + floats);

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "host/extent.h"
+#include "host/base/extent.h"
+#include "host/frame/existing.h"
+#include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
-#include "host/render/frame_error.h"
 #include "host/render/progress.h"
 #include "host/render/stats.h"
 #include "host/shot/composition.h"
@@ -15,15 +16,13 @@
 
 namespace host::render {
 
-enum class Existing { overwrite, skip, refuse };
-
 struct RenderOptions {
   std::vector<int64_t> frames;          // in the order to render; empty: the composition's
   std::string output;                   // -o: replaces the path of the composition's only output
   double scale = 1;                     // --proxy, above 0 and at most 1
   int threads = 0;                      // decoders and encoders; 0: one a processor
   uint64_t memory = uint64_t{2} << 30;  // bytes of cached images
-  Existing existing = Existing::refuse;
+  frame::Existing existing = frame::Existing::refuse;
   bool keep_going = false;                  // a failed frame does not end the run
   const std::atomic<bool>* stop = nullptr;  // set from a signal handler: ends within a frame
 };

@@ -3,11 +3,11 @@
 #include <qv/gpu/registry.h>
 
 #include "host/files/sources.h"
+#include "host/frame/keyed_frame.h"
 #include "host/gpu/shader_library.h"
 #include "host/gpu/texture_pool.h"
-#include "host/nodes/render_context.h"
+#include "host/node/render_context.h"
 #include "host/render/evaluator.h"
-#include "host/render/keyed_frame.h"
 #include "host/render/renderer.h"
 #include "host/render/result_store.h"
 
@@ -31,15 +31,15 @@ struct Renderer::State {
   int threads;
   Stats stats;
   files::Headers headers;
-  nodes::Project project;
+  node::Project project;
   files::Decoder decoder;
   gpu::ShaderLibrary shaders;
   gpu::TexturePool pool;
-  nodes::RenderContext context;
+  node::RenderContext context;
   ResultStore store;
   Evaluator evaluator;
-  FrameKeys keys;         // of the composition's outputs
-  FrameKeys single_keys;  // of whatever image() asks for
+  frame::FrameKeys keys;         // of the composition's outputs
+  frame::FrameKeys single_keys;  // of whatever image() asks for
   qv::gpu::Stats gpu_before;
   uint64_t scratch_before;
   uint64_t read_back_before;

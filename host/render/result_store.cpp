@@ -9,7 +9,7 @@ namespace {
 
 using Holds = std::vector<std::pair<int64_t, int64_t>>;
 
-void add_hold(const nodes::Image& image, Holds& holds) {
+void add_hold(const node::Image& image, Holds& holds) {
   if (!image.texture) return;
   const std::pair hold(static_cast<int64_t>(image.texture->id), static_cast<int64_t>(image.texture->bytes()));
   if (std::find(holds.begin(), holds.end(), hold) == holds.end()) holds.push_back(hold);

@@ -3,7 +3,7 @@
 #include <qv/graph/result_cache.h>
 #include <qv/graph/schedule.h>
 
-#include "host/nodes/image.h"
+#include "host/node/image.h"
 
 #include <cstdint>
 #include <memory>
@@ -14,9 +14,9 @@ namespace host::render {
 // What a node gave, and the same with its pending transform applied, once somebody asked for it:
 // all of it for nodes, and what lies in the format for files. Textures are null until made.
 struct Result {
-  nodes::Image image;
-  nodes::Image settled;
-  nodes::Image in_format;
+  node::Image image;
+  node::Image settled;
+  node::Image in_format;
 };
 
 using ResultPtr = std::shared_ptr<Result>;

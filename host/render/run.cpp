@@ -1,9 +1,9 @@
+#include "host/base/stopwatch.h"
 #include "host/files/pattern.h"
 #include "host/render/delivery.h"
 #include "host/render/renderer.h"
 #include "host/render/renderer_state.h"
 #include "host/render/upcoming.h"
-#include "host/stopwatch.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -80,10 +80,10 @@ class Run {
     const int64_t hits = state_.stats.cache_hits;
     try {
       draw_and_send(frame);
-    } catch (const MemoryLimit& error) {
+    } catch (const frame::MemoryLimit& error) {
       over_memory_ = true;
       report.error = error.what();
-    } catch (const FrameError& error) {
+    } catch (const frame::FrameError& error) {
       report.error = error.what();
     }
     draw_failed_ = draw_failed_ || !report.error.empty();
@@ -94,7 +94,7 @@ class Run {
 
   // The frames that are to be rendered; notes those whose files are there and may stay.
   std::vector<int64_t> unfinished() {
-    if (state_.options.existing != Existing::skip) return frames_;
+    if (state_.options.existing != frame::Existing::skip) return frames_;
     std::vector<int64_t> left;
     for (const int64_t frame : frames_) (stands_already(frame) ? finished_before_ : left).push_back(frame);
     return left;
@@ -107,13 +107,13 @@ class Run {
         std::error_code error;
         return std::filesystem::exists(target.file.path, error);
       });
-    } catch (const FrameError&) {
+    } catch (const frame::FrameError&) {
       return false;  // rendering it will say why
     }
   }
 
   void draw_and_send(const Upcoming& frame) {
-    if (!frame.error.empty()) throw FrameError(frame.error);
+    if (!frame.error.empty()) throw frame::FrameError(frame.error);
     const std::vector<Target> targets = targets_of(frame.frame);
     check_paths(targets, frame.frame);
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
@@ -130,7 +130,7 @@ class Run {
   std::vector<Target> targets_of(int64_t frame) const {
     std::vector<Target> targets;
     for (const int output : state_.composition.outputs) {
-      const nodes::Node& node = state_.composition.nodes[static_cast<size_t>(output)];
+      const node::Node& node = state_.composition.nodes[static_cast<size_t>(output)];
       auto file = node.type->operation->output(node.call_at(frame, state_.project));
       const std::string& override_path = state_.options.output;
       if (!override_path.empty()) {
@@ -138,8 +138,8 @@ class Run {
         file->path = files::frame_path(override_path, frame);
       }
       if (!file) {
-        throw FrameError(frame_place(state_.composition, output, frame) +
-                         "it writes no file; give an output path or add a node of type \"write\"");
+        throw frame::FrameError(frame::frame_place(state_.composition, output, frame) +
+                                "it writes no file; give an output path or add a node of type \"write\"");
       }
       targets.push_back({output, std::move(*file)});
     }
@@ -150,16 +150,17 @@ class Run {
   void check_paths(const std::vector<Target>& targets, int64_t frame) {
     for (size_t i = 0; i < targets.size(); ++i) {
       const std::string& path = targets[i].file.path;
-      const std::string place = frame_place(state_.composition, targets[i].node, frame);
+      const std::string place = frame::frame_place(state_.composition, targets[i].node, frame);
       if (first_paths_.size() <= i) {
         first_paths_.push_back(path);
       } else if (path == first_paths_[i]) {
-        throw FrameError(place + path +
-                         ": every frame would go to this file; put #### where its number is to stand");
+        throw frame::FrameError(place + path +
+                                ": every frame would go to this file; put #### where its number is to stand");
       }
       std::error_code error;
-      if (state_.options.existing == Existing::refuse && std::filesystem::exists(path, error)) {
-        throw FrameError(place + path + " exists already; --overwrite replaces it, --skip-existing keeps it");
+      if (state_.options.existing == frame::Existing::refuse && std::filesystem::exists(path, error)) {
+        throw frame::FrameError(place + path +
+                                " exists already; --overwrite replaces it, --skip-existing keeps it");
       }
     }
   }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace host::render {
 
@@ -34,8 +33,5 @@ struct Stats {
   uint64_t bytes_read_back = 0;     // from the device
   uint64_t peak_texture_bytes = 0;  // images, scratch and cached results together
 };
-
-std::string stats_text(const Stats& stats);  // for people, a line a group
-std::string stats_json(const Stats& stats);  // every field under its name
 
 }  // namespace host::render

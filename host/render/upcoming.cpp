@@ -5,8 +5,8 @@
 
 namespace host::render {
 
-UpcomingFrames::UpcomingFrames(const shot::Composition& composition, const nodes::Project& project,
-                               FrameKeys& keys, std::vector<int64_t> frames, int ahead)
+UpcomingFrames::UpcomingFrames(const shot::Composition& composition, const node::Project& project,
+                               frame::FrameKeys& keys, std::vector<int64_t> frames, int ahead)
     : composition_(composition),
       project_(project),
       keys_(keys),
@@ -28,14 +28,14 @@ void UpcomingFrames::key_ahead() {
     frame.frame = frames_[keyed_++];
     try {
       frame.keyed = keys_.frame(composition_.outputs, frame.frame);
-    } catch (const FrameError& error) {
+    } catch (const frame::FrameError& error) {
       frame.error = error.what();
     }
     count_keys(frame.keyed, 1);
   }
 }
 
-void UpcomingFrames::count_keys(const KeyedFrame& frame, int by) {
+void UpcomingFrames::count_keys(const frame::KeyedFrame& frame, int by) {
   for (const int64_t key : frame.keys) {
     int& count = *later_.insert(key).first;
     count += by;
@@ -51,14 +51,14 @@ std::vector<files::Wanted> UpcomingFrames::wanted(const Upcoming& current, const
   return list;
 }
 
-void UpcomingFrames::add_wanted(const KeyedFrame& frame, int distance, const ResultStore& store,
+void UpcomingFrames::add_wanted(const frame::KeyedFrame& frame, int distance, const ResultStore& store,
                                 std::vector<files::Wanted>& list) const {
-  const std::vector<Instance>& instances = frame.graph.instances;
+  const std::vector<frame::Instance>& instances = frame.graph.instances;
   std::vector<uint8_t> needed(instances.size());
   for (const int output : frame.graph.outputs) needed[static_cast<size_t>(output)] = 1;
   for (size_t at = instances.size(); at-- > 0;) {
     if (!needed[at] || store.contains(frame.keys[at])) continue;
-    const nodes::Node& node = composition_.nodes[static_cast<size_t>(instances[at].node)];
+    const node::Node& node = composition_.nodes[static_cast<size_t>(instances[at].node)];
     if (node.type->reads_pixels) {
       for (const int read : instances[at].reads) {
         if (read >= 0) needed[static_cast<size_t>(read)] = 1;

@@ -3,7 +3,7 @@
 #include <qv/graph/flat_map.h>
 
 #include "host/files/sources.h"
-#include "host/render/keyed_frame.h"
+#include "host/frame/keyed_frame.h"
 #include "host/render/result_store.h"
 
 #include <cstdint>
@@ -18,7 +18,7 @@ namespace host::render {
 // A frame about to be rendered: its keyed graph, or why it has none.
 struct Upcoming {
   int64_t frame = 0;
-  KeyedFrame keyed;
+  frame::KeyedFrame keyed;
   std::string error;  // of a graph that could not be made; the frame fails with it
 };
 
@@ -27,7 +27,7 @@ struct Upcoming {
 class UpcomingFrames {
  public:
   // frames, outputs: what to render; ahead: frames to look beyond the next one. References outlive it.
-  UpcomingFrames(const shot::Composition& composition, const nodes::Project& project, FrameKeys& keys,
+  UpcomingFrames(const shot::Composition& composition, const node::Project& project, frame::FrameKeys& keys,
                  std::vector<int64_t> frames, int ahead);
 
   // Moves on to the next frame; false when there is none.
@@ -43,13 +43,13 @@ class UpcomingFrames {
 
  private:
   void key_ahead();
-  void count_keys(const KeyedFrame& frame, int by);
-  void add_wanted(const KeyedFrame& frame, int distance, const ResultStore& store,
+  void count_keys(const frame::KeyedFrame& frame, int by);
+  void add_wanted(const frame::KeyedFrame& frame, int distance, const ResultStore& store,
                   std::vector<files::Wanted>& list) const;
 
   const shot::Composition& composition_;
-  const nodes::Project& project_;
-  FrameKeys& keys_;
+  const node::Project& project_;
+  frame::FrameKeys& keys_;
   std::vector<int64_t> frames_;
   size_t ahead_;
   size_t keyed_ = 0;               // frames that have been keyed, from the first on

@@ -1,9 +1,9 @@
 #include "host/shot/composition.h"
 
+#include "host/base/suggest.h"
 #include "host/shot/frames.h"
 #include "host/shot/parse_nodes.h"
 #include "host/shot/problems.h"
-#include "host/suggest.h"
 
 #include <cerrno>
 #include <fstream>
@@ -63,7 +63,7 @@ std::vector<int64_t> parse_default_frames(const nlohmann::json& value, Problems&
 }
 
 // Where nothing is named: what writes files, else what nothing reads.
-std::vector<int> default_outputs(const std::vector<nodes::Node>& all) {
+std::vector<int> default_outputs(const std::vector<node::Node>& all) {
   std::vector<int> writers;
   std::set<int> read;
   for (size_t i = 0; i < all.size(); ++i) {
@@ -82,7 +82,7 @@ std::vector<int> parse_outputs(const nlohmann::json& value, const Composition& c
                                Problems& problems) {
   if (value.is_null()) return default_outputs(composition.nodes);
   std::vector<std::string> names;
-  for (const nodes::Node& node : composition.nodes) names.push_back(node.name);
+  for (const node::Node& node : composition.nodes) names.push_back(node.name);
   std::vector<int> outputs;
   for (const nlohmann::json& each : value.is_array() ? value : nlohmann::json::array({value})) {
     const auto name = each.is_string() ? each.get<std::string>() : std::string();

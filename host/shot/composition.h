@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/extent.h"
-#include "host/nodes/node.h"
+#include "host/base/extent.h"
+#include "host/node/node.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -28,9 +28,9 @@ struct Composition {
   std::string file;              // as given, for messages
   std::filesystem::path folder;  // that its file knobs are relative to
   Format format;
-  std::vector<int64_t> frames;     // those to render unless asked otherwise; never empty
-  std::vector<nodes::Node> nodes;  // upstream first: an input's position is below its node's
-  std::vector<int> outputs;        // positions of the nodes to render, in the order given
+  std::vector<int64_t> frames;    // those to render unless asked otherwise; never empty
+  std::vector<node::Node> nodes;  // upstream first: an input's position is below its node's
+  std::vector<int> outputs;       // positions of the nodes to render, in the order given
 
   // Position of a node by name, -1 when there is none.
   int find(std::string_view name) const;

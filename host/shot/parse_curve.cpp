@@ -2,9 +2,9 @@
 
 #include <qv/anim/curve.h>
 
-#include "host/nodes/expectation.h"
+#include "host/base/suggest.h"
+#include "host/node/expectation.h"
 #include "host/shot/composition.h"
-#include "host/suggest.h"
 
 #include <algorithm>
 #include <optional>
@@ -30,7 +30,7 @@ std::optional<uint8_t> parse_interpolation(const nlohmann::json& value, const st
   return std::nullopt;
 }
 
-std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const nodes::KnobSpec& spec,
+std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const node::KnobSpec& spec,
                                        const std::string& place, Problems& problems) {
   const bool shaped = value.is_array() && value.size() >= 2 && value.size() <= 5 && value[0].is_number() &&
                       value[1].is_number();
@@ -43,7 +43,7 @@ std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const nodes:
   key.value = value[1].get<double>();
   key.kind = linear_kind;
   if (!(key.value >= spec.minimum && key.value <= spec.maximum)) {
-    problems.add(place, "expected " + nodes::expectation(spec) + ", found " + found(value[1]));
+    problems.add(place, "expected " + node::expectation(spec) + ", found " + found(value[1]));
     return std::nullopt;
   }
   if (value.size() == 2) return key;
@@ -64,7 +64,7 @@ std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const nodes:
 }
 
 // Keys in ascending order, or nothing.
-std::optional<std::vector<qv::anim::Key>> parse_keys(const nlohmann::json& list, const nodes::KnobSpec& spec,
+std::optional<std::vector<qv::anim::Key>> parse_keys(const nlohmann::json& list, const node::KnobSpec& spec,
                                                      const std::string& place, Problems& problems) {
   if (!list.is_array() || list.empty()) {
     problems.add(place, "expected a list of keys [frame, value, interpolation], found " + found(list));
@@ -93,7 +93,7 @@ const std::vector<std::string>& interpolation_names() {
   return names;
 }
 
-std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const nodes::KnobSpec& spec,
+std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const node::KnobSpec& spec,
                                                    const std::string& place, Problems& problems) {
   refuse_unknown(object, {"keys", "extrapolate"}, place, problems);
   const auto extrapolate = object.value("extrapolate", nlohmann::json(false));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/nodes/knob.h"
+#include "host/node/knob.h"
 #include "host/shot/problems.h"
 
 #include <memory>
@@ -12,7 +12,7 @@ namespace host::shot {
 
 // The curve of {"keys": [[frame, value, interpolation], ...], "extrapolate": true}. Null, with what
 // is wrong reported, when keys are malformed, out of order, or outside the knob's limits.
-std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const nodes::KnobSpec& spec,
+std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const node::KnobSpec& spec,
                                                    const std::string& place, Problems& problems);
 
 }  // namespace host::shot

@@ -1,8 +1,8 @@
 #include "host/shot/parse_knobs.h"
 
-#include "host/nodes/expectation.h"
+#include "host/base/suggest.h"
+#include "host/node/expectation.h"
 #include "host/shot/parse_curve.h"
-#include "host/suggest.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,11 +11,11 @@
 
 namespace host::shot {
 
-using nodes::expectation;
-using nodes::KnobComponent;
-using nodes::KnobKind;
-using nodes::KnobSpec;
-using nodes::KnobValue;
+using node::expectation;
+using node::KnobComponent;
+using node::KnobKind;
+using node::KnobSpec;
+using node::KnobValue;
 
 namespace {
 

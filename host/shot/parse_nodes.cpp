@@ -1,8 +1,8 @@
 #include "host/shot/parse_nodes.h"
 
+#include "host/base/suggest.h"
 #include "host/nodes/catalogue.h"
 #include "host/shot/parse_knobs.h"
-#include "host/suggest.h"
 
 #include <map>
 #include <optional>
@@ -11,9 +11,9 @@
 
 namespace host::shot {
 
-using nodes::InputSpec;
-using nodes::Node;
-using nodes::NodeType;
+using node::InputSpec;
+using node::Node;
+using node::NodeType;
 
 namespace {
 

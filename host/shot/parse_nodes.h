@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/nodes/node.h"
+#include "host/node/node.h"
 #include "host/shot/problems.h"
 
 #include <vector>
@@ -11,9 +11,9 @@ namespace host::shot {
 
 // The nodes of a list, connected by position and in the order given. What is wrong is reported; the
 // result then is only good for looking for more faults.
-std::vector<nodes::Node> parse_nodes(const nlohmann::json& list, Problems& problems);
+std::vector<node::Node> parse_nodes(const nlohmann::json& list, Problems& problems);
 
 // The nodes reordered upstream first, otherwise as they stood. A circle is reported, node by node.
-std::vector<nodes::Node> upstream_first(std::vector<nodes::Node> given, Problems& problems);
+std::vector<node::Node> upstream_first(std::vector<node::Node> given, Problems& problems);
 
 }  // namespace host::shot

@@ -1,6 +1,6 @@
 #include "host/shot/problems.h"
 
-#include "host/suggest.h"
+#include "host/base/suggest.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "host/shot/schema.h"
 
+#include "host/node/expectation.h"
 #include "host/nodes/catalogue.h"
-#include "host/nodes/expectation.h"
 #include "host/shot/composition.h"
 
 #include <cmath>
@@ -12,9 +12,9 @@ namespace host::shot {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using nodes::KnobKind;
-using nodes::KnobSpec;
-using nodes::NodeType;
+using node::KnobKind;
+using node::KnobSpec;
+using node::NodeType;
 
 Json reference(const char* name) {
   return {{"$ref", "#/$defs/" + std::string(name)}};
@@ -41,7 +41,7 @@ Json default_value(const KnobSpec& spec) {
 
 Json knob_schema(const KnobSpec& spec) {
   Json schema = {{"description",
-                  spec.help + " Expects " + nodes::expectation(spec) + (spec.pixels ? ", in pixels." : ".")},
+                  spec.help + " Expects " + node::expectation(spec) + (spec.pixels ? ", in pixels." : ".")},
                  {"default", default_value(spec)}};
   switch (spec.kind) {
     case KnobKind::choice:
@@ -67,7 +67,7 @@ Json knob_schema(const KnobSpec& spec) {
 
 Json inputs_schema(const NodeType& type) {
   Json by_name = Json::object();
-  for (const nodes::InputSpec& input : type.inputs) {
+  for (const node::InputSpec& input : type.inputs) {
     const bool repeats = type.repeats_last_input && &input == &type.inputs.back();
     by_name[input.name] = {{"description", input.help}};
     by_name[input.name]["type"] = repeats ? Json({"string", "array"}) : Json("string");

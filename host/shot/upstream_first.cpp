@@ -6,7 +6,7 @@
 
 namespace host::shot {
 
-using nodes::Node;
+using node::Node;
 
 namespace {
 

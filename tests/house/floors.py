@@ -1,4 +1,4 @@
-"""Fails when an include line in qv/ points up, or sideways into a room that it may not know of.
+"""Fails when an include line in qv/ or host/ points up, or sideways into a room that it may not know of.
 
 usage: floors.py SOURCE_DIR
 """
@@ -40,6 +40,8 @@ FLOORS = {
     "xform/steps": {"xform/matrix"},
     "xform/matrix": set(),
 }
+# The rooms of the host, roof first: each may look into those behind it, and into itself.
+HOST = [{"cli"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"files", "gpu"}, {"base"}]
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 
 
@@ -55,6 +57,19 @@ def allowed(own, target):
     return unit == own or unit not in FLOORS or own not in FLOORS or unit in FLOORS[own]
 
 
+def storey(room):
+    return next((i for i, names in enumerate(HOST) if room in names), -1)
+
+
+def host_fault(own, target):
+    if target.startswith("qv/"):
+        return False
+    mine, theirs = own.split("/")[0], target.removeprefix("host/").split("/")[0]
+    if not target.startswith("host/") or storey(mine) < 0 or storey(theirs) < 0:
+        return True
+    return mine != theirs and storey(theirs) <= storey(mine)
+
+
 def main():
     root = pathlib.Path(sys.argv[1])
     files = [p for p in sorted(root.glob("qv/**/*")) if p.suffix in (".h", ".cpp")]
@@ -63,8 +78,12 @@ def main():
         own = path.relative_to(root / "qv").with_suffix("").as_posix()
         targets = INCLUDE.findall(path.read_text())
         faults += [f"{path.relative_to(root)} includes {t}" for t in targets if not allowed(own, t)]
+    host = [p for p in sorted(root.glob("host/**/*")) if p.suffix in (".h", ".cpp")]
+    for path in host:
+        own = path.relative_to(root / "host").as_posix()
+        faults += [f"{path.relative_to(root)} includes {t}" for t in INCLUDE.findall(path.read_text()) if host_fault(own, t)]
     faults += [f"{unit} has no header" for unit in FLOORS if not (root / "qv" / f"{unit}.h").exists()]
-    print("\n".join(faults) or f"{len(files)} files, every include points down")
+    print("\n".join(faults) or f"{len(files) + len(host)} files, every include points down")
     return 1 if faults else 0
 
 

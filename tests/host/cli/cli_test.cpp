@@ -1,5 +1,5 @@
+#include "host/cli/describe.h"
 #include "host/nodes/catalogue.h"
-#include "host/nodes/describe.h"
 #include "host/shot/composition.h"
 #include "host/shot/schema.h"
 #include "tests/host/cli/process.h"
@@ -182,10 +182,10 @@ TEST(Catalogue, SchemaInTheDocsIsTheOneOfTheProgramAndListsEveryType) {
       << "run: quorvel nodes --schema > docs/composition.schema.json";
   EXPECT_EQ(run({"nodes", "--schema"}).out, kept);
   const std::string list = run({"nodes"}).out;
-  EXPECT_EQ(run({"nodes", "blur"}).out, host::nodes::describe(*host::nodes::find_type("blur")));
-  for (const host::nodes::NodeType& type : host::nodes::catalogue()) {
+  EXPECT_EQ(run({"nodes", "blur"}).out, host::cli::describe(*host::nodes::find_type("blur")));
+  for (const host::node::NodeType& type : host::nodes::catalogue()) {
     EXPECT_NE(list.find("\n  " + type.name + " "), std::string::npos) << type.name;
-    const std::string words = host::nodes::describe(type);
+    const std::string words = host::cli::describe(type);
     for (const auto& knob : type.knobs)
       EXPECT_NE(words.find("  " + knob.name + " "), std::string::npos) << knob.name;
   }

@@ -33,7 +33,7 @@ inline void expect_near(const Rgba& found, const Rgba& expected, double toleranc
 inline std::string failure(scene::Scene& shot) {
   try {
     shot.image("n");
-  } catch (const host::render::FrameError& error) {
+  } catch (const host::frame::FrameError& error) {
     return error.what();
   }
   return "";

@@ -145,7 +145,7 @@ TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
 std::string failure(scene::Scene& shot, int64_t frame) {
   try {
     shot.image("r", frame);
-  } catch (const host::render::FrameError& error) {
+  } catch (const host::frame::FrameError& error) {
     return error.what();
   }
   return "";

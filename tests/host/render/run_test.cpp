@@ -16,7 +16,7 @@
 
 namespace {
 
-using host::render::Existing;
+using host::frame::Existing;
 using host::render::FrameReport;
 using host::render::Outcome;
 using host::render::RenderOptions;

@@ -110,7 +110,7 @@ TEST(CornerPin, RefusesPointsThatDoNotPair) {
     try {
       shot.image("t");
       ADD_FAILURE() << knobs;
-    } catch (const host::render::FrameError& error) {
+    } catch (const host::frame::FrameError& error) {
       EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
     }
   }

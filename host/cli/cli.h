@@ -1,0 +1,20 @@
+#pragma once
+
+namespace host::cli {
+
+// What the process ends with. Never `done` while a frame is missing.
+enum ExitCode : int {
+  exit_done = 0,
+  exit_some_failed = 1,
+  exit_usage = 2,    // wrong usage, or a composition with errors
+  exit_nothing = 3,  // no frame to render
+  exit_memory = 4,
+  exit_no_gl = 5,
+  exit_interrupted = 130,
+};
+
+// The command line: render, info, nodes. Prints results to standard output, messages and progress to
+// standard error. Returns an ExitCode and never throws.
+int run(int argc, char** argv);
+
+}  // namespace host::cli

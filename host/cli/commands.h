@@ -1,0 +1,46 @@
+#pragma once
+
+#include "host/cli/progress.h"
+#include "host/gpu/gpu_context.h"
+#include "host/render/renderer.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace host::cli {
+
+// Something that the person who typed the command can put right; the text says what and how.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct RenderCommand {
+  std::string file;
+  std::string frames;  // as typed; "" for the composition's own
+  std::string gpu = "auto";
+  std::string stats;  // "" none, "-" for people, else the path of a JSON file
+  cli::ProgressStyle progress = cli::ProgressStyle::automatic;
+  bool dry_run = false;
+  render::RenderOptions options;  // all but `frames` and `stop`, which the command fills in
+};
+
+struct InfoCommand {
+  std::string file;
+  double scale = 1;
+  bool dot = false;
+};
+
+struct NodesCommand {
+  std::string type;  // "" for all
+  bool schema = false;
+};
+
+// Each prints its results to standard output and returns an ExitCode. They throw UsageError,
+// shot::CompositionError, shot::FramesError, gpu::NoGpu, gpu::ShaderError, and std::runtime_error for
+// the rest.
+int render_frames(const RenderCommand& command);
+int print_info(const InfoCommand& command);
+int print_nodes(const NodesCommand& command);
+
+}  // namespace host::cli

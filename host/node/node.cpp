@@ -1,0 +1,38 @@
+#include "host/node/node.h"
+
+#include <filesystem>
+
+namespace host::node {
+
+std::string resolved_path(const Project& project, const std::string& file) {
+  if (file.empty()) return file;
+  return (std::filesystem::path(project.folder) / file).lexically_normal().string();
+}
+
+std::vector<Request> Operation::reads(const Call& call) const {
+  std::vector<Request> requests;
+  for (size_t i = 0; i < call.node.inputs.size(); ++i) {
+    requests.push_back({static_cast<int>(i), call.frame});
+  }
+  return requests;
+}
+
+void Operation::identify(const Call& /*call*/, Identity& /*identity*/) const {}
+
+std::optional<files::Source> Operation::source(const Call& /*call*/) const {
+  return std::nullopt;
+}
+
+Extent Operation::extent(const Call& call, std::span<const Extent> inputs) const {
+  return inputs.empty() ? Extent{call.project.format, {}} : inputs[0];
+}
+
+std::optional<files::OutputFile> Operation::output(const Call& /*call*/) const {
+  return std::nullopt;
+}
+
+Call Node::call_at(int64_t frame, const Project& project) const {
+  return {*this, Knobs(type->knobs, knobs, static_cast<double>(frame), project.scale), frame, project};
+}
+
+}  // namespace host::node

@@ -1,0 +1,121 @@
+#pragma once
+
+#include "host/base/extent.h"
+#include "host/files/image_writer.h"
+#include "host/files/sources.h"
+#include "host/node/identity.h"
+#include "host/node/image.h"
+#include "host/node/knob.h"
+#include "host/node/render_context.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace host::node {
+
+struct Node;
+
+// What all nodes of a render share, already scaled to it.
+struct Project {
+  Format format;            // the composition's, at the render's scale
+  double scale = 1;         // --proxy
+  int64_t first_frame = 1;  // of the composition, not of the frames asked for
+  int64_t last_frame = 1;
+  std::string folder;  // that file knobs are relative to
+  files::Headers* headers = nullptr;
+};
+
+// A file knob's path, made absolute against the project's folder; a frame pattern stays in it.
+std::string resolved_path(const Project& project, const std::string& file);
+
+// One node at one frame: what every question to an Operation is about. A view.
+struct Call {
+  const Node& node;
+  Knobs knobs;  // at `frame`, in pixels of the render's scale
+  int64_t frame = 0;
+  const Project& project;
+};
+
+// An image that a node reads: the input's position and the frame.
+struct Request {
+  int input = 0;
+  int64_t frame = 0;
+};
+
+// What nodes of one type do. An operation has no state: one object serves every node of its type,
+// and each answer follows from the call alone, so that results can be cached and reused. The renderer
+// asks in this order, a frame: reads, identify, source (ahead of time); extent; render (only what is
+// not cached). Anything but `reads` and `render` usually has a default that fits.
+//
+// Failure: throw std::runtime_error with what went wrong and what was expected; the renderer puts
+// file, node and frame in front. GL thread only.
+class Operation {
+ public:
+  Operation() = default;
+  virtual ~Operation() = default;
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+
+  // Which images it needs, in the order in which `extent` and `render` get them. A request for an
+  // input that is not connected is answered by an image without pixels, in the project's format.
+  // Default: every input of the node, connected or not, at the call's frame, so that position i is
+  // input i.
+  virtual std::vector<Request> reads(const Call& call) const;
+
+  // Adds to the result's key what it depends on beside the type, the knobs' values at the frame, the
+  // project's format and the keys of what it reads, which are in it already: a frame number that the
+  // pixels depend on, knobs at other times, a file's date. Default: nothing.
+  virtual void identify(const Call& call, Identity& identity) const;
+
+  // The file that `render` will fetch, if any; asked frames ahead so that it can be decoded in time.
+  // Default: none.
+  virtual std::optional<files::Source> source(const Call& call) const;
+
+  // Format and data window of the result, given those of what it reads. Default: those of the first.
+  virtual Extent extent(const Call& call, std::span<const Extent> inputs) const;
+
+  // The result, with `extent` as told by extent(). May return an input as it is, which shares its
+  // texture and costs nothing.
+  virtual Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
+                       RenderContext& context) const = 0;
+
+  // For node types that write files: where this frame's image goes. Default: nowhere.
+  virtual std::optional<files::OutputFile> output(const Call& call) const;
+};
+
+struct InputSpec {
+  std::string name;
+  bool required = true;
+  std::string help;
+};
+
+// A row of the catalogue: everything that is known of a node type.
+struct NodeType {
+  std::string name;    // as a composition gives it: "blur"
+  std::string family;  // "filter"
+  std::string help;    // one or two sentences, shown to people
+  std::vector<InputSpec> inputs;
+  std::vector<KnobSpec> knobs;
+  std::shared_ptr<const Operation> operation;
+  bool repeats_last_input = false;  // any number of images under the last input's name
+  bool writes_files = false;        // output() tells where; such nodes are rendered by default
+  bool takes_pending = false;       // may be handed images with a pending transform
+  bool reads_pixels = true;         // false: looks at its inputs' extents alone, they are not rendered
+};
+
+// A node of a composition. inputs[i] is the node connected to input i (a position in the
+// composition, upstream first), or -1; there are more than the type has when its last one repeats.
+struct Node {
+  std::string name;
+  const NodeType* type = nullptr;
+  std::vector<int> inputs;
+  std::vector<KnobValue> knobs;  // one a KnobSpec of the type, in its order
+
+  Call call_at(int64_t frame, const Project& project) const;
+};
+
+}  // namespace host::node
