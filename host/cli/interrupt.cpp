@@ -1,6 +1,7 @@
 #include "host/cli/interrupt.h"
 
 #include <csignal>
+#include <initializer_list>
 
 namespace host::cli {
 namespace {
