@@ -2,6 +2,8 @@
 
 #include <qv/transport/ring.h>
 
+#include "host/gpu/gl_functions.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -24,6 +26,22 @@ struct Transfer {
     pixels.reset();
     done(std::move(result));
   }
+};
+
+// Binds a framebuffer for drawing as well while it is read. Asked whether a draw into a texture is
+// still on its way, llvmpipe believes the first scene that knows the texture: one that read it,
+// before it was used again, hides the later one that draws into it. What is bound for drawing it
+// waits for without asking. Elsewhere this costs a call.
+class BoundForDrawing {
+ public:
+  explicit BoundForDrawing(uint32_t framebuffer) {
+    gpu::gl.BindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+  }
+  ~BoundForDrawing() {
+    gpu::gl.BindFramebuffer(GL_FRAMEBUFFER, 0);
+  }
+  BoundForDrawing(const BoundForDrawing&) = delete;
+  BoundForDrawing& operator=(const BoundForDrawing&) = delete;
 };
 
 }  // namespace
@@ -65,6 +83,7 @@ uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffer
   transfer->done = std::move(done);
   const int x = static_cast<int>(window[0] - image.extent.window[0]);
   const int y = static_cast<int>(image.extent.window[3] - window[3]);
+  const BoundForDrawing bound(image.texture->framebuffer);
   const uint64_t ticket = qv::transport::start(
       image.texture->framebuffer, 0, x, y, width, height, 4, transfer->pixels.get(), transfer->parts.data(),
       static_cast<unsigned>(transfer->parts.size()), [transfer] { transfer->finish(); });

@@ -20,7 +20,9 @@
 // What the background thread wrote (destination, `aux`, the callback's effects) before `done(t)`
 // turned true or `wait(t)` returned is visible to the caller that saw it.
 //
-// The host keeps OpenGL's default pixel-pack state and reads from framebuffer objects only.
+// The host keeps OpenGL's default pixel-pack state and reads from framebuffer objects only. It binds
+// them for drawing as well during `start`: some software drivers copy at once and do not wait for
+// draws into a texture that earlier ones had read (docs/gpu.md).
 namespace qv::transport {
 
 // Counters since the process began. `bytes` is what was copied to destinations. `completed` counts

@@ -1,0 +1,120 @@
+#include "host/render/progress.h"
+#include "tests/host/render/scene.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int width = 240, height = 160, plates = 3;
+
+// Branches that take, draw and give back textures of one size and of others in all ways there are:
+// moves that are drawn last, filters with scratch textures, several frames in one, and results that
+// more than one branch reads.
+const std::string branches =
+    R"({"name": "a", "type": "read", "knobs": {"file": "a.#.exr", "before": "loop", "after": "loop"}},
+  {"name": "b", "type": "read", "knobs": {"file": "b.#.exr", "before": "loop", "after": "loop"}},
+  {"name": "flipped", "type": "reformat", "inputs": "b", "knobs": {"flip": true}},
+  {"name": "pinned", "type": "corner_pin", "inputs": "b", "knobs": {"to": [4, 3, 230, 9, 236, 150, 7, 155]}},
+  {"name": "graded", "type": "grade", "inputs": "a", "knobs": {"gamma": 2}},
+  {"name": "cut", "type": "reformat", "inputs": "a", "knobs": {"size": [97, 61], "flop": true}},
+  {"name": "dim", "type": "grade", "inputs": "cut", "knobs": {"multiply": 0.5}},
+  {"name": "small", "type": "reformat", "inputs": "b", "knobs": {"size": [97, 61]}},
+  {"name": "over", "type": "merge", "inputs": ["graded", "b"]},
+  {"name": "soft", "type": "blur", "inputs": "over", "knobs": {"size": {"keys": [[1, 2], [50, 9]]}}},
+  {"name": "mixed", "type": "frame_blend", "inputs": "graded"},
+  {"name": "moved", "type": "transform", "inputs": "mixed", "knobs": {"translate": [3.5, -2.25]}})";
+
+// What is read first has pixels in a texture that another branch had read its plate from.
+const std::vector<std::vector<std::string>> compositions = {
+    {"flipped", "graded"},
+    {"pinned", "soft", "dim"},
+    {"small", "dim", "graded", "moved"},
+    {"moved", "flipped", "small", "soft", "pinned"},
+};
+
+struct Silent : host::render::Progress {
+  std::string errors;
+  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
+  void notice(const std::string& /*text*/) override {}
+  void frame(const host::render::FrameReport& report) override {
+    errors += report.error;
+  }
+  void end(const host::render::Stats& /*all*/) override {}
+};
+
+std::string file_name(std::string name, int64_t frame) {
+  return name.append(".").append(std::to_string(frame)).append(".exr");
+}
+
+std::string written(const std::string& name) {
+  return R"(, {"name": "write )" + name + R"(", "type": "write", "inputs": ")" + name +
+         R"(", "knobs": {"file": "together/)" + name +
+         R"(.#.exr", "depth": "float", "compression": "none"}})";
+}
+
+// How many floats of a file are not those of an image.
+int64_t differences(const std::filesystem::path& file, const host::render::HostImage& image) {
+  const OIIO::ImageBuf stored(file.string());
+  int64_t count = stored.spec().width < 1 ? 1 : 0;
+  for (OIIO::ImageBuf::ConstIterator<float> at(stored); !at.done(); ++at) {
+    const auto expected = scene::pixel(image, at.x(), stored.spec().full_height - 1 - at.y());
+    for (int i = 0; i < 4; ++i) count += at[i] == expected[static_cast<size_t>(i)] ? 0 : 1;
+  }
+  return count;
+}
+
+class Outputs : public testing::TestWithParam<int> {
+ protected:
+  // Before the context is opened: a process of its own for each number, as ctest gives them.
+  void SetUp() override {
+    setenv("LP_NUM_THREADS", std::to_string(GetParam()).c_str(), 1);
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> value(0, 1);
+    for (int i = 0; i < 2 * plates; ++i) {
+      scene::Plate plate;
+      plate.width = width;
+      plate.height = height;
+      for (int k = 0; k < 4 * width * height; ++k) plate.pixels.push_back(value(random));
+      scene::write_plate(scene::folder() / file_name(i % 2 ? "b" : "a", 1 + i / 2), plate);
+    }
+  }
+};
+
+TEST_P(Outputs, OfOneFrameHoldWhatEachHoldsAlone) {
+  int64_t first = 1;
+  for (const auto& names : compositions) {
+    host::render::RenderOptions options;
+    options.existing = host::render::Existing::overwrite;
+    options.frames.resize(names == compositions.back() ? 14 : 12);
+    std::iota(options.frames.begin(), options.frames.end(), first);
+    first += static_cast<int64_t>(options.frames.size());
+    std::string nodes = branches;
+    for (const std::string& name : names) nodes += written(name);
+    Silent progress;
+    ASSERT_EQ(scene::Scene(nodes, width, height, options).renderer().run(progress),
+              host::render::Outcome::done)
+        << progress.errors;
+    scene::Scene alone(branches, width, height);
+    for (const int64_t frame : options.frames) {
+      for (const std::string& name : names) {
+        const auto file = scene::folder() / "together" / file_name(name, frame);
+        ASSERT_EQ(differences(file, alone.image(name, frame)), 0)
+            << name << ", frame " << frame << ", one of " << names.size();
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(DriverThreads, Outputs, testing::Values(1, 2, 8));
+
+}  // namespace
