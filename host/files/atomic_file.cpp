@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -24,6 +25,54 @@ constexpr std::string_view ending = ".part";
   throw std::runtime_error(what + ": " + std::generic_category().message(errno));
 }
 
+bool is_stream(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_other(fs::status(path, ignored));
+}
+
+void write_all(int descriptor, std::span<const unsigned char> content) {
+  while (!content.empty()) {
+    const ssize_t count = ::write(descriptor, content.data(), content.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail("cannot write");
+    content = content.subspan(static_cast<size_t>(count));
+  }
+}
+
+// Keeps this thread's SIGPIPE back, so that a reader who leaves is an error of the write.
+class PipeSignalHeld {
+ public:
+  PipeSignalHeld() {
+    sigemptyset(&pipe_);
+    sigaddset(&pipe_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+  }
+  ~PipeSignalHeld() {
+    constexpr timespec at_once{};
+    while (sigtimedwait(&pipe_, nullptr, &at_once) >= 0) continue;
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  PipeSignalHeld(const PipeSignalHeld&) = delete;
+  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+
+ private:
+  sigset_t pipe_{};
+  sigset_t before_{};
+};
+
+void write_to_stream(const fs::path& path, std::span<const unsigned char> content) {
+  const PipeSignalHeld held;
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  if (descriptor < 0) fail("cannot be opened");
+  try {
+    write_all(descriptor, content);
+  } catch (...) {
+    ::close(descriptor);
+    throw;
+  }
+  if (::close(descriptor) != 0) fail("cannot write");
+}
+
 // An open file that disappears again unless it is kept.
 class PartFile {
  public:
@@ -39,12 +88,7 @@ class PartFile {
   PartFile& operator=(const PartFile&) = delete;
 
   void write(std::span<const unsigned char> content) {
-    while (!content.empty()) {
-      const ssize_t count = ::write(descriptor_, content.data(), content.size());
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) fail("cannot write");
-      content = content.subspan(static_cast<size_t>(count));
-    }
+    write_all(descriptor_, content);
   }
 
   // The name must not stand before the content does: a machine that loses power would keep an
@@ -81,6 +125,7 @@ bool is_alive(pid_t process) {
 }  // namespace
 
 void write_whole(const fs::path& path, std::span<const unsigned char> content) {
+  if (is_stream(path)) return write_to_stream(path, content);
   const fs::path folder = path.parent_path();
   std::error_code error;
   if (!folder.empty()) fs::create_directories(folder, error);
@@ -89,6 +134,11 @@ void write_whole(const fs::path& path, std::span<const unsigned char> content) {
                 ("." + path.filename().string() + "." + std::to_string(::getpid()) + std::string(ending)));
   part.write(content);
   part.keep_as(path);
+}
+
+bool would_replace(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(path, ignored) && !is_stream(path);
 }
 
 int remove_leftovers(const fs::path& folder) {

@@ -1,19 +1,14 @@
 #include "host/frame/plan.h"
 
+#include "host/files/atomic_file.h"
 #include "host/files/pattern.h"
 #include "host/frame/project.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace host::frame {
 namespace {
-
-bool stands(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(path, error);
-}
 
 // Why a source cannot be read, "" when it can.
 std::string read_error(files::Headers& headers, const files::Source& source) {
@@ -82,7 +77,7 @@ std::vector<PlannedFile> Planner::writes(int64_t frame) const {
       continue;  // rendering says what is wrong
     }
     if (!output_.empty()) path = files::frame_path(output_, frame);
-    if (!path.empty()) files.push_back({node.name, frame, path, "", stands(path)});
+    if (!path.empty()) files.push_back({node.name, frame, path, "", files::would_replace(path)});
   }
   return files;
 }

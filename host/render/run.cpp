@@ -1,4 +1,5 @@
 #include "host/base/stopwatch.h"
+#include "host/files/atomic_file.h"
 #include "host/files/pattern.h"
 #include "host/render/delivery.h"
 #include "host/render/renderer.h"
@@ -6,9 +7,7 @@
 #include "host/render/upcoming.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 namespace host::render {
@@ -103,10 +102,8 @@ class Run {
   bool stands_already(int64_t frame) const {
     try {
       const std::vector<Target> targets = targets_of(frame);
-      return std::all_of(targets.begin(), targets.end(), [](const Target& target) {
-        std::error_code error;
-        return std::filesystem::exists(target.file.path, error);
-      });
+      return std::all_of(targets.begin(), targets.end(),
+                         [](const Target& target) { return files::would_replace(target.file.path); });
     } catch (const frame::FrameError&) {
       return false;  // rendering it will say why
     }
@@ -157,8 +154,7 @@ class Run {
         throw frame::FrameError(place + path +
                                 ": every frame would go to this file; put #### where its number is to stand");
       }
-      std::error_code error;
-      if (state_.options.existing == frame::Existing::refuse && std::filesystem::exists(path, error)) {
+      if (state_.options.existing == frame::Existing::refuse && files::would_replace(path)) {
         throw frame::FrameError(place + path +
                                 " exists already; --overwrite replaces it, --skip-existing keeps it");
       }

@@ -9,11 +9,15 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <OpenImageIO/imagebuf.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -131,6 +135,42 @@ TEST(Render, CodesAndEventsTellWhatHappenedToEveryFrame) {
   EXPECT_EQ(numbers.at("files_written"), 3);
   // Nothing is animated: the constant and its writer are computed once.
   EXPECT_EQ(numbers.at("computed"), 2);
+}
+
+// What is read out of a pipe, and that the pipe is still one, whoever writes to it.
+TEST(Render, PipesAndDevicesAreWrittenToAndStay) {
+  const fs::path folder = process::new_folder();
+  const std::string file = process::write_text(folder / "shot.json", composition(grey + "," + out)).string();
+  const std::string pipe = (folder / "pipe.exr").string();
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::vector<std::string> render = {"render", file, "-f", "1", "--progress", "none"};
+  const struct {
+    std::vector<std::string> options;
+    std::string starts;
+  } cases[] = {{{"--overwrite", "--stats=" + pipe}, "{"}, {{"-o", pipe}, "\x76\x2f\x31\x01"}};
+  for (const auto& each : cases) {
+    std::vector<std::string> arguments = render;
+    arguments.insert(arguments.end(), each.options.begin(), each.options.end());
+    process::Quorvel child(arguments);
+    std::string content;
+    std::thread reader([&] {
+      std::ifstream stream(pipe, std::ios::binary);
+      content.assign(std::istreambuf_iterator<char>(stream), {});
+    });
+    EXPECT_EQ(child.finish(), 0) << child.err;
+    // A reader whom nobody has written to is let go.
+    close(open(pipe.c_str(), O_RDWR | O_NONBLOCK));
+    reader.join();
+    EXPECT_EQ(content.substr(0, each.starts.size()), each.starts);
+    EXPECT_TRUE(fs::is_fifo(pipe));
+  }
+  // Through a link, so that the device itself is not at stake.
+  fs::create_symlink("/dev/full", folder / "full");
+  std::vector<std::string> arguments = render;
+  arguments.insert(arguments.end(), {"--overwrite", "--stats=" + (folder / "full").string()});
+  const auto full = run(arguments);
+  EXPECT_NE(full.err.find("No space left on device"), std::string::npos) << full.err;
+  EXPECT_TRUE(fs::is_character_file("/dev/full"));
 }
 
 TEST(Render, AnOutputGivenByHandIsEncodedAsItsOwnFileTypeIs) {

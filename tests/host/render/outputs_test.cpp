@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <numeric>
 #include <random>
 #include <string>
@@ -94,7 +93,7 @@ TEST_P(Outputs, OfOneFrameHoldWhatEachHoldsAlone) {
   int64_t first = 1;
   for (const auto& names : compositions) {
     host::render::RenderOptions options;
-    options.existing = host::render::Existing::overwrite;
+    options.existing = host::frame::Existing::overwrite;
     options.frames.resize(names == compositions.back() ? 14 : 12);
     std::iota(options.frames.begin(), options.frames.end(), first);
     first += static_cast<int64_t>(options.frames.size());
