@@ -7,22 +7,29 @@ namespace qv::graph {
 
 static_assert(sizeof(ResultCache::Entry) == 64, "an entry is one cache line");
 
-// Counts the entry's buffers in (delta 1) or out (delta -1) of one order. Taking out never fails; taking
-// in allocates nothing where refs_ has room, which put reserves and a buffer just taken out leaves.
+// Counts a buffer in (delta 1) or out (delta -1) of one order and says whether any entry holds it.
+bool ResultCache::count(Ref& ref, int list, int delta) {
+  const auto total_of = [](const Ref& each) { return each.users[1] ? 2 : each.users[0] ? 1 : 0; };
+  const int before = total_of(ref);
+  ref.users[list] += delta;
+  const int after = total_of(ref);
+  if (before) held_bytes_[before - 1] -= ref.size;
+  if (after) held_bytes_[after - 1] += ref.size;
+  return after != 0;
+}
+
+// Counts the entry's buffers in or out of one order. Taking out never fails; taking in allocates nothing
+// where refs_ has room for those that are not there, which put reserves and buffers just taken out leave.
+// Looks first, because an insert may grow the table for a buffer that is there.
 void ResultCache::hold(const Holds& holds, int list, int delta) {
-  const auto total_of = [](const Ref& ref) { return ref.users[1] ? 2 : ref.users[0] ? 1 : 0; };
   for (const auto& [buffer, size] : holds) {
-    const auto [ref, added] = delta > 0 ? refs_.insert(buffer) : std::pair{refs_.find(buffer), false};
-    if (!ref) continue;
-    if (added) ref->size = size;
-    const int before = total_of(*ref);
-    ref->users[list] += delta;
-    const int after = total_of(*ref);
-    if (before) held_bytes_[before - 1] -= ref->size;
-    if (after)
-      held_bytes_[after - 1] += ref->size;
-    else
-      refs_.erase(buffer);
+    Ref* ref = refs_.find(buffer);
+    if (!ref) {
+      if (delta < 0) continue;
+      ref = refs_.insert(buffer).first;
+      ref->size = size;
+    }
+    if (!count(*ref, list, delta)) refs_.erase(buffer);
   }
 }
 
@@ -67,10 +74,21 @@ void ResultCache::prefetch_removal(const Entry& e) const {
   for (const auto& [buffer, size] : e.holds) refs_.prefetch(buffer);
 }
 
+bool ResultCache::is_touched(int entry) const {
+  return touched_in_[static_cast<size_t>(entry)] == cycle_;
+}
+
 void ResultCache::remove(int entry) {
   Entry& e = at(entry);
-  unlink_order(entry);
   hold(e.holds, e.list, -1);
+  release(entry);
+}
+
+// The rest of removing an entry whose buffers are counted out. The open cycle has to remember its key.
+void ResultCache::release(int entry) {
+  Entry& e = at(entry);
+  unlink_order(entry);
+  if (is_touched(entry)) touched_.insert(e.key);
   index_.erase(e.key);
   e.slot = -1;
   e.holds.clear();
@@ -91,6 +109,7 @@ int ResultCache::spare_entry() {
   if (free_.empty()) {
     if (entries_.size() >= std::numeric_limits<int32_t>::max()) throw std::length_error("vector too long");
     if (free_.capacity() <= entries_.size()) free_.reserve(2 * entries_.size() + 16);
+    touched_in_.resize(entries_.size() + 1);
     entries_.emplace_back();
     free_.push_back(static_cast<int32_t>(entries_.size() - 1));
   }
@@ -111,7 +130,6 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
   e.holds.reserve(n_holds);
   refs_.reserve(n_holds);
   if (!cached) index_.reserve(1);
-  if (pinned && touching) touched_.insert(key);
 
   settle_order();
   const int64_t previous = cached ? e.slot : -1;
@@ -120,8 +138,10 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
     hold(e.holds, e.list, -1);
   } else {
     free_.pop_back();
+    touched_in_[static_cast<size_t>(entry)] = 0;
     *index_.insert(key).first = entry;
   }
+  if (pinned) note_touch(entry);
   e.key = key;
   e.slot = slot;
   e.cost = cost;
@@ -134,9 +154,12 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
 }
 
 int64_t ResultCache::get(int64_t key, bool pin) {
-  if (pin && touching) touched_.insert(key);
   const int* const entry = index_.find(key);
-  if (!entry) return -1;
+  if (!entry) {
+    if (pin && touching) touched_.insert(key);
+    return -1;
+  }
+  if (pin) note_touch(*entry);
   const int64_t slot = at(*entry).slot;
   if (pin && at(*entry).list == 0) {
     settle_order();
@@ -153,24 +176,39 @@ void ResultCache::move(int64_t key, bool pinned) {
   if (const int* const entry = index_.find(key)) transfer(*entry, pinned ? 1 : 0);
 }
 
+// Notes a cached key beside its entry, where there is room for it.
+void ResultCache::note_touch(int entry) {
+  if (touching) touched_in_[static_cast<size_t>(entry)] = cycle_;
+}
+
 void ResultCache::touch(int64_t key) {
-  if (touching) touched_.insert(key);
+  if (const int* const entry = index_.find(key))
+    note_touch(*entry);
+  else if (touching)
+    touched_.insert(key);
 }
 
 void ResultCache::end_touch(const std::vector<int64_t>& keys) {
   settle_order();
   for (const int64_t key : keys) {
-    if (const int* const entry = index_.find(key); entry && at(*entry).list == 0) transfer(*entry, 1);
-    touched_.insert(key);
+    const int* const entry = index_.find(key);
+    if (!entry) continue;
+    if (at(*entry).list == 0) transfer(*entry, 1);
+    touched_in_[static_cast<size_t>(*entry)] = cycle_;
   }
   // An entry that moves leaves the pinned order, and those behind it are looked at all the same.
   for (int entry = head_[1]; entry >= 0;) {
     const int next = at(entry).next;
-    if (!touched_.contains(at(entry).key)) transfer(entry, 0);
+    if (!is_touched(entry) && !touched_.contains(at(entry).key)) transfer(entry, 0);
     entry = next;
   }
   touching = false;
-  touched_.clear();
+  forget_touched();
+}
+
+void ResultCache::forget_touched() {
+  if (touched_.size() > 0) touched_.clear();
+  ++cycle_;
 }
 
 CachePopped ResultCache::popped(int entry) const {
@@ -178,15 +216,46 @@ CachePopped ResultCache::popped(int entry) const {
   return {e.key, e.slot, e.flag, e.cost, e.list == 1};
 }
 
+// Counts the entry's buffers in or out and nothing else: one that nobody holds any more keeps its place and
+// its size, so that counting in undoes counting out.
+void ResultCache::count_all(const Entry& e, int delta) {
+  for (const auto& [buffer, size] : e.holds)
+    if (Ref* const ref = refs_.find(buffer)) count(*ref, e.list, delta);
+}
+
 std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t max_pinned_bytes) {
   const int64_t budgets[2] = {max_unpinned_bytes, max_pinned_bytes};
   settle_order();
+  // Count out as many entries as need to go, and list them.
   std::vector<CachePopped> result;
+  int64_t gone[2] = {0, 0};
+  try {
+    uint64_t touched = 0;
+    for (const int list : {0, 1})
+      for (int entry = head_[list]; held_bytes_[list] > budgets[list] && entry >= 0;) {
+        const Entry& e = at(entry);
+        if (e.next >= 0) prefetch_removal(at(e.next));
+        result.push_back(popped(entry));
+        touched += is_touched(entry) ? 1 : 0;
+        count_all(e, -1);
+        ++gone[list];
+        entry = e.next;
+      }
+    if (touched > 0) touched_.reserve(touched);
+  } catch (...) {
+    for (const int list : {0, 1})
+      for (int entry = head_[list]; gone[list] > 0; --gone[list], entry = at(entry).next)
+        count_all(at(entry), 1);
+    throw;
+  }
+  // Remove them, which cannot fail.
   for (const int list : {0, 1})
-    while (held_bytes_[list] > budgets[list] && head_[list] >= 0) {
-      prefetch_removal(at(head_[list]));
-      result.push_back(popped(head_[list]));
-      remove(head_[list]);
+    for (; gone[list] > 0; --gone[list]) {
+      const int entry = head_[list];
+      for (const auto& [buffer, size] : at(entry).holds)
+        if (const Ref* const ref = refs_.find(buffer); ref && !ref->users[0] && !ref->users[1])
+          refs_.erase(buffer);
+      release(entry);
     }
   return result;
 }
@@ -194,6 +263,7 @@ std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t 
 bool ResultCache::pop1(int64_t key, CachePopped& out) {
   const int* const entry = index_.find(key);
   if (!entry) return false;
+  if (is_touched(*entry)) touched_.reserve(1);
   settle_order();
   out = popped(*entry);
   remove(*entry);
@@ -228,7 +298,8 @@ void ResultCache::clear() {
   free_.clear();
   index_.clear();
   refs_.clear();
-  touched_.clear();
+  touched_in_.clear();
+  forget_touched();
   for (const int list : {0, 1}) {
     head_[list] = tail_[list] = -1;
     count_[list] = held_bytes_[list] = 0;

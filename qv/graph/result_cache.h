@@ -27,9 +27,9 @@ struct CachePopped {
 // A touch cycle keeps pinned just what one evaluation used: set `touching`, evaluate, end_touch.
 // Externally synchronised. put, get, move and pop1 are O(1) beside the buffers of the entry; evict is
 // O(entries evicted); none of them recurses or scans.
-// Failure: put and get allocate before they change anything, so that std::bad_alloc (or
-// std::length_error, "vector too long") leaves every entry and total as it was; move never
-// allocates. end_touch and evict may stop half-way, between two entries.
+// Failure: whatever allocates does so before it changes anything, so that std::bad_alloc (or
+// std::length_error, "vector too long") leaves every entry and total as it was. move, end_touch, and get
+// and touch of a key that is cached never allocate.
 class ResultCache {
  public:
   // One cached result, or a released one (slot -1) waiting to be used again. 64 bytes, so that
@@ -117,12 +117,18 @@ class ResultCache {
   const Entry& at(int entry) const {
     return entries_[static_cast<size_t>(entry)];
   }
+  bool count(Ref& ref, int list, int delta);
+  void count_all(const Entry& e, int delta);
   void hold(const Holds& holds, int list, int delta);
   void link_back(int entry, int list);
   void unlink_order(int entry);
   void settle_order();
   void prefetch_removal(const Entry& e) const;
   void remove(int entry);
+  void release(int entry);
+  bool is_touched(int entry) const;
+  void note_touch(int entry);
+  void forget_touched();
   void transfer(int entry, int list);
   int spare_entry();
   CachePopped popped(int entry) const;
@@ -141,6 +147,9 @@ class ResultCache {
   bool touching = false;
 
  private:
+  // What the open cycle has recorded: the cycle in which an entry was touched, and keys that are not cached.
+  uint64_t cycle_ = 1;
+  std::vector<uint64_t> touched_in_;
   FlatMap<char> touched_;
 
   // Entries that get found and that still have to become the most recent of their orders, oldest

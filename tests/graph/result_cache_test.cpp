@@ -105,7 +105,7 @@ TEST(ResultCache, AgreesWithATwinThroughRandomOperations) {
   ResultCache cache;
   Twin twin;
   for (int step = 0; step < 20000; ++step) {
-    const int64_t key = below(40) - 20;
+    const int64_t key = below(step < 10000 ? 40 : 8) - 20;  // few meet themselves within a touch cycle
     const bool pinned = below(2);
     const int64_t what = below(100);
     if (what < 40) {
