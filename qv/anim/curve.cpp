@@ -92,19 +92,9 @@ bool is_extremum(const std::vector<double>& y, std::size_t i) {
   return i > 0 && i + 1 < y.size() && (y[i + 1] - y[i]) * (y[i] - y[i - 1]) <= 0;
 }
 
-}  // namespace
-
-NotCompilable::NotCompilable(const std::string& message) : std::runtime_error(message) {}
-
-NotCompilable::~NotCompilable() = default;
-
-void slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<double>& out) {
+// `in` and `out` are zeros, one a key; two keys at least.
+void fill_slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<double>& out) {
   const std::size_t n = keys.size();
-  in.assign(n, 0.0);
-  out.assign(n, 0.0);
-  if (n < 2) {
-    return;
-  }
   std::vector<double> x(n);
   std::vector<double> y(n);
   for (std::size_t i = 0; i < n; ++i) {
@@ -140,6 +130,22 @@ void slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<d
         in[i] = out[i] = central_slope(x, y, i);
     }
   }
+}
+
+}  // namespace
+
+NotCompilable::NotCompilable(const std::string& message) : std::runtime_error(message) {}
+
+NotCompilable::~NotCompilable() = default;
+
+void slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<double>& out) {
+  std::vector<double> in_slopes(keys.size(), 0.0);
+  std::vector<double> out_slopes(keys.size(), 0.0);
+  if (keys.size() > 1) {
+    fill_slopes(keys, in_slopes, out_slopes);
+  }
+  in = std::move(in_slopes);
+  out = std::move(out_slopes);
 }
 
 Curve::Curve(std::vector<Key> keys, bool extrapolate) : keys_(std::move(keys)), extrapolate_(extrapolate) {

@@ -54,14 +54,14 @@ const T* find(const NameMap<T>& map, std::string_view name) {
   return at == map.end() ? nullptr : &at->second;
 }
 
-// Puts a copy of `value` under `name`, over an earlier one if there is one.
+// Puts `value` under `name`, over an earlier one if there is one. std::bad_alloc leaves the map as it was.
 template <class T>
-void assign(NameMap<T>& map, std::string_view name, const T& value) {
+void assign(NameMap<T>& map, std::string_view name, T value) {
   const auto at = map.find(name);
   if (at == map.end()) {
-    map.emplace(name, value);
+    map.emplace(name, std::move(value));
   } else {
-    at->second = value;
+    at->second = std::move(value);
   }
 }
 

@@ -152,7 +152,14 @@ const Stats& stats() {
 }
 
 void program_add(uint32_t program, std::string_view name, UniformInfo info) {
-  assign(find_or_add_program(program).uniforms, name, info);
+  if (Program* const entry = find_program(program)) {
+    assign(entry->uniforms, name, info);
+    return;
+  }
+  // Whole or not at all: a program that is known answers for all its names.
+  Program entry;
+  assign(entry.uniforms, name, info);
+  programs().try_emplace(program, std::move(entry));
 }
 
 void program_forget(uint32_t program) {

@@ -12,16 +12,19 @@ void Schedule::build(const std::vector<std::vector<int>>& up_lists, std::vector<
   constexpr size_t most = std::numeric_limits<int32_t>::max();
   if (up_lists.size() >= most || total > most) throw std::length_error("vector too long");
 
-  offsets.assign(1, 0);
-  offsets.reserve(up_lists.size() + 1);
-  inputs.clear();
-  inputs.reserve(total);
+  std::vector<int32_t> ends;
+  ends.reserve(up_lists.size() + 1);
+  ends.push_back(0);
+  std::vector<int32_t> lists;
+  lists.reserve(total);
   for (const auto& list : up_lists) {
-    inputs.insert(inputs.end(), list.begin(), list.end());
-    offsets.push_back(static_cast<int32_t>(inputs.size()));
+    lists.insert(lists.end(), list.begin(), list.end());
+    ends.push_back(static_cast<int32_t>(lists.size()));
   }
+  node_flags.resize(up_lists.size());
+  offsets = std::move(ends);
+  inputs = std::move(lists);
   flags = std::move(node_flags);
-  flags.resize(up_lists.size());
 }
 
 int Schedule::size() const {

@@ -42,7 +42,7 @@ struct Schedule {
   // Replaces the graph. up_lists[i] names the inputs of node i, node_flags[i] its flags; missing
   // flags are 0, surplus ones dropped. An input that is not upstream of its node is not diagnosed:
   // runs never request it for that node. Throws std::length_error ("vector too long") beyond
-  // 2^31 - 1 inputs.
+  // 2^31 - 1 inputs; it and std::bad_alloc leave the schedule as it was.
   QV_API void build(const std::vector<std::vector<int>>& up_lists, std::vector<unsigned char> node_flags);
 
   // The number of nodes.

@@ -106,16 +106,10 @@ bool Walk::indexed() const {
   const std::optional<int64_t> value = visit(node, dirty);
   const auto i = static_cast<size_t>(node);
   if (!value || *value == values[i]) return false;
-  if (changed_list.size() == changed_list.capacity()) make_room();
   changed_list.push_back(node);
   values[i] = *value;
   changed[i] = 1;
   return true;
-}
-
-// Keeps the growing of the list out of the loops.
-[[gnu::noinline]] void Walk::make_room() {
-  changed_list.reserve(std::max<size_t>(64, 2 * changed_list.size()));
 }
 
 inline bool Walk::reads_changed(int node) const {
@@ -203,6 +197,8 @@ void Walk::visit_each(int from, int to, bool all, const Visit& visit, Pass& pass
 int Walk::walk(const std::vector<int>& seeds, bool all, const Visit& visit) {
   if (!whole()) return 0;
   const int n = size();
+  // For every node at once, and first: a pass that stopped half-way would leave changes that nobody hears of.
+  changed_list.reserve(static_cast<size_t>(n));
   for (const int seed : seeds)
     if (seed >= 0 && seed < n) seeded[static_cast<size_t>(seed)] = 1;
   std::fill(changed.begin(), changed.end(), uint8_t{0});

@@ -38,8 +38,8 @@ struct Walk {
   // Replaces the graph. input_lists[i] names the inputs of node i, always_flags[i] whether it is
   // visited in every pass, initial_values[i] its value now. O(nodes + inputs).
   // Throws std::invalid_argument when the sizes differ (nothing is changed) or an input is not
-  // upstream of its node, std::length_error beyond 2^31 - 1 inputs: the walk is then half built, and
-  // what a pass visits is unspecified until it is built again.
+  // upstream of its node, std::length_error beyond 2^31 - 1 inputs: the walk is then half built, as after
+  // std::bad_alloc, and what a pass visits is unspecified until it is built again.
   QV_API void build(std::vector<std::vector<int>> input_lists, std::vector<unsigned char> always_flags,
                     std::vector<int64_t> initial_values);
 
@@ -51,7 +51,8 @@ struct Walk {
   // number of calls. A returned value other than values[node] is stored and marks the node changed;
   // nothing, or an equal value, does not. Seeds outside the graph are ignored.
   // What visit throws passes through, and the seed marks then stay set for the next pass; a null
-  // visit throws std::bad_function_call at the first node to be visited.
+  // visit throws std::bad_function_call at the first node to be visited. std::bad_alloc comes before
+  // the first visit and changes nothing.
   QV_API int walk(const std::vector<int>& seeds, bool all, const Visit& visit);
 
  private:
@@ -67,7 +68,6 @@ struct Walk {
   bool indexed() const;
   void index_readers();
   bool settle(int node, bool dirty, const Visit& visit);
-  void make_room();
   bool reads_changed(int node) const;
   int last_reader(int node) const;
   void mark_readers(int node);

@@ -51,7 +51,7 @@ void call(std::function<void()>& callback) {
   callback = nullptr;
 }
 
-void count(Stats& stats, const std::vector<Chunk>& chunks, size_t copied) {
+void count(Stats& stats, const Chunks& chunks, size_t copied) {
   for (size_t k = 0; k < copied; ++k) stats.bytes += chunks[k].bytes;
   ++(copied == chunks.size() ? stats.completed : stats.failed);
 }
@@ -64,7 +64,7 @@ void complete_transfers(State& state) {
     state.changed.wait(lock, [&] { return state.stopping || !state.queue.empty(); });
     if (state.queue.empty()) return;
     Transfer transfer = std::move(state.queue.front());
-    state.queue.pop_front();
+    state.queue.erase(state.queue.begin());
     Slot& slot = state.slots[static_cast<size_t>(transfer.slot)];
 
     lock.unlock();

@@ -9,14 +9,12 @@ namespace {
 
 namespace gl = gpu::gl;
 
-constexpr uint64_t most_chunks = 8;
-
 constexpr uint64_t pixel_bytes(int channels) {
   return static_cast<uint64_t>(channels) * sizeof(float);
 }
 
 // Lets the GPU finish with the buffer, whose slot is about to be free again.
-void abandon(const Driver& driver, void* display, const std::vector<Chunk>& chunks) {
+void abandon(const Driver& driver, void* display, const Chunks& chunks) {
   for (const Chunk& chunk : chunks) {
     if (!chunk.fence) continue;
     driver.client_wait_sync(display, chunk.fence, 0, egl_forever);
@@ -40,16 +38,15 @@ std::optional<uint64_t> byte_count(const Read& read) {
 
 int rows_per_chunk(uint64_t bytes, int height) {
   constexpr uint64_t wanted = 4194304;
-  const int chunks = static_cast<int>(std::clamp<uint64_t>(bytes / wanted, 1, most_chunks));
+  const int chunks = static_cast<int>(std::clamp<uint64_t>(bytes / wanted, 1, Chunks::most));
   return height / chunks + (height % chunks != 0);
 }
 
-std::vector<Chunk> issue(const Driver& driver, void* display, uint32_t buffer, const Read& read,
-                         uint64_t bytes, unsigned restore) {
+Chunks issue(const Driver& driver, void* display, uint32_t buffer, const Read& read, uint64_t bytes,
+             unsigned restore) {
   const int rows = rows_per_chunk(bytes, read.height);
   const uint64_t row_bytes = static_cast<uint64_t>(read.width) * pixel_bytes(read.channels);
-  std::vector<Chunk> chunks;
-  chunks.reserve(most_chunks);
+  Chunks chunks;
 
   driver.bind_buffer(gl::PIXEL_PACK_BUFFER, buffer);
   driver.bind_framebuffer(gl::READ_FRAMEBUFFER, read.framebuffer);
@@ -61,7 +58,7 @@ std::vector<Chunk> issue(const Driver& driver, void* display, uint32_t buffer, c
     driver.read_pixels(read.x, read.y + row, read.width, count, read.channels == 2 ? gl::RG : gl::RGBA,
                        gl::FLOAT, reinterpret_cast<void*>(offset));  // NOLINT(performance-no-int-to-ptr)
     void* fence = driver.create_sync(display, egl_sync_fence, nullptr);
-    chunks.push_back({fence, offset, static_cast<uint64_t>(count) * row_bytes});
+    chunks.add({fence, offset, static_cast<uint64_t>(count) * row_bytes});
     // The GPU copies this part while the others are still being queued.
     if (row == 0) driver.flush();
   }

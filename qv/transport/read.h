@@ -2,9 +2,10 @@
 
 #include <qv/transport/driver.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 namespace qv::transport {
 
@@ -22,6 +23,38 @@ struct Chunk {
   uint64_t bytes;
 };
 
+// The parts of one read, in its order; in place, so that keeping a fence cannot fail.
+class Chunks {
+ public:
+  static constexpr size_t most = 8;
+
+  void add(const Chunk& chunk) {
+    items_[size_++] = chunk;
+  }
+  void clear() {
+    size_ = 0;
+  }
+  size_t size() const {
+    return size_;
+  }
+  bool empty() const {
+    return size_ == 0;
+  }
+  const Chunk& operator[](size_t k) const {
+    return items_[k];
+  }
+  const Chunk* begin() const {
+    return items_.data();
+  }
+  const Chunk* end() const {
+    return items_.data() + size_;
+  }
+
+ private:
+  std::array<Chunk, most> items_{};
+  size_t size_ = 0;
+};
+
 // The size of the image; nothing for a rectangle or channel count that cannot be read, or whose
 // bytes or far edges do not fit the types of GL.
 std::optional<uint64_t> byte_count(const Read& read);
@@ -30,9 +63,9 @@ std::optional<uint64_t> byte_count(const Read& read);
 int rows_per_chunk(uint64_t bytes, int height);
 
 // Queues the read, chunk by chunk, into the pixel-pack buffer and binds `restore` as the read
-// framebuffer. GL thread only. Empty when the driver refused a fence: the fences made before it
-// have then been waited for and destroyed.
-std::vector<Chunk> issue(const Driver& driver, void* display, uint32_t buffer, const Read& read,
-                         uint64_t bytes, unsigned restore);
+// framebuffer. GL thread only; throws nothing. Empty when the driver refused a fence: the fences made
+// before it have then been waited for and destroyed.
+Chunks issue(const Driver& driver, void* display, uint32_t buffer, const Read& read, uint64_t bytes,
+             unsigned restore);
 
 }  // namespace qv::transport

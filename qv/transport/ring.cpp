@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace qv::transport {
@@ -93,7 +95,12 @@ bool init(std::string* err) {
     return false;
   }
   add_slots(state);
-  state.thread = std::thread(complete_transfers, std::ref(state));
+  try {
+    state.thread = std::thread(complete_transfers, std::ref(state));
+  } catch (const std::system_error& failure) {
+    if (err) *err = std::string("no background thread: ") + failure.what();
+    return false;
+  }
   state.initialized = true;
   return true;
 }

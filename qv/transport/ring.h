@@ -37,8 +37,9 @@ struct Stats {
 };
 
 // Fetches the entry points and starts the background thread; true when the ring is ready, also
-// when it was already. False when there is no EGL or a function is missing, with the reason in
-// `err` unless that is null. Thread-safe.
+// when it was already. Otherwise false, with a text in `err` unless that is null: "libEGL.so.1 /
+// eglGetProcAddress not available" for a missing loader and for any function that is missing there,
+// "no background thread: ..." where the system gives none. Thread-safe. std::bad_alloc changes nothing.
 QV_API bool init(std::string* err);
 
 // Whether `init` has succeeded and `close` has not ended it since. Thread-safe.
@@ -56,6 +57,7 @@ QV_API bool ready();
 // there or the transfer has failed, and is destroyed before its ticket is done; what it throws is
 // dropped. It may call done, pending and stats; a start in it returns 0, a wait would never end.
 //
+// Throws nothing; what can fail does so before GL is asked for the pixels.
 // Returns 0, and drops the callback uncalled, when the ring is not ready, the rectangle is empty or
 // too large to address, `channels` is not 2 or 4, `dst` is null, or the driver refuses a buffer or a
 // fence. Leaves no pixel-pack buffer bound and `restore_framebuffer` as the read framebuffer.

@@ -7,7 +7,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -22,7 +21,7 @@ struct Transfer {
   uint64_t ticket = 0;
   int32_t slot = -1;
   void* display = nullptr;
-  std::vector<Chunk> chunks;
+  Chunks chunks;
   void* dst = nullptr;
   unsigned* aux = nullptr;
   unsigned aux_count = 0;
@@ -37,9 +36,11 @@ struct Transfer {
 // queue holds them in ticket order but for the one that the background thread is delivering, and
 // each has a busy slot of its own.
 struct State {
-  // Slots never move, because transfers work on theirs without the lock.
+  // Slots never move, because transfers work on theirs without the lock; and a transfer whose reads are
+  // on their way has a place in the queue, since it has a slot.
   State() {
     slots.reserve(largest_ring);
+    queue.reserve(largest_ring);
   }
 
   std::mutex mutex;
@@ -48,7 +49,7 @@ struct State {
   bool stopping = false;
   uint64_t ring_size = 3;
   std::vector<Slot> slots;
-  std::deque<Transfer> queue;
+  std::vector<Transfer> queue;
   uint64_t next_ticket = 1;
   uint64_t completed = 0;
   std::thread thread;

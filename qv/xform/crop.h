@@ -20,8 +20,9 @@ struct CropPlan {
 // Plans the crop of an image to the rectangle (x0, y0, x1, y1), with `clip` held inside `bbox` first.
 // A pixel belongs to `pixels` when its centre lies in the rectangle. Without `reformat` the output keeps
 // the given format; with it the rectangle becomes the format and its corner the origin.
-// Throws std::invalid_argument for an edge that is NaN and std::overflow_error for one, or a size, of
-// 9.2e18 and beyond. Thread-safe; needs no installed routines.
+// An edge that is NaN: with `clip` it is that of `bbox`; otherwise x1 falls to x0 and y1 to y0, and x0
+// or y0 throws std::invalid_argument. std::overflow_error for an edge, or a size, of 9.2e18 and beyond.
+// Thread-safe; needs no installed routines.
 QV_API CropPlan crop_plan(double x0, double y0, double x1, double y1, bool clip, const Box& bbox,
                           bool reformat, std::int64_t width, std::int64_t height);
 

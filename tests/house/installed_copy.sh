@@ -25,6 +25,11 @@ awk -v out="$work/consumer/readme" '
 "$work/with_cmake/consumer"
 
 pc=$(find "$prefix" -name quorvel_core.pc -printf '%h\n')
+# Before 1.0 a minor version may break callers: the loader must not take one for another.
+version=$(PKG_CONFIG_PATH=$pc pkg-config --modversion quorvel_core)
+[[ $version == 0.* ]] && abi=${version%.*} || abi=${version%%.*}
+objdump -p "$(dirname "$pc")/libquorvel_core.so" | grep -q "SONAME *libquorvel_core.so.$abi\$" ||
+  { echo "libquorvel_core.so of $version does not name itself .so.$abi"; exit 1; }
 flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs quorvel_core)
 # shellcheck disable=SC2086
 "$compiler" -std=c++20 "$work/consumer/consumer.cpp" $flags -o "$work/with_pkg_config"

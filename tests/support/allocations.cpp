@@ -8,11 +8,14 @@
 namespace support {
 
 constinit Allocations allocations;
+constinit thread_local int64_t Allocations::left = -1;
 
 namespace {
 
+constinit thread_local int spared = 0;
+
 void* allocate(size_t size, size_t alignment) {
-  if (allocations.left >= 0 && allocations.left-- == 0) throw std::bad_alloc();
+  if (spared == 0 && allocations.left >= 0 && allocations.left-- == 0) throw std::bad_alloc();
   const size_t whole = (std::max<size_t>(size, 1) + alignment - 1) / alignment * alignment;
   void* const memory =
       alignment > alignof(std::max_align_t) ? std::aligned_alloc(alignment, whole) : std::malloc(whole);
@@ -30,6 +33,10 @@ void release(void* memory) noexcept {
 }  // namespace
 
 }  // namespace support
+
+void support_spare_allocations(bool spare) {
+  support::spared += spare ? 1 : -1;
+}
 
 void* operator new(size_t size) {
   return support::allocate(size, 1);

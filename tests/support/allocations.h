@@ -1,17 +1,21 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 // Counts and fails the allocations of the program that links allocations.cpp, its libraries
-// included, for it replaces operator new. Counts without locks, so for one thread; not under the
-// thread sanitizer, which does not share operator new.
+// included, for it replaces operator new; not under the thread sanitizer, which does not share that.
 namespace support {
 
 struct Allocations {
-  uint64_t made = 0;
-  int64_t live = 0;
-  int64_t left = -1;  // until one fails; negative: none does
+  std::atomic<uint64_t> made{0};
+  std::atomic<int64_t> live{0};
+  static thread_local int64_t left;  // on this thread, until one fails; negative: none does
 };
 extern Allocations allocations;
 
 }  // namespace support
+
+// Spares the calling thread's allocations while more calls said true than false: a driver of the tests
+// stands in for one that allocates without operator new.
+extern "C" void support_spare_allocations(bool spare);

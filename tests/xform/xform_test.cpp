@@ -289,6 +289,7 @@ TEST(Xform, CropsPlanPixelsTextureRectangleAndWindow) {
        true,
        true,
        {{2.5, .25, 99, 50.25}, {2, 0, 99, 50}, {.5, -.25, 97, 49.75}, {96, 50}, {0, 0, 97, 50}}},
+      {{2, 3, nan, nan}, false, false, {{2, 3, 2, 3}, {2, 3, 3, 4}, {0, 1, 0, 1}, {64, 48}, {2, 3, 3, 4}}},
       {{300, nan, 310, 30},
        true,
        true,

@@ -72,11 +72,9 @@ bool load(std::string* error) {
     if (error != nullptr) *error = "no current EGL context on this thread";
     return false;
   }
-  bool found = true;
+  const char* missing = nullptr;
   const auto look_up = [&](auto& entry, const char* name) {
-    if (fetch(entry, name)) return;
-    found = false;
-    if (error != nullptr) *error = std::string("OpenGL entry point ") + name + " not available";
+    if (!fetch(entry, name)) missing = name;
   };
   look_up(BindFramebuffer, "glBindFramebuffer");
   look_up(Viewport, "glViewport");
@@ -95,9 +93,12 @@ bool load(std::string* error) {
   look_up(ProgramUniformMatrix4fv, "glProgramUniformMatrix4fv");
   look_up(GetError, "glGetError");
 
-  all_found = found;
-  table_context = found ? context : nullptr;
-  return found;
+  all_found = missing == nullptr;
+  table_context = all_found ? context : nullptr;
+  // Last, because a text may find no memory and the table must be known for what it is.
+  if (!all_found && error != nullptr)
+    *error = std::string("OpenGL entry point ") + missing + " not available";
+  return all_found;
 }
 
 bool loaded() {

@@ -233,8 +233,10 @@ int Plan::pass(const char* program, int input, std::vector<Uni> unis,
   if (input >= 0) reads.emplace_back("u_image", input);
   std::move(textures.begin(), textures.end(), std::back_inserter(reads));
   const auto out = static_cast<int32_t>(slots.size());
+  Pass next{nullptr, program, std::move(reads), std::move(unis), out};
+  if (passes.size() == passes.capacity()) passes.reserve(2 * passes.size() + 1);
   slots.push_back({1, w, h, {}});
-  passes.push_back({nullptr, program, std::move(reads), std::move(unis), out});
+  passes.push_back(std::move(next));
   return out;
 }
 

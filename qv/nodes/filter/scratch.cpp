@@ -160,7 +160,7 @@ void scratch_sampler(uint32_t sampler) {
 
 void scratch_trim(uint64_t bytes) {
   ScratchPool& pool = scratch_pool();
-  if (pool.enter_context()) pool.trim(bytes);
+  pool.trim(bytes);
   pool.refresh_bytes();
 }
 

@@ -9,9 +9,9 @@
 // goes back as soon as no later pass reads it, and the one that has lain there longest is the first
 // to be deleted when the pool holds more than its cap.
 //
-// The pool belongs to the filter context: the last one under which a filter ran or the pool was
-// trimmed after gl::load had accepted it. When another context takes its place the textures of the
-// old one are dropped without GL calls, for their names mean nothing in the new one.
+// The pool belongs to the filter context: the last one under which a filter ran. When a run takes
+// another context in its place the textures of the old one are dropped without GL calls, for their
+// names mean nothing in the new one.
 //
 // Everything here: GL thread only.
 namespace qv::nodes::filter {
@@ -50,8 +50,8 @@ QV_API void scratch_cap(uint64_t bytes);
 QV_API void scratch_sampler(uint32_t sampler);
 
 // Deletes pooled textures, longest unused first, until at most `bytes` of them are left; 0 empties
-// the pool, as a host does before it destroys the context. Deletes nothing unless the filter
-// context is current and is the one that gl::load accepted.
+// the pool, as a host does before it destroys the context. Under any other context than the filter
+// context, or where gl::load has accepted another, only brings `bytes` and `peak` up to date.
 QV_API void scratch_trim(uint64_t bytes);
 
 // Counts a filter that the host computed without this layer.

@@ -157,10 +157,11 @@ std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges,
 
 std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width) {
   std::vector<std::pair<std::int64_t, double>> weights;
-  if (!std::isfinite(t) || !std::isfinite(width)) {
+  const double least = std::max(width, 1e-6);  // a NaN stays one
+  if (!std::isfinite(t) || !std::isfinite(least)) {
     return weights;
   }
-  const double half = std::max(width, 1e-6) * 0.5;
+  const double half = least * 0.5;
   const double lo = t - half;
   const double hi = t + half;
   const Wide first = round_nearest(lo);

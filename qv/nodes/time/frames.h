@@ -63,9 +63,10 @@ QV_API RetimeRanges retime_ranges(double in_first, double in_last, double in_fir
 QV_API std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges, int before_mode,
                                         int after_mode);
 
-// The frames, ascending, under a box of `width` frames (at least 1e-6) centred on `t`, with weights
-// that sum to 1: frame f covers [f - 0.5, f + 0.5]. Empty for a time or width that is not finite, and
-// where frames are finer than doubles can tell apart.
+// The frames, ascending, under a box of `width` frames centred on `t`, with weights that sum to 1:
+// frame f covers [f - 0.5, f + 0.5]. Any width below 1e-6, minus infinity too, counts as that. Empty
+// for a time that is not finite, a width that is NaN or plus infinity, and where frames are finer than
+// doubles can tell apart.
 QV_API std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width);
 
 // The nearest frames, ascending, to `samples` (at least 1) times spread evenly over an open shutter,

@@ -116,16 +116,27 @@ TEST(Scratch, KeepsWhatANaiveTwinKeeps) {
         model.trim(limit);
         break;
       }
-      case 2:  // A new context: the old names mean nothing there.
+      case 2: {  // A new context: trimming leaves the pool alone there, and only a run takes it.
         if (random.below(5) != 0) break;
+        void* const old = qv::gpu::gl::current_context();
         fake_egl::make_current(fake_egl::fresh_context());
-        scratch_trim(0);
-        ASSERT_EQ(stats().pooled, model.pooled()) << "not loaded yet, so nothing is touched";
-        ASSERT_TRUE(qv::gpu::gl::load(nullptr));
-        scratch_trim(0);
+        for (const bool loaded : {false, true}) {
+          ASSERT_TRUE(!loaded || qv::gpu::gl::load(nullptr));
+          scratch_trim(0);
+          ASSERT_TRUE(counts(stats()) == counts(model.stats) && stats().pooled == model.pooled()) << step;
+        }
+        if (random.below(2) == 0) {
+          fake_egl::make_current(old);
+          ASSERT_TRUE(qv::gpu::gl::load(nullptr));
+          break;
+        }
+        Plan plan(programs::inputs);
+        const int out = plan.pass("copy.frag", 0, {}, {}, 16, 8);
+        ASSERT_EQ(plan.run(out, programs::target(16, 8), 0), 1);
         model.pool.clear();
-        model.trim(0);
+        model.run(plan, out);
         break;
+      }
       default: {
         Plan plan = random.plan();
         const int out =

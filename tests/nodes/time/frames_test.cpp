@@ -108,7 +108,11 @@ TEST(Frames, BlendsAndRetimes) {
 TEST(Frames, WeightsSumAsPromised) {
   EXPECT_EQ(box_weights(10.5, 1), (Weights{{10, .5}, {11, .5}}));
   EXPECT_EQ(box_weights(10, 0), (Weights{{10, 1}}));
-  EXPECT_EQ(box_weights(1, -inf).size() + box_weights(nan, 1).size() + box_weights(1e300, 1).size(), 0U);
+  EXPECT_EQ(box_weights(1, -inf), (Weights{{1, 1}}));
+  for (const auto& [t, width] : {std::pair{nan, 1.0}, {-inf, 1.0}, {1e300, 1.0}, {1.0, inf}, {1.0, nan}})
+    EXPECT_TRUE(box_weights(t, width).empty()) << t << " " << width;
+  EXPECT_EQ(box_weights(10 + 0x1p-25, 1), (Weights{{10, 1 - 0x1p-25}, {11, 0x1p-25}}));  // 3e-8 of a frame
+  EXPECT_EQ(box_weights(10 + 0x1p-31, 1).size(), 1U);                                    // 5e-10
   EXPECT_THROW(box_weights(0, 1e300), std::length_error);
   EXPECT_EQ(shutter_weights(10, 3, 1, 0, 0), (Weights{{10, 2}, {11, 1}}));
   EXPECT_EQ(shutter_weights(-inf, 2, 1, 1, 0), (Weights{{lowest, 2}}));

@@ -9,6 +9,9 @@
 #include <sstream>
 #include <utility>
 
+// In tests/support/allocations.cpp, where a program links that.
+extern "C" [[gnu::weak]] void support_spare_allocations(bool spare);
+
 // What the files of the fake driver build their entry points from.
 namespace fake_egl {
 
@@ -22,6 +25,24 @@ std::pair<const char*, Proc> entry(const char* name, Function* function) {
 // One static object a file: adds its entry points to what eglGetProcAddress finds.
 struct Provide {
   Provide(std::initializer_list<std::pair<const char*, Proc>> entries);
+};
+
+// In an entry point that allocates: what a test lets fail are not the driver's allocations.
+class Spared {
+ public:
+  Spared() {
+    tell(true);
+  }
+  ~Spared() {
+    tell(false);
+  }
+  Spared(const Spared&) = delete;
+  Spared& operator=(const Spared&) = delete;
+
+ private:
+  static void tell(bool spare) {
+    if (support_spare_allocations) support_spare_allocations(spare);
+  }
 };
 
 struct Object {

@@ -99,6 +99,7 @@ void append(const std::string& call) {
 }
 
 void generate(const char* kind, int count, unsigned* names) {
+  const Spared spared;
   State& s = state();
   const std::lock_guard lock(s.mutex);
   for (int i = 0; i < count; ++i) {
@@ -117,6 +118,7 @@ Object* object(const char* kind, unsigned name) {
 }
 
 void destroy(const char* kind, int count, const unsigned* names) {
+  const Spared spared;
   for (int i = 0; i < count; ++i) {
     if (object(kind, names[i]) == nullptr) complain("no " + (kind + (' ' + std::to_string(names[i]))));
     const std::lock_guard lock(state().mutex);

@@ -22,12 +22,14 @@ void BindTexture(unsigned target, unsigned name) {
 }
 template <int components>
 void ProgramUniform(unsigned program, int location, int count, const float* values) {
+  const Spared spared;
   static const std::string name = "glProgramUniform" + std::to_string(components) + "fv";
   log(name.c_str(), program, location, count, std::span(values, components));
 }
 template <int side>
 void ProgramUniformMatrix(unsigned program, int location, int count, unsigned char transpose,
                           const float* values) {
+  const Spared spared;
   static const std::string name = "glProgramUniformMatrix" + std::to_string(side) + "fv";
   log(name.c_str(), program, location, count, int{transpose}, std::span(values, side * side));
 }

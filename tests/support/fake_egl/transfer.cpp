@@ -29,6 +29,7 @@ thread_local unsigned bound = 0;
 thread_local std::function<void()> unfenced;
 
 void* map_buffer(unsigned target, ptrdiff_t offset, ptrdiff_t bytes, unsigned access) {
+  const Spared spared;
   log("glMapBufferRange", target, static_cast<int>(offset), static_cast<int>(bytes >> 20), access);
   const std::lock_guard lock(mutex);
   buffers[bound].resize(static_cast<size_t>(bytes) / sizeof(float));
@@ -36,6 +37,7 @@ void* map_buffer(unsigned target, ptrdiff_t offset, ptrdiff_t bytes, unsigned ac
 }
 
 void read_pixels(int x, int y, int w, int h, unsigned format, unsigned type, void* offset) {
+  const Spared spared;
   const size_t first = reinterpret_cast<size_t>(offset) / sizeof(float);
   log("glReadPixels", x, y, w, h, format, type, static_cast<int>(first));
   const std::lock_guard lock(mutex);
@@ -54,6 +56,7 @@ void read_pixels(int x, int y, int w, int h, unsigned format, unsigned type, voi
 }
 
 void* create_sync(void* display, unsigned type, const int* attributes) {
+  const Spared spared;
   log("eglCreateSyncKHR", type, attributes);
   const std::lock_guard lock(mutex);
   const Fence kind = next_fence();
