@@ -48,12 +48,6 @@ std::optional<Matrix> whole(const Matrix& matrix) {
   return affine && (upright || turned) ? std::optional(exact) : std::nullopt;
 }
 
-bool keeps_boxes(const Matrix& m) {
-  const auto nothing = [](double value) { return std::abs(value) < 1e-9; };
-  return nothing(m[6]) && nothing(m[7]) &&
-         ((nothing(m[1]) && nothing(m[3])) || (nothing(m[0]) && nothing(m[4])));
-}
-
 // How far beyond an image's edge the filter sees its pixels, in pixels of the image.
 int64_t reach(Resampling filter) {
   constexpr int64_t reaches[] = {0, 1, 2};
@@ -74,6 +68,16 @@ Box held_to_format(const Box& window, const Format& format, const Box& source) {
 
 Format format_of(const xform::Total& total) {
   return {total.width, total.height, 1};
+}
+
+// What the whole chain amounts to, with only the clips that count.
+xform::Total chain_total(const PendingTransform& chain, std::optional<double> time = std::nullopt) {
+  const std::span<const TransformLink> links = chain.links;
+  xform::Total total = total_of(links, chain.source.format, time);
+  if (chain.clip_from == 0) return total;
+  const xform::Total before = total_of(links.first(chain.clip_from), chain.source.format, time);
+  total.clip = total_of(links.subspan(chain.clip_from), format_of(before), time).clip;
+  return total;
 }
 
 // From pixels of the target's texture to texels of the source's; both have their rows downwards.
@@ -137,7 +141,7 @@ bool draw_at(const xform::Total& total, const Image& image, double weight, const
 
 Image still(const Image& image, RenderContext& context) {
   const PendingTransform& chain = *image.pending;
-  const xform::Total total = total_of(chain.links, chain.source.format);
+  const xform::Total total = chain_total(chain);
   const auto exact = total.matrix ? whole(*total.matrix) : std::nullopt;
   if (exact && (*exact)[0] == 1 && (*exact)[4] == 1) {
     Image moved{
@@ -175,20 +179,19 @@ Placement placement(std::span<const TransformLink> links, const Extent& source, 
   const Box& window = source.window;
   const std::vector<xform::Total> totals = totals_over(links, source.format, shutter);
   Placement result;
-  result.boxes = true;
   for (const xform::Total& total : totals) {
     if (!total.matrix || is_empty(window)) continue;
     const Format format = format_of(total);
     const auto lies = xform::h_bbox(window, *total.matrix, 0);
     const bool still = totals.size() == 1;
-    const bool exact = still && (filter == Resampling::nearest || whole(*total.matrix));
-    const auto seen = exact ? lies : xform::h_bbox(grown(window, reach(filter)), *total.matrix, 1);
+    result.exact = still && whole(*total.matrix);
+    const bool spreads = !still || (filter != Resampling::nearest && !result.exact);
+    const auto seen = !spreads ? lies : xform::h_bbox(grown(window, reach(filter)), *total.matrix, 1);
     Box box = seen.value_or(format_box(format));
     if (total.clip) {
       result.cuts |= !lies || intersection(*lies, *total.clip) != *lies;
       box = intersection(box, *total.clip);
     }
-    result.boxes &= keeps_boxes(*total.matrix);
     result.window = hull(result.window, held_to_format(box, format, window));
   }
   return result;
@@ -203,7 +206,7 @@ Image settle(const Image& image, RenderContext& context) {
   Image result = context.solid(image.extent, {0, 0, 0, 0});
   for (int64_t i = 0; i < samples; ++i) {
     const double part = static_cast<double>(i) / static_cast<double>(samples - 1);
-    const xform::Total total = total_of(chain.links, chain.source.format, chain.shutter.time(part));
+    const xform::Total total = chain_total(chain, chain.shutter.time(part));
     draw_at(total, image, 1.0 / static_cast<double>(samples), result, context, Blend::add);
   }
   return result;

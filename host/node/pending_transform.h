@@ -45,9 +45,11 @@ struct TransformLink {
 struct PendingTransform {
   Extent source;  // of the texture, before the chain
   std::vector<TransformLink> links;
-  Resampling filter = Resampling::cubic;  // of the last node of the chain
+  Resampling filter = Resampling::cubic;  // of the last node whose pixels fall between pixels
   Shutter shutter;
-  bool cuts = false;  // a reformat took pixels away, as `Placement` has it
+  bool cuts = false;     // a reformat took pixels away, as `Placement` has it
+  size_t clip_from = 0;  // the first link whose clip counts: those before it took nothing away, and
+                         // what a later link spreads lies beyond them
 };
 
 // What the links amount to for an image of this format, at a time or else at the frame.
@@ -58,7 +60,7 @@ qv::xform::Total total_of(std::span<const TransformLink> links, const Format& fo
 struct Placement {
   Box window{};        // empty where a link has no matrix
   bool cuts = false;   // a reformat's clip took away more than the resampling spread
-  bool boxes = false;  // upright rectangles stay upright rectangles, at all times
+  bool exact = false;  // stands still, and every pixel falls on one pixel
 };
 // A window without bounds, of an image that meets its horizon, is the format's. One of more than four
 // million pixels, and more than four times as large as both the format and the image, is held to the

@@ -71,8 +71,9 @@ class Transform : public Operation {
     auto chain = image.pending ? std::make_shared<PendingTransform>(*image.pending)
                                : std::make_shared<PendingTransform>();
     if (!image.pending) chain->source = image.extent;
+    if (!place.exact) chain->clip_from = chain->links.size();
+    if (!place.exact || !image.pending) chain->filter = filter_of(call);
     chain->links.insert(chain->links.end(), links.begin(), links.end());
-    chain->filter = filter_of(call);
     if (shutter.width > 0) chain->shutter = shutter;
     chain->cuts |= place.cuts;
     return {extent, image.texture, std::move(chain)};
@@ -92,13 +93,12 @@ class Transform : public Operation {
   }
 
   // Whether the node may join the chain that its image is waiting for. Two shutters cannot be followed
-  // at once; and a chain's clip is an upright box, which would show again what was cut off when it is
-  // turned.
+  // at once; and what a chain has cut off shows again at an edge that no longer lies between pixels.
   static bool folds(const Image& image, const Shutter& shutter, const Placement& place) {
     if (!image.pending) return true;
     const PendingTransform& chain = *image.pending;
     const bool one_shutter = shutter.width == 0 || chain.shutter.width == 0 || shutter == chain.shutter;
-    return one_shutter && (!chain.cuts || place.boxes);
+    return one_shutter && (!chain.cuts || place.exact);
   }
 
   std::vector<TransformLink> links_of(const Call& call, const Format& format) const {

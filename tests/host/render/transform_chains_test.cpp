@@ -1,5 +1,6 @@
 #include "tests/host/render/transform_plates.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <random>
@@ -144,6 +145,70 @@ TEST(TransformNodes, ChainsAgreeWithPlainArithmetic) {
       }
     }
     EXPECT_LT(largest, 2e-5) << "round " << round << ":\n" << nodes;
+  }
+}
+
+// A step that keeps pixels whole: mirrored and cut, or laid into another format, or moved.
+std::string whole_step(std::mt19937& random) {
+  const auto from = [&](int least, int most) { return std::uniform_int_distribution(least, most)(random); };
+  const auto flag = [&](const char* name) { return std::string(name) + (from(0, 1) ? "true" : "false"); };
+  std::ostringstream knobs;
+  knobs << R"("filter": ")" << (from(0, 1) ? "cubic" : "bilinear") << "\", ";
+  if (from(0, 3) == 0) {
+    knobs << R"("translate": [)" << from(-5, 5) << ", " << from(-5, 5) << "]";
+    return R"("type": "transform", "knobs": {)" + knobs.str() + "}";
+  }
+  knobs << R"("resize": "none", "center": false, "size": [)";
+  const bool same = from(0, 1);
+  knobs << (same ? width : from(8, 30)) << ", " << (same ? height : from(8, 20)) << "], ";
+  knobs << flag("\"flip\": ") << ", " << flag("\"flop\": ") << ", " << flag("\"keep_outside\": ");
+  return R"("type": "reformat", "knobs": {)" + knobs.str() + "}";
+}
+
+// Only one step resamples, so that folding must not change a pixel: each chain beside the same with
+// every step drawn, by a grade that doubles it.
+TEST(TransformNodes, FoldedChainsEqualUnfoldedOnes) {
+  std::mt19937 random(23);
+  std::uniform_real_distribution<double> part(-6, 6);
+  scene::Plate plate;
+  plate.width = width;
+  plate.height = height;
+  for (int i = 0; i < width * height * 4; ++i)
+    plate.pixels.push_back(i % 4 == 3 ? 1 : 0.5F + static_cast<float>(random() % 1000) / 1000);
+  scene::write_plate(scene::folder() / "folded.exr", plate);
+  for (int round = 0; round < 60; ++round) {
+    const int count = 2 + round % 4;
+    const int resampling = static_cast<int>(random() % static_cast<unsigned>(count));
+    std::string folded = read_plate("folded.exr"), unfolded = folded, last = "p";
+    for (int i = 0; i < count; ++i) {
+      std::string step = whole_step(random);
+      if (i == resampling) {
+        std::ostringstream knobs;
+        knobs << R"("type": "transform", "knobs": {"filter": ")" << (round % 3 ? "cubic" : "bilinear")
+              << R"(", "translate": [)" << part(random) << ", " << part(random) << "]";
+        if (random() % 2) knobs << R"(, "rotate": )" << 10 * part(random) << R"(, "scale": 1.2)";
+        step = knobs.str() + "}";
+      }
+      const std::string name = "t" + std::to_string(i);
+      const auto joined = [&](std::string input) {
+        return R"(, {"name": ")" + name + R"(", "inputs": ")" + input.append("\", ").append(step) + "}";
+      };
+      folded += joined(i == 0 ? "p" : "t" + std::to_string(i - 1));
+      unfolded += joined(last);
+      unfolded += node("d" + name, name, "grade", R"("multiply": 2, "unpremultiply": false)");
+      last = "d" + name;
+    }
+    scene::Scene once(folded, width, height), stepwise(unfolded, width, height);
+    const HostImage image = once.image("t" + std::to_string(count - 1));
+    const HostImage expected = stepwise.image(last);
+    double largest = 0;
+    for (int64_t y = -30; y < 50; ++y) {
+      for (int64_t x = -30; x < 60; ++x) {
+        const double wanted = std::ldexp(static_cast<double>(scene::pixel(expected, x, y)[2]), -count);
+        largest = std::max(largest, std::abs(wanted - static_cast<double>(scene::pixel(image, x, y)[2])));
+      }
+    }
+    EXPECT_LT(largest, 2e-5) << "round " << round << ":\n" << folded;
   }
 }
 
