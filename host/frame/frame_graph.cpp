@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <utility>
 
 namespace host::frame {
@@ -10,7 +9,6 @@ namespace {
 
 constexpr size_t most_instances = 100000;
 
-using node::Call;
 using node::Node;
 using node::Request;
 
@@ -26,16 +24,11 @@ auto ask(const shot::Composition& composition, int node, int64_t frame, Question
   }
 }
 
-bool animated(const Node& node) {
-  return std::any_of(node.knobs.begin(), node.knobs.end(),
-                     [](const node::KnobValue& value) { return value.animated(); });
-}
-
-// Whether the operation adds anything of its own to the key.
-bool adds_identity(const Call& call) {
-  node::Identity identity;
-  call.node.type->operation->identify(call, identity);
-  return identity.key() != node::Identity().key();
+std::vector<Request> reads_of(const shot::Composition& composition, int node, int64_t frame,
+                              const node::Project& project) {
+  const Node& asked = composition.nodes[static_cast<size_t>(node)];
+  return ask(composition, node, frame,
+             [&] { return asked.type->operation->reads(asked.call_at(frame, project)); });
 }
 
 // The frames at which each node is wanted, and what it then reads. Inputs have lower positions than
@@ -51,9 +44,7 @@ struct Demand {
     for (size_t at = wanted.size(); at-- > 0;) {
       const Node& node = composition.nodes[at];
       for (auto& [when, requests] : wanted[at]) {
-        const Call call = node.call_at(when, project);
-        requests =
-            ask(composition, static_cast<int>(at), when, [&] { return node.type->operation->reads(call); });
+        requests = reads_of(composition, static_cast<int>(at), when, project);
         for (const Request& request : requests)
           add(node.inputs.at(static_cast<size_t>(request.input)), request.frame);
         if (count > most_instances) {
@@ -79,18 +70,70 @@ void add_knobs(const node::Knobs& knobs, node::Identity& identity) {
   }
 }
 
+// The frames that the instances of a graph come to, found from the outputs upwards.
+class Frames {
+ public:
+  explicit Frames(const FrameGraph& graph)
+      : graph_(graph), frames_(graph.instances.size()), placed_(graph.instances.size()) {}
+
+  int64_t of(size_t at) const {
+    return frames_[at];
+  }
+
+  // False when another reader wants the instance at another frame.
+  bool place(int at, int64_t frame) {
+    const auto place = static_cast<size_t>(at);
+    if (placed_[place] != 0) return frames_[place] == frame;
+    placed_[place] = 1;
+    frames_[place] = frame;
+    return true;
+  }
+
+  // Places what an instance reads by what it asks for now; false when that is something else.
+  bool place_all(const Instance& instance, const Node& node, const std::vector<Request>& requests) {
+    if (requests.size() != instance.reads.size()) return false;
+    for (size_t i = 0; i < requests.size(); ++i) {
+      const int input = node.inputs.at(static_cast<size_t>(requests[i].input));
+      const int read = instance.reads[i];
+      if ((input < 0) != (read < 0)) return false;
+      if (read < 0) continue;
+      if (graph_.instances[static_cast<size_t>(read)].node != input) return false;
+      if (!place(read, requests[i].frame)) return false;
+    }
+    return true;
+  }
+
+  // Places what an instance reads where it stands.
+  bool keep(const Instance& instance) {
+    return std::all_of(instance.reads.begin(), instance.reads.end(), [this](int read) {
+      return read < 0 || place(read, graph_.instances[static_cast<size_t>(read)].frame);
+    });
+  }
+
+  // Whether the instances of each node still stand at different frames, in their order.
+  bool ascend() const {
+    for (size_t at = 1; at < frames_.size(); ++at) {
+      const bool same_node = graph_.instances[at].node == graph_.instances[at - 1].node;
+      if (same_node && frames_[at] <= frames_[at - 1]) return false;
+    }
+    return true;
+  }
+
+  void apply(FrameGraph& graph) const {
+    for (size_t at = 0; at < frames_.size(); ++at) graph.instances[at].frame = frames_[at];
+  }
+
+ private:
+  const FrameGraph& graph_;
+  std::vector<int64_t> frames_;
+  std::vector<uint8_t> placed_;
+};
+
 }  // namespace
 
 std::string frame_place(const shot::Composition& composition, int node, int64_t frame) {
   return composition.file + ": node \"" + composition.nodes[static_cast<size_t>(node)].name + "\": frame " +
          std::to_string(frame) + ": ";
-}
-
-bool FrameGraph::same_shape(const FrameGraph& other) const {
-  return outputs == other.outputs &&
-         std::equal(
-             instances.begin(), instances.end(), other.instances.begin(), other.instances.end(),
-             [](const Instance& a, const Instance& b) { return a.node == b.node && a.reads == b.reads; });
 }
 
 FrameGraph frame_graph(const shot::Composition& composition, const std::vector<int>& outputs, int64_t frame,
@@ -109,9 +152,6 @@ FrameGraph frame_graph(const shot::Composition& composition, const std::vector<i
         const int input = node.inputs[static_cast<size_t>(request.input)];
         instance.reads.push_back(input < 0 ? -1 : places[static_cast<size_t>(input)].at(request.frame));
       }
-      instance.varies = animated(node) || ask(composition, instance.node, when, [&, frame_wanted = when] {
-                          return adds_identity(node.call_at(frame_wanted, project));
-                        });
       places[at][when] = static_cast<int>(graph.instances.size());
       graph.instances.push_back(std::move(instance));
     }
@@ -120,23 +160,60 @@ FrameGraph frame_graph(const shot::Composition& composition, const std::vector<i
   return graph;
 }
 
-int64_t instance_key(const shot::Composition& composition, const Instance& instance,
-                     const std::vector<int64_t>& read_keys, const node::Project& project) {
+bool move_graph(FrameGraph& graph, const shot::Composition& composition, int64_t frame,
+                const node::Project& project, const std::vector<uint8_t>& edited,
+                std::vector<uint8_t>& asked) {
+  Frames frames(graph);
+  for (const int output : graph.outputs) frames.place(output, frame);
+  asked.assign(graph.instances.size(), 0);
+  for (size_t at = graph.instances.size(); at-- > 0;) {
+    const Instance& instance = graph.instances[at];
+    const int64_t when = frames.of(at);
+    if (when != instance.frame || edited[static_cast<size_t>(instance.node)] != 0) {
+      asked[at] = 1;
+      const Node& node = composition.nodes[static_cast<size_t>(instance.node)];
+      if (!frames.place_all(instance, node, reads_of(composition, instance.node, when, project)))
+        return false;
+    } else if (!frames.keep(instance)) {
+      return false;
+    }
+  }
+  if (!frames.ascend()) return false;
+  frames.apply(graph);
+  graph.frame = frame;
+  return true;
+}
+
+int64_t added_part(const shot::Composition& composition, const Instance& instance,
+                   const node::Project& project) {
   const Node& node = composition.nodes[static_cast<size_t>(instance.node)];
-  const Call call = node.call_at(instance.frame, project);
+  node::Identity identity;
+  ask(composition, instance.node, instance.frame, [&] {
+    node.type->operation->identify(node.call_at(instance.frame, project), identity);
+    return true;
+  });
+  return identity.empty() ? 0 : identity.key();
+}
+
+int64_t own_part(const shot::Composition& composition, const Instance& instance, int64_t added,
+                 const node::Project& project) {
+  const Node& node = composition.nodes[static_cast<size_t>(instance.node)];
   node::Identity identity;
   identity.add(std::string_view(node.type->name));
   identity.add(project.format.width);
   identity.add(project.format.height);
   identity.add(project.format.pixel_aspect);
   identity.add(project.scale);
-  add_knobs(call.knobs, identity);
-  for (const int64_t key : read_keys) identity.add(key);
-  ask(composition, instance.node, instance.frame, [&] {
-    node.type->operation->identify(call, identity);
-    return true;
-  });
+  add_knobs(node.call_at(instance.frame, project).knobs, identity);
+  identity.add(added);
   return identity.key();
+}
+
+Extent instance_extent(const shot::Composition& composition, const Instance& instance,
+                       const std::vector<Extent>& inputs, const node::Project& project) {
+  const Node& node = composition.nodes[static_cast<size_t>(instance.node)];
+  return ask(composition, instance.node, instance.frame,
+             [&] { return node.type->operation->extent(node.call_at(instance.frame, project), inputs); });
 }
 
 std::vector<Extent> instance_extents(const shot::Composition& composition, const FrameGraph& graph,
@@ -144,14 +221,11 @@ std::vector<Extent> instance_extents(const shot::Composition& composition, const
   std::vector<Extent> extents;
   extents.reserve(graph.instances.size());
   for (const Instance& instance : graph.instances) {
-    const Node& node = composition.nodes[static_cast<size_t>(instance.node)];
     std::vector<Extent> inputs;
     for (const int read : instance.reads) {
       inputs.push_back(read < 0 ? Extent{project.format, {}} : extents[static_cast<size_t>(read)]);
     }
-    extents.push_back(ask(composition, instance.node, instance.frame, [&] {
-      return node.type->operation->extent(node.call_at(instance.frame, project), inputs);
-    }));
+    extents.push_back(instance_extent(composition, instance, inputs, project));
   }
   return extents;
 }

@@ -1,5 +1,7 @@
 #include "host/frame/keyed_frame.h"
 
+#include <algorithm>
+#include <string>
 #include <utility>
 
 namespace host::frame {
@@ -32,37 +34,62 @@ std::shared_ptr<const qv::graph::Schedule> build_schedule(const shot::Compositio
   return schedule;
 }
 
+bool animated(const node::Node& node) {
+  return std::any_of(node.knobs.begin(), node.knobs.end(),
+                     [](const node::KnobValue& value) { return value.animated(); });
+}
+
 }  // namespace
 
-void FrameKeys::rebuild(const FrameGraph& graph) {
-  std::vector<std::vector<int>> edges = edges_of(graph);
+void FrameKeys::rebuild(const std::vector<int>& outputs, int64_t frame) {
+  graph_ = frame_graph(composition_, outputs, frame, project_);
+  outputs_ = outputs;
+  answers_.assign(graph_.instances.size(), {});
+  std::vector<std::vector<int>> edges = edges_of(graph_);
   walk_.build(edges, std::vector<unsigned char>(edges.size()), std::vector<int64_t>(edges.size(), -1));
-  schedule_ = build_schedule(composition_, graph, std::move(edges));
+  schedule_ = build_schedule(composition_, graph_, std::move(edges));
+}
+
+// Whether the instance says something else of itself than when it was last asked.
+bool FrameKeys::ask(size_t at, bool anew) {
+  const Instance& instance = graph_.instances[at];
+  Answer& last = answers_[at];
+  const int64_t added = added_part(composition_, instance, project_);
+  const auto node = static_cast<size_t>(instance.node);
+  const bool same_knobs = !anew && edited_[node] == 0 && !animated(composition_.nodes[node]);
+  if (same_knobs && added == last.added) return false;
+  const Answer now{added, own_part(composition_, instance, added, project_)};
+  const bool differs = now.own != last.own;
+  last = now;
+  return differs;
 }
 
 KeyedFrame FrameKeys::frame(const std::vector<int>& outputs, int64_t frame) {
-  FrameGraph graph = frame_graph(composition_, outputs, frame, project_);
-  const bool anew = !schedule_ || !graph.same_shape(last_);
+  // A question that throws leaves all of this half done: the next frame then starts from nothing.
+  const auto known = std::exchange(schedule_, nullptr);
+  std::vector<uint8_t> asked;
+  const bool anew =
+      !known || outputs != outputs_ || !move_graph(graph_, composition_, frame, project_, edited_, asked);
+  std::shared_ptr<const qv::graph::Schedule> schedule = known;
   if (anew) {
-    rebuild(graph);
-  } else {
-    for (size_t i = 0; i < graph.instances.size(); ++i) {
-      walk_.always[i] = graph.instances[i].varies || last_.instances[i].varies ? 1 : 0;
-    }
+    rebuild(outputs, frame);
+    schedule = std::exchange(schedule_, nullptr);
   }
-  // A question that throws leaves the walk half done.
-  const auto schedule = std::exchange(schedule_, nullptr);
-  visited_ += walk_.walk({}, anew, [&](int at, bool) {
-    const Instance& instance = graph.instances[static_cast<size_t>(at)];
-    std::vector<int64_t> read_keys;
-    for (const int read : instance.reads) {
-      read_keys.push_back(read < 0 ? -1 : walk_.values[static_cast<size_t>(read)]);
+  std::vector<int> seeds;
+  for (size_t at = 0; at < graph_.instances.size(); ++at) {
+    if ((anew || asked[at] != 0) && ask(at, anew)) seeds.push_back(static_cast<int>(at));
+  }
+  visited_ += walk_.walk(seeds, anew, [this](int at, bool) -> std::optional<int64_t> {
+    node::Identity identity;
+    identity.add(answers_[static_cast<size_t>(at)].own);
+    for (const int read : graph_.instances[static_cast<size_t>(at)].reads) {
+      identity.add(read < 0 ? int64_t{-1} : walk_.values[static_cast<size_t>(read)]);
     }
-    return std::optional<int64_t>(instance_key(composition_, instance, read_keys, project_));
+    return identity.key();
   });
-  schedule_ = schedule;
-  last_ = graph;
-  return {std::move(graph), walk_.values, schedule_};
+  std::fill(edited_.begin(), edited_.end(), uint8_t{0});
+  schedule_ = std::move(schedule);
+  return {graph_, walk_.values, schedule_};
 }
 
 }  // namespace host::frame

@@ -19,30 +19,47 @@ struct KeyedFrame {
   std::shared_ptr<const qv::graph::Schedule> schedule;
 };
 
-// Gives the frames of one composition their keys. A frame of the same shape as the one before is
-// walked for what changed since: an instance that neither varies nor stands downstream of a change
-// keeps its key unseen. Externally synchronised.
+// Gives the frames of one composition their keys. The graph of the frame before is kept while its
+// shape stands: only instances that come to another frame, or whose node was edited, are asked anew,
+// each once, and only what lies downstream of an answer that differs is looked at.
+// Externally synchronised.
 class FrameKeys {
  public:
+  // Both outlive it. Between two frames knobs and connections of the nodes may change, not their number.
   FrameKeys(const shot::Composition& composition, const node::Project& project)
-      : composition_(composition), project_(project) {}
+      : composition_(composition), project_(project), edited_(composition.nodes.size()) {}
 
   // Throws FrameError.
   KeyedFrame frame(const std::vector<int>& outputs, int64_t frame);
 
-  // Instances looked at since the start.
+  // A node's knobs or connections have changed.
+  void edited(int node) {
+    edited_.at(static_cast<size_t>(node)) = 1;
+  }
+
+  // Instances whose keys were worked out since the start.
   int64_t visited() const {
     return visited_;
   }
 
  private:
-  void rebuild(const FrameGraph& graph);
+  // What an instance said of itself when it was last asked.
+  struct Answer {
+    int64_t added = 0;
+    int64_t own = -1;
+  };
+
+  void rebuild(const std::vector<int>& outputs, int64_t frame);
+  bool ask(size_t at, bool anew);
 
   const shot::Composition& composition_;
   const node::Project& project_;
-  FrameGraph last_;
+  std::vector<uint8_t> edited_;  // by node
+  std::vector<int> outputs_;
+  FrameGraph graph_;
+  std::vector<Answer> answers_;  // by instance
   qv::graph::Walk walk_;
-  std::shared_ptr<const qv::graph::Schedule> schedule_;  // null when the walk must be built anew
+  std::shared_ptr<const qv::graph::Schedule> schedule_;  // null when all must be built anew
   int64_t visited_ = 0;
 };
 

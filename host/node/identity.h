@@ -16,6 +16,11 @@ class Identity {
   void add(int64_t value);
   void add(std::string_view text);
 
+  // Nothing was added.
+  bool empty() const {
+    return lengths_.empty();
+  }
+
   // A non-negative key: the cache reports a miss as -1.
   int64_t key() const;
 

@@ -74,7 +74,7 @@ struct TouchCycle {
 struct Evaluator::Run {
   const frame::KeyedFrame& frame;
   const Keep& keep;
-  std::vector<Extent> extents;
+  std::vector<std::optional<Extent>> extents;  // of those that somebody asked about
   std::vector<ResultPtr> results;
   std::vector<std::pair<node::Image, node::Image>> settled;  // pending, and drawn: for other readers
 };
@@ -96,11 +96,7 @@ std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, con
                                              const std::vector<Part>& parts) {
   const DrawTime time(timer_, stats_, context_.times());
   const size_t count = frame.graph.instances.size();
-  Run run{frame,
-          keep,
-          frame::instance_extents(composition_, frame.graph, project_),
-          std::vector<ResultPtr>(count),
-          {}};
+  Run run{frame, keep, std::vector<std::optional<Extent>>(count), std::vector<ResultPtr>(count), {}};
   const TouchCycle cycle(store_);
   qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys);
 
@@ -109,6 +105,7 @@ std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, con
     const auto place = static_cast<size_t>(at);
     if (plan.cached[place] < 0) continue;
     run.results[place] = store_.at(plan.cached[place]);
+    run.extents[place] = run.results[place]->extent;
     ++stats_.cache_hits;
   }
   for (const int at : plan.order) {
@@ -135,16 +132,18 @@ void Evaluator::compute(Run& run, size_t at) {
   const int64_t key = run.frame.keys[at];
   // Two instances may be the same image, a still at two frames for one.
   if ((run.results[at] = store_.find(key))) {
+    run.extents[at] = run.results[at]->extent;
     ++stats_.cache_hits;
     return;
   }
   const node::Node& node = composition_.nodes[static_cast<size_t>(instance.node)];
   std::vector<node::Image> inputs;
   for (const int read : instance.reads) inputs.push_back(input_image(run, instance, read));
-  make_room(composition_, instance, run.extents[at].window);
   auto result = std::make_shared<Result>();
+  result->extent = extent_of(run, static_cast<int>(at));
+  make_room(composition_, instance, result->extent.window);
   result->image = attempt(composition_, instance, [&] {
-    return node.type->operation->render(node.call_at(instance.frame, project_), inputs, run.extents[at],
+    return node.type->operation->render(node.call_at(instance.frame, project_), inputs, result->extent,
                                         context_);
   });
   ++stats_.computed;
@@ -153,11 +152,35 @@ void Evaluator::compute(Run& run, size_t at) {
   note_peak();
 }
 
+// Asked for what is computed alone, and for images that are looked at without their pixels.
+Extent Evaluator::extent_of(Run& run, int asked) {
+  const std::vector<frame::Instance>& instances = run.frame.graph.instances;
+  std::vector<int> unknown;
+  const auto want = [&](int at) {
+    if (at >= 0 && !run.extents[static_cast<size_t>(at)]) unknown.push_back(at);
+  };
+  want(asked);
+  for (size_t i = 0; i < unknown.size(); ++i) {
+    for (const int read : instances[static_cast<size_t>(unknown[i])].reads) want(read);
+  }
+  std::sort(unknown.begin(), unknown.end());
+  for (const int at : unknown) {
+    std::optional<Extent>& extent = run.extents[static_cast<size_t>(at)];
+    if (extent) continue;
+    std::vector<Extent> inputs;
+    for (const int read : instances[static_cast<size_t>(at)].reads) {
+      inputs.push_back(read < 0 ? Extent{project_.format, {}} : *run.extents[static_cast<size_t>(read)]);
+    }
+    extent = frame::instance_extent(composition_, instances[static_cast<size_t>(at)], inputs, project_);
+  }
+  return *run.extents[static_cast<size_t>(asked)];
+}
+
 node::Image Evaluator::input_image(Run& run, const frame::Instance& reader, int read) {
   if (read < 0) return {{project_.format, {}}, nullptr, nullptr};
   const auto at = static_cast<size_t>(read);
   const node::NodeType& type = *composition_.nodes[static_cast<size_t>(reader.node)].type;
-  if (!type.reads_pixels) return {run.extents[at], nullptr, nullptr};
+  if (!type.reads_pixels) return {extent_of(run, read), nullptr, nullptr};
   return type.takes_pending ? run.results[at]->image : settled(run, at);
 }
 

@@ -42,6 +42,7 @@ class Evaluator {
   struct Run;
 
   void compute(Run& run, size_t at);
+  Extent extent_of(Run& run, int asked);
   node::Image input_image(Run& run, const frame::Instance& reader, int read);
   const node::Image& settled(Run& run, size_t at, Part part = Part::whole);
   void make_room(const shot::Composition& composition, const frame::Instance& instance, const Box& window);

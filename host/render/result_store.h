@@ -14,6 +14,7 @@ namespace host::render {
 // What a node gave, and the same with its pending transform applied, once somebody asked for it:
 // all of it for nodes, and what lies in the format for files. Textures are null until made.
 struct Result {
+  Extent extent;  // as its node told it
   node::Image image;
   node::Image settled;
   node::Image in_format;
