@@ -24,7 +24,7 @@ struct DecodeResult {
   std::shared_ptr<OIIO::ImageSpec> spec;  // a copy of the file's; null unless 2
   std::string error;                      // OpenImageIO's text; empty unless 4
   double read_ms = 0;                     // opening, checking and reading
-  double convert_ms = 0;                  // widening halves; 0 for a file that holds no halves
+  double convert_ms = 0;                  // widening halves; 0 for a file that holds others as well
 };
 
 // Decodes a plain image file into RGBA floats: one subimage, exactly the channels R, G, B, A in this
@@ -33,11 +33,11 @@ struct DecodeResult {
 // cannot be allocated is status 3 without a text; so is one that claims over 1 GiB of them when there
 // is less memory or its codec cannot hold that many in so few bytes. `path` is UTF-8; pipes, sockets
 // and devices are refused with status 4.
-// `threads` bounds what OpenImageIO uses for this file, 0 being its default; with 1 everything
-// happens on the calling thread, but for OpenEXR files: OpenImageIO 2.4 hands their blocks to
-// OpenEXR's process-wide pool, which only its global attribute "exr_threads" bounds.
-// Thread-safe. Cost: decoding, and one pass over the pixels for a file of halves, which are widened
-// in place, so that no memory beyond the pixels is used.
+// `threads` (0: OpenImageIO's default) is how many threads work on the file at most; with 1 everything
+// happens on the calling thread. Only OpenEXR files of the codecs piz, pxr24, b44 and dwa are handed by
+// OpenImageIO 2.4 to OpenEXR's process-wide pool, which its global attribute "exr_threads" bounds.
+// Thread-safe. Cost: decoding; OpenEXR files of other codecs are widened chunk by chunk in the cache, halves
+// of others in place, so that no memory beyond the pixels is used but for a chunk a thread.
 QV_API void decode_plain(const std::string& path, int threads, DecodeResult& out);
 
 }  // namespace qv::io
