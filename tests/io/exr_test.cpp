@@ -174,7 +174,7 @@ class Reading : public testing::Test {
     const auto input = OIIO::ImageInput::open(path);
     OIIO::geterror();
     DecodeResult result;
-    decode_plain(path, any(random_, 1, 3), result);
+    decode_plain(path, any(random, 1, 3), result);
     ASSERT_EQ(result.status == 4, !input);
     if (!input) return;
     for (int s = 0; input->seek_subimage(s, 0); ++s) {
@@ -194,27 +194,28 @@ class Reading : public testing::Test {
   void compare_layers(OIIO::ImageInput& input, const std::string& path, const Read& all,
                       const std::optional<std::vector<float>>& expected, bool damaged) {
     // What is damaged is read whole, because outside of what is shown it need not be found.
-    const int dx = damaged ? 0 : any(random_, -40, 40), dy = damaged ? 0 : any(random_, -40, 40);
-    const int width = damaged ? all.width : any(random_, 0, 750),
-              height = damaged ? all.height : any(random_, 0, 90);
+    const int dx = damaged ? 0 : any(random, -40, 40), dy = damaged ? 0 : any(random, -40, 40);
+    const int width = damaged ? all.width : any(random, 0, 750),
+              height = damaged ? all.height : any(random, 0, 90);
     std::vector<Read> reads;
     std::vector<std::array<Slot, 4>> slots(static_cast<size_t>((all.chend + 3) / 4));
     std::vector<int> channels;
     for (int c = 0; c < all.chend; ++c) {
       // Each channel by a read of its own or all by one; some moved, some not shown.
-      reads.push_back({all.subimage, c, any(random_, c + 1, all.chend), dx, dy, all.width, all.height});
-      if (!damaged && any(random_, 0, 9) == 0) reads.back().x += 7;
+      reads.push_back({all.subimage, c, any(random, c + 1, all.chend), dx, dy, all.width, all.height});
+      if (!damaged && any(random, 0, 9) == 0) reads.back().x += 7;
       auto& slot = slots[static_cast<size_t>(c / 4)][static_cast<size_t>(c % 4)];
       slot = {c, 0, 0};
-      if (!damaged && any(random_, 0, 9) == 0) slot = {-1, 0, 0.5f};
+      if (!damaged && any(random, 0, 9) == 0) slot = {-1, 0, 0.5f};
     }
     slots.back()[3] = slots.back()[3].read < 0 ? Slot{-1, 0, 1.0f} : slots.back()[3];
     const size_t floats = static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
     std::vector<std::vector<float>> pixels(slots.size(), std::vector<float>(floats, -1));
     std::vector<float*> outs;
+    outs.reserve(pixels.size());
     for (auto& each : pixels) outs.push_back(each.data());
     double ms = 0;
-    const bool done = load_exr(input, path, reads, slots, width, height, any(random_, 1, 3), outs, ms);
+    const bool done = load_exr(input, path, reads, slots, width, height, any(random, 1, 3), outs, ms);
     if (!damaged) {
       const std::string codec(input.spec(all.subimage, 0).get_string_attribute("compression"));
       ASSERT_EQ(done, is_ours(codec)) << codec;
@@ -247,8 +248,8 @@ class Reading : public testing::Test {
       }
   }
 
-  Files files_;
-  Random random_{5};
+  Files files;
+  Random random{5};
 };
 
 constexpr int files_a_codec = sanitized ? 2 : 6;
@@ -258,16 +259,16 @@ TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) 
   for (int i = 0; i < 4; ++i) codecs.insert(codecs.end(), ours.begin(), ours.end());
   for (int round = 0; round < files_a_codec; ++round)
     for (const std::string& codec : codecs) {
-      const std::string path = files_.path("any.exr");
-      const Sample sample = write_any(path, random_, codec);
+      const std::string path = files.path("any.exr");
+      const Sample sample = write_any(path, random, codec);
       SCOPED_TRACE(testing::Message() << "round " << round << ": " << sample);
       ASSERT_NO_FATAL_FAILURE(compare(path, false));
       if (!is_ours(codec)) continue;
       const std::string bytes = bytes_of(path);
       for (int how = 0; how < 12; ++how) {
         std::string changed = bytes;
-        cut_or_change(changed, random_, how % 3);
-        const std::string damaged = files_.write("damaged.exr", changed);
+        cut_or_change(changed, random, how % 3);
+        const std::string damaged = files.write("damaged.exr", changed);
         ASSERT_NO_FATAL_FAILURE(compare(damaged, true)) << "damage " << how;
       }
     }
