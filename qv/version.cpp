@@ -1,11 +1,20 @@
 #include <qv/version.h>
 
+#include <string_view>
+
 #include <OpenImageIO/imageio.h>
 
 namespace qv {
 
+namespace {
+
+constexpr std::string_view version = QV_PROJECT_VERSION;
+static_assert(version == "0.1.0" && QV_VERSION == 100, "qv/version.h and the project name one version");
+
+}  // namespace
+
 const char* core_version() {
-  return "0.1.0";
+  return version.data();
 }
 
 std::string oiio_header_version() {

@@ -9,7 +9,13 @@ namespace qv {
 // Versions of this library and of the OpenImageIO that reads its files, for a host to show and to
 // compare. Thread-safe.
 
-// This library's version, "0.1.0".
+// The version of these headers, for #if and static_assert: major * 10000 + minor * 100 + patch.
+#define QV_VERSION 100
+inline constexpr int version_major = QV_VERSION / 10000;
+inline constexpr int version_minor = QV_VERSION / 100 % 100;
+inline constexpr int version_patch = QV_VERSION % 100;
+
+// The version of the library that is loaded, "0.1.0".
 QV_API const char* core_version();
 
 // The OpenImageIO headers that this library was compiled against, in four parts: "2.4.7.1".

@@ -106,23 +106,23 @@ void fill_slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vec
   for (std::size_t i = 0; i < n; ++i) {
     const Key& key = keys[i];
     switch (key.kind) {
-      case 0:
-      case 5:
+      case key_step:
+      case key_flat:
         break;
-      case 1:
+      case key_linear:
         in[i] = i > 0 ? secant(x, y, i - 1, i) : secant(x, y, 0, 1);
         out[i] = i + 1 < n ? secant(x, y, i, i + 1) : secant(x, y, n - 2, n - 1);
         break;
-      case 2:
+      case key_smooth:
         in[i] = out[i] = is_extremum(y, i) ? 0.0 : central_slope(x, y, i);
         break;
-      case 4:
+      case key_spline:
         if (!spline) {
           spline = spline_slopes(x, y);
         }
         in[i] = out[i] = (*spline)[i];
         break;
-      case 6:
+      case key_slopes:
         in[i] = key.has_in ? key.in_slope : central_slope(x, y, i);
         out[i] = key.has_out ? key.out_slope : in[i];
         break;
@@ -219,7 +219,7 @@ double Curve::value(double t) const {
     (t >= times_[mid] ? lo : end) = mid;
   }
   const Key& from = keys_[lo];
-  if (from.kind == 0) {
+  if (from.kind == key_step) {
     return from.value;
   }
   const std::size_t hi = lo + 1;

@@ -10,22 +10,25 @@
 
 namespace qv::anim {
 
-// One keyframe. Times are in the host's unit (frames), slopes in value per time. `kind` says how the
-// curve arrives at the key and leaves it:
-//   0  step: flat, and the segment that starts here holds the value until the next key
-//   1  linear: straight to either neighbour
-//   2  smooth: slope between the neighbours, flat at a local extremum
-//   3  Catmull-Rom: slope between the neighbours; so is every kind above 6
-//   4  natural cubic spline through all keys of the curve
-//   5  flat, with a smooth segment on either side
-//   6  as given by `in_slope` and `out_slope`; without `has_in` as 3, without `has_out` as it arrives
-// The first and last key have one neighbour only, and kinds 1, 2 and 3 point straight at it.
+// How a curve arrives at a key and leaves it. The first and last key have one neighbour only; there
+// linear, smooth and cubic point straight at it.
+enum KeyKind : std::uint8_t {
+  key_step = 0,    // flat, and the segment that starts here holds the value until the next key
+  key_linear = 1,  // straight to either neighbour
+  key_smooth = 2,  // slope between the neighbours, flat at a local extremum
+  key_cubic = 3,   // Catmull-Rom: slope between the neighbours; so is every number above 6
+  key_spline = 4,  // natural cubic spline through all keys of the curve
+  key_flat = 5,    // flat, with a smooth segment on either side
+  key_slopes = 6,  // `in_slope` and `out_slope`; without `has_in` cubic, without `has_out` as it arrives
+};
+
+// One keyframe. Times are in the host's unit (frames), slopes in value per time.
 struct Key {
   double time = 0;
   double value = 0;
-  std::uint8_t kind = 0;
-  bool has_in = false;   // kind 6: `in_slope` is given
-  bool has_out = false;  // kind 6: `out_slope` is given
+  std::uint8_t kind = key_step;  // a KeyKind
+  bool has_in = false;           // key_slopes: `in_slope` is given
+  bool has_out = false;          // key_slopes: `out_slope` is given
   double in_slope = 0;
   double out_slope = 0;
 };
@@ -72,7 +75,8 @@ class QV_API Curve {
 
 // The slopes with which a curve through `keys` arrives at each key and leaves it; both vectors are
 // replaced, one entry a key. A single key has slopes 0. Times that are equal count as 1e-9 apart.
-// Throws NotCompilable("ZeroDivisionError") where kind 4 is asked for and the spline has no solution.
+// Throws NotCompilable("ZeroDivisionError") where key_spline is asked for and has no solution; it and
+// std::bad_alloc leave both vectors as they were.
 // Thread-safe. O(keys).
 QV_API void slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<double>& out);
 

@@ -7,7 +7,7 @@ namespace qv::gpu {
 int draw(uint32_t framebuffer, int32_t width, int32_t height, uint32_t program, const Pending* pending,
          int32_t pending_count, const Unit* units, int32_t unit_count, uint32_t vertex_array, uint32_t mode,
          int32_t index_count, uint32_t restore_framebuffer) {
-  if (gl::current_context() != gl::loaded_context()) return -2;
+  if (gl::current_context() != gl::loaded_context()) return draw_refused;
   return draw_in_context(framebuffer, width, height, program, pending, pending_count, units, unit_count,
                          vertex_array, mode, index_count, restore_framebuffer);
 }
@@ -32,7 +32,7 @@ int draw_in_context(uint32_t framebuffer, int32_t width, int32_t height, uint32_
   gl::BindVertexArray(0);
   gl::BindFramebuffer(gl::FRAMEBUFFER, restore_framebuffer);
   ++uniform_cache::counters.draws;
-  return 0;
+  return draw_done;
 }
 
 void count_draw() {

@@ -21,16 +21,22 @@ struct Unit {
   uint32_t sampler = 0;  // GL name, 0 for the texture's own sampling state
 };
 
+// What draw returns.
+enum DrawResult : int {
+  draw_done = 0,
+  draw_refused = -2,  // the current context is not gl::loaded_context()
+};
+
 // Draws one instance of `index_count` 32-bit indices, read from the start of the element buffer
 // that belongs to `vertex_array`, over a viewport and scissor box of width x height pixels at
 // (0, 0); whether the scissor test is on is the host's business. Uploads the pending values first,
 // through uniform_set. Arrays are only read during the call; a count below 1 means none.
-// Returns 0; or -2, with nothing done, when the current context is not gl::loaded_context().
+// Returns a DrawResult; refused, nothing was done.
 QV_API int draw(uint32_t framebuffer, int32_t width, int32_t height, uint32_t program, const Pending* pending,
                 int32_t pending_count, const Unit* units, int32_t unit_count, uint32_t vertex_array,
                 uint32_t mode, int32_t index_count, uint32_t restore_framebuffer);
 
-// The same without the look at the context, for callers that have compared it themselves. Returns 0.
+// The same without the look at the context, for callers that have compared it themselves: never refused.
 QV_API int draw_in_context(uint32_t framebuffer, int32_t width, int32_t height, uint32_t program,
                            const Pending* pending, int32_t pending_count, const Unit* units,
                            int32_t unit_count, uint32_t vertex_array, uint32_t mode, int32_t index_count,

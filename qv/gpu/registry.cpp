@@ -179,12 +179,12 @@ const UniformInfo* uniform_info(uint32_t program, std::string_view name) {
 
 bool uniform_accepts(const UniformInfo& info, int32_t count) {
   switch (info.type) {
-    case 0:
-    case 1:
+    case uniform_float:
+    case uniform_vector:
       return info.size == count && count <= 4;
-    case 5:
+    case uniform_matrix3:
       return count == 9;
-    case 6:
+    case uniform_matrix4:
       return count == 16;
     default:
       return false;

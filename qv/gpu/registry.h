@@ -18,13 +18,20 @@
 // Everything here: GL thread only.
 namespace qv::gpu {
 
+// What a uniform holds. Any other number is never uploaded, like uniform_other.
+enum UniformType : int32_t {
+  uniform_float = 0,
+  uniform_vector = 1,  // 2 to 4 floats
+  uniform_matrix3 = 5,
+  uniform_matrix4 = 6,
+  uniform_other = 7,
+};
+
 // One uniform of a program as the host reflected it.
 struct UniformInfo {
   int32_t location = -1;
-  // 0 and 1: a float value of `size` floats; 5: a 3x3 float matrix; 6: a 4x4 float matrix;
-  // 7 and everything else: a type that is never uploaded.
-  int32_t type = 7;
-  int32_t size = 1;
+  int32_t type = uniform_other;  // a UniformType
+  int32_t size = 1;              // floats of a uniform_float or uniform_vector
 };
 
 // One uniform value to upload. No padding: batches are compared as bytes.
@@ -61,8 +68,8 @@ QV_API bool program_known(uint32_t program);
 // valid until the program is forgotten, whatever is added meanwhile.
 QV_API const UniformInfo* uniform_info(uint32_t program, std::string_view name);
 
-// Whether a value of `count` floats may go to this uniform: types 0 and 1 take `size` floats, at
-// most 4; type 5 takes 9; type 6 takes 16.
+// Whether a value of `count` floats may go to this uniform: floats and vectors take `size` floats, at
+// most 4; a matrix takes 9 or 16.
 QV_API bool uniform_accepts(const UniformInfo& info, int32_t count);
 
 // Makes the next upload to a location go to GL whatever the value; a negative location means all

@@ -9,7 +9,7 @@
 
 // What uniform_set looks at in its caller's own code: a value that is there already shall cost next
 // to nothing beside a GL call, of which a call into the library would be a good part. Written by the
-// registry alone; a host calls uniform_set.
+// registry alone; a host calls uniform_set. GL thread only.
 namespace qv::gpu::uniform_cache {
 
 // The value last uploaded to one location; a count of 0 remembers nothing.

@@ -24,7 +24,7 @@ struct CachePopped {
 // result keeps alive, with their sizes in bytes. Two recency orders: entries that the current
 // evaluation uses are pinned, the rest are not. A buffer held by several entries is counted once:
 // with the pinned ones if any of them is pinned, at the size with which it first came in.
-// A touch cycle keeps pinned just what one evaluation used: set `touching`, evaluate, end_touch.
+// A touch cycle keeps pinned just what one evaluation used: begin_touch, evaluate, end_touch.
 // Externally synchronised. put, get, move and pop1 are O(1) beside the buffers of the entry; evict is
 // O(entries evicted); none of them recurses or scans.
 // Failure: whatever allocates does so before it changes anything, so that std::bad_alloc (or
@@ -69,6 +69,11 @@ class ResultCache {
 
   // Makes a key the most recent of the chosen order; nothing where it is not cached.
   QV_API void move(int64_t key, bool pinned);
+
+  // Opens a touch cycle, or goes on with the open one: the same as setting `touching`.
+  void begin_touch() {
+    touching = true;
+  }
 
   // Records a key as used in the open touch cycle; nothing where none is open.
   QV_API void touch(int64_t key);
@@ -143,7 +148,7 @@ class ResultCache {
   int64_t held_bytes_[2] = {0, 0};
 
  public:
-  // A touch cycle is open. The host sets it; end_touch and clear reset it.
+  // A touch cycle is open. begin_touch or the host sets it; end_touch and clear reset it.
   bool touching = false;
 
  private:

@@ -1,18 +1,15 @@
 #pragma once
 
-#include <qv/export.h>
+#include <qv/huge_pages.h>
 
 #include <cstddef>
 #include <new>
 
 namespace qv::graph {
 
-// Asks the system to back memory that begins at a huge page with huge pages, where it has them.
-QV_API void prefer_huge_pages(void* memory, size_t bytes) noexcept;
-
 // The allocator of a hash table. A large table is read all over at random, and would otherwise wait
 // for the processor's page tables about as often as for itself: it lies in huge pages.
-// Throws what operator new throws.
+// Throws what operator new throws. Thread-safe.
 template <class Slot>
 struct TableAllocator {
   using value_type = Slot;

@@ -24,7 +24,7 @@ void read_pixels(OIIO::ImageInput& input, const io::FileAttributes& file, ImageR
   result.error = io::refusal(spec, input.format_name(), file);
   if (!result.error.empty()) return;
   result.pixels.reserve(*count);
-  io::advise_huge_pages(result.pixels.data(), *count * sizeof(float));
+  prefer_huge_pages(result.pixels.data(), *count * sizeof(float));
   result.pixels.resize(*count);
   if (!input.read_image(0, 0, 0, result.channels, OIIO::TypeFloat, result.pixels.data()))
     result.error = io::take_error(input);

@@ -1,11 +1,6 @@
 #include <qv/io/pixel_memory.h>
 
 #include <limits>
-#include <memory>
-
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 
 namespace qv::io {
 
@@ -19,15 +14,6 @@ std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channel
     count *= size;
   }
   return static_cast<size_t>(count);
-}
-
-void advise_huge_pages([[maybe_unused]] void* begin, [[maybe_unused]] size_t bytes) {
-#if defined(__linux__)
-  constexpr size_t huge = size_t{2} << 20;
-  void* first = begin;
-  size_t room = bytes;
-  if (std::align(huge, huge, first, room)) ::madvise(first, room & ~(huge - 1), MADV_HUGEPAGE);
-#endif
 }
 
 }  // namespace qv::io

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <qv/huge_pages.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,17 +14,13 @@ namespace qv::io {
 // fit the address space.
 std::optional<size_t> float_count(int64_t width, int64_t height, int64_t channels);
 
-// Asks for huge pages behind a large block that has not been written yet: faulting in the 4 KiB
-// pages of a cold image costs more than filling them. Advice only; does nothing where there is none.
-void advise_huge_pages(void* begin, size_t bytes);
-
 // An array of max(1, count) numbers whose values are undefined: pages of it are touched by whoever
 // writes them first. Throws std::bad_alloc.
 template <class Number>
 std::unique_ptr<Number[]> uninitialised(size_t count) {
   const size_t size = std::max<size_t>(count, 1);
   std::unique_ptr<Number[]> result(new Number[size]);
-  advise_huge_pages(result.get(), size * sizeof(Number));
+  prefer_huge_pages(result.get(), size * sizeof(Number));
   return result;
 }
 

@@ -9,7 +9,8 @@ namespace qv::io {
 struct DecodeScheduler::Job {
   int64_t id = 0;
   int32_t priority = 0;
-  std::string path;
+  std::string path;  // decoded as a plain file where there is no function
+  Decode decode;
   bool cancelled = false;
   bool awaited = false;  // by a take, now or before: the only jobs whose end wakes anybody
   std::shared_ptr<DecodeResult> result = std::make_shared<DecodeResult>();
@@ -48,8 +49,18 @@ void DecodeScheduler::stop_and_join() {
 }
 
 int64_t DecodeScheduler::submit(const std::string& path, int priority) {
-  const auto job = std::make_shared<Job>();
+  auto job = std::make_shared<Job>();
   job->path = path;
+  return queue(std::move(job), priority);
+}
+
+int64_t DecodeScheduler::submit(Decode decode, int priority) {
+  auto job = std::make_shared<Job>();
+  job->decode = std::move(decode);
+  return queue(std::move(job), priority);
+}
+
+int64_t DecodeScheduler::queue(std::shared_ptr<Job> job, int priority) {
   job->priority = std::max(0, priority);
   // The nodes are made beforehand, so that nothing can fail once one of the containers has the job.
   decltype(queue_) queued = {job};
@@ -69,7 +80,7 @@ int64_t DecodeScheduler::submit(const std::string& path, int priority) {
 int DecodeScheduler::state(int64_t id) const {
   const std::lock_guard lock(mutex_);
   const auto found = jobs_.find(id);
-  return found == jobs_.end() ? -1 : found->second->result->status;
+  return found == jobs_.end() ? int{decode_unknown} : found->second->result->status;
 }
 
 std::shared_ptr<DecodeResult> DecodeScheduler::take(int64_t id, double timeout) {
@@ -78,7 +89,7 @@ std::shared_ptr<DecodeResult> DecodeScheduler::take(int64_t id, double timeout) 
   std::unique_lock lock(mutex_);
   const auto settled = [&] {
     const auto found = jobs_.find(id);
-    return stop_ || found == jobs_.end() || found->second->result->status >= 2;
+    return stop_ || found == jobs_.end() || found->second->result->status >= decode_done;
   };
   ++takers_;
   if (const auto found = jobs_.find(id); found != jobs_.end()) found->second->awaited = true;
@@ -90,7 +101,7 @@ std::shared_ptr<DecodeResult> DecodeScheduler::take(int64_t id, double timeout) 
   }
   if (--takers_ == 0 && stop_) done_cv_.notify_all();
   const auto found = jobs_.find(id);
-  if (found == jobs_.end() || found->second->result->status < 2) return nullptr;
+  if (found == jobs_.end() || found->second->result->status < decode_done) return nullptr;
   std::shared_ptr<DecodeResult> result = std::move(found->second->result);
   jobs_.erase(found);
   return result;
@@ -162,16 +173,36 @@ void DecodeScheduler::run(bool priority_only) {
       work_cv_.wait(lock, [&] { return stop_ || has_work(priority_only); });
       if (stop_) return;
       job = pop(priority_only);
-      job->result->status = 1;
+      job->result->status = decode_running;
       ++running_;
     }
     serve(*job);
   }
 }
 
+// Runs a function of the host's and destroys it with all that it captured.
+void DecodeScheduler::decode_with(Decode decode, int threads, DecodeResult& out) {
+  try {
+    decode(threads, out);
+    if (out.status < decode_done) out.status = decode_other;
+  } catch (const std::exception& failure) {
+    out = {};
+    out.status = decode_failed;
+    out.error = failure.what();
+  } catch (...) {
+    out = {};
+    out.status = decode_failed;
+    out.error = "the decode failed";
+  }
+}
+
 void DecodeScheduler::serve(Job& job) {
   DecodeResult result;
-  decode_plain(job.path, threads_, result);
+  if (job.decode) {
+    decode_with(std::exchange(job.decode, nullptr), threads_, result);
+  } else {
+    decode_plain(job.path, threads_, result);
+  }
   bool awaited = false;
   {
     const std::lock_guard lock(mutex_);

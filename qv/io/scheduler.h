@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -15,9 +16,10 @@
 
 namespace qv::io {
 
-// Decodes image files in the background, most urgent first, with decode_plain on threads of its own.
+// Decodes image files in the background, most urgent first, on threads of its own: plain ones with
+// decode_plain, any others with a function of the host's, all in one queue.
 //
-// A job moves through the states 0 queued, 1 being decoded, and 2, 3 or 4 as in DecodeResult. It
+// A job moves through the DecodeStates queued, running, and what its decode says in the end. It
 // leaves the scheduler when its result is taken, or when it is cancelled or cleared; its id is then
 // unknown. The smaller a priority the more urgent, 0 at most; equal ones start in the order of
 // submission. Threads of a second pool serve priority 0 alone, so that such a job waits behind no
@@ -39,11 +41,18 @@ class QV_API DecodeScheduler {
   DecodeScheduler(const DecodeScheduler&) = delete;
   DecodeScheduler& operator=(const DecodeScheduler&) = delete;
 
-  // Queues a file (`path` in UTF-8) and returns the job's id, counting from 1. A priority below 0
-  // counts as 0.
-  int64_t submit(const std::string& path, int priority);
+  // Fills a DecodeResult on one of the threads, without any lock held. `threads` is the constructor's. It
+  // sets a status of decode_done and beyond; what it leaves below counts as decode_other, and what it
+  // throws as decode_failed with its text as the error. It may keep what the result has no room for in
+  // what it captured, which is destroyed before the job ends.
+  using Decode = std::function<void(int threads, DecodeResult& out)>;
 
-  // The job's state, -1 for an unknown id.
+  // Queues a file (`path` in UTF-8), or what a function decodes, and returns the job's id, counting
+  // from 1. A priority below 0 counts as 0.
+  int64_t submit(const std::string& path, int priority);
+  int64_t submit(Decode decode, int priority);
+
+  // The job's state, decode_unknown for an unknown id.
   int state(int64_t id) const;
 
   // Takes the result of a finished job out, waiting at most `timeout` seconds for it to finish: 0
@@ -72,7 +81,9 @@ class QV_API DecodeScheduler {
     bool operator()(const std::shared_ptr<Job>& a, const std::shared_ptr<Job>& b) const;
   };
 
+  int64_t queue(std::shared_ptr<Job> job, int priority);
   void run(bool priority_only);
+  static void decode_with(Decode decode, int threads, DecodeResult& out);
   void serve(Job& job);
   bool has_work(bool priority_only) const;
   std::shared_ptr<Job> pop(bool priority_only);

@@ -69,6 +69,10 @@ void complete_transfers(State& state) {
 
     lock.unlock();
     const size_t copied = deliver(state.driver, slot, transfer);
+    if (copied < transfer.chunks.size()) {
+      const std::lock_guard outcome(state.mutex);
+      state.failures.set(transfer.ticket % remembered_outcomes);
+    }
     call(transfer.callback);
     lock.lock();
 

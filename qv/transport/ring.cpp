@@ -54,6 +54,7 @@ class Claim {
     const std::lock_guard lock(state_.mutex);
     transfer.slot = static_cast<int32_t>(slot_ - state_.slots.data());
     transfer.ticket = state_.next_ticket;
+    state_.failures.reset(transfer.ticket % remembered_outcomes);
     state_.queue.push_back(std::move(transfer));
     ++state_.stats.started;
     slot_ = nullptr;
@@ -138,6 +139,19 @@ bool done(uint64_t ticket) {
   State& state = ring();
   const std::lock_guard lock(state.mutex);
   return ticket >= state.next_ticket || ticket <= state.completed;
+}
+
+bool failed(uint64_t ticket) {
+  State& state = ring();
+  const std::lock_guard lock(state.mutex);
+  const bool remembered = ticket < state.next_ticket && state.next_ticket - ticket <= remembered_outcomes;
+  return remembered && state.failures.test(ticket % remembered_outcomes);
+}
+
+uint64_t current_ticket() {
+  State& state = ring();
+  const std::lock_guard lock(state.mutex);
+  return std::this_thread::get_id() == state.thread.get_id() ? state.completed + 1 : 0;
 }
 
 void wait(uint64_t ticket) {

@@ -55,7 +55,8 @@ QV_API bool ready();
 // of equally many rows, one for each whole 4 MiB of the image and at least one.
 // `callback` may be empty. It runs on the background thread, in ticket order, once the pixels are
 // there or the transfer has failed, and is destroyed before its ticket is done; what it throws is
-// dropped. It may call done, pending and stats; a start in it returns 0, a wait would never end.
+// dropped. It may call done, failed, current_ticket, pending and stats; a start in it returns 0, a wait
+// would never end.
 //
 // Throws nothing; what can fail does so before GL is asked for the pixels.
 // Returns 0, and drops the callback uncalled, when the ring is not ready, the rectangle is empty or
@@ -68,6 +69,13 @@ QV_API uint64_t start(unsigned read_framebuffer, unsigned restore_framebuffer, i
 
 // Whether the ticket is complete. True for 0 and for tickets never issued. Thread-safe.
 QV_API bool done(uint64_t ticket);
+
+// Whether the driver let this transfer down, so that what it should have copied is not all there. Known
+// as soon as its callback runs, and for the last 1,024 tickets; false for all others. Thread-safe.
+QV_API bool failed(uint64_t ticket);
+
+// In a callback: the ticket that it belongs to. 0 on every other thread. Thread-safe.
+QV_API uint64_t current_ticket();
 
 // Blocks until the ticket is complete; returns at once for one never issued. Thread-safe.
 QV_API void wait(uint64_t ticket);

@@ -5,6 +5,7 @@
 #include <qv/transport/ring.h>
 #include <qv/transport/slots.h>
 
+#include <bitset>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -15,6 +16,7 @@
 namespace qv::transport {
 
 inline constexpr uint64_t largest_ring = 8;
+inline constexpr uint64_t remembered_outcomes = 1024;
 
 // A transfer whose reads and fences are queued with the driver and which has its ticket.
 struct Transfer {
@@ -53,6 +55,8 @@ struct State {
   uint64_t next_ticket = 1;
   uint64_t completed = 0;
   std::thread thread;
+  // Whether a ticket failed, at its number modulo the size; cleared as the ticket is issued.
+  std::bitset<remembered_outcomes> failures;
   Stats stats;
   Driver driver;
 };

@@ -76,10 +76,10 @@ Format reformat_format(Values v, std::int64_t width, std::int64_t height) {
   __extension__ using Wide = __int128;
   const std::int64_t one = 1;
   switch (kind_of(v[1])) {
-    case 2:
+    case reformat_by_scale:
       return {std::max(one, checked_round(static_cast<double>(width) * v[9])),
               std::max(one, checked_round(static_cast<double>(height) * v[10])), 1.0};
-    case 1: {
+    case reformat_to_box: {
       const std::int64_t box_width = std::max(one, truncated<std::int64_t>(v[5]));
       if (v[7] != 0) {
         return {box_width, std::max(one, truncated<std::int64_t>(v[6])), v[8]};
@@ -103,18 +103,18 @@ Scale reformat_scale(std::int32_t resize, double width, double height, const For
   const double sx = static_cast<double>(out.width) / width;
   const auto out_height = static_cast<double>(out.height);
   const double filled_height = sx * height * out.pixel_aspect;
-  if (resize == 3) {
-    resize = out_height < filled_height ? 2 : 1;
-  } else if (resize == 4) {
-    resize = out_height >= filled_height ? 2 : 1;
+  if (resize == resize_fit) {
+    resize = out_height < filled_height ? resize_height : resize_width;
+  } else if (resize == resize_fill) {
+    resize = out_height >= filled_height ? resize_height : resize_width;
   }
   const double sy = out_height / height;
   switch (resize) {
-    case 1:
+    case resize_width:
       return {sx, sx * out.pixel_aspect};
-    case 2:
+    case resize_height:
       return {sy / out.pixel_aspect, sy};
-    case 5:
+    case resize_distort:
       return {sx, sy};
     default:
       return {1, 1};
@@ -269,18 +269,18 @@ std::optional<Matrix> step_matrix(const std::vector<double>& values, std::int64_
     throw std::out_of_range("invalid vector subscript");
   }
   switch (kind_of(values[0])) {
-    case 0:
+    case step_transform:
       if (values.size() != 12) {
         throw std::invalid_argument("transform step: 12 values");
       }
       return transform_matrix(values);
-    case 1:
+    case step_reformat:
       if (values.size() != 17) {
         throw std::invalid_argument("reformat step: 17 values");
       }
       clip_to_format = values[16] == 0;
       return reformat_matrix(values, width, height);
-    case 2:
+    case step_corner_pin:
       return cornerpin_matrix(values);
     default:
       throw std::invalid_argument("unknown step kind");

@@ -1,4 +1,4 @@
-"""Fails when the composition that README.md shows is not the one that the demo renders.
+"""Fails when README.md shows another composition than the demo renders, or another host than is tested.
 
 usage: readme.py SOURCE_DIR
 """
@@ -8,9 +8,11 @@ import re
 import sys
 
 root = pathlib.Path(sys.argv[1])
-shown = re.findall(r"^```json\n(.*?)^```$", (root / "README.md").read_text(), re.MULTILINE | re.DOTALL)
+readme = (root / "README.md").read_text()
+for language, name in (("json", "shot.json"), ("cpp", "minimal_host.cpp")):
+    shown = re.findall(rf"^```{language}\n(.*?)^```$", readme, re.MULTILINE | re.DOTALL)
+    if shown != [(root / "examples" / name).read_text()]:
+        sys.exit(f"README.md does not show examples/{name} as it stands")
 rendered = (root / "examples" / "shot.json").read_text()
-if shown != [rendered]:
-    sys.exit("README.md does not show examples/shot.json as it stands")
 if len(rendered.splitlines()) >= 40:
     sys.exit("examples/shot.json has grown too long to be read at a glance")

@@ -58,6 +58,46 @@ namespace {
 
 using qv::io::DecodeScheduler;
 
+// Every other job is a function of the host's; both kinds stand in one queue.
+int64_t submit(DecodeScheduler& scheduler, int64_t number, int priority) {
+  const std::string path = std::to_string(number);
+  if (number % 2 == 0) return scheduler.submit(path, priority);
+  return scheduler.submit([path](int, qv::io::DecodeResult& out) { decoder.decode(path, out); }, priority);
+}
+
+TEST(scheduler, takes_what_a_function_of_the_hosts_says_or_throws) {
+  using namespace qv::io;
+  decoder.reset({}, false);
+  DecodeScheduler scheduler(1, 1, 3);
+  auto captured = std::make_shared<int>(7);
+  const std::weak_ptr<int> kept = captured;
+  struct Row {
+    DecodeScheduler::Decode decode;
+    int status;
+    const char* error;
+  };
+  for (Row& row :
+       std::vector<Row>{{[held = std::move(captured)](int threads, DecodeResult&out) {
+                           out.status = decode_done;
+                           out.width = *held + threads;
+                         },
+                         decode_done, ""},
+                        {[](int, DecodeResult&) {}, decode_other, ""},
+                        {[](int, DecodeResult&out) { out.status = decode_running; }, decode_other, ""},
+                        {[](int, DecodeResult&out) { out.status = 17; }, 17, ""},
+                        {[](int, DecodeResult&out) {
+                           out.status = decode_done;
+                           throw std::runtime_error("no such plate");
+                         },
+                         decode_failed, "no such plate"},
+                        {[](int, DecodeResult&) { throw 5; }, decode_failed, "the decode failed"}}) {
+    const auto result = scheduler.take(scheduler.submit(std::move(row.decode), 0), -1);
+    ASSERT_TRUE(result && result->status == row.status && result->error == row.error) << row.error;
+    EXPECT_EQ(result->width, row.status == decode_done ? 10 : 0);
+  }
+  EXPECT_TRUE(kept.expired());
+}
+
 // Random changes to a queue behind a busy worker, then the order of service, against scanning a list.
 // The worker of the second round serves priority 0 alone.
 TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
@@ -81,7 +121,8 @@ TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
       switch (random() % 4) {
         case 0:
         case 1:
-          queue.push_back({scheduler.submit(std::to_string(++last), priority), std::max(0, priority)});
+          ++last;
+          queue.push_back({submit(scheduler, last, priority), std::max(0, priority)});
           ASSERT_EQ(queue.back().id, last);
           break;
         case 2:

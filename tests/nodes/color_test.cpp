@@ -1,4 +1,5 @@
 // What a colour node hands to its program: packed uniforms, spliced text, widened LUTs.
+#include <qv/gpu/registry.h>
 #include <qv/nodes/color/pack.h>
 #include <qv/nodes/ocio/splice.h>
 
@@ -7,6 +8,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <tuple>
 
@@ -72,6 +74,14 @@ TEST(Pack, FillsEveryComponentAndNothingElse) {
     for (Packed& each : packed) each.values.fill(7);
     const size_t before = support::allocations.made;
     pack(spec, flat.data(), inputs.data(), packed.data());
+    std::array<qv::gpu::Pending, 8> pending;
+    std::array<int32_t, 8> locations;
+    std::iota(locations.begin(), locations.end(), -1);
+    pack(spec, flat.data(), inputs.data(), locations.data(), pending.data());
+    for (size_t i = 0; i < packed.size(); ++i)
+      ASSERT_TRUE(pending[i].location == locations[i] && pending[i].count == packed[i].count &&
+                  !std::memcmp(pending[i].values, packed[i].values.data(),
+                               sizeof(float) * static_cast<size_t>(packed[i].count)));
     ASSERT_EQ(support::allocations.made, before);
     ASSERT_TRUE(packed.empty() ||
                 !std::memcmp(packed.data(), expected.data(), packed.size() * sizeof packed[0]));

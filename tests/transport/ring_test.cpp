@@ -34,11 +34,13 @@ struct Image {
   std::vector<float> pixels = std::vector<float>(static_cast<size_t>(w * h * channels), -1.0F);
   std::vector<unsigned> aux = std::vector<unsigned>(8, 2U);
   int called = 0, order = 0;
-  uint64_t ticket = 0;
+  uint64_t ticket = 0, told = 0;  // by start, in the callback
+  bool failed = false;            // in the callback
 
   uint64_t start() {
     return ticket = transport::start(7, 9, x, y, w, h, channels, pixels.data(), aux.data(), 8, [this] {
              order = ++callbacks;
+             failed = transport::failed(told = transport::current_ticket());
              called +=
                  transport::pending() > 0 && transport::start(7, 9, 0, 0, 1, 1, 4, this, nullptr, 0, {}) == 0;
              throw std::runtime_error("from a callback");
@@ -271,6 +273,8 @@ TEST(Ring, SurvivesAStorm) {
     EXPECT_LT(std::exchange(last, image->order), image->order);
     const int rows = image->rows();
     ASSERT_GE(rows, 0);
+    EXPECT_TRUE(image->told == ticket && image->failed == (rows != image->h)) << ticket;
+    EXPECT_EQ(transport::failed(ticket), image->failed) << ticket;
     ++(rows == image->h ? expected.completed : expected.failed);
     expected.bytes += sizeof(float) * static_cast<uint64_t>(rows * image->w * image->channels);
   }
@@ -278,6 +282,15 @@ TEST(Ring, SurvivesAStorm) {
   EXPECT_EQ(std::tie(after.started, after.completed, after.bytes, after.failed),
             std::tie(expected.started, expected.completed, expected.bytes, expected.failed));
   EXPECT_GT(after.failed, before.failed) << after.started - before.started;
+
+  // What a ticket 1,024 later has pushed out is no longer known, and no other's fate is taken for it.
+  EXPECT_FALSE(transport::failed(0) || transport::failed(after.started + 1) || transport::current_ticket());
+  begin();
+  fake_egl::record(false);
+  for (int n = 0; n < 1024; ++n) EXPECT_EQ((Image{0, 0, 1, 1, 4}.start()) == 0, false);
+  transport::wait_all();
+  for (const auto& [ticket, image] : served) EXPECT_FALSE(transport::failed(ticket)) << ticket;
+  end();
 }
 
 }  // namespace

@@ -11,7 +11,6 @@ namespace {
 constexpr size_t most_components = 16;
 constexpr uint32_t input_slots = 64;
 
-// Blocks go to the graphics layer as they lie in memory.
 static_assert(sizeof(Packed) == 2 * sizeof(int32_t) + most_components * sizeof(float));
 
 bool failed(std::string* err, std::string message) {
@@ -66,7 +65,7 @@ bool Spec::finish(std::string* err) {
   return true;
 }
 
-void pack(const Spec& spec, const float* knobs, const float* inputs, Packed* out) {
+int32_t pack_one(const Spec& spec, size_t uniform, const float* knobs, const float* inputs, float* values) {
   const int32_t* offsets = spec.offsets.data();
   const auto component = [=](const Source& source) -> float {
     switch (source.kind) {
@@ -82,12 +81,15 @@ void pack(const Spec& spec, const float* knobs, const float* inputs, Packed* out
         return 0;
     }
   };
-  int32_t position = 0;
-  for (const Uniform& uniform : spec.uniforms) {
-    out->uniform = position++;
-    out->count = static_cast<int32_t>(uniform.sources.size());
-    std::transform(uniform.sources.begin(), uniform.sources.end(), out->values.begin(), component);
-    ++out;
+  const std::vector<Source>& sources = spec.uniforms[uniform].sources;
+  std::transform(sources.begin(), sources.end(), values, component);
+  return static_cast<int32_t>(sources.size());
+}
+
+void pack(const Spec& spec, const float* knobs, const float* inputs, Packed* out) {
+  for (size_t i = 0; i < spec.uniforms.size(); ++i, ++out) {
+    out->uniform = static_cast<int32_t>(i);
+    out->count = pack_one(spec, i, knobs, inputs, out->values.data());
   }
 }
 

@@ -3,7 +3,9 @@
 #include <qv/export.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -68,5 +70,19 @@ struct Packed {
 // knob of -0 counts as 0, a NaN as not 0. It must be a Spec whose finish() succeeded: nothing is
 // checked here. Thread-safe; allocates nothing; a few nanoseconds a component.
 QV_API void pack(const Spec& spec, const float* knobs, const float* inputs, Packed* out);
+
+// The components of one uniform alone, into `values`; returns how many. As pack in all else.
+QV_API int32_t pack_one(const Spec& spec, size_t uniform, const float* knobs, const float* inputs,
+                        float* values);
+
+// The same as pack, ready to upload as it is: out[i] goes to locations[i], where the program has uniform i.
+// `Pending` is gpu::Pending, or any struct of the host's with those three members.
+template <class Pending>
+void pack(const Spec& spec, const float* knobs, const float* inputs, const int32_t* locations, Pending* out) {
+  for (size_t i = 0; i < spec.uniforms.size(); ++i, ++out) {
+    out->location = locations[i];
+    out->count = pack_one(spec, i, knobs, inputs, std::data(out->values));
+  }
+}
 
 }  // namespace qv::nodes::color

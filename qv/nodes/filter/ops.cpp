@@ -1,23 +1,16 @@
+#include <qv/integers.h>
 #include <qv/nodes/filter/ops.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <optional>
+#include <utility>
 
 namespace qv::nodes::filter {
 
 namespace {
-
-// Truncates towards 0; NaN gives 0 and what Int cannot hold its nearest end.
-template <class Int>
-Int to_integer(double x) {
-  // Both bounds are powers of two, so they are exact as doubles for any width of Int.
-  constexpr auto least = static_cast<double>(std::numeric_limits<Int>::min());
-  if (std::isnan(x)) return 0;
-  if (x < least) return std::numeric_limits<Int>::min();
-  if (x >= -least) return std::numeric_limits<Int>::max();
-  return static_cast<Int>(x);
-}
 
 int64_t floor_divide(int64_t x, int64_t divisor) {
   return x / divisor - (x % divisor < 0 ? 1 : 0);
@@ -69,13 +62,13 @@ struct Blur {
 using Params = std::span<const double>;
 
 Box box_at(Params p, size_t first) {
-  return {to_integer<int64_t>(p[first]), to_integer<int64_t>(p[first + 1]), to_integer<int64_t>(p[first + 2]),
-          to_integer<int64_t>(p[first + 3])};
+  return {truncated<int64_t>(p[first]), truncated<int64_t>(p[first + 1]), truncated<int64_t>(p[first + 2]),
+          truncated<int64_t>(p[first + 3])};
 }
 
 // The eight parameters with which every filter that blurs begins.
 Blur leading_blur(Params p) {
-  return {p[0], p[1], to_integer<int>(p[2]), to_integer<int>(p[3]), box_at(p, 4)};
+  return {p[0], p[1], truncated<int>(p[2]), truncated<int>(p[3]), box_at(p, 4)};
 }
 
 int add_separable_blur(Plan& plan, int source, double sx, double sy, int filter) {
@@ -150,7 +143,7 @@ int build_dilate(Plan& plan, Params p) {
 
 int build_filter_erode(Plan& plan, Params p) {
   const double size = 2 * std::abs(p[0]) + 1;
-  const int filter = to_integer<int>(p[1]);
+  const int filter = truncated<int>(p[1]);
   const int r = radius(size, filter);
   const double flag = p[0] > 0 ? 1 : 0;
   const auto add_axis = [&](int source, double axis, double in, double out) {
@@ -166,12 +159,12 @@ int build_filter_erode(Plan& plan, Params p) {
 int build_erode(Plan& plan, Params p) {
   const double amount = p[0];
   const double soft = p[1];
-  const int limit = to_integer<int>(p[2]);
+  const int limit = truncated<int>(p[2]);
   const Box box = box_at(p, 3);
   int current = 0;
   if (amount != 0) {
     const double size = 2 * std::abs(amount);
-    const int blurred = add_blur(plan, current, {size, size, 1, limit, box});
+    const int blurred = add_blur(plan, current, {size, size, kernel_triangle, limit, box});
     double scale = 0;
     double offset = 0;
     erode_ramp(amount, &scale, &offset);
@@ -179,7 +172,7 @@ int build_erode(Plan& plan, Params p) {
                         values(U("u_a", scale), U("u_b", offset), U("u_grow", amount > 0 ? 1 : 0)), {}, 0, 0);
   }
   // The edge is moved with the triangle that the ramp is made for, but softened by a Gaussian.
-  if (soft > 0) current = add_blur(plan, current, {soft, soft, 3, limit, box});
+  if (soft > 0) current = add_blur(plan, current, {soft, soft, kernel_gaussian, limit, box});
   return current;
 }
 
@@ -208,51 +201,85 @@ int build_disc(Plan& plan, Params p) {
                    {{"u_prefix", prefix}}, 0, 0);
 }
 
-struct Op {
-  std::string_view name;
-  size_t params;
-  size_t inputs;
-  bool blurs;  // draws with the four blur programs, before its own
-  std::vector<const char*> frags;
+using Name = std::string_view;
+
+// A filter that blurs begins with the parameters of the blur.
+template <class... Names>
+constexpr std::array<Name, 8 + sizeof...(Names)> after_blur(Names... names) {
+  return {"size_x", "size_y", "kernel", "limit", "x0", "y0", "x1", "y1", names...};
+}
+constexpr auto blur_params = after_blur();
+constexpr auto glow_params =
+    after_blur("tolerance", "tint_r", "tint_g", "tint_b", "brightness", "saturation", "effect_only");
+constexpr auto sharpen_params = after_blur("amount", "least", "most");
+constexpr std::array<Name, 1> dilate_params = {"amount"};
+constexpr std::array<Name, 2> filter_erode_params = {"amount", "kernel"};
+constexpr std::array<Name, 7> erode_params = {"amount", "soft", "limit", "x0", "y0", "x1", "y1"};
+constexpr auto edgeblur_params =
+    after_blur("matte_channel", "edge_multiplier", "tint_r", "tint_g", "tint_b", "brightness");
+constexpr std::array<Name, 3> disc_params = {"radius_x", "radius_y", "direct"};
+
+constexpr std::array<Operation, 8> table = {{
+    {"blur", blur_params, 1},
+    {"glow", glow_params, 1},
+    {"sharpen", sharpen_params, 1},
+    {"dilate", dilate_params, 1},
+    {"filter_erode", filter_erode_params, 1},
+    {"erode", erode_params, 1},
+    {"edgeblur", edgeblur_params, 2},
+    {"disc", disc_params, 1},
+}};
+
+// How each is drawn.
+struct Drawing {
+  bool blurs;  // with the four blur programs, before its own
+  std::array<const char*, 2> frags;
   // Adds the passes and returns the slot with the result; slot 0 when there is nothing to do.
   int (*build)(Plan&, Params);
 };
 
-const std::vector<Op>& ops() {
-  static const std::vector<Op> table = {
-      {"blur", 8, 1, true, {}, build_blur},
-      {"glow", 15, 1, true, {"glow_prep.frag", "glow_add.frag"}, build_glow},
-      {"sharpen", 11, 1, true, {"sharpen.frag"}, build_sharpen},
-      {"dilate", 1, 1, false, {"dilate.frag"}, build_dilate},
-      {"filter_erode", 2, 1, false, {"filter_erode.frag"}, build_filter_erode},
-      {"erode", 7, 1, true, {"erode_blur.frag"}, build_erode},
-      {"edgeblur", 14, 2, true, {"edgeblur.frag"}, build_edgeblur},
-      {"disc", 3, 1, false, {"row_prefix.frag", "disc_blur.frag"}, build_disc},
-  };
-  return table;
-}
+constexpr std::array<Drawing, table.size()> drawings = {{
+    {true, {}, build_blur},
+    {true, {"glow_prep.frag", "glow_add.frag"}, build_glow},
+    {true, {"sharpen.frag"}, build_sharpen},
+    {false, {"dilate.frag"}, build_dilate},
+    {false, {"filter_erode.frag"}, build_filter_erode},
+    {true, {"erode_blur.frag"}, build_erode},
+    {true, {"edgeblur.frag"}, build_edgeblur},
+    {false, {"row_prefix.frag", "disc_blur.frag"}, build_disc},
+}};
 
-const Op* find_op(std::string_view name) {
-  const auto at = std::find_if(ops().begin(), ops().end(), [name](const Op& op) { return op.name == name; });
-  return at == ops().end() ? nullptr : &*at;
+// Its row in both tables.
+std::optional<size_t> find_op(std::string_view name) {
+  const auto at =
+      std::find_if(table.begin(), table.end(), [name](const Operation& op) { return op.name == name; });
+  if (at == table.end()) return std::nullopt;
+  return static_cast<size_t>(at - table.begin());
 }
 
 }  // namespace
 
 int run_op(std::string_view op, std::span<const Tex> inputs, std::span<const double> params, const Tex& out,
            uint32_t restore) {
-  const Op* const found = find_op(op);
-  if (found == nullptr || inputs.size() < found->inputs || params.size() < found->params) return -1;
+  const auto found = find_op(op);
+  if (!found || inputs.size() < table[*found].inputs || params.size() < table[*found].params.size())
+    return run_bad;
   Plan plan(inputs);
-  return plan.run(found->build(plan, params), out, restore);
+  return plan.run(drawings[*found].build(plan, params), out, restore);
+}
+
+std::span<const Operation> operations() {
+  return table;
 }
 
 std::vector<std::string> op_frags(std::string_view op) {
-  const Op* const found = find_op(op);
-  if (found == nullptr) return {};
+  const auto found = find_op(op);
+  if (!found) return {};
+  const Drawing& drawing = drawings[*found];
   std::vector<std::string> files;
-  if (found->blurs) files = {"blur_v.frag", "blur_h.frag", "blur_downrez.frag", "blur_uprez.frag"};
-  files.insert(files.end(), found->frags.begin(), found->frags.end());
+  if (drawing.blurs) files = {"blur_v.frag", "blur_h.frag", "blur_downrez.frag", "blur_uprez.frag"};
+  for (const char* const frag : drawing.frags)
+    if (frag) files.emplace_back(frag);
   return files;
 }
 
@@ -260,10 +287,10 @@ int radius(double size, int filter) {
   if (!(size > 0)) return 0;
   double r = 0;
   switch (filter) {
-    case 0:
+    case kernel_box:
       r = std::ceil((size - 1) * 0.5 - 1e-9);
       break;
-    case 1:
+    case kernel_triangle:
       r = std::ceil(size - 1e-9) - 1;
       break;
     default:
@@ -275,7 +302,7 @@ int radius(double size, int filter) {
 
 int factor(double size, int limit) {
   if (limit < 1 || !(limit < size)) return 1;
-  return std::max(1, to_integer<int>(std::ceil(size / limit - 1e-9)));
+  return std::max(1, truncated<int>(std::ceil(size / limit - 1e-9)));
 }
 
 void erode_ramp(double amount, double* scale, double* offset) {

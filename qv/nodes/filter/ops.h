@@ -3,6 +3,7 @@
 #include <qv/export.h>
 #include <qv/nodes/filter/plan.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -21,15 +22,33 @@
 //   "edgeblur"      as blur, then matte channel, edge multiplier, tint r g b, brightness; 2 inputs
 //   "disc"          radius x, radius y, direct; a second input is taken as the table of row sums
 //
-// Sizes, amounts and radii in pixels. Kernels: 0 box, 1 triangle, 2 quadratic B-spline, 3 Gaussian.
-// A blur larger than its limit (where that is 1 or more) is computed on a smaller image. Flags are
-// set when they are not 0. Parameters are not range-checked: what does nothing draws nothing,
-// integers are truncated towards 0 with NaN as 0 and the rest held to their range.
+// operations() is the same table as data. Sizes, amounts and radii in pixels. A blur larger than its
+// limit (where that is 1 or more) is computed on a smaller image. Flags are set when they are not 0.
+// Parameters are not range-checked: what does nothing draws nothing, integers are truncated towards 0
+// with NaN as 0 and the rest held to their range.
 namespace qv::nodes::filter {
 
-// Runs a filter: inputs[0] is the image, `out` receives the result and has its size. Returns what
-// Plan::run returns (1 drawn; 0 nothing to draw, `out` untouched; -1; -2), and -1 for a name that
-// is none of the above, no input, or too few parameters or inputs; more are ignored.
+// The kernels of a blur of size s, in pixels. Any other number is kernel_gaussian.
+enum Kernel : int {
+  kernel_box = 0,        // of width s
+  kernel_triangle = 1,   // of half width s
+  kernel_quadratic = 2,  // a B-spline of half width 1.5 s
+  kernel_gaussian = 3,   // sigma s / 2, cut at 1.5 s
+};
+
+// One filter.
+struct Operation {
+  std::string_view name;
+  std::span<const std::string_view> params;  // in the order in which run_op takes them: "size_x", ...
+  size_t inputs = 1;                         // images that it needs
+};
+
+// Every filter. Lives as long as the library. Thread-safe.
+QV_API std::span<const Operation> operations();
+
+// Runs a filter: inputs[0] is the image, `out` receives the result and has its size. Returns the
+// RunResult of Plan::run, and run_bad for a name that is none of the above, no input, or too few
+// parameters or inputs; more are ignored.
 // GL thread only. The programs that op_frags names are registered beforehand.
 QV_API int run_op(std::string_view op, std::span<const Tex> inputs, std::span<const double> params,
                   const Tex& out, uint32_t restore);
@@ -38,8 +57,8 @@ QV_API int run_op(std::string_view op, std::span<const Tex> inputs, std::span<co
 // Thread-safe.
 QV_API std::vector<std::string> op_frags(std::string_view op);
 
-// Kernel radius in whole pixels, 0 to 4096, for a blur of `size` pixels by kernel number: half the
-// width beyond the middle pixel (0), the half width (1), one and a half times the size (others).
+// Kernel radius in whole pixels, 0 to 4096, for a blur of `size` pixels by kernel: half the
+// width beyond the middle pixel (box), the half width (triangle), 1.5 times the size (others).
 // Thread-safe.
 QV_API int radius(double size, int filter);
 

@@ -125,10 +125,10 @@ class Runner {
   Runner& operator=(const Runner&) = delete;
 
   int draw_all() {
-    int result = 1;
-    for (size_t i = 0; i < passes_.size() && result == 1; ++i) {
+    int result = run_drawn;
+    for (size_t i = 0; i < passes_.size() && result == run_drawn; ++i) {
       result = draw(i);
-      if (result == 1) give_back_after(i);
+      if (result == run_drawn) give_back_after(i);
     }
     return result;
   }
@@ -142,7 +142,7 @@ class Runner {
   int draw(size_t i) {
     const Pass& pass = passes_[i];
     const auto out = static_cast<size_t>(pass.out);
-    if (slots_[out].kind == 1 && !take(out)) return -2;
+    if (slots_[out].kind == slot_scratch && !take(out)) return run_refused;
     std::array<gpu::Unit, 16> units;
     const auto bindings = bindings_of(i);
     const size_t unit_count = std::min(bindings.size(), units.size());
@@ -157,7 +157,7 @@ class Runner {
         static_cast<int32_t>(span.end_value - span.first_value), units.data(),
         static_cast<int32_t>(unit_count), pass.prog->vao, pass.prog->mode, pass.prog->count, restore_);
     ++scratch_pool().stats.draws;
-    return refused == 0 ? 1 : -2;
+    return refused == gpu::draw_done ? run_drawn : run_refused;
   }
 
   bool take(size_t slot) {
@@ -219,7 +219,7 @@ Plan::Plan(std::span<const Tex> inputs) {
   constexpr size_t usual_passes = 8;
   slots.reserve(inputs.size() + usual_passes);
   passes.reserve(usual_passes);
-  for (const Tex& tex : inputs) slots.push_back({0, tex.w, tex.h, tex});
+  for (const Tex& tex : inputs) slots.push_back({slot_input, tex.w, tex.h, tex});
 }
 
 int Plan::pass(const char* program, int input, std::vector<Uni> unis,
@@ -235,22 +235,22 @@ int Plan::pass(const char* program, int input, std::vector<Uni> unis,
   const auto out = static_cast<int32_t>(slots.size());
   Pass next{nullptr, program, std::move(reads), std::move(unis), out};
   if (passes.size() == passes.capacity()) passes.reserve(2 * passes.size() + 1);
-  slots.push_back({1, w, h, {}});
+  slots.push_back({slot_scratch, w, h, {}});
   passes.push_back(std::move(next));
   return out;
 }
 
 int Plan::run(int out, const Tex& target, uint32_t restore) {
-  if (!has_slot(slots, out)) return -1;
+  if (!has_slot(slots, out)) return run_bad;
   Slot& result_slot = slots[static_cast<size_t>(out)];
-  if (result_slot.kind == 0) return 0;
-  if (result_slot.w != target.w || result_slot.h != target.h) return -1;
+  if (result_slot.kind == slot_input) return run_nothing;
+  if (result_slot.w != target.w || result_slot.h != target.h) return run_bad;
   Workspace& work = workspace();
-  if (!resolve(passes, slots, work)) return -1;
+  if (!resolve(passes, slots, work)) return run_bad;
 
   ScratchPool& pool = scratch_pool();
-  if (!pool.enter_context()) return -2;
-  result_slot.kind = 2;
+  if (!pool.enter_context()) return run_refused;
+  result_slot.kind = slot_target;
   result_slot.tex = target;
   const int result = Runner(slots, passes, work, restore).draw_all();
   pool.trim_to_cap();

@@ -58,13 +58,28 @@ struct Pass {
   int32_t out = -1;  // slot that it writes
 };
 
+// What a slot of a plan is.
+enum SlotKind : int32_t {
+  slot_input = 0,
+  slot_scratch = 1,  // the output of a pass
+  slot_target = 2,   // one that a run has bound to its target
+};
+
+// What Plan::run and run_op return.
+enum RunResult : int {
+  run_drawn = 1,
+  run_nothing = 0,   // nothing to draw: the output is an input; the target is untouched
+  run_bad = -1,      // a plan, program, operation or target that cannot be drawn; before any GL call
+  run_refused = -2,  // not the context that gl::load accepted, or one that ran out of objects
+};
+
 // The images of a filter (slots: the inputs first, then one an output of a pass) and the passes
 // that fill them. Owns no GL object; slot indices stay as they are for the plan's life.
 class QV_API Plan {
  public:
   struct Slot {
-    int32_t kind = 0;  // 0 input, 1 output of a pass, 2 an output that a run has bound to a target
-    int32_t w = 0;     // pixels
+    int32_t kind = slot_input;  // a SlotKind
+    int32_t w = 0;              // pixels
     int32_t h = 0;
     Tex tex;
   };
@@ -95,11 +110,11 @@ class QV_API Plan {
   // framebuffer `restore` after every draw. Uniforms and samplers that a program lacks, or that do
   // not fit, are left out; of more than 16 textures a pass gets the first 16. A run leaves no
   // scratch texture bound, and slot `out` bound to the target.
-  // Returns 1 drawn; 0 nothing to draw, slot `out` is an input; -1 before any GL call, for a slot
-  // that does not exist, a size that is not the target's, is none or is that of no texture (more than
-  // 65,536 pixels a side), or a program that is not in the table or unknown to the registry; -2 when
-  // the current context is not the one that gl::load accepted, lacks an entry point, is lost between
-  // passes, or gives no name for a new texture.
+  // Returns a RunResult. run_nothing: slot `out` is an input. run_bad: a slot that does not exist, a size
+  // that is not the target's, is none or is that of no texture (more than 65,536 pixels a side), or a
+  // program that is not in the table or unknown to the registry. run_refused: the current context is
+  // not the one that gl::load accepted, lacks an entry point, is lost between passes, or gives no name
+  // for a new texture.
   int run(int out, const Tex& target, uint32_t restore);
 
   std::vector<Slot> slots;

@@ -130,12 +130,12 @@ std::optional<RoutingRecord> take_record(std::string_view& rest) {
 }
 
 std::optional<Route> source_route(std::string_view source, int64_t input, int64_t fallback) {
-  if (source == "black") return Route{1, 0, 0};
-  if (source == "white") return Route{2, 0, 0};
+  if (source == "black") return Route{route_black, 0, 0};
+  if (source == "white") return Route{route_white, 0, 0};
   if (input != 0 && input != 1) return std::nullopt;
   const int slot = shuffle_slot_of(source, fallback);
-  if (slot < 0) return Route{1, 0, 0};
-  return Route{3, static_cast<int32_t>(input), slot};
+  if (slot < 0) return Route{route_black, 0, 0};
+  return Route{route_input, static_cast<int32_t>(input), slot};
 }
 
 void apply(const RoutingRecord& record, std::span<Route, 8> routes) {
@@ -153,20 +153,19 @@ void apply(const RoutingRecord& record, std::span<Route, 8> routes) {
     routes[static_cast<size_t>(4 * *group + slot)] = *route;
 }
 
-float shuffle_code(const Route& route, bool keep_allowed, bool first_present, bool second_present) {
-  constexpr float black = 4;
+int64_t shuffle_code(const Route& route, bool keep_allowed, bool first_present, bool second_present) {
   switch (route.kind) {
-    case 0:
-      return keep_allowed ? 10.0F : black;
-    case 1:
-      return black;
-    case 3: {
+    case route_keep:
+      return keep_allowed ? shuffle_keep : shuffle_zero;
+    case route_black:
+      return shuffle_zero;
+    case route_input: {
       const bool second = route.input != 0;
-      if (!(second ? second_present : first_present)) return black;
-      return static_cast<float>((second ? int64_t{6} : 0) + route.channel);
+      if (!(second ? second_present : first_present)) return shuffle_zero;
+      return int64_t{second ? shuffle_second : shuffle_first} + route.channel;
     }
     default:
-      return 5.0F;
+      return shuffle_one;
   }
 }
 
@@ -176,7 +175,7 @@ Chan common_parse_channel(std::string_view text) {
   text = strip(text);
   if (const int index = named_channel(code(text)); index >= 0) return {"rgba", index};
   if (auto chan = dotted_channel(text)) return *std::move(chan);
-  return {std::string(text), text == "rgba" ? 3 : 0};
+  return {std::string(text), text == "rgba" ? channel_alpha : channel_red};
 }
 
 std::optional<Chan> copy_parse_channel(std::string_view text) {
@@ -201,7 +200,11 @@ Chan channelmerge_split(std::string_view text) {
     layer = text.substr(0, dot);
     channel = text.substr(dot + 1);
   }
-  return {std::string(layer), absent ? -1 : named_color(code<lowered>(channel))};
+  return {std::string(layer), absent ? int{channel_absent} : named_color(code<lowered>(channel))};
+}
+
+std::span<const std::string_view> channelmerge_operations() {
+  return channel_merge_operations;
 }
 
 int channelmerge_op(std::string_view op) {
@@ -226,7 +229,7 @@ std::array<float, 4> shuffle_codes(std::span<const Route, 4> routes, bool keep_a
                                    bool second_present) {
   std::array<float, 4> codes{};
   std::transform(routes.begin(), routes.end(), codes.begin(), [&](const Route& route) {
-    return shuffle_code(route, keep_allowed, first_present, second_present);
+    return static_cast<float>(shuffle_code(route, keep_allowed, first_present, second_present));
   });
   return codes;
 }

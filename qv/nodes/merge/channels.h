@@ -17,19 +17,36 @@ namespace qv::nodes::merge {
 // Pure functions of their arguments; thread-safe. No text is an error: what cannot be read is a
 // fallback, said at each function. Only A to Z are lowercased, and only where that is said.
 
+// Which channel of a layer.
+enum ChannelIndex : int32_t {
+  channel_absent = -1,  // of channelmerge_split
+  channel_red = 0,
+  channel_green = 1,
+  channel_blue = 2,
+  channel_alpha = 3,
+};
+
 // A channel of a layer.
 struct Chan {
-  std::string layer;  // "rgba" for the main layer
-  int32_t index = 0;  // 0 red, 1 green, 2 blue, 3 alpha; -1 for the absent one of channelmerge_split
+  std::string layer;            // "rgba" for the main layer
+  int32_t index = channel_red;  // a ChannelIndex
 
   bool operator==(const Chan&) const = default;
 };
 
+// What a shuffle puts into a channel. Any other number is route_white.
+enum RouteKind : int32_t {
+  route_keep = 0,  // the background's channel
+  route_black = 1,
+  route_white = 2,
+  route_input = 3,
+};
+
 // Where a shuffle takes one output channel from.
 struct Route {
-  int32_t kind = 0;     // 0 keep the background's channel, 1 black, 3 an input; others white
-  int32_t input = 0;    // of kind 3: 0 the first input, any other the second
-  int32_t channel = 0;  // of kind 3: 0 to 3 in that input
+  int32_t kind = route_keep;  // a RouteKind
+  int32_t input = 0;          // of route_input: 0 the first input, any other the second
+  int32_t channel = 0;        // of route_input: 0 to 3 in that input
 
   bool operator==(const Route&) const = default;
 };
@@ -48,8 +65,10 @@ QV_API std::optional<Chan> copy_parse_channel(std::string_view text);
 // channel absent, for a blank text, for "none" and for a text that begins with a minus sign.
 QV_API Chan channelmerge_split(std::string_view text);
 
-// The number by which the channel-merge program knows an operation, from 0: union, absminus,
-// "b if not a", divide, from, in, max, min, minus, multiply, out, plus, stencil, xor. -1 for any
+// The operations of a channel merge in the order of their numbers. Lives as long as the library.
+QV_API std::span<const std::string_view> channelmerge_operations();
+
+// The number by which the channel-merge program knows an operation: its place in the list. -1 for any
 // other text; the text is not stripped.
 QV_API int channelmerge_op(std::string_view op);
 
@@ -58,9 +77,17 @@ QV_API int channelmerge_op(std::string_view op);
 // other name has the place `fallback`, or -1 when that is none. The text is not stripped.
 QV_API int shuffle_slot_of(std::string_view text, int64_t fallback);
 
-// The code by which the shuffle program finds each output channel, decided by its route alone: 0 to 3
-// the first input's channels, 4 zero, 5 one, 6 to 9 the second input's, 10 the background's own. An
-// input that is not present gives 4, and so does a kept channel where keeping is not allowed.
+// By what number the shuffle program finds a channel.
+enum ShuffleCode : int32_t {
+  shuffle_first = 0,  // and the channel: one of the first input
+  shuffle_zero = 4,
+  shuffle_one = 5,
+  shuffle_second = 6,  // and the channel: one of the second input
+  shuffle_keep = 10,   // the background's own
+};
+
+// The ShuffleCode of each output channel, decided by its route alone. An input that is not present
+// gives shuffle_zero, and so does a kept channel where keeping is not allowed.
 QV_API std::array<float, 4> shuffle_codes(std::span<const Route, 4> routes, bool keep_allowed,
                                           bool first_present, bool second_present);
 

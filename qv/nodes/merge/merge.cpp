@@ -16,8 +16,7 @@ constexpr std::array<std::string_view, 30> operations = {
     "min",        "minus",         "multiply",   "out",         "over",          "overlay",
     "plus",       "screen",        "soft-light", "stencil",     "under",         "xor"};
 
-constexpr int over = 22;
-static_assert(operations[over] == "over");
+static_assert(operations[merge_over] == "over");
 
 constexpr std::array<std::string_view, 12> operations_with_own_alpha = {
     "atop",  "conjoint-over", "copy", "disjoint-over", "in",    "mask",
@@ -30,9 +29,13 @@ std::string stripped_or_none(std::string_view chans) {
 
 }  // namespace
 
+std::span<const std::string_view> merge_operations() {
+  return operations;
+}
+
 int merge_op_index(std::string_view op) {
   const auto row = std::find(operations.begin(), operations.end(), op);
-  return row == operations.end() ? over : static_cast<int>(row - operations.begin());
+  return row == operations.end() ? merge_over : static_cast<int>(row - operations.begin());
 }
 
 bool merge_alpha_masking(std::string_view op, bool wanted) {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ namespace qv::nodes::merge {
 // texts and numbers that a person set. Pure functions of their arguments; thread-safe. None of them
 // fails: an unknown name has a fallback, said at each function. Channels are in the order red,
 // green, blue, alpha. Texts are byte strings, compared byte by byte and so case by case.
+
+// The number of "over", and of every name that is no operation.
+enum : int { merge_over = 22 };
 
 // Which channels a merge writes.
 struct MergeOut {
@@ -31,7 +35,7 @@ struct MergeSetup {
   bool out_none = false;   // these three are a MergeOut
   std::string out_chans;
   std::array<float, 4> out_mask = {1, 1, 1, 1};
-  float op = 22;            // merge_op_index; 22 is "over"
+  float op = merge_over;    // merge_op_index
   float alpha_masking = 0;  // 1 or 0
   float second_flag = 0;    // 1 or 0
   double mix = 1;           // as given, neither clamped nor checked
@@ -46,9 +50,12 @@ struct Pick {
   bool operator==(const Pick&) const = default;
 };
 
-// The number by which the merge program knows an operation: its row, from 0, in the alphabetical
-// list of the 30 operations ("atop" 0 ... "over" 22 ... "xor" 29). 22 for any other text; the text
-// is not stripped.
+// The operations of a merge in the order of their numbers, which is that of the alphabet: "atop" 0 ...
+// "over" 22 ... "xor" 29. Lives as long as the library.
+QV_API std::span<const std::string_view> merge_operations();
+
+// The number by which the merge program knows an operation: its place in merge_operations(). merge_over
+// for any other text; the text is not stripped.
 QV_API int merge_op_index(std::string_view op);
 
 // Whether "alpha masking", limiting a blend to where the inputs overlap, takes effect: when it is

@@ -1,3 +1,4 @@
+#include <qv/integers.h>
 #include <qv/nodes/time/frames.h>
 
 #include <algorithm>
@@ -20,18 +21,8 @@ std::int64_t saturate(Wide frame) {
   return static_cast<std::int64_t>(std::clamp<Wide>(frame, least_frame, most_frame));
 }
 
-std::int64_t saturate(double whole_frame) {
-  if (std::isnan(whole_frame)) {
-    return 0;
-  }
-  if (whole_frame >= 0x1p63) {
-    return most_frame;
-  }
-  return whole_frame < -0x1p63 ? least_frame : static_cast<std::int64_t>(whole_frame);
-}
-
 std::int64_t round_nearest(double t) {
-  return saturate(std::floor(t + 0.5));
+  return truncated<std::int64_t>(std::floor(t + 0.5));
 }
 
 // What is left of a frame number when whole periods are taken away, never negative.
@@ -59,22 +50,22 @@ double compensated_sum(const std::vector<std::pair<std::int64_t, double>>& weigh
 }  // namespace
 
 std::int64_t whole(double t, bool nearest) {
-  return nearest ? round_nearest(t) : saturate(std::floor(t + 1e-9));
+  return nearest ? round_nearest(t) : truncated<std::int64_t>(std::floor(t + 1e-9));
 }
 
 std::optional<std::int64_t> edge_frame(std::int64_t frame, std::int64_t first, std::int64_t last, int mode) {
-  if (mode == 0 || (first <= frame && frame <= last)) {
+  if (mode == edge_through || (first <= frame && frame <= last)) {
     return frame;
   }
-  if (mode == 4) {
+  if (mode == edge_no_frame) {
     return std::nullopt;
   }
   const Wide length = Wide{last} - first + 1;
   const Wide from_first = Wide{frame} - first;
-  if (mode == 1 && length > 0) {
+  if (mode == edge_loop && length > 0) {
     return saturate(first + modulo(from_first, length));
   }
-  if (mode == 2 && length >= 2) {
+  if (mode == edge_ping_pong && length >= 2) {
     const Wide period = 2 * length - 2;
     const Wide swing = modulo(from_first, period);
     return saturate(first + (swing >= length ? period - swing : swing));
@@ -106,8 +97,8 @@ std::vector<std::int64_t> frameblend_frames(std::int64_t frame, std::int64_t cou
     }
     return frames;
   }
-  const std::int64_t a = saturate(std::nearbyint(range_start));
-  const std::int64_t b = saturate(std::nearbyint(range_end));
+  const std::int64_t a = truncated<std::int64_t>(std::nearbyint(range_start));
+  const std::int64_t b = truncated<std::int64_t>(std::nearbyint(range_end));
   const Wide lo = std::min(a, b);
   const Wide hi = std::min<Wide>(lo + 255, std::max(a, b));
   frames.reserve(static_cast<std::size_t>(hi - lo + 1));
@@ -145,8 +136,8 @@ RetimeRanges retime_ranges(double in_first, double in_last, double in_first_valu
 
 std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges, int before_mode,
                                  int after_mode) {
-  const std::int64_t first = saturate(std::floor(ranges.out_first + 1e-6));
-  const std::int64_t last = saturate(std::floor(ranges.out_last + 1e-6));
+  const std::int64_t first = truncated<std::int64_t>(std::floor(ranges.out_first + 1e-6));
+  const std::int64_t last = truncated<std::int64_t>(std::floor(ranges.out_last + 1e-6));
   const std::optional<std::int64_t> read =
       edge_frame(frame, first, last, frame < first ? before_mode : after_mode);
   if (!read) {
@@ -188,11 +179,11 @@ std::vector<std::pair<std::int64_t, double>> shutter_weights(double t, std::int6
                                                              int mode, double custom_offset) {
   const std::int64_t n = std::max<std::int64_t>(samples, 1);
   double offset = custom_offset;
-  if (mode == 0) {
+  if (mode == shutter_centred) {
     offset = -shutter * 0.5;
-  } else if (mode == 1) {
+  } else if (mode == shutter_from) {
     offset = 0;
-  } else if (mode == 2) {
+  } else if (mode == shutter_until) {
     offset = -shutter;
   }
   const double opening = offset + t;

@@ -20,11 +20,17 @@ namespace qv::nodes::time {
 // `t` as a whole frame, rounded to nearest or down.
 QV_API std::int64_t whole(double t, bool nearest);
 
-// The frame read for `frame` of an input that has [first, last], ends included. Inside the range always
-// `frame`; outside by `mode`:
-//   0  the frame itself      1  loop      2  ping-pong, the ends not repeated
-//   3  (and any other) the nearer end     4  no frame
-// A range too short to loop (no frame) or to swing (fewer than two) holds its ends.
+// Which frame is read outside an input's range. Any other number is edge_hold.
+enum EdgeMode : int {
+  edge_through = 0,    // the frame itself
+  edge_loop = 1,       // from the other end on; a range without a frame holds
+  edge_ping_pong = 2,  // back and forth, the ends not repeated; a range of fewer than two frames holds
+  edge_hold = 3,       // the nearer end
+  edge_no_frame = 4,
+};
+
+// The frame read for `frame` of an input that has [first, last], ends included: inside the range always
+// `frame`, outside by `mode`, an EdgeMode. Nothing for edge_no_frame there.
 QV_API std::optional<std::int64_t> edge_frame(std::int64_t frame, std::int64_t first, std::int64_t last,
                                               int mode);
 
@@ -69,11 +75,18 @@ QV_API std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& 
 // doubles can tell apart.
 QV_API std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width);
 
+// Where a shutter opens. Any other number is shutter_custom.
+enum ShutterMode : int {
+  shutter_centred = 0,  // half of it before t, half after
+  shutter_from = 1,     // opens at t
+  shutter_until = 2,    // closes at t
+  shutter_custom = 3,   // opens at t + custom_offset
+};
+
 // The nearest frames, ascending, to `samples` (at least 1) times spread evenly over an open shutter,
 // ends included, each with the number of samples that fell on it; the counts sum to the samples, so
-// divide by those. One sample lies in the middle. `mode` places the opening of `shutter` frames:
-//   0  centred on t   1  opens at t   2  closes at t   other: opens at t + custom_offset
-// O(samples log frames).
+// divide by those. One sample lies in the middle. `mode`, a ShutterMode, places the opening of `shutter`
+// frames. O(samples log frames).
 QV_API std::vector<std::pair<std::int64_t, double>> shutter_weights(double t, std::int64_t samples,
                                                                     double shutter, int mode,
                                                                     double custom_offset);

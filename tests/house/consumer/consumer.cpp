@@ -3,6 +3,9 @@
 
 #include <cstdio>
 
+static_assert(QV_VERSION >= 100 &&
+              qv::version_major * 10000 + qv::version_minor * 100 + qv::version_patch == QV_VERSION);
+
 int main() {
   qv::graph::Walk walk;
   walk.build({{}, {0}}, {0, 0}, {1, 2});

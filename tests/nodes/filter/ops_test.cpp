@@ -205,4 +205,22 @@ TEST(Ops, RadiiFactorsAndFiles) {
   EXPECT_EQ(op_frags("glow "), Lines{});
 }
 
+// The table as data: whoever hands over one value a name is understood, and one less is too few.
+TEST(Ops, TakeWhatTheirTableNames) {
+  programs::start();
+  EXPECT_EQ(operations().size(), 8U);
+  for (const Operation& op : operations()) {
+    std::vector<double> params;
+    for (const std::string_view name : op.params)
+      params.push_back(name == "x1" ? 64 : name == "y1" ? 48 : name == "limit" ? 0 : 2);
+    const std::span<const Tex> all(programs::inputs);
+    const std::span<const double> values(params);
+    EXPECT_EQ(run_op(op.name, all.first(op.inputs), values, programs::target(), 0), run_drawn) << op.name;
+    EXPECT_EQ(run_op(op.name, all.first(op.inputs - 1), values, programs::target(), 0), run_bad) << op.name;
+    EXPECT_EQ(run_op(op.name, all, values.first(values.size() - 1), programs::target(), 0), run_bad);
+    EXPECT_EQ(std::set(op.params.begin(), op.params.end()).size(), op.params.size()) << op.name;
+    EXPECT_FALSE(op_frags(op.name).empty()) << op.name;
+  }
+}
+
 }  // namespace
