@@ -82,11 +82,11 @@ float srgb_encoded(float x) {
 }
 
 // Colour is encoded as it looks without its coverage: premultiplied values lie on another curve.
-void encode_colour(Raster& raster, bool srgb, bool premultiplied) {
+void encode_colour(Raster& raster, bool srgb, bool premultiplied, bool coverage) {
   const auto channels = static_cast<size_t>(raster.channels);
   for (size_t i = 0; i < raster.storage.size(); i += channels) {
     float* const pixel = &raster.storage[i];
-    const float alpha = channels == 4 ? pixel[3] : 1.0F;
+    const float alpha = channels == 4 && coverage ? pixel[3] : 1.0F;
     const float divisor = alpha != 0 ? alpha : 1.0F;
     for (int c = 0; c < 3; ++c) {
       float value = pixel[c] / divisor;
@@ -117,7 +117,7 @@ Raster raster_of(const WriteJob& job, Container container, bool integers) {
   lay_out(job, raster);
   if (integers) drop_not_a_number(raster);
   const bool premultiplied = container != Container::png;
-  if (srgb || !premultiplied) encode_colour(raster, srgb, premultiplied);
+  if (srgb || !premultiplied) encode_colour(raster, srgb, premultiplied, job.coverage);
   return raster;
 }
 

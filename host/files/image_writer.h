@@ -33,6 +33,7 @@ struct WriteJob {
   OutputFile file;
   Extent extent;
   std::shared_ptr<const float[]> rgba;
+  bool coverage = true;  // colour is premultiplied by alpha; else nothing divides it
 };
 
 // How a job ended: error is empty when the file stands whole under its name.

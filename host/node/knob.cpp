@@ -1,10 +1,9 @@
 #include "host/node/knob.h"
 
 #include <qv/anim/curve.h>
+#include <qv/nodes/time/frames.h>
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -21,15 +20,6 @@ KnobSpec make(std::string name, KnobKind kind, std::string help) {
 
 bool holds_text(KnobKind kind) {
   return kind == KnobKind::choice || kind == KnobKind::text || kind == KnobKind::file;
-}
-
-int64_t to_whole(double value) {
-  constexpr double limit = 9223372036854775808.0;  // 2^63
-  if (std::isnan(value)) return 0;
-  const double down = std::floor(value);
-  if (down >= limit) return std::numeric_limits<int64_t>::max();
-  if (down < -limit) return std::numeric_limits<int64_t>::min();
-  return static_cast<int64_t>(down);
 }
 
 [[noreturn]] void wrong_kind(std::string_view name, std::string_view kind) {
@@ -146,7 +136,7 @@ std::vector<double> Knobs::numbers(std::string_view name) const {
 int64_t Knobs::integer(std::string_view name) const {
   const size_t knob = find(name);
   if (specs_[knob].kind != KnobKind::integer) wrong_kind(name, "integer");
-  return to_whole(value(knob, 0));
+  return qv::nodes::time::whole(value(knob, 0), false);
 }
 
 bool Knobs::flag(std::string_view name) const {

@@ -17,7 +17,7 @@ namespace host::node {
 
 enum class KnobKind : uint8_t {
   number,   // one or more numbers, each constant or keyed
-  integer,  // whole numbers; a keyed one is rounded down
+  integer,  // whole numbers; a keyed one is rounded down, a hair below a number counts as that number
   flag,     // true or false; a keyed one is true when not 0
   choice,   // one of a list of texts
   text,     // any text
@@ -62,6 +62,7 @@ KnobSpec file(std::string name, std::string help);
 struct KnobComponent {
   double constant = 0;
   std::shared_ptr<const qv::anim::Curve> curve;  // null for a constant
+  int64_t curve_id = 0;                          // stands for the curve's keys: equal ones, equal curves
 };
 
 // What a composition says of one knob: components for numbers, integers and flags, text for the rest.

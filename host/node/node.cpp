@@ -9,6 +9,10 @@ std::string resolved_path(const Project& project, const std::string& file) {
   return (std::filesystem::path(project.folder) / file).lexically_normal().string();
 }
 
+std::vector<std::string> Operation::check(const Knobs& /*knobs*/) const {
+  return {};
+}
+
 std::vector<Request> Operation::reads(const Call& call) const {
   std::vector<Request> requests;
   for (size_t i = 0; i < call.node.inputs.size(); ++i) {
@@ -25,6 +29,10 @@ std::optional<files::Source> Operation::source(const Call& /*call*/) const {
 
 Extent Operation::extent(const Call& call, std::span<const Extent> inputs) const {
   return inputs.empty() ? Extent{call.project.format, {}} : inputs[0];
+}
+
+bool Operation::coverage(const Call& /*call*/, std::span<const Image> inputs) const {
+  return inputs.empty() || inputs[0].coverage;
 }
 
 std::optional<files::OutputFile> Operation::output(const Call& /*call*/) const {

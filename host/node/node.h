@@ -60,6 +60,11 @@ class Operation {
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
 
+  // What is wrong with knobs whatever the frame: texts that mean nothing here, above all. One line
+  // each that begins with the knob, as in: knob "output": expected ..., found "rgba.alhpa". Asked once,
+  // when a composition is read, which is then refused. Default: nothing.
+  virtual std::vector<std::string> check(const Knobs& knobs) const;
+
   // Which images it needs, in the order in which `extent` and `render` get them. A request for an
   // input that is not connected is answered by an image without pixels, in the project's format.
   // Default: every input of the node, connected or not, at the call's frame, so that position i is
@@ -82,6 +87,10 @@ class Operation {
   // texture and costs nothing.
   virtual Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
                        RenderContext& context) const = 0;
+
+  // Whether the result's alpha is the coverage of its colour, given what `render` was given. Default:
+  // what holds for the first of them, true without any.
+  virtual bool coverage(const Call& call, std::span<const Image> inputs) const;
 
   // For node types that write files: where this frame's image goes. Default: nowhere.
   virtual std::optional<files::OutputFile> output(const Call& call) const;

@@ -133,7 +133,7 @@ bool draw_at(const xform::Total& total, const Image& image, double weight, const
       {"u_clip", {from_left(clip[0]), from_top(clip[3]), from_left(clip[2]), from_top(clip[1])}},
       {"u_filter", static_cast<double>(chain.filter)},
       {"u_weight", weight}};
-  const Image source{chain.source, image.texture, nullptr};
+  const Image source{chain.source, image.texture, nullptr, image.coverage};
   const Input images[] = {{"u_image", source}};
   context.draw(program(m, exact.has_value(), chain.filter, target), result, uniforms, images, blend);
   return true;
@@ -144,8 +144,10 @@ Image still(const Image& image, RenderContext& context) {
   const xform::Total total = chain_total(chain);
   const auto exact = total.matrix ? whole(*total.matrix) : std::nullopt;
   if (exact && (*exact)[0] == 1 && (*exact)[4] == 1) {
-    Image moved{
-        {image.extent.format, *xform::h_bbox(chain.source.window, *exact, 0)}, image.texture, nullptr};
+    Image moved{{image.extent.format, *xform::h_bbox(chain.source.window, *exact, 0)},
+                image.texture,
+                nullptr,
+                image.coverage};
     Box window = intersection(moved.extent.window, image.extent.window);
     if (total.clip) window = intersection(window, *total.clip);
     return context.windowed(moved, window);
@@ -197,8 +199,9 @@ Placement placement(std::span<const TransformLink> links, const Extent& source, 
   return result;
 }
 
-Image settle(const Image& image, RenderContext& context) {
-  if (!image.pending) return image;
+namespace {
+
+Image drawn(const Image& image, RenderContext& context) {
   if (is_empty(image.extent.window)) return context.make(image.extent);
   const PendingTransform& chain = *image.pending;
   const int64_t samples = sample_count(chain);
@@ -209,6 +212,15 @@ Image settle(const Image& image, RenderContext& context) {
     const xform::Total total = chain_total(chain, chain.shutter.time(part));
     draw_at(total, image, 1.0 / static_cast<double>(samples), result, context, Blend::add);
   }
+  return result;
+}
+
+}  // namespace
+
+Image settle(const Image& image, RenderContext& context) {
+  if (!image.pending) return image;
+  Image result = drawn(image, context);
+  result.coverage = image.coverage;
   return result;
 }
 

@@ -143,8 +143,8 @@ void RenderContext::draw(const gpu::Program& program, const Image& target, std::
 
 Image RenderContext::windowed(const Image& image, const Box& window, bool repeat) {
   if (image.extent.window == window) return image;
-  if (!image.texture) return make({image.extent.format, {}});
-  Image result = make({image.extent.format, window});
+  Image result = make({image.extent.format, image.texture ? window : Box{}});
+  result.coverage = image.coverage;
   const Uniform uniforms[] = {{"u_repeat", repeat ? 1.0 : 0.0}};
   const Input inputs[] = {{"u_image", image}};
   draw("window.frag", result, uniforms, inputs);

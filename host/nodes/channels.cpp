@@ -1,5 +1,6 @@
 #include <qv/nodes/merge/channels.h>
 
+#include "host/nodes/channel_texts.h"
 #include "host/nodes/families.h"
 
 #include <array>
@@ -27,8 +28,28 @@ Image shuffled(const std::array<float, 4>& codes, const Image& first, const Imag
   return result;
 }
 
+// Whether a shuffle's alpha is coverage: as where it comes from. Made of colour it is meant to cover.
+bool keeps_coverage(float alpha_code, bool first, bool second) {
+  if (alpha_code == 9) return second;
+  return alpha_code == 3 || alpha_code == 4 || alpha_code == 5 || alpha_code == 10 ? first : true;
+}
+
 class Copy final : public Operation {
  public:
+  std::vector<std::string> check(const Knobs& knobs) const override {
+    std::vector<std::string> problems;
+    for (const char* knob : knob_names) {
+      for (std::string& problem : check_channel(knobs, knob)) problems.push_back(std::move(problem));
+    }
+    return problems;
+  }
+
+  bool coverage(const Call& call, std::span<const Image> inputs) const override {
+    const auto channel = logic::copy_parse_channel(with_layer(call.knobs.text("alpha")));
+    return keeps_coverage(channel ? static_cast<float>(6 + channel->index) : 10, inputs[1].coverage,
+                          inputs[0].coverage);
+  }
+
   Extent extent(const Call& /*call*/, std::span<const Extent> inputs) const override {
     return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
   }
@@ -39,7 +60,7 @@ class Copy final : public Operation {
     bool any = false;
     for (size_t c = 0; c < routes.size(); ++c) {
       const std::string& text = call.knobs.text(knob_names[c]);
-      const auto channel = logic::copy_parse_channel(text);
+      const auto channel = logic::copy_parse_channel(with_layer(text));
       if (!channel && !text.empty() && text != "none") refuse_channel(knob_names[c], text);
       if (!channel) continue;
       if (channel->layer != "rgba") refuse_channel(knob_names[c], text);
@@ -69,6 +90,19 @@ NodeType copy() {
 
 class ChannelMerge final : public Operation {
  public:
+  std::vector<std::string> check(const Knobs& knobs) const override {
+    std::vector<std::string> problems;
+    for (const char* knob : {"a_channel", "b_channel", "output"}) {
+      for (std::string& problem : check_channel(knobs, knob)) problems.push_back(std::move(problem));
+    }
+    return problems;
+  }
+
+  // An alpha that is made of channels is meant to cover.
+  bool coverage(const Call& call, std::span<const Image> inputs) const override {
+    return inputs[1].coverage || (index_of(call.knobs, "output") == 3 && call.knobs.number("mix") > 0);
+  }
+
   Extent extent(const Call& /*call*/, std::span<const Extent> inputs) const override {
     return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
   }
@@ -121,6 +155,14 @@ NodeType channel_merge() {
 
 class Shuffle final : public Operation {
  public:
+  std::vector<std::string> check(const Knobs& knobs) const override {
+    return check_routing(knobs.text("routing"));
+  }
+
+  bool coverage(const Call& call, std::span<const Image> inputs) const override {
+    return keeps_coverage(codes(call)[3], inputs[0].coverage, inputs[1].coverage);
+  }
+
   Extent extent(const Call& call, std::span<const Extent> inputs) const override {
     // A channel that is 1 everywhere has pixels wherever the format has.
     Extent result{inputs[0].format, hull(inputs[0].window, inputs[1].window)};

@@ -17,7 +17,7 @@ namespace color = qv::nodes::color;
 using color::SourceKind;
 
 // Inputs of the packed uniforms, which the node and not the user decides.
-enum InputNumber : int32_t { has_mask = 0 };
+enum InputNumber : int32_t { has_mask = 0, has_coverage = 1, input_count = 2 };
 
 class Correction final : public Operation {
  public:
@@ -30,7 +30,9 @@ class Correction final : public Operation {
                RenderContext& context) const override {
     if (!inputs[0].texture || call.knobs.number("mix") == 0) return inputs[0];
     const std::vector<float> knobs = knob_floats(call.knobs);
-    const std::array<float, 1> given = {call.node.inputs[1] >= 0 ? 1.0F : 0.0F};
+    std::array<float, input_count> given{};
+    given[has_mask] = call.node.inputs[1] >= 0 ? 1.0F : 0.0F;
+    given[has_coverage] = inputs[0].coverage ? 1.0F : 0.0F;
     std::vector<color::Packed> packed(spec_.uniforms.size());
     color::pack(spec_, knobs.data(), given.data(), packed.data());
 
@@ -101,6 +103,7 @@ class Row {
     with(flag("unpremultiply", true, "Corrects colour as it is without its coverage."));
     with(number("mix", 1, "How much of the correction, 0: none.").within(0, 1));
     uniforms_.push_back({"u_masked", {{SourceKind::input, has_mask, 0, 0}}});
+    uniforms_.push_back({"u_coverage", {{SourceKind::input, has_coverage, 0, 0}}});
     color::Spec spec;
     for (const KnobSpec& knob : type_.knobs)
       spec.knobs.push_back({knob.name, knob.length(), {knob.defaults.begin(), knob.defaults.end()}});

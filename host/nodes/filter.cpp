@@ -1,5 +1,6 @@
 #include <qv/nodes/filter/ops.h>
 
+#include "host/nodes/around.h"
 #include "host/nodes/families.h"
 
 #include <algorithm>
@@ -264,7 +265,7 @@ class EdgeBlur final : public Operation {
 };
 
 NodeType filter_type(std::string name, std::string help, std::vector<KnobSpec> knobs,
-                     std::shared_ptr<const Operation> operation) {
+                     std::shared_ptr<const Operation> operation, std::string channels = "rgba") {
   NodeType type;
   type.name = std::move(name);
   type.family = "filter";
@@ -272,7 +273,7 @@ NodeType filter_type(std::string name, std::string help, std::vector<KnobSpec> k
   type.inputs = {{"image", true, "What to filter."}};
   type.knobs = std::move(knobs);
   type.operation = std::move(operation);
-  return type;
+  return with_channels(std::move(type), std::move(channels));
 }
 
 std::vector<KnobSpec> joined(std::vector<KnobSpec> first, std::vector<KnobSpec> second) {
@@ -330,15 +331,15 @@ std::vector<NodeType> filter_family() {
                   std::make_shared<Blur>()),
       glow(),
       sharpen(),
-      filter_type("dilate", "Spreads the largest value around each pixel, or the smallest.",
-                  {amount_knob(), edges_knob()}, std::make_shared<Dilate>()),
-      filter_type("filter_erode", "Grows or shrinks with a soft kernel.",
-                  {amount_knob(), kernel, edges_knob()}, std::make_shared<FilterErode>()),
+      filter_type("dilate", "Spreads the largest value of a matte around each pixel, or the smallest.",
+                  {amount_knob(), edges_knob()}, std::make_shared<Dilate>(), "alpha"),
+      filter_type("filter_erode", "Grows or shrinks a matte with a soft kernel.",
+                  {amount_knob(), kernel, edges_knob()}, std::make_shared<FilterErode>(), "alpha"),
       filter_type(
           "erode", "Moves the edges of a matte by parts of a pixel and softens them.",
           {amount_knob(), number("soft", 0, "Blur width of the moved edge.").within(0, 10000).in_pixels(),
            limit, edges_knob()},
-          std::make_shared<Erode>()),
+          std::make_shared<Erode>(), "alpha"),
       edge_blur(),
       filter_type("disc_blur", "Blurs as a lens out of focus does.",
                   {numbers("radius", {10, 10}, "Radius in pixels, to the sides and up.")

@@ -49,6 +49,7 @@ class Read final : public Operation {
     if (!wanted) return context.make(extent);
     const bool srgb = is_srgb(call, wanted->path);
     const files::Pixels pixels = context.fetch(*wanted);
+    const bool coverage = layer_of(call, wanted->path).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
       return context.upload(extent, pixels.rgba.get());
     }
@@ -58,10 +59,16 @@ class Read final : public Operation {
     const Uniform uniforms[] = {
         {"u_scale", call.project.scale},
         {"u_srgb", srgb ? 1.0 : 0.0},
+        {"u_coverage", coverage ? 1.0 : 0.0},
         {"u_source", {static_cast<double>(window[0]), static_cast<double>(window[3])}}};
     const Input images[] = {{"u_image", whole}};
     context.draw("read.frag", result, uniforms, images);
     return result;
+  }
+
+  bool coverage(const Call& call, std::span<const Image> /*inputs*/) const override {
+    const auto path = file_of(call);
+    return !path || layer_of(call, *path).coverage;
   }
 
  private:

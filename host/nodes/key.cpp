@@ -24,11 +24,18 @@ class RangeKey final : public Operation {
     const Uniform uniforms[] = {{"u_channel", static_cast<double>(knobs.choice("channel"))},
                                 {"u_range", logic::keyer_range(range)},
                                 {"u_invert", knobs.flag("invert") ? 1.0 : 0.0},
+                                {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
                                 {"u_output", static_cast<double>(knobs.choice("output"))}};
     const Input images[] = {{"u_image", inputs[0]}};
     Image result = context.make(extent);
     context.draw("range_key.frag", result, uniforms, images);
     return result;
+  }
+
+  // A matte covers nothing; cut out by it, even data has an alpha that it is premultiplied by.
+  bool coverage(const Call& call, std::span<const Image> inputs) const override {
+    const std::string& output = call.knobs.text("output");
+    return output == "image" || (output == "alpha" && inputs[0].coverage);
   }
 };
 
@@ -67,11 +74,17 @@ class ScreenKey final : public Operation {
                                 {"u_weights", weights},
                                 {"u_clip", {knobs.number("black"), knobs.number("white")}},
                                 {"u_despill", knobs.number("despill")},
+                                {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
                                 {"u_output", static_cast<double>(knobs.choice("output"))}};
     const Input images[] = {{"u_image", inputs[0]}, {"u_core", inputs[1]}, {"u_garbage", inputs[2]}};
     Image result = context.make(extent);
     context.draw("screen_key.frag", result, uniforms, images);
     return result;
+  }
+
+  bool coverage(const Call& call, std::span<const Image> inputs) const override {
+    const std::string& output = call.knobs.text("output");
+    return output == "foreground" || (output == "despill" && inputs[0].coverage);
   }
 };
 
@@ -112,6 +125,8 @@ class EdgeFill final : public Operation {
   Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
                RenderContext& context) const override {
     if (!inputs[0].texture) return inputs[0];
+    // Where alpha is no coverage, nothing is open.
+    if (!inputs[0].coverage) return context.windowed(inputs[0], extent.window, true);
     const double trust = call.knobs.number("trust");
     // A proxy may ask for cells smaller than the least that the pyramid starts with.
     const double cell = std::max(2.0, std::round(call.knobs.number("size")));
@@ -131,7 +146,12 @@ class EdgeFill final : public Operation {
     const Box& window = image.extent.window;
     const int count = logic::fill_levels(cell, box_width(window), box_height(window));
     std::vector<Image> levels = {pushed(image, cell, trust, context)};
-    while (static_cast<int>(levels.size()) < count) levels.push_back(pushed(levels.back(), 2, -1, context));
+    // Ten levels are no end of a large image: on to the one cell from which every gap is filled.
+    const auto one_cell = [&levels] {
+      return levels.back().texture->width == 1 && levels.back().texture->height == 1;
+    };
+    while (static_cast<int>(levels.size()) < count || !one_cell())
+      levels.push_back(pushed(levels.back(), 2, -1, context));
     Image filled = levels.back();
     for (size_t at = levels.size() - 1; at-- > 0;) {
       Image next = context.make(levels[at].extent);

@@ -1,6 +1,7 @@
 #include <qv/nodes/merge/channels.h>
 #include <qv/nodes/merge/merge.h>
 
+#include "host/nodes/channel_texts.h"
 #include "host/nodes/families.h"
 
 #include <array>
@@ -24,6 +25,17 @@ std::array<double, 4> factors(const std::string& set) {
 
 class Merge final : public Operation {
  public:
+  std::vector<std::string> check(const Knobs& knobs) const override {
+    return check_channel(knobs, "mask_channel");
+  }
+
+  // Of two images without coverage, a depth and another for one, the result has none either.
+  bool coverage(const Call& call, std::span<const Image> inputs) const override {
+    const std::string& written = call.knobs.text("channels");
+    const bool alpha = written == "rgba" || written == "alpha";
+    return inputs[1].coverage || (alpha && call.knobs.number("mix") > 0 && inputs[0].coverage);
+  }
+
   Extent extent(const Call& /*call*/, std::span<const Extent> inputs) const override {
     return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
   }

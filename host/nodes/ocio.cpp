@@ -25,7 +25,8 @@ class OcioColorspace final : public Operation {
     std::vector<Input> samplers = {{"u_image", inputs[0]}};
     for (const ColorConversion::Table& table : conversion->tables)
       samplers.emplace_back(table.sampler, uploaded(*conversion, table, context));
-    const Uniform uniforms[] = {{"u_unpremultiply", call.knobs.flag("unpremultiply") ? 1.0 : 0.0}};
+    const bool divides = call.knobs.flag("unpremultiply") && inputs[0].coverage;
+    const Uniform uniforms[] = {{"u_unpremultiply", divides ? 1.0 : 0.0}};
     Image result = context.make(extent);
     context.draw(program(*conversion, context), result, uniforms, samplers);
     return result;

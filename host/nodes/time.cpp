@@ -3,6 +3,7 @@
 #include "host/nodes/families.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 // Images of other frames: one that stands in for another, or several in one.
@@ -12,7 +13,7 @@ namespace {
 
 namespace logic = qv::nodes::time;
 
-// A frame of the input and its share of the result. Shares sum to 1; no frame at all is black.
+// A frame of the input and its share of the result. What the shares lack of 1 is black.
 using Weighted = std::pair<int64_t, double>;
 
 // What all time nodes do once they have said which frames they want. One frame comes as it is.
@@ -26,7 +27,7 @@ class FromFrames : public Operation {
 
   void identify(const Call& call, Identity& identity) const override {
     const std::vector<Weighted> wanted = frames(call);
-    if (wanted.size() == 1) return;
+    if (is_one_frame(wanted)) return;
     for (const auto& [frame, weight] : wanted) identity.add(weight);
   }
 
@@ -39,8 +40,8 @@ class FromFrames : public Operation {
 
   Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
                RenderContext& context) const override {
-    if (inputs.size() == 1) return inputs[0];
     const std::vector<Weighted> wanted = frames(call);
+    if (is_one_frame(wanted)) return inputs[0];
     Image sum = context.solid(extent, {0, 0, 0, 0});
     for (size_t i = 0; i < inputs.size(); ++i) {
       if (!inputs[i].texture) continue;
@@ -53,7 +54,19 @@ class FromFrames : public Operation {
 
  protected:
   virtual std::vector<Weighted> frames(const Call& call) const = 0;
+
+ private:
+  static bool is_one_frame(const std::vector<Weighted>& wanted) {
+    return wanted.size() == 1 && wanted[0].second == 1;
+  }
 };
+
+// Frames that may stand more than once, each once with all its shares.
+std::vector<Weighted> gathered(const std::vector<Weighted>& scattered) {
+  std::map<int64_t, double> shares;
+  for (const auto& [frame, share] : scattered) shares[frame] += share;
+  return {shares.begin(), shares.end()};
+}
 
 double time_of(const Call& call) {
   return static_cast<double>(call.frame);
@@ -117,7 +130,18 @@ class ShutterNode final : public FromFrames {
         logic::shutter_weights(time_of(call), samples, knobs.number("shutter"),
                                knobs.choice("shutter_position"), knobs.number("shutter_offset"));
     for (auto& [frame, weight] : counted) weight /= static_cast<double>(samples);
-    return counted;
+    return knobs.text("shutter_position") == "centered" ? mirrored(counted, time_of(call)) : counted;
+  }
+
+  // A time half way between two frames is rounded up, on either side of the middle alike: looked at
+  // in a mirror as well, it shows half of each.
+  static std::vector<Weighted> mirrored(const std::vector<Weighted>& counted, double middle) {
+    std::vector<Weighted> both;
+    for (const auto& [frame, share] : counted) {
+      both.emplace_back(frame, share / 2);
+      both.emplace_back(logic::whole(2 * middle - static_cast<double>(frame), true), share / 2);
+    }
+    return gathered(both);
   }
 };
 
@@ -136,8 +160,23 @@ class Retime final : public FromFrames {
         logic::retime_pos(call.frame, ranges, knobs.choice("before"), knobs.choice("after"));
     if (!position) return {};
     const double time = knobs.flag("reverse") ? ranges.in_last - *position : ranges.in_first + *position;
-    if (knobs.text("rounding") == "blend") return logic::box_weights(time, 1);
-    return {{logic::whole(time, nearest(knobs)), 1}};
+    if (knobs.text("rounding") == "blend") return in_range(logic::box_weights(time, 1), ranges, knobs);
+    return in_range({{logic::whole(time, nearest(knobs)), 1}}, ranges, knobs);
+  }
+
+  // The last frame of an output range may lie between the last input frame and one that is not there.
+  // What stands there is what stands beyond the output range on that side.
+  static std::vector<Weighted> in_range(const std::vector<Weighted>& wanted,
+                                        const logic::RetimeRanges& ranges, const Knobs& knobs) {
+    const int64_t first = logic::whole(ranges.in_first, true);
+    const int64_t last = logic::whole(ranges.in_last, true);
+    std::vector<Weighted> inside;
+    for (const auto& [frame, share] : wanted) {
+      const bool early = knobs.flag("reverse") ? frame > last : frame < first;
+      const auto read = logic::edge_frame(frame, first, last, knobs.choice(early ? "before" : "after"));
+      if (read) inside.emplace_back(*read, share);
+    }
+    return gathered(inside);
   }
 
   // Positions in the list of output_ends.

@@ -43,7 +43,12 @@ Shutter shutter_of(const Call& call) {
 class Transform : public Operation {
  public:
   void identify(const Call& call, Identity& identity) const override {
-    if (shutter_of(call).width > 0) identity.add(call.frame);
+    if (shutter_of(call).width == 0) return;
+    // Beside the knobs at the frame it sees those of every other time at which the shutter is open.
+    identity.add(call.frame);
+    for (const KnobValue& knob : call.knobs.values()) {
+      for (const KnobComponent& component : knob.components) identity.add(component.curve_id);
+    }
   }
 
   Extent extent(const Call& call, std::span<const Extent> inputs) const override {
@@ -53,7 +58,7 @@ class Transform : public Operation {
       const xform::Total total = total_of(links, from);
       const Format format{total.width, total.height, pixel_aspect(call.knobs, from)};
       return {format, placement(links, inputs[0], filter_of(call), shutter_of(call)).window};
-    } catch (const std::logic_error&) {  // a coordinate that is not a number
+    } catch (const std::invalid_argument&) {  // a coordinate that is not a number
       throw std::runtime_error("these knobs put the image where there are no pixels");
     } catch (const std::overflow_error&) {
       throw std::runtime_error("these knobs put the image further away than pixels are counted");

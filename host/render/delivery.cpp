@@ -39,7 +39,8 @@ void Delivery::send(int64_t frame, const node::Image& image, const files::Output
   const Format format = image.extent.format;
   const Box area = file.overscan && image.texture ? image.extent.window : format_box(format);
   const Stopwatch watch(read_back_ms_);
-  read_back(image, area, buffers_, [this, frame, file, format](ReadBack pixels) {
+  const bool coverage = image.coverage;
+  read_back(image, area, buffers_, [this, frame, file, format, coverage](ReadBack pixels) {
     if (!pixels.rgba) {
       written({frame, file.path, file.path + ": the image could not be read back from the device", 0, 0});
       return;
@@ -47,7 +48,7 @@ void Delivery::send(int64_t frame, const node::Image& image, const files::Output
     double waited = 0;
     {
       const Stopwatch queue_watch(waited);
-      writer_.put({frame, file, {format, pixels.window}, std::move(pixels.rgba)});
+      writer_.put({frame, file, {format, pixels.window}, std::move(pixels.rgba), coverage});
     }
     const std::lock_guard lock(mutex_);
     totals_.wait_write_ms += waited;

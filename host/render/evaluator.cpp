@@ -143,8 +143,10 @@ void Evaluator::compute(Run& run, size_t at) {
   result->extent = extent_of(run, static_cast<int>(at));
   make_room(composition_, instance, result->extent.window);
   result->image = attempt(composition_, instance, [&] {
-    return node.type->operation->render(node.call_at(instance.frame, project_), inputs, result->extent,
-                                        context_);
+    const node::Call call = node.call_at(instance.frame, project_);
+    node::Image image = node.type->operation->render(call, inputs, result->extent, context_);
+    image.coverage = node.type->operation->coverage(call, inputs);
+    return image;
   });
   ++stats_.computed;
   if (run.keep(key)) store_.put(key, result);

@@ -4,6 +4,7 @@
 
 #include "host/base/suggest.h"
 #include "host/node/expectation.h"
+#include "host/node/identity.h"
 #include "host/shot/composition.h"
 
 #include <algorithm>
@@ -85,6 +86,17 @@ std::optional<std::vector<qv::anim::Key>> parse_keys(const nlohmann::json& list,
   return keys;
 }
 
+int64_t id_of(const std::vector<qv::anim::Key>& keys, bool extrapolate) {
+  node::Identity identity;
+  identity.add(static_cast<int64_t>(extrapolate));
+  for (const qv::anim::Key& key : keys) {
+    for (const double value : {key.time, key.value, key.in_slope, key.out_slope}) identity.add(value);
+    for (const int64_t value : {int64_t{key.kind}, int64_t{key.has_in}, int64_t{key.has_out}})
+      identity.add(value);
+  }
+  return identity.key();
+}
+
 }  // namespace
 
 const std::vector<std::string>& interpolation_names() {
@@ -93,21 +105,24 @@ const std::vector<std::string>& interpolation_names() {
   return names;
 }
 
-std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const node::KnobSpec& spec,
-                                                   const std::string& place, Problems& problems) {
+std::optional<node::KnobComponent> parse_curve(const nlohmann::json& object, const node::KnobSpec& spec,
+                                               const std::string& place, Problems& problems) {
   refuse_unknown(object, {"keys", "extrapolate"}, place, problems);
   const auto extrapolate = object.value("extrapolate", nlohmann::json(false));
   if (!extrapolate.is_boolean()) {
     problems.add(place, "\"extrapolate\": expected true or false, found " + found(extrapolate));
-    return nullptr;
+    return std::nullopt;
   }
   auto keys = parse_keys(object.value("keys", nlohmann::json()), spec, place, problems);
-  if (!keys) return nullptr;
+  if (!keys) return std::nullopt;
   try {
-    return std::make_shared<qv::anim::Curve>(std::move(*keys), extrapolate.get<bool>());
+    node::KnobComponent component;
+    component.curve_id = id_of(*keys, extrapolate.get<bool>());
+    component.curve = std::make_shared<qv::anim::Curve>(std::move(*keys), extrapolate.get<bool>());
+    return component;
   } catch (const qv::anim::NotCompilable& error) {
     problems.add(place, std::string("these keys make no curve: ") + error.what());
-    return nullptr;
+    return std::nullopt;
   }
 }
 

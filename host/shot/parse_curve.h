@@ -3,16 +3,16 @@
 #include "host/node/knob.h"
 #include "host/shot/problems.h"
 
-#include <memory>
+#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 namespace host::shot {
 
-// The curve of {"keys": [[frame, value, interpolation], ...], "extrapolate": true}. Null, with what
+// The curve of {"keys": [[frame, value, interpolation], ...], "extrapolate": true}. Nothing, with what
 // is wrong reported, when keys are malformed, out of order, or outside the knob's limits.
-std::shared_ptr<const qv::anim::Curve> parse_curve(const nlohmann::json& object, const node::KnobSpec& spec,
-                                                   const std::string& place, Problems& problems);
+std::optional<node::KnobComponent> parse_curve(const nlohmann::json& object, const node::KnobSpec& spec,
+                                               const std::string& place, Problems& problems);
 
 }  // namespace host::shot

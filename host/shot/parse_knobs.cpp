@@ -27,11 +27,7 @@ bool is_keyed(const nlohmann::json& value) {
 std::optional<KnobComponent> parse_component(const nlohmann::json& value, const KnobSpec& spec,
                                              const std::string& place, Problems& problems) {
   KnobComponent component;
-  if (is_keyed(value)) {
-    component.curve = parse_curve(value, spec, place, problems);
-    if (!component.curve) return std::nullopt;
-    return component;
-  }
+  if (is_keyed(value)) return parse_curve(value, spec, place, problems);
   bool fits = spec.kind == KnobKind::flag ? value.is_boolean() : value.is_number();
   if (fits) {
     component.constant = value.is_boolean() ? (value.get<bool>() ? 1.0 : 0.0) : value.get<double>();

@@ -151,6 +151,8 @@ std::optional<Node> parse_node(const nlohmann::json& object, size_t number, Prob
     knobs = nlohmann::json::object();
   }
   node.knobs = parse_knobs(node.type->knobs, knobs, place, problems);
+  const node::Knobs given(node.type->knobs, node.knobs, 0, 1);
+  for (const std::string& problem : node.type->operation->check(given)) problems.add(place, problem);
   return node;
 }
 

@@ -16,12 +16,6 @@ namespace qv::io {
 
 namespace {
 
-int band_limit(int threads) {
-  const char* text = std::getenv("QUORVEL_NATIVE_IO_BANDS");
-  const int limit = text ? std::atoi(text) : 16;
-  return threads > 0 ? std::min(limit, threads) : limit;
-}
-
 // Rows that OpenEXR compresses as one block, for the purpose of reading several ranges of it.
 int block_rows(std::string_view compression) {
   if (compression.starts_with("dwab")) return 256;
@@ -143,6 +137,12 @@ bool read_band(const std::string& path, const OIIO::ImageSpec& spec, const Layer
 }
 
 }  // namespace
+
+int band_limit(int threads) {
+  const char* text = std::getenv("QUORVEL_NATIVE_IO_BANDS");
+  const int limit = text ? std::atoi(text) : 16;
+  return threads > 0 ? std::min(limit, threads) : limit;
+}
 
 Bands bands_of(const OIIO::ImageSpec& spec, int threads) {
   if (threads == 1 || spec.tile_width > 0 || spec.deep || spec.height < 128) return {1, spec.height};

@@ -16,9 +16,12 @@ struct Bands {
   int rows = 0;
 };
 
+// How many bands, or threads that decode, there may be: at most 16 or what the environment variable
+// QUORVEL_NATIVE_IO_BANDS says, and at most `threads` if that is above 0. May be below 1, which counts as 1.
+int band_limit(int threads);
+
 // One band for a single thread, tiled or deep images and those under 128 rows. Otherwise bands of
-// whole codec blocks, so that no block is decoded twice: at most 16 or what the environment variable
-// QUORVEL_NATIVE_IO_BANDS says, and at most `threads` if that is above 0.
+// whole codec blocks, so that no block is decoded twice, as many as band_limit allows.
 Bands bands_of(const OIIO::ImageSpec& spec, int threads);
 
 // Several channel ranges of one subimage, and where their pixels go.

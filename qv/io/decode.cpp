@@ -1,5 +1,6 @@
 #include <qv/io/claim.h>
 #include <qv/io/decode.h>
+#include <qv/io/exr_images.h>
 #include <qv/io/file_attributes.h>
 #include <qv/io/half.h>
 #include <qv/io/pixel_memory.h>
@@ -17,33 +18,51 @@ double ms_since(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
+// What is asked for, and what is known of it.
+struct Request {
+  const std::string& path;
+  int threads = 0;
+  FileAttributes file;
+  Clock::time_point start;
+};
+
+// Reads the image by the general reader. Halves are read into the last half of the pixels' own memory: no
+// second buffer is faulted in.
+bool read_pixels(OIIO::ImageInput& input, bool half, bool as_stored, size_t count, float* pixels,
+                 DecodeResult& out) {
+  auto* halves = reinterpret_cast<uint16_t*>(pixels) + (half ? count : 0);
+  if (!input.read_image(0, 0, 0, 4, as_stored ? OIIO::TypeUnknown : OIIO::TypeFloat, halves)) {
+    input.geterror();
+    return false;
+  }
+  if (!half) return true;
+  const Clock::time_point widening = Clock::now();
+  half_to_float(halves, pixels, count);
+  out.convert_ms = ms_since(widening);
+  return true;
+}
+
 // Leaves `out` at decode_other unless all of it succeeds.
-void read_plain(OIIO::ImageInput& input, const FileAttributes& file, Clock::time_point start,
-                DecodeResult& out) {
+void read_plain(OIIO::ImageInput& input, const Request& request, DecodeResult& out) {
   const auto spec = std::make_shared<OIIO::ImageSpec>(input.spec());
   const bool plain = is_plain(*spec) && !input.seek_subimage(1, 0);
   input.geterror();
   if (!plain || !input.seek_subimage(0, 0)) return;
   const std::optional<size_t> count = float_count(spec->width, spec->height, 4);
-  if (!count || !refusal(*spec, input.format_name(), file).empty()) return;
+  if (!count || !refusal(*spec, input.format_name(), request.file).empty()) return;
   auto pixels = uninitialised<float>(*count);
 
   const OIIO::TypeDesc format = common_format(*spec, 0, 4);
   const bool half = format == OIIO::TypeHalf;
-  // Halves are read into the last half of the pixels' own memory: no second buffer is faulted in.
-  auto* halves = reinterpret_cast<uint16_t*>(pixels.get()) + (half ? *count : 0);
-  const bool as_stored = half || format == OIIO::TypeFloat;
-  const bool read = input.read_image(0, 0, 0, 4, as_stored ? OIIO::TypeUnknown : OIIO::TypeFloat, halves);
-  out.read_ms = ms_since(start);
-  if (!read) {
-    input.geterror();
-    return;
+  double placing_ms = 0;
+  bool read = decode_exr(input, request.path, request.threads, pixels.get(), placing_ms);
+  if (read) {
+    out.convert_ms = half ? placing_ms : 0;
+  } else {
+    read = read_pixels(input, half, half || format == OIIO::TypeFloat, *count, pixels.get(), out);
   }
-  if (half) {
-    const Clock::time_point widening = Clock::now();
-    half_to_float(halves, pixels.get(), *count);
-    out.convert_ms = ms_since(widening);
-  }
+  out.read_ms = ms_since(request.start) - out.convert_ms;
+  if (!read) return;
   input.close();
   out.spec = spec;
   out.pixels = std::move(pixels);
@@ -73,7 +92,7 @@ void decode_plain(const std::string& path, int threads, DecodeResult& out) {
   out.status = decode_other;
   try {
     if (const auto input = open_reader(path, threads, out.error)) {
-      read_plain(*input, attributes, start, out);
+      read_plain(*input, {path, threads, attributes, start}, out);
     } else {
       out.status = decode_failed;
     }

@@ -1,4 +1,5 @@
 #include <qv/io/bands.h>
+#include <qv/io/exr_images.h>
 #include <qv/io/layers.h>
 #include <qv/io/reader.h>
 #include <qv/io/scatter.h>
@@ -88,6 +89,13 @@ bool load(const std::string& path, const std::vector<Read>& reads,
   if (!input) return false;
   const Clock::time_point reading = Clock::now();
   stats.open_ms = ms_since(opening);
+  stats.scatter_ms = 0;
+  const int workers = std::max(1, band_limit(thread_count(threads)));
+  if (load_exr(*input, path, reads, slots, width, height, workers, outs, stats.scatter_ms)) {
+    input->close();
+    stats.read_ms = ms_since(reading) - stats.scatter_ms;
+    return true;
+  }
   LayerPixels layers;
   const bool read = read_layers(*input, path, reads, threads, layers, err);
   input->close();

@@ -32,7 +32,7 @@ struct Slot {
 struct Stats {
   double open_ms = 0;     // opening the file
   double read_ms = 0;     // from there until all reads are done and the file is closed
-  double scatter_ms = 0;  // filling the outputs
+  double scatter_ms = 0;  // filling the outputs; where that goes along with reading, its share of the time
 };
 
 // Reads several channel ranges of one file and scatters them into RGBA float buffers.
@@ -44,12 +44,12 @@ struct Stats {
 // exist), "plan does not match the file" (size, depth or channels of a subimage), "out of memory"
 // (for over 1 GiB a range also where less is free), or OpenImageIO's text. Throws nothing.
 // `threads` (0: OpenImageIO's default) bounds the threads: with 1 everything happens on the calling
-// thread, but for OpenEXR files, whose blocks OpenImageIO 2.4 hands to OpenEXR's process-wide pool,
-// which only its global attribute "exr_threads" bounds. Scanline files of 128 rows and more are
-// read in parallel bands, each through its own file handle; the environment variable
-// QUORVEL_NATIVE_IO_BANDS lowers their number from 16, with 0 to one.
-// Thread-safe for different outputs. Memory: at most one float a pixel and channel read, besides
-// the outputs.
+// thread, but for OpenEXR files of the codecs piz, pxr24, b44 and dwa, whose blocks OpenImageIO 2.4 hands to
+// OpenEXR's process-wide pool, which only its global attribute "exr_threads" bounds. Of other OpenEXR files
+// only chunks that the outputs show are read. The rest, with 128 rows and more, is read in parallel
+// bands, each through its own file handle. The environment variable QUORVEL_NATIVE_IO_BANDS lowers the number
+// of threads and of bands from 16, with 0 to one. Thread-safe for different outputs. Memory: at most one
+// float a pixel and channel read, besides the outputs.
 QV_API bool load_layers(const std::string& path, const std::vector<Read>& reads,
                         const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
                         const std::vector<float*>& outs, std::string& err, Stats* stats);

@@ -1,8 +1,9 @@
 #version 420 core
 // What a colour-space conversion is compiled from: the host puts the generated text, which defines
 // vec4 ocio_convert(vec4), in place of the marker line. u_unpremultiply 1 converts colour divided by
-// its alpha; colour without coverage is left alone then.
+// its alpha (coverage.glsl).
 #include "image.glsl"
+#include "coverage.glsl"
 #include "lut.glsl"
 
 layout(location = 0) out vec4 o_color;
@@ -14,7 +15,6 @@ uniform float u_unpremultiply;
 
 void main() {
   vec4 image = read_image(u_image, u_image_window);
-  if (u_unpremultiply < 0.5) o_color = vec4(ocio_convert(image).rgb, image.a);
-  else if (image.a > 0.0) o_color = vec4(ocio_convert(vec4(image.rgb / image.a, image.a)).rgb * image.a, image.a);
-  else o_color = image;
+  float cover = divisor(image, u_unpremultiply);
+  o_color = cover == 0.0 ? image : vec4(ocio_convert(vec4(image.rgb / cover, image.a)).rgb * cover, image.a);
 }

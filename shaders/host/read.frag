@@ -1,7 +1,8 @@
 #version 420 core
 // A decoded image at the render's scale, u_scale at most 1: the mean over the area of the source that
 // lies under the pixel, and transparent black outside it. u_source is the source's left and upper
-// edge. u_srgb 1 turns the sRGB curve into linear light first, on colour that is not premultiplied:
+// edge. u_srgb 1 turns the sRGB curve into linear light first, on colour that is not premultiplied
+// (u_coverage 1 tells that it is in the file):
 //   c / 12.92 for c <= 0.04045, else ((c + 0.055) / 1.055)^2.4
 #include "image.glsl"
 
@@ -9,10 +10,11 @@ layout(location = 0) out vec4 o_color;
 uniform sampler2D u_image;
 uniform float u_scale;
 uniform float u_srgb;
+uniform float u_coverage;
 uniform vec2 u_source;
 
 vec4 linear(vec4 encoded) {
-  float alpha = encoded.a > 0.0 ? encoded.a : 1.0;
+  float alpha = u_coverage > 0.5 && encoded.a > 0.0 ? encoded.a : 1.0;
   vec3 c = encoded.rgb / alpha;
   vec3 low = c / 12.92;
   vec3 high = pow(max(c + 0.055, 0.0) / 1.055, vec3(2.4));

@@ -4,6 +4,7 @@
 // (largest - smallest) / largest. u_range: the matte rises from 0 to 1 from x to y, and falls back
 // from z to w; where both ends are one value it is a step, and that value is inside. u_invert 1 turns
 // it around. u_output: 0 the image times the matte, 1 the matte, 2 the image with the matte as alpha.
+// u_coverage 0: alpha is no coverage, so nothing is divided and the matte alone counts.
 #include "image.glsl"
 
 layout(location = 0) out vec4 o_color;
@@ -13,6 +14,7 @@ uniform float u_channel;
 uniform vec4 u_range;
 uniform float u_invert;
 uniform float u_output;
+uniform float u_coverage;
 
 float value_of(vec3 color, float alpha) {
   float least = min(min(color.r, color.g), color.b);
@@ -37,9 +39,10 @@ float matte_of(float value) {
 
 void main() {
   vec4 image = read_image(u_image, u_image_window);
-  float matte = matte_of(value_of(image.a > 0.0 ? image.rgb / image.a : image.rgb, image.a));
+  float cover = u_coverage > 0.5 ? image.a : 1.0;
+  float matte = matte_of(value_of(cover > 0.0 ? image.rgb / cover : image.rgb, image.a));
   if (u_invert > 0.5) matte = 1.0 - matte;
-  if (u_output < 0.5) o_color = image * matte;
-  else if (u_output < 1.5) o_color = vec4(matte * image.a);
-  else o_color = vec4(image.rgb, matte * image.a);
+  if (u_output < 0.5) o_color = vec4(image.rgb, cover) * matte;
+  else if (u_output < 1.5) o_color = vec4(matte * cover);
+  else o_color = vec4(image.rgb, matte * cover);
 }

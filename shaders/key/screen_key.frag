@@ -7,6 +7,7 @@
 // u_clip: alpha that becomes 0 and alpha that becomes 1. u_core: where the foreground is solid;
 // u_garbage: where nothing is kept. u_despill 0 takes the plate times the matte instead of F.
 // u_output: 0 the foreground, premultiplied, 1 the matte, 2 the plate without spill, not keyed.
+// u_coverage 0: the plate's alpha is no coverage; nothing is divided by it.
 #include "image.glsl"
 
 layout(location = 0) out vec4 o_color;
@@ -22,6 +23,7 @@ uniform vec3 u_weights;
 uniform vec2 u_clip;
 uniform float u_despill;
 uniform float u_output;
+uniform float u_coverage;
 
 float excess(vec3 color) {
   return dot(color, u_selector) - dot(color, u_weights);
@@ -43,7 +45,8 @@ vec3 foreground(vec3 color, vec3 solid, float alpha, float matte) {
 
 void main() {
   vec4 image = read_image(u_image, u_image_window);
-  vec3 color = image.a > 0.0 ? image.rgb / image.a : image.rgb;
+  float cover = u_coverage > 0.5 ? image.a : 1.0;
+  vec3 color = cover > 0.0 ? image.rgb / cover : image.rgb;
   float alpha = keyed(color);
   float matte = u_clip.x < u_clip.y ? clamp((alpha - u_clip.x) / (u_clip.y - u_clip.x), 0.0, 1.0)
                                     : alpha > u_clip.x ? 1.0 : 0.0;
@@ -52,7 +55,7 @@ void main() {
   matte = max(matte, core) * (1.0 - garbage);
   vec3 solid = color - u_despill * max(excess(color), 0.0) * u_selector;
   if (u_output < 0.5)
-    o_color = vec4(mix(color * matte, foreground(color, solid, alpha, matte), u_despill), matte) * image.a;
-  else if (u_output < 1.5) o_color = vec4(matte * image.a);
-  else o_color = vec4(solid * image.a, image.a);
+    o_color = vec4(mix(color * matte, foreground(color, solid, alpha, matte), u_despill), matte) * cover;
+  else if (u_output < 1.5) o_color = vec4(matte * cover);
+  else o_color = vec4(solid * cover, image.a);
 }

@@ -16,6 +16,7 @@ namespace ocio = OCIO_NAMESPACE;
 TEST(ColorCorrections, DrawWhatTheFormulasSay) {
   constexpr Rgba color = {0.5F, 0.25F, 1, 1};
   constexpr Rgba thin = {0.25F, 0.25F, 0.25F, 0.5F};  // 0.5 behind coverage 0.5
+  constexpr Rgba flame = {0.5F, 0.25F, 1, 0};
   // (0.5 - 0.25) / 0.5 of the way from 0.5 to 2, twice, plus 0.25: 2.25, whose root is 1.5. Likewise
   // 0.75 from 0.25, and 2 * 1.5 * 1.5 + 0.75 = 5.25 from 1.
   const std::string all =
@@ -34,6 +35,9 @@ TEST(ColorCorrections, DrawWhatTheFormulasSay) {
       {"grade", R"("gain": [1, 2, 3], "lift": [0.5, 0, 0])", color, {0.75F, 0.5F, 3, 1}},
       {"grade", R"("offset": 0.5)", thin, {0.5F, 0.5F, 0.5F, 0.5F}},
       {"grade", R"("offset": 0.5, "unpremultiply": false)", thin, {0.75F, 0.75F, 0.75F, 0.5F}},
+      {"grade", R"("offset": 0.5)", flame, {1, 0.75F, 1.5F, 0}},
+      {"grade", R"("offset": 0.5)", {0, 0, 0, 0}, {0, 0, 0, 0}},
+      {"clamp", R"("high": 0.5)", flame, {0.5F, 0.25F, 0.5F, 0}},
       {"grade", R"("offset": 0.5, "mix": 0.25)", color, {0.625F, 0.375F, 1.125F, 1}},
       // Luminance 0.1063 + 0.1788 + 0.0722.
       {"saturation", R"("saturation": 0)", color, {0.3573F, 0.3573F, 0.3573F, 1}},
@@ -104,7 +108,7 @@ scene::Plate colors() {
   scene::Plate plate;
   plate.width = plate.height = 16;
   for (int i = 0; i < 256; ++i)
-    for (int c = 0; c < 4; ++c) plate.pixels.push_back(c < 3 ? value(random) : i % 2 == 0 ? 1 : 0.25F);
+    for (int c = 0; c < 4; ++c) plate.pixels.push_back(c < 3 ? value(random) : static_cast<float>(i % 3) / 2);
   return plate;
 }
 
@@ -114,7 +118,7 @@ std::vector<float> reference(std::vector<float> pixels, const char* from, const 
   const auto processor =
       config->getProcessor(from, to)->getOptimizedCPUProcessor(ocio::OPTIMIZATION_LOSSLESS);
   for (size_t at = 0; at < pixels.size(); at += 4) {
-    const float alpha = divide ? pixels[at + 3] : 1;
+    const float alpha = divide && pixels[at + 3] > 0 ? pixels[at + 3] : 1;
     for (size_t c = 0; c < 3; ++c) pixels[at + c] /= alpha;
     processor->applyRGBA(pixels.data() + at);
     for (size_t c = 0; c < 3; ++c) pixels[at + c] *= alpha;

@@ -136,6 +136,18 @@ TEST(EdgeFill, CarriesColourOutwards) {
   }
 }
 
+// Opaque everywhere, however far: more cells wide than ten halvings bring together.
+TEST(EdgeFill, FillsAnImageOfAnySize) {
+  scene::Plate plate{1, 1, {"R", "G", "B", "A"}, {0.25F, 0.5F, 0.125F, 0.5F}, 0, 0, 5000, 3};
+  scene::write_plate(scene::folder() / "corner.exr", plate);
+  scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "corner.exr"}}, )" +
+                        probe::node("edge_fill", R"("image": "p")", ""),
+                    5000, 3);
+  const auto image = shot.image("n");
+  for (const int64_t x : {0, 700, 2100, 4999})
+    probe::expect_near(scene::pixel(image, x, 0), {0.5F, 1, 0.25F, 1}, 1e-5, std::to_string(x));
+}
+
 // One colour stays that colour however far it is carried; of two, the nearer prevails.
 TEST(EdgeFill, FillsTheFormatFromAfar) {
   scene::Plate plate;

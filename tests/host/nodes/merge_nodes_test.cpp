@@ -238,21 +238,49 @@ TEST(Merge, LaysWindowsOverEachOther) {
   EXPECT_EQ(scene::pixel(image, 0, 0), (Rgba{0, 0, 0, 1}));
 }
 
-TEST(Channels, AreRefusedByName) {
+// When the composition is read: no frame is tried.
+TEST(Texts, ThatMeanNothingAreRefused) {
+  const auto channel_merge = [](const char* knobs) {
+    return probe::node("channel_merge", R"("a": "A", "b": "B")", knobs);
+  };
+  const auto shuffle = [](const std::string& routing) {
+    return probe::node("shuffle", R"("first": "A", "second": "B")", R"("routing": ")" + routing + "\"");
+  };
   const struct {
     std::string node;
-    const char* message;
+    const char* message;  // "" for a text that is good
   } cases[] = {
-      {merge(R"("mask_channel": "depth")", true), "knob \"mask_channel\": expected a channel such as alpha"},
+      {merge(R"("mask_channel": "depth")", true),
+       R"(knob "mask_channel": expected a channel (red, green, blue, )"},
+      {merge(R"("mask_channel": "rgba.alhpa")"), R"(knob "mask_channel": expected a channel)"},
+      {merge(R"("mask_channel": " rgba.Red ")"), ""},
       {probe::node("copy", R"("a": "A", "b": "B")", R"("red": "depth.Z")"),
-       "knob \"red\": expected a channel"},
-      {probe::node("channel_merge", R"("a": "A", "b": "B")", R"("a_channel": "depth.Z")"),
-       "knob \"a_channel\": expected a channel"},
+       R"(knob "red": expected a channel)"},
+      {probe::node("copy", R"("a": "A", "b": "B")", R"("red": "alpha", "blue": "")"), ""},
+      {channel_merge(R"("a_channel": "depth.Z")"), R"(knob "a_channel": expected a channel)"},
+      {channel_merge(R"("output": "rgba.alhpa")"),
+       R"(node "n": knob "output": expected a channel (red, green, blue, alpha, none), found "rgba.alhpa")"},
+      {channel_merge(R"("a_channel": "{rgba.Blue}", "b_channel": "-rgba.red", "output": "g")"), ""},
+      {shuffle("1 rde 0 0 r 0 0"), R"(knob "routing": route 1: expected a source channel (red, )"},
+      {shuffle("2 r 0 0 g 0 1 r 0 0 gren 0 1"), R"(route 2: expected an output channel (red, )"},
+      {shuffle("1 r 2 0 g 0 1"), R"(route 1: expected input 0 or 1 of a source, found "2")"},
+      {shuffle("1 r 0 0 g 2 1"), R"(route 1: expected output group 0 or 1, found "2")"},
+      {shuffle("2 r 0 0 g 0 1"),
+       R"(expected how many routes, then six words for each, found "2" and 6 words)"},
+      {shuffle("r to g"), R"(expected how many routes)"},
+      {shuffle("1 rgba.x 1 0 w 1 -1"), ""},
   };
   for (const auto& each : cases) {
-    scene::Scene shot(probe::constant("A", A) + probe::constant("B", B) + probe::constant("M", B) +
-                      each.node);
-    EXPECT_NE(probe::failure(shot).find(each.message), std::string::npos) << probe::failure(shot);
+    std::string found;
+    try {
+      scene::Scene shot(probe::constant("A", A) + probe::constant("B", B) + probe::constant("M", B) +
+                        each.node);
+      shot.image("n");
+    } catch (const host::shot::CompositionError& error) {
+      found = error.what();
+    }
+    EXPECT_NE(found.find(each.message), std::string::npos) << each.message << "\n" << found;
+    EXPECT_EQ(found.empty(), *each.message == 0) << found;
   }
 }
 

@@ -44,16 +44,23 @@ a blur of nothing             | block | blur         | "size": 0 | 9 9 | 3 3 6 6
 glow without a blur           | dim   | glow         | "size": 0, "brightness": 2, "tint": [1, 0.5, 0] | 9 9 | 3 3 6 6 | 4 4 0.75 0.5 0.25 1
 only the glow                 | dim   | glow         | "size": 0, "tolerance": 0.125, "effect_only": true | 9 9 | 3 3 6 6 | 4 4 0.125 0.125 0.125 0.375
 sharpen                       | point | sharpen      | "size": 3, "kernel": "box", "amount": 1, "least": -0.5, "most": 100 | 9 9 | 3 3 6 6 | 4 4 17 17 17 9, 3 4 -0.5 -0.5 -0.5 0
-dilate grows                  | block | dilate       | "amount": 1 | 9 9 | 1 1 8 8 | 2 2 1, 6 6 1, 1 4 0, 7 4 0
-dilate by a half              | block | dilate       | "amount": 0.5 | 9 9 | 1 1 8 8 | 2 4 0.5, 3 4 1, 1 4 0
+dilate grows                  | block | dilate       | "amount": 1, "channels": "rgba" | 9 9 | 1 1 8 8 | 2 2 1, 6 6 1, 1 4 0, 7 4 0
+dilate by a half              | block | dilate       | "amount": 0.5, "channels": "rgba" | 9 9 | 1 1 8 8 | 2 4 0.5, 3 4 1, 1 4 0
 dilate shrinks                | block | dilate       | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 1, 3 4 0, 5 5 0
-filter_erode grows            | block | filter_erode | "amount": 1 | 9 9 | 1 1 8 8 | 2 2 1, 4 4 1, 1 4 0
+filter_erode grows            | block | filter_erode | "amount": 1, "channels": "rgba" | 9 9 | 1 1 8 8 | 2 2 1, 4 4 1, 1 4 0
 filter_erode shrinks          | block | filter_erode | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 1, 3 4 0
-erode grows                   | block | erode        | "amount": 1 | 9 9 | 1 1 8 8 | 4 4 1, 3 4 1, 0 4 0
+erode grows                   | block | erode        | "amount": 1, "channels": "rgba" | 9 9 | 1 1 8 8 | 4 4 1, 3 4 1, 0 4 0
 erode of nothing              | block | erode        | "amount": 0 | 9 9 | 3 3 6 6 | 3 3 1
 edge_blur without an edge     | block | edge_blur    | "size": 3, "kernel": "box" | 9 9 | 3 3 6 6 | 3 3 1, 4 4 1
 edge_blur of a point          | point | edge_blur    | "size": 3, "kernel": "box" | 9 9 | 3 3 6 6 | 4 4 1, 3 3 1
 disc of nothing               | block | disc_blur    | "radius": 0.25 | 9 9 | 3 3 6 6 | 3 3 1
+keyed, dilated                | keyed | dilate       | "amount": 1 | 9 9 | 1 1 8 8 | 4 4 0.25 0.5 1 1, 3 3 0.25 0.5 1 1, 2 2 0 0 0 1
+keyed, shrunk                 | keyed | dilate       | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 0.125 0.25 0.5 0.5, 3 3 0 0 0 0
+keyed, eroded by a kernel     | keyed | filter_erode | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 0.125 0.25 0.5 0.5, 3 3 0 0 0 0
+colour alone                  | keyed | dilate       | "amount": 1, "channels": "rgb" | 9 9 | 1 1 8 8 | 4 4 0.25 0.5 1 0.5, 2 2 0.25 0.5 1 0
+alpha alone of a blur         | keyed | blur         | "size": 3, "kernel": "box", "channels": "alpha", "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 0.23611111 0.47222222 0.94444444 0.94444444
+colour alone of a blur        | keyed | blur         | "size": 3, "kernel": "box", "channels": "rgb", "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 0.23611111 0.47222222 0.94444444 0.5
+depth has no matte            | depth | dilate       | "amount": -1, "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 2 2 2 1, 3 3 2 2 2 1
 disc inside a block           | block | disc_blur    | "radius": 1, "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 1, 3 3 1
 )";
 
@@ -61,7 +68,11 @@ TEST(FilterNodes, DrawWhatTheFormulasSay) {
   write_spot("point.exr", none, grey(9));
   write_spot("block.exr", one, one);
   write_spot("dim.exr", {0.25F, 0.25F, 0.25F, 0.5F}, {0.25F, 0.25F, 0.25F, 0.5F});
-  EXPECT_EQ(scene::check_placed_cases(placed, 9, 9), 19);
+  write_spot("keyed.exr", {0.25F, 0.5F, 1, 1}, {0.125F, 0.25F, 0.5F, 0.5F});
+  scene::Plate depth{3, 3, {"Z"}, std::vector<float>(9, 3), 3, 3, 9, 9};
+  depth.pixels[4] = 2;
+  scene::write_plate(scene::folder() / "depth.exr", depth);
+  EXPECT_EQ(scene::check_placed_cases(placed, 9, 9), 26);
 }
 
 double sum_of(const host::render::HostImage& image) {
