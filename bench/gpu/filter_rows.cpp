@@ -4,6 +4,7 @@
 #include "bench/gpu/rows.h"
 #include "tests/support/filter_rig.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace bench {

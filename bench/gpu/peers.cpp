@@ -2,6 +2,7 @@
 
 #include "bench/report.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>

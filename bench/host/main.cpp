@@ -3,6 +3,7 @@
 #include "bench/report.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

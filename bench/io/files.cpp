@@ -1,6 +1,7 @@
 #include "bench/io/benches.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <random>
 #include <stdexcept>

@@ -3,6 +3,7 @@
 #include "bench/io/benches.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 

@@ -3,6 +3,7 @@
 #include "bench/nodes/topics.h"
 #include "tests/support/allocations.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 // Hills behind a lake at dusk, in linear light: the sun is brighter than 1.
 namespace plates {

@@ -1,6 +1,8 @@
 #include "examples/generator/picture.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>

@@ -10,10 +10,12 @@
 
 #include <charconv>
 #include <cmath>
+#include <exception>
 #include <iostream>
 #include <map>
 #include <new>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>

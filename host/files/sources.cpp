@@ -6,6 +6,7 @@
 #include "host/files/read_layers.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <map>
 #include <stdexcept>
 #include <utility>

@@ -1,6 +1,7 @@
 #include "host/frame/frame_graph.h"
 
 #include <algorithm>
+#include <exception>
 #include <map>
 #include <utility>
 

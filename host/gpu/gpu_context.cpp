@@ -7,6 +7,7 @@
 #include <array>
 #include <charconv>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 

@@ -6,6 +6,7 @@
 #include "host/node/pending_transform.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace host::render {

@@ -1,6 +1,7 @@
 #include "host/render/upcoming.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace host::render {

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <system_error>
 #include <unordered_set>
 
 namespace host::shot {

@@ -7,6 +7,9 @@
 #include <qv/io/reader.h>
 
 #include <chrono>
+#include <exception>
+#include <utility>
+#include <vector>
 
 namespace qv::io {
 

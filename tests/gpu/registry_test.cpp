@@ -3,6 +3,7 @@
 
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <limits>
 #include <map>
 #include <optional>
 #include <random>

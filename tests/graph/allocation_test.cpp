@@ -2,6 +2,7 @@
 #include "tests/support/allocations.h"
 
 #include <functional>
+#include <tuple>
 
 namespace qv::graph {
 namespace {

@@ -2,6 +2,7 @@
 
 #include <qv/graph/result_cache.h>
 
+#include <array>
 #include <map>
 #include <set>
 

@@ -2,7 +2,9 @@
 #include <qv/graph/walk.h>
 
 #include <functional>
+#include <limits>
 #include <random>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 #include <pthread.h>

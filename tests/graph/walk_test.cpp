@@ -1,6 +1,10 @@
 #include <qv/graph/walk.h>
 
+#include <algorithm>
 #include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
 #include <qv/io/half.h>
 #include <qv/io/half_paths.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>

@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -4,9 +4,11 @@
 #include <atomic>
 #include <cmath>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <random>
 #include <set>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -11,6 +11,7 @@
 #include <numeric>
 #include <random>
 #include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 

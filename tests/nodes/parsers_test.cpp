@@ -2,6 +2,7 @@
 #include "tests/nodes/text_properties.h"
 
 #include <random>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

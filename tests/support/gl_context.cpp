@@ -1,5 +1,7 @@
 #include "tests/support/gl_context.h"
 
+#include <type_traits>
+
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <dlfcn.h>

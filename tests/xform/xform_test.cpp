@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <exception>
 #include <limits>
 #include <random>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 

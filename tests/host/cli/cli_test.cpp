@@ -4,6 +4,7 @@
 #include "host/shot/schema.h"
 #include "tests/host/cli/process.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <set>

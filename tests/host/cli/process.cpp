@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
+#include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>

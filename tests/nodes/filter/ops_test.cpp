@@ -3,9 +3,11 @@
 #include "tests/nodes/filter/programs.h"
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
+#include <sstream>
 
 #include <gtest/gtest.h>
 

@@ -6,6 +6,7 @@
 #include "tests/support/fake_egl/fake_egl.h"
 
 #include <array>
+#include <limits>
 
 #include <gtest/gtest.h>
 

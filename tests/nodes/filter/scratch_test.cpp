@@ -4,6 +4,7 @@
 #include "tests/nodes/filter/programs.h"
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <algorithm>
 #include <array>
 #include <random>
 

@@ -1,6 +1,7 @@
 #include "tests/support/fake_egl/driver.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
