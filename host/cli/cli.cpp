@@ -4,6 +4,8 @@
 
 #include "host/base/suggest.h"
 #include "host/cli/commands.h"
+#include "host/cli/printable.h"
+#include "host/frame/targets.h"
 #include "host/gpu/shader_library.h"
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
@@ -19,6 +21,7 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <unistd.h>
 
 namespace host::cli {
 namespace {
@@ -26,10 +29,10 @@ namespace {
 constexpr const char* exit_codes =
     "Exit codes:\n"
     "  0    every frame stands: written, or there already with --skip-existing\n"
-    "  1    some frames failed, or --dry-run and info found that they would\n"
+    "  1    some frames failed or were seen to fail beforehand, or results could not be printed\n"
     "  2    wrong usage, or a composition with errors\n"
     "  3    no frame to render\n"
-    "  4    an image is larger than the memory limit\n"
+    "  4    out of memory, or an image is larger than --memory\n"
     "  5    no usable OpenGL\n"
     "  130  interrupted; files are whole or not there\n";
 
@@ -161,7 +164,8 @@ struct CommandLine {
               options.memory = parse_bytes(given.at(0));
               return true;
             },
-            "Memory for images, such as 512M or 4G (default 2G)")
+            "Memory for images kept on the device, such as 512M or 4G (default 2G); beside it stand what "
+            "one node works on and what is being decoded and encoded")
         ->type_name("BYTES");
     command.add_option("--gpu", render.gpu, "Device: auto (the default), software, or its number")
         ->type_name("DEVICE");
@@ -234,24 +238,38 @@ std::string parse_error_text(const CommandLine& line, const CLI::ParseError& err
   return std::string(error.what()) + "; see --help";
 }
 
+int parse_and_run(int argc, char** argv) {
+  CommandLine line;
+  try {
+    line.app.parse(argc, argv);
+    return dispatch(line);
+  } catch (const CLI::Success& help) {
+    return line.app.exit(help);
+  } catch (const CLI::ParseError& error) {
+    return complain(parse_error_text(line, error), exit_usage);
+  }
+}
+
+// Results that did not arrive were not printed, whatever was done for them.
+int check_results(int code) {
+  if (std::cout.flush() || code != exit_done) return code;
+  return complain("standard output cannot be written to", exit_some_failed);
+}
+
 }  // namespace
 
 int run(int argc, char** argv) {
+  const TerminalGuard out(std::cout, STDOUT_FILENO);
+  const TerminalGuard err(std::cerr, STDERR_FILENO);
   try {
-    CommandLine line;
-    try {
-      line.app.parse(argc, argv);
-      return dispatch(line);
-    } catch (const CLI::Success& help) {
-      return line.app.exit(help);
-    } catch (const CLI::ParseError& error) {
-      return complain(parse_error_text(line, error), exit_usage);
-    }
+    return check_results(parse_and_run(argc, argv));
   } catch (const shot::CompositionError& error) {
     std::cerr << error.what() << '\n';
     return exit_usage;
   } catch (const shot::FramesError& error) {
     return complain(std::string("--frames: ") + error.what(), exit_usage);
+  } catch (const frame::TargetError& error) {
+    return complain(error.what(), exit_usage);
   } catch (const std::invalid_argument& error) {
     return complain(error.what(), exit_usage);
   } catch (const UsageError& error) {
@@ -262,6 +280,10 @@ int run(int argc, char** argv) {
     return complain(error.what(), exit_no_gl);
   } catch (const std::bad_alloc&) {
     return complain("out of memory", exit_memory);
+  } catch (const std::system_error& error) {
+    const bool threads = error.code() == std::errc::resource_unavailable_try_again;
+    return threads ? complain("out of memory or threads (see ulimit -v and -u)", exit_memory)
+                   : complain(error.what(), exit_some_failed);
   } catch (const std::exception& error) {
     return complain(error.what(), exit_some_failed);
   }

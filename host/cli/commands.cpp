@@ -7,18 +7,18 @@
 #include "host/cli/interrupt.h"
 #include "host/cli/stats_text.h"
 #include "host/files/atomic_file.h"
-#include "host/files/encode.h"
 #include "host/files/library_threads.h"
-#include "host/files/pattern.h"
+#include "host/files/path.h"
 #include "host/frame/plan.h"
-#include "host/frame/project.h"
 #include "host/nodes/catalogue.h"
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
 #include "host/shot/schema.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -43,48 +43,12 @@ std::vector<int64_t> frames_to_render(const shot::Composition& composition, cons
   return shot::parse_frames(shot::frames_text(composition.frames) + "," + asked);
 }
 
-// An output path must be good for every frame before the first one is drawn.
-void check_output_option(const shot::Composition& composition, const RenderCommand& command) {
-  const std::string& path = command.options.output;
-  if (path.empty()) return;
-  if (composition.outputs.size() != 1) {
-    throw UsageError("--output: " + composition.file + " has " + std::to_string(composition.outputs.size()) +
-                     " outputs; name one of them in the composition's \"output\"");
-  }
-  if (command.options.frames.size() > 1 && !files::has_frame(path)) {
-    throw UsageError("--output: " + path + ": expected #### or %04d where the frame number is to stand");
-  }
-  if (const std::string reason = files::unsupported_reason(path); !reason.empty()) {
-    throw UsageError("--output: " + path + ": " + reason);
-  }
-}
-
-// A composition that writes nothing, or to a file type that nobody knows, is wrong for every frame.
-void check_outputs(const shot::Composition& composition, const RenderCommand& command,
-                   const node::Project& project) {
-  check_output_option(composition, command);
-  if (!command.options.output.empty()) return;
-  for (const int output : composition.outputs) {
-    const node::Node& node = composition.nodes[static_cast<size_t>(output)];
-    const std::string place = composition.file + ": node \"" + node.name + "\": ";
-    if (!node.type->writes_files) {
-      throw UsageError(place + "it writes no file; give --output or add a node of type \"write\"");
-    }
-    const auto file = node.type->operation->output(node.call_at(command.options.frames[0], project));
-    if (!file) continue;
-    if (const std::string reason = files::unsupported_reason(file->path); !reason.empty()) {
-      throw UsageError(
-          std::string(place).append("knob \"file\": ").append(file->path).append(": ").append(reason));
-    }
-  }
-}
-
 // What earlier runs left half written where this one will write.
-void tidy_folders(const frame::Planner& planner, const std::vector<int64_t>& frames) {
+void tidy_folders(const frame::Targets& targets, const std::vector<int64_t>& frames) {
   std::set<std::filesystem::path> folders;
   for (const int64_t frame : frames) {
-    for (const frame::PlannedFile& file : planner.writes(frame)) {
-      folders.insert(std::filesystem::path(file.path).parent_path());
+    for (const frame::Target& target : targets.at(frame)) {
+      folders.insert(files::followed(target.file.path).parent_path());
     }
   }
   for (const auto& folder : folders) files::remove_leftovers(folder);
@@ -114,14 +78,50 @@ void hold_threads(int threads) {
   setenv("LP_NUM_THREADS", std::to_string(threads).c_str(), 0);
 }
 
-int dry_run(frame::Planner& planner, const std::vector<int64_t>& frames, frame::Existing existing) {
-  bool complete = true;
-  for (const int64_t frame : frames) {
-    const frame::FramePlan plan = planner.frame(frame);
-    std::cout << cli::plan_text(plan, existing);
-    complete = complete && frame::can_render(plan, existing);
+bool writes_everything(const shot::Composition& composition) {
+  return std::all_of(composition.outputs.begin(), composition.outputs.end(), [&](int output) {
+    return composition.nodes[static_cast<size_t>(output)].type->writes_files;
+  });
+}
+
+int dry_run(frame::Planner& planner, const std::vector<int64_t>& frames) {
+  std::string text;  // kept until it is known that nothing is written over an input
+  const auto add = [&text](const frame::FramePlan& plan) { text += plan_text(plan); };
+  const frame::Outlook outlook = planner.look_ahead(frames, add);
+  std::cout << text;
+  return outlook.failing == 0 ? exit_done : exit_some_failed;
+}
+
+// Nothing is drawn when frames are known to fail, unless the others are wanted all the same.
+int refuse(const frame::Outlook& outlook, size_t frames) {
+  std::cerr << problems_text(outlook.problems);
+  std::cerr << "quorvel: " << outlook.failing << " of " << frames
+            << " frames cannot be rendered; nothing was drawn (--keep-going renders the others)\n";
+  return exit_some_failed;
+}
+
+// A device that is opened once somebody needs it.
+class Device {
+ public:
+  explicit Device(const gpu::DeviceChoice& choice) : choice_(choice) {}
+
+  gpu::GpuContext& context() {
+    if (!context_) context_.emplace(gpu::GpuContext::open(choice_));
+    return *context_;
   }
-  return complete ? exit_done : exit_some_failed;
+
+ private:
+  gpu::DeviceChoice choice_;
+  std::optional<gpu::GpuContext> context_;
+};
+
+// For a composition that may be rendered elsewhere: what this machine's device takes, if it has one.
+int side_of_any_device() {
+  try {
+    return gpu::GpuContext::open({}).max_texture_size();
+  } catch (const gpu::NoGpu&) {
+    return 0;
+  }
 }
 
 void report_stats(const std::string& where, const render::Stats& stats) {
@@ -146,16 +146,21 @@ int render_frames(const RenderCommand& given) {
     std::cerr << "quorvel: --frames: " << command.frames << " leaves no frame to render\n";
     return exit_nothing;
   }
-  frame::Planner planner(composition, command.options.scale, command.options.output);
-  check_outputs(composition, command, planner.project());
-  if (command.dry_run) return dry_run(planner, frames, command.options.existing);
+  render::RenderOptions& options = command.options;
+  Device opened(device);
+  frame::Planner planner(composition, {options.scale, options.output, options.existing,
+                                       [&opened] { return opened.context().max_texture_size(); }});
+  planner.targets().check(frames);
+  if (command.dry_run) return dry_run(planner, frames);
 
-  hold_threads(command.options.threads);
+  hold_threads(options.threads);
+  const frame::Outlook outlook = planner.look_ahead(frames, {});
+  if (outlook.failing > 0 && !options.keep_going) return refuse(outlook, frames.size());
+  options.stale = outlook.stale;
   const InterruptFlag interrupt;
-  command.options.stop = &interrupt.raised();
-  tidy_folders(planner, frames);
-  gpu::GpuContext context = gpu::GpuContext::open(device);
-  render::Renderer renderer(composition, command.options, context);
+  options.stop = &interrupt.raised();
+  tidy_folders(planner.targets(), frames);
+  render::Renderer renderer(composition, options, opened.context());
   const bool events = command.progress == cli::ProgressStyle::jsonl;
   const auto progress =
       cli::make_progress(command.progress, events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
@@ -170,10 +175,20 @@ int print_info(const InfoCommand& command) {
     std::cout << cli::graphviz(composition);
     return exit_done;
   }
-  frame::Planner planner(composition, command.scale, "");
-  const std::vector<std::string> missing = cli::missing_files(planner, composition.frames);
-  std::cout << cli::info_text(composition, planner, missing);
-  return missing.empty() ? exit_done : exit_some_failed;
+  // Files that stand are no fault of a composition.
+  frame::Planner planner(composition, {1, "", frame::Existing::overwrite, side_of_any_device});
+  int code = exit_done;
+  std::vector<std::string> problems;
+  try {
+    if (writes_everything(composition)) planner.targets().check(composition.frames);
+    problems = planner.look_ahead(composition.frames, {}).problems;
+    if (!problems.empty()) code = exit_some_failed;
+  } catch (const frame::TargetError& error) {
+    problems = {error.what()};
+    code = exit_usage;
+  }
+  std::cout << info_text(composition, planner, problems);
+  return code;
 }
 
 int print_nodes(const NodesCommand& command) {

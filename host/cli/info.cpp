@@ -9,7 +9,7 @@
 namespace host::cli {
 namespace {
 
-constexpr size_t most_missing = 20;
+constexpr size_t most_problems = 20;
 constexpr size_t most_lines = 20;
 
 std::string size_text(int64_t width, int64_t height) {
@@ -69,6 +69,22 @@ std::optional<std::vector<Extent>> extents_of(const shot::Composition& compositi
   }
 }
 
+// Where the first frame goes; an output that cannot say so is a problem told below.
+std::string writes_text(const shot::Composition& composition, const frame::Planner& planner) {
+  std::string text;
+  const int64_t frame = composition.frames.front();
+  try {
+    for (const frame::Target& target : planner.targets().at(frame)) {
+      text += "  writes   " + target.file.path + " (node \"" +
+              composition.nodes[static_cast<size_t>(target.node)].name + "\", frame " +
+              std::to_string(frame) + ")\n";
+    }
+  } catch (const frame::FrameError&) {
+    text += "  writes   ?\n";
+  }
+  return text;
+}
+
 std::string quoted_label(const std::string& text) {
   std::string label = "\"";
   for (const char c : text) {
@@ -89,47 +105,31 @@ std::string listed(const char* title, const std::vector<std::string>& results) {
 
 }  // namespace
 
-std::string plan_text(const frame::FramePlan& plan, frame::Existing existing) {
+std::string plan_text(const frame::FramePlan& plan) {
   std::string text = "frame " + std::to_string(plan.frame) + "\n";
   text += listed("computes ", plan.computes);
   if (!plan.reuses.empty()) text += listed("reuses   ", plan.reuses);
   for (const frame::PlannedFile& file : plan.reads) {
     text += file.error.empty() ? "  reads    " + file.path + "\n" : "  MISSING  " + file.error + "\n";
   }
-  constexpr const char* when_there[] = {" (replaces it)", " (left as it is)",
-                                        " (IN THE WAY: it exists already)"};
   for (const frame::PlannedFile& file : plan.writes) {
     text += "  writes   " + file.path;
-    text += file.exists ? when_there[static_cast<size_t>(existing)] : "";
+    if (file.exists && file.error.empty()) text += plan.skipped ? " (left as it is)" : " (replaces it)";
     text += "\n";
+    if (!file.error.empty()) text += "  FAILS    " + file.error + "\n";
   }
   if (!plan.error.empty()) text += "  FAILS    " + plan.error + "\n";
   return text;
 }
 
-std::vector<std::string> missing_files(frame::Planner& planner, const std::vector<int64_t>& frames) {
-  std::vector<std::string> lines;
-  for (const int64_t frame : frames) {
-    const frame::FramePlan plan = planner.frame(frame);
-    for (const frame::PlannedFile& file : plan.reads) {
-      if (!file.error.empty()) lines.push_back(file.error);
-    }
-    if (!plan.error.empty()) lines.push_back(plan.error);
-  }
-  return lines;
-}
-
 std::string info_text(const shot::Composition& composition, const frame::Planner& planner,
-                      const std::vector<std::string>& missing) {
+                      const std::vector<std::string>& problems) {
   const Format& format = planner.project().format;
   std::string text = composition.file + "\n";
   text += "  format   " + size_text(format.width, format.height);
   if (format.pixel_aspect != 1) text += ", pixel aspect " + std::to_string(format.pixel_aspect);
   text += "\n  frames   " + shot::frames_text(composition.frames) + "\n";
-  for (const frame::PlannedFile& file : planner.writes(composition.frames.front())) {
-    text += "  writes   " + file.path + " (node \"" + file.node + "\", frame " + std::to_string(file.frame) +
-            ")\n";
-  }
+  text += writes_text(composition, planner);
   text += "\n";
   const auto extents = extents_of(composition, planner);
   std::vector<Row> rows = {{"node", "type", "pixels", "inputs"}};
@@ -139,10 +139,15 @@ std::string info_text(const shot::Composition& composition, const frame::Planner
                     inputs_text(composition, node)});
   }
   text += table(rows);
-  if (missing.empty()) return text + "\nno file is missing\n";
-  text += "\n" + std::to_string(missing.size()) + " missing:\n";
-  for (size_t i = 0; i < std::min(missing.size(), most_missing); ++i) text += "  " + missing[i] + "\n";
-  if (missing.size() > most_missing) text += "  and so on\n";
+  if (problems.empty()) return text + "\nno problem found\n";
+  return text + "\n" + std::to_string(problems.size()) +
+         (problems.size() == 1 ? " problem:\n" : " problems:\n") + problems_text(problems);
+}
+
+std::string problems_text(const std::vector<std::string>& problems) {
+  std::string text;
+  for (size_t i = 0; i < std::min(problems.size(), most_problems); ++i) text += "  " + problems[i] + "\n";
+  if (problems.size() > most_problems) text += "  and so on\n";
   return text;
 }
 

@@ -1,6 +1,7 @@
 #include "host/cli/progress.h"
 
 #include "host/base/stopwatch.h"
+#include "host/cli/printable.h"
 #include "host/cli/stats_text.h"
 
 #include <algorithm>
@@ -40,11 +41,17 @@ std::string frame_text(const render::FrameReport& report) {
          " computed, " + std::to_string(report.cached) + " reused)\n";
 }
 
-std::string end_text(int64_t frames, const render::Stats& stats) {
-  std::string text = std::to_string(stats.frames) + " of " + std::to_string(frames) + " frames written in " +
-                     seconds_text(stats.wall_ms / 1000);
+std::string end_text(render::Outcome outcome, int64_t frames, const render::Stats& stats) {
+  std::string text = outcome == render::Outcome::interrupted ? "interrupted: " : "";
+  text += std::to_string(stats.frames) + " of " + std::to_string(frames) + " frames written in " +
+          seconds_text(stats.wall_ms / 1000);
   if (stats.failed > 0) text += ", " + std::to_string(stats.failed) + " failed";
   return text + "\n";
+}
+
+const char* outcome_name(render::Outcome outcome) {
+  constexpr const char* names[] = {"done", "failed", "nothing", "memory", "interrupted"};
+  return names[static_cast<size_t>(outcome)];
 }
 
 class Silent final : public render::Progress {
@@ -56,7 +63,9 @@ class Silent final : public render::Progress {
   void frame(const render::FrameReport& report) override {
     if (!report.error.empty()) out_ << frame_text(report) << std::flush;
   }
-  void end(const render::Stats& /*stats*/) override {}
+  void end(render::Outcome outcome, const render::Stats& /*stats*/) override {
+    if (outcome == render::Outcome::interrupted) out_ << "interrupted\n" << std::flush;
+  }
 
  private:
   std::ostream& out_;
@@ -75,8 +84,8 @@ class Lines final : public render::Progress {
   void frame(const render::FrameReport& report) override {
     out_ << frame_text(report) << std::flush;
   }
-  void end(const render::Stats& stats) override {
-    out_ << end_text(frames_, stats) << std::flush;
+  void end(render::Outcome outcome, const render::Stats& stats) override {
+    out_ << end_text(outcome, frames_, stats) << std::flush;
   }
 
  private:
@@ -95,18 +104,23 @@ class Bar final : public render::Progress {
     draw();
   }
   void notice(const std::string& text) override {
-    out_ << clear_line << text << '\n';
+    control_ << clear_line;
+    out_ << text << '\n';
     draw();
   }
   void frame(const render::FrameReport& report) override {
     ++finished_;
     // Frames that were there already say nothing of how long the others take.
     if (!report.skipped) ++rendered_;
-    if (!report.error.empty()) out_ << clear_line << frame_text(report);
+    if (!report.error.empty()) {
+      control_ << clear_line;
+      out_ << frame_text(report);
+    }
     draw();
   }
-  void end(const render::Stats& stats) override {
-    out_ << clear_line << end_text(frames_, stats) << std::flush;
+  void end(render::Outcome outcome, const render::Stats& stats) override {
+    control_ << clear_line;
+    out_ << end_text(outcome, frames_, stats) << std::flush;
   }
 
  private:
@@ -115,7 +129,8 @@ class Bar final : public render::Progress {
 
   void draw() {
     const int64_t filled = frames_ > 0 ? width * finished_ / frames_ : 0;
-    out_ << clear_line << '[' << std::string(static_cast<size_t>(filled), '=')
+    control_ << clear_line;
+    out_ << '[' << std::string(static_cast<size_t>(filled), '=')
          << std::string(static_cast<size_t>(width - filled), ' ') << "] " << finished_ << '/' << frames_;
     if (rendered_ > 0) {
       const double each = watch_.elapsed_ms() / 1000 / static_cast<double>(rendered_);
@@ -126,6 +141,7 @@ class Bar final : public render::Progress {
   }
 
   std::ostream& out_;
+  std::ostream control_{bare_buffer(out_)};  // past what escapes control bytes
   int64_t frames_ = 0;
   int64_t finished_ = 0;
   int64_t rendered_ = 0;
@@ -155,8 +171,10 @@ class Events final : public render::Progress {
     if (!report.error.empty()) event["error"] = report.error;
     print(event);
   }
-  void end(const render::Stats& stats) override {
-    print({{"event", "end"}, {"stats", nlohmann::ordered_json::parse(stats_json(stats))}});
+  void end(render::Outcome outcome, const render::Stats& stats) override {
+    print({{"event", "end"},
+           {"outcome", outcome_name(outcome)},
+           {"stats", nlohmann::ordered_json::parse(stats_json(stats))}});
   }
 
  private:

@@ -1,5 +1,7 @@
 #include "host/files/atomic_file.h"
 
+#include "host/files/path.h"
+
 #include <cerrno>
 #include <charconv>
 #include <csignal>
@@ -124,8 +126,9 @@ bool is_alive(pid_t process) {
 
 }  // namespace
 
-void write_whole(const fs::path& path, std::span<const unsigned char> content) {
-  if (is_stream(path)) return write_to_stream(path, content);
+void write_whole(const fs::path& name, std::span<const unsigned char> content) {
+  if (is_stream(name)) return write_to_stream(name, content);
+  const fs::path path = followed(name);
   const fs::path folder = path.parent_path();
   std::error_code error;
   if (!folder.empty()) fs::create_directories(folder, error);

@@ -1,5 +1,7 @@
 #include "host/files/encode.h"
 
+#include "host/files/made.h"
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -137,7 +139,7 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   spec.full_width = as_int(format.width);
   spec.full_height = as_int(format.height);
   spec.attribute("PixelAspectRatio", static_cast<float>(format.pixel_aspect));
-  spec.attribute("Software", "quorvel");
+  spec.attribute("Software", software_text(job.file.scale));
   // The writer would put the time of day here, and the same image would be another file each time.
   spec.attribute("DateTime", "");
   if (!job.file.compression.empty()) spec.attribute("compression", job.file.compression);

@@ -21,6 +21,7 @@ struct OutputFile {
   Color color = Color::automatic;  // how colour is encoded; automatic: sRGB in PNG, else linear
   bool alpha = true;               // write alpha; otherwise RGB alone
   bool overscan = false;           // keep pixels outside the format, where the file type can
+  double scale = 1;                // --proxy, which the file says of itself
 };
 
 // One image to be encoded. Takes shared ownership of the pixels: premultiplied RGBA float, rows top

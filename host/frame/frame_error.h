@@ -20,6 +20,9 @@ class MemoryLimit : public FrameError {
   using FrameError::FrameError;
 };
 
+// The run was told to stop while this frame was drawn: it is nobody's fault and leaves nothing behind.
+struct Interrupted {};
+
 // `shot.json: node "soft": frame 12: `, the front of every such text.
 std::string frame_place(const shot::Composition& composition, int node, int64_t frame);
 

@@ -1,7 +1,7 @@
 #include "host/frame/plan.h"
 
-#include "host/files/atomic_file.h"
-#include "host/files/pattern.h"
+#include "host/files/path.h"
+#include "host/frame/obstacles.h"
 #include "host/frame/project.h"
 
 #include <algorithm>
@@ -10,76 +10,193 @@
 namespace host::frame {
 namespace {
 
-// Why a source cannot be read, "" when it can.
-std::string read_error(files::Headers& headers, const files::Source& source) {
-  const files::Header& header = headers.get(source.path);
-  if (!header.error.empty()) return header.error;
-  if (header.find(source.layer)) return "";
-  return source.path + ": has no layer \"" + source.layer + "\"";
+constexpr int64_t every_device_takes = 16384;  // pixels a side of a texture, by the GL standard
+
+std::string too_large_text(const Box& window) {
+  return "an image of " + std::to_string(box_width(window)) + " x " + std::to_string(box_height(window)) +
+         " pixels is larger than the device's textures";
+}
+
+std::vector<bool> upstream_of_outputs(const shot::Composition& composition) {
+  std::vector<bool> wanted(composition.nodes.size());
+  for (const int output : composition.outputs) wanted[static_cast<size_t>(output)] = true;
+  for (size_t at = wanted.size(); at-- > 0;) {
+    if (!wanted[at]) continue;
+    for (const int input : composition.nodes[at].inputs) {
+      if (input >= 0) wanted[static_cast<size_t>(input)] = true;
+    }
+  }
+  return wanted;
+}
+
+void add_problem(const std::string& text, std::vector<std::string>& problems) {
+  if (!text.empty()) problems.push_back(text);
 }
 
 }  // namespace
 
-Planner::Planner(const shot::Composition& composition, double scale, std::string output)
+Planner::Planner(const shot::Composition& composition, PlanOptions options)
     : composition_(composition),
-      output_(std::move(output)),
-      project_(make_project(composition, scale, headers_)),
-      keys_(composition, project_) {}
+      options_(std::move(options)),
+      project_(make_project(composition, options_.scale, headers_)),
+      targets_(composition, project_, options_.output),
+      keys_(composition, project_),
+      upstream_(upstream_of_outputs(composition)) {}
 
-PlannedFile Planner::planned_read(const node::Node& node, const Instance& instance,
-                                  const files::Source& source) {
+bool Planner::too_large(const Box& window) const {
+  const int64_t side = std::max(box_width(window), box_height(window));
+  if (side <= every_device_takes) return false;
+  return side > (options_.largest_side ? options_.largest_side() : every_device_takes);
+}
+
+// Why a source cannot be read, "" when it can.
+std::string Planner::read_error(const files::Source& source) {
+  const files::Header& header = headers_.get(source.path);
+  if (!header.error.empty()) return header.error;
+  const files::Layer* const layer = header.find(source.layer);
+  if (!layer) return source.path + ": has no layer \"" + source.layer + "\"";
+  return too_large(layer->extent.window) ? source.path + ": " + too_large_text(layer->extent.window) : "";
+}
+
+PlannedFile Planner::planned_read(const Instance& instance, const files::Source& source) {
   PlannedFile file;
-  file.node = node.name;
+  file.node = composition_.nodes[static_cast<size_t>(instance.node)].name;
   file.frame = instance.frame;
   file.path = source.path;
-  const std::string error = read_error(headers_, source);
+  const std::string error = read_error(source);
   if (!error.empty()) file.error = frame_place(composition_, instance.node, instance.frame) + error;
+  inputs_.try_emplace(files::followed(source.path), file.node);
   return file;
+}
+
+void Planner::plan_results(const KeyedFrame& keyed, FramePlan& plan) {
+  const std::vector<Instance>& instances = keyed.graph.instances;
+  for (size_t i = 0; i < instances.size(); ++i) {
+    const node::Node& node = composition_.nodes[static_cast<size_t>(instances[i].node)];
+    const std::string result = node.name + " @ " + std::to_string(instances[i].frame);
+    if (!made_.insert(keyed.keys[i]).second) {
+      plan.reuses.push_back(result);
+      plan.fails = plan.fails || unreadable_.count(keyed.keys[i]) > 0;
+      continue;
+    }
+    plan.computes.push_back(result);
+    const auto source = node.type->operation->source(node.call_at(instances[i].frame, project_));
+    if (!source) continue;
+    plan.reads.push_back(planned_read(instances[i], *source));
+    if (plan.reads.back().error.empty()) continue;
+    plan.fails = true;
+    unreadable_.insert(keyed.keys[i]);
+  }
+}
+
+// Of the graph's outputs. Throws FrameError, for an image that no texture holds as well.
+std::vector<Extent> Planner::output_extents(const FrameGraph& graph) const {
+  const std::vector<Extent> all = instance_extents(composition_, graph, project_);
+  for (size_t i = 0; i < all.size(); ++i) {
+    const Instance& instance = graph.instances[i];
+    // A pending transform may reach far beyond what will be drawn of it.
+    if (composition_.nodes[static_cast<size_t>(instance.node)].type->takes_pending) continue;
+    if (!too_large(all[i].window)) continue;
+    throw FrameError(frame_place(composition_, instance.node, instance.frame) +
+                     too_large_text(all[i].window));
+  }
+  std::vector<Extent> extents;
+  for (const int output : graph.outputs) extents.push_back(all[static_cast<size_t>(output)]);
+  return extents;
 }
 
 FramePlan Planner::frame(int64_t frame) {
   FramePlan plan;
   plan.frame = frame;
-  plan.writes = writes(frame);
+  std::vector<Extent> extents;  // of the outputs; windows need every header of the frame
   try {
     const KeyedFrame keyed = keys_.frame(composition_.outputs, frame);
-    const std::vector<Instance>& instances = keyed.graph.instances;
-    for (size_t i = 0; i < instances.size(); ++i) {
-      const node::Node& node = composition_.nodes[static_cast<size_t>(instances[i].node)];
-      const std::string result = node.name + " @ " + std::to_string(instances[i].frame);
-      if (!made_.insert(keyed.keys[i]).second) {
-        plan.reuses.push_back(result);
-        continue;
-      }
-      plan.computes.push_back(result);
-      const auto source = node.type->operation->source(node.call_at(instances[i].frame, project_));
-      if (source) plan.reads.push_back(planned_read(node, instances[i], *source));
-    }
-    const bool complete = std::all_of(plan.reads.begin(), plan.reads.end(),
-                                      [](const PlannedFile& file) { return file.error.empty(); });
-    // Windows need every header, and say what else is wrong with the frame.
-    if (complete) instance_extents(composition_, keyed.graph, project_);
+    plan_results(keyed, plan);
+    if (!plan.fails) extents = output_extents(keyed.graph);
   } catch (const FrameError& error) {
     plan.error = error.what();
+    plan.fails = true;
   }
+  plan_writes(plan, extents);
   return plan;
 }
 
-std::vector<PlannedFile> Planner::writes(int64_t frame) const {
-  std::vector<PlannedFile> files;
-  for (const int output : composition_.outputs) {
-    const node::Node& node = composition_.nodes[static_cast<size_t>(output)];
-    std::string path;
-    try {
-      const auto file = node.type->operation->output(node.call_at(frame, project_));
-      if (file) path = file->path;
-    } catch (const std::exception&) {
-      continue;  // rendering says what is wrong
-    }
-    if (!output_.empty()) path = files::frame_path(output_, frame);
-    if (!path.empty()) files.push_back({node.name, frame, path, "", files::would_replace(path)});
+void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) const {
+  std::vector<Target> targets;
+  try {
+    targets = targets_.at(plan.frame);
+  } catch (const TargetError& error) {
+    plan.error = error.what();
+    plan.fails = true;
+    return;
   }
-  return files;
+  for (const Target& target : targets) {
+    const std::string& name = composition_.nodes[static_cast<size_t>(target.node)].name;
+    plan.writes.push_back({name, plan.frame, target.file.path, "", stands(target.file.path)});
+  }
+  const auto exists = [](const PlannedFile& file) { return file.exists; };
+  plan.skipped = options_.existing == Existing::skip && !plan.writes.empty() &&
+                 std::all_of(plan.writes.begin(), plan.writes.end(), exists);
+  // What is skipped needs nothing that it was made of.
+  if (plan.skipped) plan.fails = false;
+  for (size_t i = 0; i < targets.size(); ++i) {
+    PlannedFile& file = plan.writes[i];
+    std::string reason = obstacle(file.path);
+    if (reason.empty() && file.exists && options_.existing == Existing::refuse)
+      reason = exists_text(file.path);
+    if (reason.empty() && plan.skipped) {
+      reason = stale_reason(file.path, project_.scale, i < extents.size() ? &extents[i].format : nullptr);
+    }
+    if (reason.empty()) continue;
+    file.error = frame_place(composition_, targets[i].node, plan.frame) + reason;
+    plan.fails = true;
+  }
+}
+
+Outlook Planner::look_ahead(const std::vector<int64_t>& frames,
+                            const std::function<void(const FramePlan&)>& each) {
+  Outlook outlook;
+  for (const int64_t frame : frames) {
+    const FramePlan plan = this->frame(frame);
+    if (each) each(plan);
+    if (!plan.fails) continue;
+    ++outlook.failing;
+    for (const PlannedFile& file : plan.writes) {
+      add_problem(file.error, outlook.problems);
+      if (plan.skipped && !file.error.empty()) outlook.stale.emplace(frame, file.error);
+    }
+    if (plan.skipped) continue;
+    for (const PlannedFile& file : plan.reads) add_problem(file.error, outlook.problems);
+    add_problem(plan.error, outlook.problems);
+  }
+  for (const int64_t frame : composition_.frames) note_inputs(frame);
+  refuse_own_inputs(frames);
+  return outlook;
+}
+
+void Planner::note_inputs(int64_t frame) {
+  for (size_t at = 0; at < upstream_.size(); ++at) {
+    const node::Node& node = composition_.nodes[at];
+    if (!upstream_[at]) continue;
+    try {
+      const auto source = node.type->operation->source(node.call_at(frame, project_));
+      if (source) inputs_.try_emplace(files::followed(source->path), node.name);
+    } catch (const std::exception&) {
+      continue;  // a frame that cannot be read has nothing to lose
+    }
+  }
+}
+
+void Planner::refuse_own_inputs(const std::vector<int64_t>& frames) {
+  if (inputs_.empty()) return;
+  for (const int64_t frame : frames) {
+    for (const Target& target : targets_.at(frame)) {
+      const auto input = inputs_.find(files::followed(target.file.path));
+      if (input == inputs_.end()) continue;
+      throw TargetError(targets_.place(target.node) + target.file.path + ": node \"" + input->second +
+                        "\" reads this file");
+    }
+  }
 }
 
 std::vector<Extent> Planner::extents(int64_t frame) const {
@@ -90,15 +207,6 @@ std::vector<Extent> Planner::extents(int64_t frame) const {
     extents[static_cast<size_t>(graph.instances[i].node)] = each[i];
   }
   return extents;
-}
-
-bool can_render(const FramePlan& plan, Existing existing) {
-  const auto unreadable = [](const PlannedFile& file) { return !file.error.empty(); };
-  const auto in_the_way = [existing](const PlannedFile& file) {
-    return existing == Existing::refuse && file.exists;
-  };
-  return plan.error.empty() && std::none_of(plan.reads.begin(), plan.reads.end(), unreadable) &&
-         std::none_of(plan.writes.begin(), plan.writes.end(), in_the_way);
 }
 
 }  // namespace host::frame

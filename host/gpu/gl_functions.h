@@ -35,6 +35,7 @@ namespace host::gpu {
   X(PFNGLDISABLEPROC, Disable)                               \
   X(PFNGLENABLEPROC, Enable)                                 \
   X(PFNGLENDQUERYPROC, EndQuery)                             \
+  X(PFNGLFINISHPROC, Finish)                                 \
   X(PFNGLFRAMEBUFFERTEXTURE2DPROC, FramebufferTexture2D)     \
   X(PFNGLGENBUFFERSPROC, GenBuffers)                         \
   X(PFNGLGENFRAMEBUFFERSPROC, GenFramebuffers)               \

@@ -1,12 +1,14 @@
 #include "host/node/node.h"
 
+#include "host/files/path.h"
+
 #include <filesystem>
 
 namespace host::node {
 
 std::string resolved_path(const Project& project, const std::string& file) {
   if (file.empty()) return file;
-  return (std::filesystem::path(project.folder) / file).lexically_normal().string();
+  return (std::filesystem::path(project.folder) / files::expanded(file)).lexically_normal().string();
 }
 
 std::vector<std::string> Operation::check(const Knobs& /*knobs*/) const {

@@ -29,7 +29,8 @@ struct Project {
   files::Headers* headers = nullptr;
 };
 
-// A file knob's path, made absolute against the project's folder; a frame pattern stays in it.
+// A file knob's path, "~" and $NAME replaced, made absolute against the project's folder; a frame
+// pattern stays in it. Throws std::runtime_error that names a variable that is not set.
 std::string resolved_path(const Project& project, const std::string& file);
 
 // One node at one frame: what every question to an Operation is about. A view.

@@ -66,6 +66,11 @@ void Delivery::end(const FrameReport& drawn) {
   note_time(open);
 }
 
+void Delivery::drop(int64_t frame) {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(open_, [frame](const Open& open) { return open.report.frame == frame; });
+}
+
 void Delivery::written(const files::WriteResult& result) {
   const std::lock_guard lock(mutex_);
   Open& open = find(result.frame);

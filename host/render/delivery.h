@@ -37,6 +37,9 @@ class Delivery {
   // knows of it; files, errors of writing and the time are added here.
   void end(const FrameReport& drawn);
 
+  // Forgets the open frame, of which nothing has been sent.
+  void drop(int64_t frame);
+
   // The reports that are complete, in the order of begin; each once.
   std::vector<FrameReport> take_finished();
 

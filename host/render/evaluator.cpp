@@ -82,14 +82,15 @@ struct Evaluator::Run {
 
 Evaluator::Evaluator(const shot::Composition& composition, const node::Project& project,
                      gpu::TexturePool& pool, node::RenderContext& context, ResultStore& store, Stats& stats,
-                     uint64_t memory, bool time_device)
+                     uint64_t memory, bool time_device, const std::atomic<bool>* stop)
     : composition_(composition),
       project_(project),
       pool_(pool),
       context_(context),
       store_(store),
       stats_(stats),
-      memory_(memory) {
+      memory_(memory),
+      stop_(stop) {
   if (time_device) timer_.emplace();
 }
 
@@ -149,10 +150,11 @@ void Evaluator::compute(Run& run, size_t at) {
     image.coverage = node.type->operation->coverage(call, inputs);
     return image;
   });
+  check_stop();
   ++stats_.computed;
   if (run.keep(key)) store_.put(key, result);
   run.results[at] = std::move(result);
-  note_peak();
+  hold_to_memory();
 }
 
 // Asked for what is computed alone, and for images that are looked at without their pixels.
@@ -203,9 +205,11 @@ const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {
   } else {
     const frame::Instance& instance = run.frame.graph.instances[at];
     make_room(composition_, instance, window);
-    drawn = attempt(composition_, instance, [&] { return node::settle(wanted, context_); });
+    node::Image image = attempt(composition_, instance, [&] { return node::settle(wanted, context_); });
+    check_stop();
+    drawn = std::move(image);
     run.settled.emplace_back(wanted, drawn);
-    note_peak();
+    hold_to_memory();
   }
   const int64_t key = run.frame.keys[at];
   if (store_.contains(key)) store_.put(key, run.results[at]);
@@ -227,9 +231,19 @@ void Evaluator::make_room(const shot::Composition& composition, const frame::Ins
   stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over));
 }
 
-void Evaluator::note_peak() {
+// A filter's scratch textures and those that wait for their next use are worth keeping only while
+// there is room for them.
+void Evaluator::hold_to_memory() {
+  const uint64_t room = memory_ - std::min(memory_, pool_.bytes_in_use());
+  if (qv::nodes::filter::stats().bytes > room) qv::nodes::filter::scratch_trim(room);
+  pool_.trim(room - std::min(room, qv::nodes::filter::stats().bytes));
   const uint64_t bytes = pool_.bytes_in_use() + pool_.bytes_idle() + qv::nodes::filter::stats().bytes;
   stats_.peak_texture_bytes = std::max(stats_.peak_texture_bytes, bytes);
+}
+
+// What was drawn while the flag went up may be half an image, which nobody may see.
+void Evaluator::check_stop() const {
+  if (stop_ && *stop_) throw frame::Interrupted();
 }
 
 }  // namespace host::render

@@ -6,6 +6,7 @@
 #include "host/render/result_store.h"
 #include "host/render/stats.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -20,16 +21,17 @@ class Evaluator {
   // Whether a result is worth keeping for later frames.
   using Keep = std::function<bool(int64_t key)>;
 
-  // memory: bytes that textures may have together; time_device: ask the device for its times.
+  // memory: bytes that textures may have together; time_device: ask the device for its times;
+  // stop: ends an evaluation between two nodes, may be null.
   Evaluator(const shot::Composition& composition, const node::Project& project, gpu::TexturePool& pool,
-            node::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory,
-            bool time_device);
+            node::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory, bool time_device,
+            const std::atomic<bool>* stop);
 
   // How much of an output is wanted: a transform at the end of a graph is drawn no further.
   enum class Part { whole, in_format };
 
   // The outputs' images, settled, in the graph's order; `parts` names one an output. Throws
-  // FrameError, MemoryLimit when one image alone is larger than the memory, and ShaderError.
+  // FrameError, MemoryLimit when one image alone is larger than the memory, ShaderError, Interrupted.
   std::vector<node::Image> evaluate(const frame::KeyedFrame& frame, const Keep& keep,
                                     const std::vector<Part>& parts);
 
@@ -46,7 +48,8 @@ class Evaluator {
   node::Image input_image(Run& run, const frame::Instance& reader, int read);
   const node::Image& settled(Run& run, size_t at, Part part = Part::whole);
   void make_room(const shot::Composition& composition, const frame::Instance& instance, const Box& window);
-  void note_peak();
+  void hold_to_memory();
+  void check_stop() const;
 
   const shot::Composition& composition_;
   const node::Project& project_;
@@ -55,6 +58,7 @@ class Evaluator {
   ResultStore& store_;
   Stats& stats_;
   uint64_t memory_;
+  const std::atomic<bool>* stop_;
   std::optional<gpu::Timer> timer_;
 };
 

@@ -19,6 +19,9 @@ struct FrameReport {
   double ms = 0;  // from the frame's start to its last file
 };
 
+// How a run ended, as its exit code tells.
+enum class Outcome { done, some_failed, nothing, memory, interrupted };
+
 // Whom a render tells how it goes. Called from the render thread alone, in this order: begin, then
 // notices and frames as they come, then end. Frames are reported once their files stand.
 class Progress {
@@ -31,7 +34,7 @@ class Progress {
   virtual void begin(int64_t frames, const std::string& renderer, bool software) = 0;
   virtual void notice(const std::string& text) = 0;  // a warning that stops nothing
   virtual void frame(const FrameReport& report) = 0;
-  virtual void end(const Stats& stats) = 0;
+  virtual void end(Outcome outcome, const Stats& stats) = 0;
 };
 
 }  // namespace host::render

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,14 +22,12 @@ struct RenderOptions {
   std::string output;                   // -o: replaces the path of the composition's only output
   double scale = 1;                     // --proxy, above 0 and at most 1
   int threads = 0;                      // decoders and encoders; 0: one a processor
-  uint64_t memory = uint64_t{2} << 30;  // bytes of cached images
+  uint64_t memory = uint64_t{2} << 30;  // bytes of images kept; what one node works on may go beyond
   frame::Existing existing = frame::Existing::refuse;
+  std::map<int64_t, std::string> stale;     // frames that fail for what stands in their place, and why
   bool keep_going = false;                  // a failed frame does not end the run
-  const std::atomic<bool>* stop = nullptr;  // set from a signal handler: ends within a frame
+  const std::atomic<bool>* stop = nullptr;  // set from a signal handler: ends within a second
 };
-
-// How a run ended, as its exit code tells.
-enum class Outcome { done, some_failed, nothing, memory, interrupted };
 
 // Pixels in host memory: RGBA float, rows top to bottom, the window's size.
 struct HostImage {
@@ -50,7 +49,7 @@ class Renderer {
   Renderer& operator=(const Renderer&) = delete;
 
   // Renders every frame and writes its files, then reports; failed frames go to `progress`. Throws
-  // only what makes every frame impossible: ShaderError.
+  // only what makes every frame impossible: TargetError, ShaderError.
   Outcome run(Progress& progress);
 
   // One node's image at one frame, for tests and for looking at; its whole window. Throws FrameError.

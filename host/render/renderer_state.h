@@ -4,6 +4,7 @@
 
 #include "host/files/sources.h"
 #include "host/frame/keyed_frame.h"
+#include "host/frame/targets.h"
 #include "host/gpu/shader_library.h"
 #include "host/gpu/texture_pool.h"
 #include "host/node/render_context.h"
@@ -36,6 +37,7 @@ struct Renderer::State {
   gpu::ShaderLibrary shaders;
   gpu::TexturePool pool;
   node::RenderContext context;
+  frame::Targets targets;
   ResultStore store;
   Evaluator evaluator;
   frame::FrameKeys keys;         // of the composition's outputs

@@ -1,6 +1,6 @@
 #include "host/base/stopwatch.h"
-#include "host/files/atomic_file.h"
-#include "host/files/pattern.h"
+#include "host/frame/obstacles.h"
+#include "host/gpu/stoppable_draws.h"
 #include "host/render/delivery.h"
 #include "host/render/renderer.h"
 #include "host/render/renderer_state.h"
@@ -13,11 +13,12 @@
 namespace host::render {
 namespace {
 
-// What to write for one output of a frame.
-struct Target {
-  int node = 0;
-  files::OutputFile file;
-};
+std::vector<int64_t> checked_frames(const Renderer::State& state) {
+  const auto& asked = state.options.frames;
+  const std::vector<int64_t>& frames = asked.empty() ? state.composition.frames : asked;
+  state.targets.check(frames);
+  return frames;
+}
 
 // Looks for a few frames ahead of the one being rendered: decoding shares the processors with drawing
 // and encoding, so more would only lie in memory.
@@ -33,7 +34,7 @@ class Run {
   Run(Renderer::State& state, Progress& progress)
       : state_(state),
         progress_(progress),
-        frames_(state.options.frames.empty() ? state.composition.frames : state.options.frames),
+        frames_(checked_frames(state)),
         upcoming_(state.composition, state.project, state.keys, unfinished(), frames_ahead(state.threads)),
         delivery_(state.threads) {}
 
@@ -62,7 +63,12 @@ class Run {
     Upcoming frame;
     while (upcoming_.next(frame)) {
       if (state_.options.stop && *state_.options.stop) return false;
-      render_one(frame);
+      try {
+        render_one(frame);
+      } catch (const frame::Interrupted&) {
+        delivery_.drop(frame.frame);
+        return false;
+      }
       report_finished();
       // A frame that could not be drawn ends the run at once, though earlier files are still on
       // their way; one that could not be written does so as soon as it is known.
@@ -100,23 +106,22 @@ class Run {
   }
 
   bool stands_already(int64_t frame) const {
-    try {
-      const std::vector<Target> targets = targets_of(frame);
-      return std::all_of(targets.begin(), targets.end(),
-                         [](const Target& target) { return files::would_replace(target.file.path); });
-    } catch (const frame::FrameError&) {
-      return false;  // rendering it will say why
-    }
+    if (state_.options.stale.count(frame) > 0) return false;
+    const std::vector<frame::Target> targets = state_.targets.at(frame);
+    return std::all_of(targets.begin(), targets.end(),
+                       [](const frame::Target& target) { return frame::stands(target.file.path); });
   }
 
   void draw_and_send(const Upcoming& frame) {
     if (!frame.error.empty()) throw frame::FrameError(frame.error);
-    const std::vector<Target> targets = targets_of(frame.frame);
-    check_paths(targets, frame.frame);
+    const auto stale = state_.options.stale.find(frame.frame);
+    if (stale != state_.options.stale.end()) throw frame::FrameError(stale->second);
+    const std::vector<frame::Target> targets = state_.targets.at(frame.frame);
+    refuse_existing(targets, frame.frame);
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
     std::vector<Evaluator::Part> parts;
     parts.reserve(targets.size());
-    for (const Target& target : targets) {
+    for (const frame::Target& target : targets) {
       parts.push_back(target.file.overscan ? Evaluator::Part::whole : Evaluator::Part::in_format);
     }
     const auto images = state_.evaluator.evaluate(
@@ -124,39 +129,14 @@ class Run {
     for (size_t i = 0; i < targets.size(); ++i) delivery_.send(frame.frame, images[i], targets[i].file);
   }
 
-  std::vector<Target> targets_of(int64_t frame) const {
-    std::vector<Target> targets;
-    for (const int output : state_.composition.outputs) {
-      const node::Node& node = state_.composition.nodes[static_cast<size_t>(output)];
-      auto file = node.type->operation->output(node.call_at(frame, state_.project));
-      const std::string& override_path = state_.options.output;
-      if (!override_path.empty()) {
-        if (!file) file.emplace();
-        file->path = files::frame_path(override_path, frame);
-      }
-      if (!file) {
-        throw frame::FrameError(frame::frame_place(state_.composition, output, frame) +
-                                "it writes no file; give an output path or add a node of type \"write\"");
-      }
-      targets.push_back({output, std::move(*file)});
-    }
-    return targets;
-  }
-
-  // Throws when a file is in the way: one from before, or that of another frame of this run.
-  void check_paths(const std::vector<Target>& targets, int64_t frame) {
-    for (size_t i = 0; i < targets.size(); ++i) {
-      const std::string& path = targets[i].file.path;
-      const std::string place = frame::frame_place(state_.composition, targets[i].node, frame);
-      if (first_paths_.size() <= i) {
-        first_paths_.push_back(path);
-      } else if (path == first_paths_[i]) {
-        throw frame::FrameError(place + path +
-                                ": every frame would go to this file; put #### where its number is to stand");
-      }
-      if (state_.options.existing == frame::Existing::refuse && files::would_replace(path)) {
-        throw frame::FrameError(place + path +
-                                " exists already; --overwrite replaces it, --skip-existing keeps it");
+  // They may have come since the run was planned.
+  void refuse_existing(const std::vector<frame::Target>& targets, int64_t frame) const {
+    if (state_.options.existing != frame::Existing::refuse) return;
+    for (const frame::Target& target : targets) {
+      const std::string& path = target.file.path;
+      if (frame::stands(path)) {
+        throw frame::FrameError(frame::frame_place(state_.composition, target.node, frame) +
+                                frame::exists_text(path));
       }
     }
   }
@@ -176,7 +156,6 @@ class Run {
   Progress& progress_;
   std::vector<int64_t> frames_;
   std::vector<int64_t> finished_before_;
-  std::vector<std::string> first_paths_;  // of each output, where the first frame went
   UpcomingFrames upcoming_;
   Delivery delivery_;
   bool draw_failed_ = false;
@@ -187,9 +166,11 @@ Outcome Renderer::run(Progress& progress) {
   Outcome outcome = Outcome::nothing;
   {
     const Stopwatch watch(state_->stats.wall_ms);
+    std::optional<gpu::StoppableDraws> stoppable;
+    if (state_->options.stop && state_->gpu.software()) stoppable.emplace(*state_->options.stop);
     outcome = Run(*state_, progress).render_all();
   }
-  if (outcome != Outcome::nothing) progress.end(stats());
+  if (outcome != Outcome::nothing) progress.end(outcome, stats());
   return outcome;
 }
 

@@ -18,6 +18,7 @@ namespace host::shot {
 namespace {
 
 constexpr int64_t largest_side = 65536;
+constexpr int deepest = 100;  // lists and objects within each other: values are copied by recursion
 
 int64_t parse_side(const nlohmann::json& object, const char* name, Problems& problems) {
   const auto value = object.value(name, nlohmann::json());
@@ -98,8 +99,13 @@ std::vector<int> parse_outputs(const nlohmann::json& value, const Composition& c
 }
 
 nlohmann::json parse_json(std::string_view text, const std::string& file) {
+  const auto check_depth = [&file](int depth, nlohmann::json::parse_event_t, const nlohmann::json&) {
+    if (depth <= deepest) return true;
+    throw CompositionError(file + ": more than " + std::to_string(deepest) +
+                           " lists and objects stand within each other");
+  };
   try {
-    return nlohmann::json::parse(text, nullptr, true, true);
+    return nlohmann::json::parse(text, check_depth, true, true);
   } catch (const nlohmann::json::exception& error) {
     // The library's text begins with its own name for the fault, which says nothing to a person.
     std::string message = error.what();

@@ -1,6 +1,7 @@
 #include "tests/host/cli/process.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <random>
 #include <string>
@@ -66,16 +67,77 @@ TEST(Interrupted, LeavesWholeFilesOnlyAndTheNextRunTidiesUp) {
   EXPECT_TRUE(files_in(folder / "out").parts.empty());
 }
 
+// One draw of it takes minutes on a software driver.
+constexpr const char* long_draw = R"({"format": {"width": 4096, "height": 2160}, "frames": "1-2", "nodes": [
+  {"name": "c", "type": "constant", "knobs": {"color": [0.5, 0.2, 0.1, 1]}},
+  {"name": "soft", "type": "disc_blur", "inputs": "c", "knobs": {"radius": 900, "edges": "repeat"}},
+  {"name": "out", "type": "write", "inputs": "soft", "knobs": {"file": "out/f.####.exr"}}]})";
+
+TEST(Interrupted, ALongDrawEndsSoonAndSaysSo) {
+  const fs::path folder = process::new_folder();
+  const std::string file = process::write_text(folder / "shot.json", long_draw).string();
+  for (const int signal : {SIGINT, SIGTERM}) {
+    for (const std::string style : {"jsonl", "plain"}) {
+      process::Quorvel child({"render", file, "--gpu", "software", "--progress", style});
+      child.wait_for_output(1000);
+      const auto begin = std::chrono::steady_clock::now();
+      child.send(signal);
+      EXPECT_EQ(child.finish(), 130) << child.err;
+      // Far less than the draw, and more than a second for a machine that has other things to do.
+      EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+      const std::string said =
+          style == "plain" ? "interrupted: 0 of 2 frames written" : R"("outcome":"interrupted")";
+      EXPECT_NE((child.out + child.err).find(said), std::string::npos) << child.out << child.err;
+      EXPECT_TRUE(files_in(folder / "out").images.empty());
+    }
+  }
+}
+
 TEST(FullDisk, IsAnErrorAndLeavesNoBrokenFile) {
   const fs::path folder = process::new_folder();
   const std::string file = process::write_text(folder / "shot.json", shot).string();
   constexpr uint64_t a_third = 480 * 270 * 16 / 3;
-  const process::Ended ended = process::run({"render", file, "-f", "1-3", "--keep-going"}, a_third);
+  const process::Ended ended =
+      process::run({"render", file, "-f", "1-3", "--keep-going"}, {.largest_file = a_third});
   EXPECT_EQ(ended.code, 1);
   EXPECT_NE(ended.err.find("out/f.0002.exr: cannot write: File too large"), std::string::npos) << ended.err;
   const Found found = files_in(folder / "out");
   EXPECT_TRUE(found.images.empty());
   EXPECT_TRUE(found.parts.empty());
+  // Results are worth as much as files.
+  process::Setup full;
+  full.out_path = "/dev/full";
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"nodes"}, {"info", file}}) {
+    const process::Ended unheard = process::run(command, full);
+    EXPECT_EQ(unheard.code, 1);
+    EXPECT_NE(unheard.err.find("standard output cannot be written to"), std::string::npos) << unheard.err;
+  }
+}
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QV_TEST_ASAN 1
+#endif
+#endif
+
+TEST(LittleMemory, EndsWithItsCodeAndDoesNotHang) {
+#if defined(QV_TEST_ASAN) || defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the address sanitizer takes terabytes of addresses";
+#endif
+  const fs::path folder = process::new_folder();
+  const std::string file = process::write_text(folder / "shot.json", shot).string();
+  int told = 0;
+  for (uint64_t megabytes = 400; megabytes <= 1000; megabytes += 100) {
+    process::Setup setup;
+    setup.address_space = megabytes << 20;
+    const process::Ended ended =
+        process::run({"render", file, "-f", "1", "--overwrite", "--gpu", "software"}, setup);
+    if (ended.code == 127) continue;  // too little to be loaded at all
+    EXPECT_TRUE(ended.code == 0 || ended.code == 4 || ended.code == 5)
+        << megabytes << ": " << ended.code << ended.err;
+    told += ended.err.find("memory") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_GT(told, 0);
 }
 
 }  // namespace

@@ -7,9 +7,12 @@
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,11 +26,35 @@ std::array<int, 2> new_pipe() {
   return ends;
 }
 
+// Both ends of a terminal, the one to read from first.
+std::array<int, 2> new_terminal() {
+  const int reader = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (reader < 0 || grantpt(reader) != 0 || unlockpt(reader) != 0) throw std::runtime_error("no terminal");
+  return {reader, open(ptsname(reader), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+}
+
+void limit(decltype(RLIMIT_AS) what, uint64_t bytes) {
+  if (bytes == 0) return;
+  const rlimit most{bytes, bytes};
+  setrlimit(what, &most);
+}
+
+// In the child, between fork and exec.
+void apply(const Setup& setup) {
+  // Ignored, the signal turns into an error of the write, as a full disk gives one.
+  std::signal(SIGXFSZ, SIG_IGN);
+  limit(RLIMIT_FSIZE, setup.largest_file);
+  limit(RLIMIT_AS, setup.address_space);
+  if (!setup.folder.empty() && chdir(setup.folder.c_str()) != 0) _exit(126);
+  if (!setup.out_path.empty()) dup2(open(setup.out_path.c_str(), O_WRONLY), STDOUT_FILENO);
+  if (setup.mortal) prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
+}
+
 }  // namespace
 
-Quorvel::Quorvel(const std::vector<std::string>& arguments, uint64_t largest_file) {
+Quorvel::Quorvel(const std::vector<std::string>& arguments, const Setup& setup) {
   const auto out_ends = new_pipe();
-  const auto err_ends = new_pipe();
+  const auto err_ends = setup.terminal ? new_terminal() : new_pipe();
   std::vector<const char*> argv = {QUORVEL_PROGRAM};
   for (const std::string& argument : arguments) argv.push_back(argument.c_str());
   argv.push_back(nullptr);
@@ -35,12 +62,7 @@ Quorvel::Quorvel(const std::vector<std::string>& arguments, uint64_t largest_fil
   if (pid_ == 0) {
     dup2(out_ends[1], STDOUT_FILENO);
     dup2(err_ends[1], STDERR_FILENO);
-    if (largest_file > 0) {
-      // Ignored, the signal turns into an error of the write, as a full disk gives one.
-      std::signal(SIGXFSZ, SIG_IGN);
-      const rlimit limit{largest_file, largest_file};
-      setrlimit(RLIMIT_FSIZE, &limit);
-    }
+    apply(setup);
     execv(argv[0], const_cast<char* const*>(argv.data()));
     _exit(127);
   }
@@ -60,21 +82,24 @@ Quorvel::~Quorvel() {
 }
 
 bool Quorvel::read_some(int timeout_ms) {
+  std::array<int*, 2> ends = {&out_pipe_, &err_pipe_};
   std::array<pollfd, 2> pipes = {pollfd{out_pipe_, POLLIN, 0}, pollfd{err_pipe_, POLLIN, 0}};
-  if (poll(pipes.data(), pipes.size(), timeout_ms) <= 0) return false;
-  bool open = false;
+  if ((out_pipe_ < 0 && err_pipe_ < 0) || poll(pipes.data(), pipes.size(), timeout_ms) <= 0) return false;
   std::array<char, 4096> buffer{};
   for (size_t i = 0; i < pipes.size(); ++i) {
     if (pipes[i].revents == 0) continue;
     const ssize_t count = read(pipes[i].fd, buffer.data(), buffer.size());
-    if (count > 0) (i == 0 ? out : err).append(buffer.data(), static_cast<size_t>(count));
-    open = open || count > 0;
+    if (count > 0) {
+      (i == 0 ? out : err).append(buffer.data(), static_cast<size_t>(count));
+    } else {
+      close(std::exchange(*ends[i], -1));
+    }
   }
-  return open;
+  return true;
 }
 
 void Quorvel::wait_for_output(int then_ms) {
-  while (out.empty() && read_some(-1)) continue;
+  while (out.empty() && err.empty() && read_some(-1)) continue;
   using Clock = std::chrono::steady_clock;
   const auto end = Clock::now() + std::chrono::milliseconds(then_ms);
   for (auto now = Clock::now(); now < end; now = Clock::now()) {
@@ -95,8 +120,8 @@ int Quorvel::finish() {
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-Ended run(const std::vector<std::string>& arguments, uint64_t largest_file) {
-  Quorvel child(arguments, largest_file);
+Ended run(const std::vector<std::string>& arguments, const Setup& setup) {
+  Quorvel child(arguments, setup);
   const int code = child.finish();
   return {code, child.out, child.err};
 }

@@ -9,16 +9,25 @@
 
 namespace process {
 
+// What the child finds; 0 and "" leave things as they are.
+struct Setup {
+  uint64_t largest_file = 0;   // bytes that a file may grow to before writing fails, as on a full disk
+  uint64_t address_space = 0;  // bytes
+  std::string folder = {};     // to start in
+  std::string out_path = {};   // standard output, in place of a pipe
+  bool terminal = false;       // messages go to a terminal
+  bool mortal = false;         // permissions of files count, even for root
+};
+
 // A child that runs `quorvel` with its output in pipes.
 class Quorvel {
  public:
-  // largest_file: bytes that a file may grow to before writing fails, as on a full disk; 0: no limit.
-  explicit Quorvel(const std::vector<std::string>& arguments, uint64_t largest_file = 0);
+  explicit Quorvel(const std::vector<std::string>& arguments, const Setup& setup = {});
   ~Quorvel();
   Quorvel(const Quorvel&) = delete;
   Quorvel& operator=(const Quorvel&) = delete;
 
-  // Waits until it has printed something to standard output, then at most this long for its end.
+  // Waits until it has printed something, then at most this long for its end.
   void wait_for_output(int then_ms);
   void send(int signal) const;
 
@@ -42,7 +51,7 @@ struct Ended {
   std::string out;
   std::string err;
 };
-Ended run(const std::vector<std::string>& arguments, uint64_t largest_file = 0);
+Ended run(const std::vector<std::string>& arguments, const Setup& setup = {});
 
 // An empty folder of this test, removed at the end of the process.
 std::filesystem::path new_folder();

@@ -48,7 +48,7 @@ struct Silent : host::render::Progress {
   void frame(const host::render::FrameReport& report) override {
     errors += report.error;
   }
-  void end(const host::render::Stats& /*all*/) override {}
+  void end(host::render::Outcome /*outcome*/, const host::render::Stats& /*all*/) override {}
 };
 
 std::string file_name(std::string name, int64_t frame) {

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace host::files {
+
+// What a written image says of how it was made; its writer puts it there.
+struct Made {
+  int64_t width = 0;  // of the format, pixels
+  int64_t height = 0;
+  double scale = 1;  // --proxy; 1 where a file of another program says nothing
+};
+
+// Opens a file for its header alone. Throws std::runtime_error that names the path when it is no image
+// that can be read. Thread-safe.
+Made made(const std::string& path);
+
+// The text by which a file tells its scale: "quorvel", or "quorvel, scale 0.5".
+std::string software_text(double scale);
+
+}  // namespace host::files

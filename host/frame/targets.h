@@ -1,0 +1,54 @@
+#pragma once
+
+#include "host/files/image_writer.h"
+#include "host/frame/frame_error.h"
+#include "host/node/node.h"
+#include "host/shot/composition.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace host::frame {
+
+// What to write for one output of a frame.
+struct Target {
+  int node = 0;  // position in the composition
+  files::OutputFile file;
+};
+
+// An output that cannot be right whatever stands on disk. The text begins with the composition's file,
+// node and knob, or with "--output".
+class TargetError : public FrameError {
+ public:
+  using FrameError::FrameError;
+};
+
+// Where the outputs of a composition go, -o included; the one place that knows. Opens no file.
+// Externally synchronised; composition and project outlive it.
+class Targets {
+ public:
+  // output: as -o, in place of the path of the composition's only output; "" for the composition's.
+  Targets(const shot::Composition& composition, const node::Project& project, std::string output);
+
+  // Of one frame, in the order of the composition's outputs; those that write no file are left out.
+  // Throws TargetError.
+  std::vector<Target> at(int64_t frame) const;
+
+  // That every output writes, and that no two of these frames' files are one, whatever links lead
+  // there. Throws TargetError. Costs a look at the folders of every file.
+  void check(const std::vector<int64_t>& frames) const;
+
+  // `shot.json: node "out": knob "file": `, or `--output: `: the front of what is said of a target.
+  std::string place(int node) const;
+
+ private:
+  Target target(int output, int64_t frame) const;
+  void check_option(size_t frames) const;
+
+  const shot::Composition& composition_;
+  const node::Project& project_;
+  std::string output_;
+};
+
+}  // namespace host::frame
