@@ -17,7 +17,7 @@ namespace color = qv::nodes::color;
 using color::SourceKind;
 
 // Inputs of the packed uniforms, which the node and not the user decides.
-enum InputNumber : int32_t { has_mask = 0, has_coverage = 1, input_count = 2 };
+enum InputNumber : int32_t { has_mask = 0, has_coverage = 1, mask_channel = 2, input_count = 3 };
 
 class Correction final : public Operation {
  public:
@@ -32,6 +32,7 @@ class Correction final : public Operation {
     const std::vector<float> knobs = knob_floats(call.knobs);
     std::array<float, input_count> given{};
     given[has_mask] = call.node.inputs[1] >= 0 ? 1.0F : 0.0F;
+    given[mask_channel] = inputs[1].coverage ? 3.0F : 0.0F;
     given[has_coverage] = inputs[0].coverage ? 1.0F : 0.0F;
     std::vector<color::Packed> packed(spec_.uniforms.size());
     color::pack(spec_, knobs.data(), given.data(), packed.data());
@@ -69,8 +70,10 @@ class Row {
     type_.name = std::move(name);
     type_.family = "colour";
     type_.help = std::move(help);
-    type_.inputs = {{"image", true, "What to correct."},
-                    {"mask", false, "Where to correct, by its alpha; everywhere when not connected."}};
+    type_.inputs = {
+        {"image", true, "What to correct."},
+        {"mask", false,
+         "Where to correct, by its alpha, or by the values of data; everywhere when not connected."}};
   }
 
   // A knob whose components are a uniform of its own, "u_" and its name.
@@ -103,6 +106,7 @@ class Row {
     with(flag("unpremultiply", true, "Corrects colour as it is without its coverage."));
     with(number("mix", 1, "How much of the correction, 0: none.").within(0, 1));
     uniforms_.push_back({"u_masked", {{SourceKind::input, has_mask, 0, 0}}});
+    uniforms_.push_back({"u_mask_channel", {{SourceKind::input, mask_channel, 0, 0}}});
     uniforms_.push_back({"u_coverage", {{SourceKind::input, has_coverage, 0, 0}}});
     color::Spec spec;
     for (const KnobSpec& knob : type_.knobs)

@@ -75,6 +75,7 @@ class ScreenKey final : public Operation {
                                 {"u_clip", {knobs.number("black"), knobs.number("white")}},
                                 {"u_despill", knobs.number("despill")},
                                 {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
+                                {"u_masks", {inputs[1].coverage ? 3.0 : 0.0, inputs[2].coverage ? 3.0 : 0.0}},
                                 {"u_output", static_cast<double>(knobs.choice("output"))}};
     const Input images[] = {{"u_image", inputs[0]}, {"u_core", inputs[1]}, {"u_garbage", inputs[2]}};
     Image result = context.make(extent);
@@ -94,8 +95,8 @@ NodeType screen_key() {
   type.family = "key";
   type.help = "Keys a green, blue or red screen by colour difference and takes its colour out of the edges.";
   type.inputs = {{"image", true, "The plate with the screen."},
-                 {"core", false, "Where the foreground is solid, by its alpha."},
-                 {"garbage", false, "Where nothing is kept, by its alpha."}};
+                 {"core", false, "Where the foreground is solid, by its alpha, or by the values of data."},
+                 {"garbage", false, "Where nothing is kept, by its alpha, or by the values of data."}};
   type.knobs = {
       numbers("screen", {0, 1, 0}, "The screen's colour, as the plate has it."),
       number("balance", 0.5,

@@ -50,7 +50,8 @@ class Merge final : public Operation {
                            knobs.number("mix"), knobs.flag("alpha_masking"), knobs.flag("invert_mask"));
     if (setup.out_none || setup.mix == 0) return inputs[1];
 
-    const int mask_channel = setup.mask_chans.empty() ? -1 : mask_index(setup.mask_chans);
+    int mask_channel = setup.mask_chans.empty() ? -1 : mask_index(setup.mask_chans);
+    if (mask_channel == 3 && !inputs[2].coverage) mask_channel = 0;  // the values of data
     const Uniform uniforms[] = {{"u_a_channels", factors(setup.a_chans)},
                                 {"u_b_channels", factors(setup.b_chans)},
                                 {"u_out", std::array<double, 4>{setup.out_mask[0], setup.out_mask[1],

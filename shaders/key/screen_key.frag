@@ -7,7 +7,8 @@
 // u_clip: alpha that becomes 0 and alpha that becomes 1. u_core: where the foreground is solid;
 // u_garbage: where nothing is kept. u_despill 0 takes the plate times the matte instead of F.
 // u_output: 0 the foreground, premultiplied, 1 the matte, 2 the plate without spill, not keyed.
-// u_coverage 0: the plate's alpha is no coverage; nothing is divided by it.
+// u_coverage 0: the plate's alpha is no coverage; nothing is divided by it. u_masks: the channels of
+// u_core and u_garbage that count.
 #include "image.glsl"
 
 layout(location = 0) out vec4 o_color;
@@ -24,6 +25,7 @@ uniform vec2 u_clip;
 uniform float u_despill;
 uniform float u_output;
 uniform float u_coverage;
+uniform vec2 u_masks;
 
 float excess(vec3 color) {
   return dot(color, u_selector) - dot(color, u_weights);
@@ -50,8 +52,8 @@ void main() {
   float alpha = keyed(color);
   float matte = u_clip.x < u_clip.y ? clamp((alpha - u_clip.x) / (u_clip.y - u_clip.x), 0.0, 1.0)
                                     : alpha > u_clip.x ? 1.0 : 0.0;
-  float core = clamp(read_image(u_core, u_core_window).a, 0.0, 1.0);
-  float garbage = clamp(read_image(u_garbage, u_garbage_window).a, 0.0, 1.0);
+  float core = clamp(read_image(u_core, u_core_window)[int(u_masks.x + 0.5)], 0.0, 1.0);
+  float garbage = clamp(read_image(u_garbage, u_garbage_window)[int(u_masks.y + 0.5)], 0.0, 1.0);
   matte = max(matte, core) * (1.0 - garbage);
   vec3 solid = color - u_despill * max(excess(color), 0.0) * u_selector;
   if (u_output < 0.5)

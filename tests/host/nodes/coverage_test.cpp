@@ -110,6 +110,28 @@ TEST(Coverage, IsWhatColourIsDividedByAndNothingElse) {
       probe::expect_near(scene::pixel(image, scale < 1 ? 1 : 2, 1), each.expected, 2e-5, each.what);
     }
   }
+  // A layer of one channel is a mask by its values, here 0.25.
+  const std::string quarter = node("q", "grade", R"("depth")", R"("multiply": 0.0625)") + ", ";
+  const struct {
+    const char* type;
+    const char* inputs;
+    const char* knobs;
+    Rgba expected;
+  } masks[] = {
+      {"grade", R"({"image": "depth", "mask": "q"})", R"("multiply": 2)", {5, 5, 5, 1}},
+      {"merge",
+       R"({"a": "depth", "b": "q", "mask": "q"})",
+       R"("operation": "plus")",
+       {1.25F, 1.25F, 1.25F, 1.25F}},
+      {"screen_key",
+       R"({"image": "depth", "garbage": "q"})",
+       R"("output": "matte")",
+       {0.75F, 0.75F, 0.75F, 0.75F}},
+  };
+  for (const auto& each : masks) {
+    scene::Scene shot(reads + quarter + node("n", each.type, each.inputs, each.knobs), 4, 4);
+    probe::expect_near(scene::pixel(shot.image("n"), 1, 1), each.expected, 1e-5, each.type);
+  }
   scene::Scene depth(std::string(reads) + node("n", "blur", R"("depth")", R"("size": 0)"), 4, 4);
   EXPECT_EQ(scene::pixel(depth.image("n"), 1, 1), (Rgba{4, 4, 4, 1}));
 }
