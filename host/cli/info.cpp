@@ -1,5 +1,6 @@
 #include "host/cli/info.h"
 
+#include "host/frame/colors.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
@@ -129,6 +130,10 @@ std::string info_text(const shot::Composition& composition, const frame::Planner
   text += "  format   " + size_text(format.width, format.height);
   if (format.pixel_aspect != 1) text += ", pixel aspect " + std::to_string(format.pixel_aspect);
   text += "\n  frames   " + shot::frames_text(composition.frames) + "\n";
+  for (const frame::PlannedFile& file : planner.reads(composition.frames.front())) {
+    text += "  reads    " + file.path + " (node \"" + file.node + "\", frame " + std::to_string(file.frame) +
+            "): " + file.color + "\n";
+  }
   text += writes_text(composition, planner);
   text += "\n";
   const auto extents = extents_of(composition, planner);
@@ -139,6 +144,8 @@ std::string info_text(const shot::Composition& composition, const frame::Planner
                     inputs_text(composition, node)});
   }
   text += table(rows);
+  const auto notices = frame::color_notices(composition, planner.project(), composition.frames.front());
+  for (const std::string& notice : notices) text += "\nnotice: " + notice + "\n";
   if (problems.empty()) return text + "\nno problem found\n";
   return text + "\n" + std::to_string(problems.size()) +
          (problems.size() == 1 ? " problem:\n" : " problems:\n") + problems_text(problems);

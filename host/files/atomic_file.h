@@ -5,9 +5,9 @@
 
 namespace host::files {
 
-// Puts a file under its name whole or not at all: written beside it as ".NAME.PID.part", flushed to
-// the disk, renamed. Missing folders are made. Throws std::runtime_error with what the system said;
-// the name then holds what it held before, and nothing is left beside it. A link is written through. A
+// Puts a file under its name whole or not at all: written beside it as ".NAME.HOST.BOOT.PID.part",
+// flushed to the disk, renamed. Missing folders are made. Throws std::runtime_error with what the system
+// said; the name then holds what it held before, and nothing is left beside it. A link is written through. A
 // stream is written to as it stands, which waits for a pipe's reader.
 void write_whole(const std::filesystem::path& name, std::span<const unsigned char> content);
 
@@ -15,8 +15,9 @@ void write_whole(const std::filesystem::path& name, std::span<const unsigned cha
 // socket, which keeps what is written to it.
 bool would_replace(const std::filesystem::path& path);
 
-// Removes the ".part" files of runs that ended without tidying up: those whose process is gone.
-// Returns how many. A folder that does not exist has none.
+// Removes the ".part" files of runs that ended without tidying up: this host's, whose process is gone
+// or from before its last start, and those of other hosts after a day. Returns how many. A folder that
+// does not exist has none.
 int remove_leftovers(const std::filesystem::path& folder);
 
 }  // namespace host::files

@@ -1,10 +1,10 @@
 #include "host/files/encode.h"
 
+#include "host/files/container.h"
 #include "host/files/made.h"
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <limits>
 #include <stdexcept>
 
@@ -15,42 +15,8 @@ namespace host::files {
 
 namespace {
 
-enum class Container { unknown, exr, png, tiff };
-
-Container container_of(const std::string& path) {
-  std::string ending = std::filesystem::path(path).extension().string();
-  for (char& c : ending) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  if (ending == ".exr") return Container::exr;
-  if (ending == ".png") return Container::png;
-  return ending == ".tif" || ending == ".tiff" ? Container::tiff : Container::unknown;
-}
-
 const char* writer_name(Container container) {
   return container == Container::exr ? "openexr" : container == Container::png ? "png" : "tiff";
-}
-
-OIIO::TypeDesc stored_type(Container container, OutputFile::Depth depth) {
-  using Depth = OutputFile::Depth;
-  switch (depth) {
-    case Depth::half:
-      return OIIO::TypeHalf;
-    case Depth::float32:
-      return OIIO::TypeFloat;
-    case Depth::integer8:
-      return OIIO::TypeUInt8;
-    case Depth::integer16:
-      return OIIO::TypeUInt16;
-    case Depth::automatic:
-      break;
-  }
-  if (container == Container::exr) return OIIO::TypeHalf;
-  return container == Container::png ? OIIO::TypeUInt8 : OIIO::TypeUInt16;
-}
-
-// PNG is shown by viewers as it is stored.
-bool is_srgb(const OutputFile& file, Container container) {
-  using Color = OutputFile::Color;
-  return file.color == Color::srgb || (file.color == Color::automatic && container == Container::png);
 }
 
 // Pixels as the file gets them: `channels` a pixel, rows top to bottom of `window`.
@@ -98,13 +64,83 @@ void encode_colour(Raster& raster, bool srgb, bool premultiplied, bool coverage)
   }
 }
 
-// Integers have no place for a NaN: it becomes 0 rather than whatever the conversion makes of it.
-void drop_not_a_number(Raster& raster) {
-  for (float& value : raster.storage) value = std::isnan(value) ? 0.0F : value;
+// Pixels, not values, that a file cannot hold or that spoil what is made of it.
+struct Extremes {
+  int64_t held = 0;
+  int64_t infinite = 0;
+  int64_t not_a_number = 0;
+};
+
+constexpr float most_half = 65504;
+
+Extremes extremes_of(const Raster& raster, bool half) {
+  Extremes found;
+  const auto channels = static_cast<size_t>(raster.channels);
+  const auto count = static_cast<size_t>(box_width(raster.window)) *
+                     static_cast<size_t>(box_height(raster.window)) * channels;
+  for (size_t i = 0; i < count; i += channels) {
+    float largest = 0;
+    bool nan = false;
+    bool infinite = false;
+    for (size_t c = i; c < i + channels; ++c) {
+      const float size = std::abs(raster.pixels[c]);
+      nan = nan || std::isnan(size);
+      infinite = infinite || std::isinf(size);
+      if (std::isfinite(size)) largest = std::max(largest, size);
+    }
+    found.held += half && largest > most_half ? 1 : 0;
+    found.infinite += infinite ? 1 : 0;
+    found.not_a_number += nan ? 1 : 0;
+  }
+  return found;
 }
 
-Raster raster_of(const WriteJob& job, Container container, bool integers) {
-  const bool srgb = is_srgb(job.file, container);
+std::string pixels_text(int64_t count, const char* one, const char* many) {
+  return count == 0 ? "" : std::to_string(count) + (count == 1 ? one : many);
+}
+
+std::string notice_of(const Extremes& found, bool integers) {
+  std::string text;
+  const auto add = [&text](const std::string& more) {
+    if (!more.empty()) text += (text.empty() ? "" : "; ") + more;
+  };
+  add(pixels_text(found.held, " pixel lies beyond 65504, the most that a half holds, and is held there",
+                  " pixels lie beyond 65504, the most that a half holds, and are held there"));
+  if (!integers) add(pixels_text(found.infinite, " pixel is infinite", " pixels are infinite"));
+  const std::string nan =
+      pixels_text(found.not_a_number, " pixel is not a number", " pixels are not a number");
+  add(nan.empty() || !integers ? nan : nan + ", stored as 0");
+  return text;
+}
+
+// The raster's own copy of the pixels, to change.
+std::vector<float>& own_pixels(Raster& raster) {
+  if (raster.storage.empty()) {
+    const auto count = static_cast<size_t>(box_width(raster.window) * box_height(raster.window)) *
+                       static_cast<size_t>(raster.channels);
+    raster.storage.assign(raster.pixels, raster.pixels + count);
+    raster.pixels = raster.storage.data();
+  }
+  return raster.storage;
+}
+
+// Halves have no place for larger numbers, which would become infinite and spread from there.
+void hold_halves(Raster& raster) {
+  for (float& value : own_pixels(raster)) {
+    if (std::isfinite(value)) value = std::clamp(value, -most_half, most_half);
+  }
+}
+
+// Integers have no place for a NaN: it becomes 0 rather than whatever the conversion makes of it.
+void drop_not_a_number(Raster& raster) {
+  for (float& value : own_pixels(raster)) value = std::isnan(value) ? 0.0F : value;
+}
+
+// The pixels as `type` holds them; what that changed is counted in `notice`.
+Raster raster_of(const WriteJob& job, Container container, const OIIO::TypeDesc& type, std::string& notice) {
+  const bool srgb = is_srgb(job.file);
+  const bool integers = type == OIIO::TypeUInt8 || type == OIIO::TypeUInt16;
+  const bool premultiplied = container != Container::png;
   Raster raster;
   raster.channels = job.file.alpha ? 4 : 3;
   const Box format = format_box(job.extent.format);
@@ -112,14 +148,23 @@ Raster raster_of(const WriteJob& job, Container container, bool integers) {
                   : job.file.overscan         ? job.extent.window
                                               : intersection(job.extent.window, format);
   if (is_empty(raster.window)) raster.window = {0, 0, 1, 1};  // files hold at least one pixel
-  if (raster.window == job.extent.window && raster.channels == 4 && !srgb && !integers) {
+  if (raster.window == job.extent.window && raster.channels == 4) {
     raster.pixels = job.rgba.get();
-    return raster;
+  } else {
+    lay_out(job, raster);
   }
-  lay_out(job, raster);
-  if (integers) drop_not_a_number(raster);
-  const bool premultiplied = container != Container::png;
-  if (srgb || !premultiplied) encode_colour(raster, srgb, premultiplied, job.coverage);
+  const bool half = type == OIIO::TypeHalf;
+  Extremes found = half ? Extremes() : extremes_of(raster, false);
+  if (integers && found.not_a_number > 0) drop_not_a_number(raster);
+  if (srgb || !premultiplied) {
+    own_pixels(raster);
+    encode_colour(raster, srgb, premultiplied, job.coverage);
+  }
+  if (half) {
+    found = extremes_of(raster, true);
+    if (found.held > 0) hold_halves(raster);
+  }
+  notice = notice_of(found, integers);
   return raster;
 }
 
@@ -144,8 +189,13 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   spec.attribute("DateTime", "");
   if (!job.file.compression.empty()) spec.attribute("compression", job.file.compression);
   if (container == Container::png) spec.attribute("oiio:UnassociatedAlpha", 1);
-  if (container != Container::exr)
-    spec.attribute("oiio:ColorSpace", is_srgb(job.file, container) ? "sRGB" : "Linear");
+  const bool srgb = is_srgb(job.file);
+  if (container == Container::png) {
+    spec.attribute("oiio:ColorSpace", srgb ? "sRGB" : "Linear");
+  } else if (container == Container::tiff || srgb) {
+    // The TIFF writer has an EXIF directory for this alone, and in memory loses the image behind it.
+    spec.attribute("ImageDescription", color_note(srgb));
+  }
   return spec;
 }
 
@@ -172,28 +222,27 @@ bool write_rows(OIIO::ImageOutput& output, const Raster& raster) {
 
 }  // namespace
 
-std::string unsupported_reason(const std::string& path) {
-  if (container_of(path) != Container::unknown) return {};
-  return "unknown image file ending (known: .exr .png .tif .tiff)";
+const char* color_note(bool srgb) {
+  return srgb ? "colour: sRGB" : "colour: linear";
 }
 
-std::vector<unsigned char> encode(const WriteJob& job) {
+Encoded encode(const WriteJob& job) {
   const Container container = container_of(job.file.path);
   if (container == Container::unknown) throw std::runtime_error(unsupported_reason(job.file.path));
+  if (const std::string wrong = wrong_setting(job.file); !wrong.empty()) throw std::runtime_error(wrong);
   const OIIO::TypeDesc type = stored_type(container, job.file.depth);
-  const bool integers = type == OIIO::TypeUInt8 || type == OIIO::TypeUInt16;
-  const Raster raster = raster_of(job, container, integers);
+  Encoded result;
+  const Raster raster = raster_of(job, container, type, result.notice);
 
   const auto output = OIIO::ImageOutput::create(writer_name(container));
   if (!output) throw std::runtime_error(OIIO::geterror());
   if (!output->supports("ioproxy")) throw std::runtime_error("the encoder cannot write to memory");
-  std::vector<unsigned char> content;
-  OIIO::Filesystem::IOVecOutput sink(content);
+  OIIO::Filesystem::IOVecOutput sink(result.content);
   output->set_ioproxy(&sink);
   if (!output->open(job.file.path, spec_of(job, raster, container, type)) || !write_rows(*output, raster) ||
       !output->close())
     refuse(*output);
-  return content;
+  return result;
 }
 
 }  // namespace host::files

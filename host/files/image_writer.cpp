@@ -18,14 +18,15 @@ namespace host::files {
 namespace {
 
 WriteResult write(const WriteJob& job) {
-  WriteResult result{job.frame, job.file.path, {}, 0, 0};
+  WriteResult result{job.frame, job.file.path, {}, {}, 0, 0};
   const auto begin = std::chrono::steady_clock::now();
   try {
-    const std::vector<unsigned char> content = encode(job);
+    const Encoded encoded = encode(job);
     result.encode_ms =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
-    write_whole(job.file.path, content);
-    result.bytes = content.size();
+    write_whole(job.file.path, encoded.content);
+    result.bytes = encoded.content.size();
+    if (!encoded.notice.empty()) result.notice = job.file.path + ": " + encoded.notice;
   } catch (const std::exception& failure) {
     result.error = job.file.path + ": " + failure.what();
   }

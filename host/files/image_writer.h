@@ -41,7 +41,8 @@ struct WriteJob {
 struct WriteResult {
   int64_t frame = 0;
   std::string path;
-  std::string error;  // names the path
+  std::string error;   // names the path
+  std::string notice;  // what of the image the file does not hold; names the path
   uint64_t bytes = 0;
   double encode_ms = 0;
 };

@@ -90,7 +90,7 @@ void LayerQueue::read(LayerJob& job) const {
   const Stopwatch watch(job.decode_ms);
   try {
     std::vector<Pixels> pixels = read_layers(job.path, job.layers, job.layered, threads_);
-    for (size_t i = 0; i < pixels.size(); ++i) job.results[job.layers[i].name] = std::move(pixels[i]);
+    for (size_t i = 0; i < pixels.size(); ++i) job.results[job.sources[i]] = std::move(pixels[i]);
   } catch (const std::bad_alloc&) {
     job.error = job.path + ": out of memory";
   } catch (const std::exception& error) {

@@ -17,13 +17,14 @@ namespace host::files {
 // Several layers of one file, to be read together.
 struct LayerJob {
   std::string path;
-  std::vector<Layer> layers;
-  bool layered = true;  // read through the layer reader
-  int distance = 0;     // the nearest goes first
+  std::vector<Source> sources;  // of this file
+  std::vector<Layer> layers;    // one a source
+  bool layered = true;          // read through the layer reader
+  int distance = 0;             // the nearest goes first
 
   // Guarded by the queue until `done`.
   bool done = false;
-  std::map<std::string, Pixels> results;  // by layer; each is taken out once
+  std::map<Source, Pixels> results;  // each is taken out once
   std::string error;
   double decode_ms = 0;
 };

@@ -3,6 +3,8 @@
 #include <qv/io/image_read.h>
 #include <qv/io/layers.h>
 
+#include "host/files/read_ids.h"
+
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -100,7 +102,7 @@ Pixels read_general(const std::string& path, const Layer& layer) {
     const float* in = image.pixels.data() + from;
     for (size_t i = 0; i < pixels; ++i) out[i * 4] = in[i * stride];
   }
-  return {layer.extent, rgba};
+  return {layer.extent, rgba, {}};
 }
 
 }  // namespace
@@ -117,16 +119,17 @@ std::shared_ptr<float[]> pixel_buffer(const Box& window) {
 std::vector<Pixels> read_layers(const std::string& path, const std::vector<Layer>& layers, bool layered,
                                 int threads) {
   std::vector<Pixels> results;
-  if (!layered) {
-    for (const Layer& layer : layers) results.push_back(read_general(path, layer));
-    return results;
-  }
+  if (!layered && layers.size() == 1 && !layers[0].ids) return {read_general(path, layers[0])};
   std::map<std::pair<int64_t, int64_t>, LayerPlan> plans;
   for (const Layer& layer : layers) {
+    if (layer.ids) {
+      results.push_back(read_ids(path, layer));
+      continue;
+    }
     const auto buffer = pixel_buffer(layer.extent.window);
     const std::pair size(box_width(layer.extent.window), box_height(layer.extent.window));
     plans.try_emplace(size, size.first, size.second).first->second.add(layer, buffer.get());
-    results.push_back({layer.extent, buffer});
+    results.push_back({layer.extent, buffer, {}});
   }
   for (const auto& [size, plan] : plans) plan.run(path, threads);
   return results;

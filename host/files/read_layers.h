@@ -8,8 +8,8 @@
 
 namespace host::files {
 
-// Reads layers of one file, all in one go, through the layer reader where `layered` says that the
-// file has several, else through the general reader. One result a layer, in their order. Throws
+// Reads layers of one file, all in one go, through the layer reader; a file's only image through the
+// general reader unless `layered`; ids by themselves. One result a layer, in their order. Throws
 // std::runtime_error that names the path. Thread-safe.
 std::vector<Pixels> read_layers(const std::string& path, const std::vector<Layer>& layers, bool layered,
                                 int threads);

@@ -1,27 +1,18 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/base/notices.h"
 #include "host/files/headers.h"
 
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <string>
+#include <vector>
 
 namespace host::files {
 
-// One image wanted of one file: the path, and the layer whose channels become RGBA ("" for the
-// file's main image). The same for every node that reads the same thing.
-struct Source {
-  std::string path;
-  std::string layer;
-  bool operator<(const Source& other) const {
-    return path != other.path ? path < other.path : layer < other.layer;
-  }
-  bool operator==(const Source&) const = default;
-};
-
-// A source that will be taken `distance` frames from now; 0 is the frame being rendered.
+// A source that will be taken `distance` frames from now; 0 is the frame being rendered. Listed once
+// for every node that will take it.
 struct Wanted {
   Source source;
   int distance = 0;
@@ -32,6 +23,7 @@ struct Wanted {
 struct Pixels {
   Extent extent;
   std::shared_ptr<const float[]> rgba;
+  std::string notice;  // what a person should know of them; empty when nothing
 };
 
 // What the decoder has done. `decode_ms` sums over its threads.
@@ -42,13 +34,13 @@ struct DecoderStats {
 
 // Decodes sources in the background ahead of need. Plain files go through the decode scheduler,
 // layered ones through the layer reader, all wanted layers of a file in one go, anything else through
-// the general reader. All calls from one thread.
+// the general reader. What several nodes want is decoded once. All calls from one thread.
 // Bounded: sources decoded or being decoded hold at most `ahead_bytes`, or are as few as there are
 // threads; the others wait their turn.
 class Decoder {
  public:
-  // threads: decodes at once, at least 1. `headers` outlives the decoder.
-  Decoder(Headers& headers, int threads, uint64_t ahead_bytes);
+  // threads: decodes at once, at least 1. `headers` and `notices` outlive the decoder.
+  Decoder(Headers& headers, int threads, uint64_t ahead_bytes, Notices& notices);
   ~Decoder();
   Decoder(const Decoder&) = delete;
   Decoder& operator=(const Decoder&) = delete;
@@ -57,7 +49,8 @@ class Decoder {
   // urgent, those no longer listed are dropped. Sources that cannot be read are passed over.
   void want(std::span<const Wanted> list);
 
-  // The pixels, waiting for a decode under way or decoding now. The decoder keeps no copy. Throws
+  // The pixels, waiting for a decode under way or decoding now. The decoder keeps them for those who
+  // are still to take them in this frame, no longer. Throws
   // std::runtime_error that names the path, and the layer when it is that which is missing.
   Pixels take(const Source& source);
 

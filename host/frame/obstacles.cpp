@@ -30,6 +30,7 @@ bool stands(const std::string& path) {
 
 std::string obstacle(const std::string& path) {
   std::error_code error;
+  if (fs::exists(path, error) && !fs::is_directory(path, error) && !stands(path)) return "";  // a stream
   const fs::path file = files::followed(path);
   if (fs::exists(file, error) && !fs::is_directory(file, error) && !files::would_replace(file)) return "";
   if (file.filename().empty() || fs::is_directory(file, error)) return path + ": is a folder";

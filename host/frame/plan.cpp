@@ -1,10 +1,13 @@
 #include "host/frame/plan.h"
 
 #include "host/files/path.h"
+#include "host/frame/colors.h"
 #include "host/frame/obstacles.h"
 #include "host/frame/project.h"
 
 #include <algorithm>
+#include <exception>
+#include <stdexcept>
 #include <utility>
 
 namespace host::frame {
@@ -51,11 +54,12 @@ bool Planner::too_large(const Box& window) const {
 
 // Why a source cannot be read, "" when it can.
 std::string Planner::read_error(const files::Source& source) {
-  const files::Header& header = headers_.get(source.path);
-  if (!header.error.empty()) return header.error;
-  const files::Layer* const layer = header.find(source.layer);
-  if (!layer) return source.path + ": has no layer \"" + source.layer + "\"";
-  return too_large(layer->extent.window) ? source.path + ": " + too_large_text(layer->extent.window) : "";
+  try {
+    const Box window = headers_.layer(source).extent.window;
+    return too_large(window) ? source.path + ": " + too_large_text(window) : "";
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
 }
 
 PlannedFile Planner::planned_read(const Instance& instance, const files::Source& source) {
@@ -132,7 +136,7 @@ void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) c
   }
   for (const Target& target : targets) {
     const std::string& name = composition_.nodes[static_cast<size_t>(target.node)].name;
-    plan.writes.push_back({name, plan.frame, target.file.path, "", stands(target.file.path)});
+    plan.writes.push_back({name, plan.frame, target.file.path, "", "", stands(target.file.path)});
   }
   const auto exists = [](const PlannedFile& file) { return file.exists; };
   plan.skipped = options_.existing == Existing::skip && !plan.writes.empty() &&
@@ -197,6 +201,24 @@ void Planner::refuse_own_inputs(const std::vector<int64_t>& frames) {
                         "\" reads this file");
     }
   }
+}
+
+std::vector<PlannedFile> Planner::reads(int64_t frame) const {
+  std::vector<PlannedFile> files;
+  try {
+    for (const Instance& instance :
+         frame_graph(composition_, composition_.outputs, frame, project_).instances) {
+      const node::Node& node = composition_.nodes[static_cast<size_t>(instance.node)];
+      const node::Call call = node.call_at(instance.frame, project_);
+      const auto source = node.type->operation->source(call);
+      const auto color = node.type->operation->color(call);
+      if (source && color)
+        files.push_back({node.name, instance.frame, source->path, color_text(*color), "", true});
+    }
+  } catch (const std::exception&) {
+    return files;  // what is missing is told elsewhere
+  }
+  return files;
 }
 
 std::vector<Extent> Planner::extents(int64_t frame) const {

@@ -45,6 +45,9 @@ Target Targets::target(int output, int64_t frame) const {
   if (const std::string reason = files::unsupported_reason(target.file.path); !reason.empty()) {
     throw TargetError(place(output) + target.file.path + ": " + reason);
   }
+  if (const std::string wrong = files::wrong_setting(target.file); !wrong.empty()) {
+    throw TargetError(node_place(composition_, output) + wrong);
+  }
   return target;
 }
 

@@ -41,6 +41,8 @@ std::string expectation(const KnobSpec& spec) {
       return "true or false";
     case KnobKind::text:
       return "a text";
+    case KnobKind::texts:
+      return "a text or a list of up to " + std::to_string(spec.most_texts);
     case KnobKind::file:
       return "a file name";
     case KnobKind::choice:

@@ -4,6 +4,7 @@
 #include <qv/nodes/time/frames.h>
 
 #include <algorithm>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -82,6 +83,12 @@ KnobSpec text(std::string name, std::string value, std::string help) {
   return spec;
 }
 
+KnobSpec texts(std::string name, int most, std::string help) {
+  KnobSpec spec = make(std::move(name), KnobKind::texts, std::move(help));
+  spec.most_texts = most;
+  return spec;
+}
+
 KnobSpec file(std::string name, std::string help) {
   return make(std::move(name), KnobKind::file, std::move(help));
 }
@@ -149,6 +156,15 @@ const std::string& Knobs::text(std::string_view name) const {
   const size_t knob = find(name);
   if (!holds_text(specs_[knob].kind)) wrong_kind(name, "text");
   return values_[knob].text;
+}
+
+std::vector<std::string> Knobs::texts(std::string_view name) const {
+  const size_t knob = find(name);
+  if (specs_[knob].kind != KnobKind::texts) wrong_kind(name, "list of texts");
+  std::vector<std::string> list;
+  std::istringstream lines(values_[knob].text);
+  for (std::string line; std::getline(lines, line);) list.push_back(line);
+  return list;
 }
 
 int Knobs::choice(std::string_view name) const {

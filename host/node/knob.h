@@ -21,6 +21,7 @@ enum class KnobKind : uint8_t {
   flag,     // true or false; a keyed one is true when not 0
   choice,   // one of a list of texts
   text,     // any text
+  texts,    // a text or a list of them
   file,     // a path, relative to the composition's folder; may hold a frame pattern
 };
 
@@ -34,7 +35,8 @@ struct KnobSpec {
   std::vector<double> defaults;  // of numbers, integers and flags: one value a component
   std::string default_text;      // of choices, texts and files
   std::vector<std::string> choices;
-  int fewest = 1;  // components to give at least; one number alone fills all components
+  int most_texts = 1;  // of a list of texts
+  int fewest = 1;      // components to give at least; one number alone fills all components
   double minimum = -std::numeric_limits<double>::infinity();
   double maximum = std::numeric_limits<double>::infinity();
   bool pixels = false;  // a length or position: scaled with --proxy
@@ -56,6 +58,7 @@ KnobSpec integer(std::string name, int64_t value, std::string help);
 KnobSpec flag(std::string name, bool value, std::string help);
 KnobSpec choice(std::string name, std::string value, std::vector<std::string> choices, std::string help);
 KnobSpec text(std::string name, std::string value, std::string help);
+KnobSpec texts(std::string name, int most, std::string help);
 KnobSpec file(std::string name, std::string help);
 
 // One component's value: a constant, or a curve over frames.
@@ -65,7 +68,8 @@ struct KnobComponent {
   int64_t curve_id = 0;                          // stands for the curve's keys: equal ones, equal curves
 };
 
-// What a composition says of one knob: components for numbers, integers and flags, text for the rest.
+// What a composition says of one knob: components for numbers, integers and flags, text for the rest;
+// a list of texts is one, a line each.
 struct KnobValue {
   std::vector<KnobComponent> components;
   std::string text;
@@ -87,7 +91,8 @@ class Knobs {
   int64_t integer(std::string_view name) const;              // saturated; NaN is 0
   bool flag(std::string_view name) const;
   const std::string& text(std::string_view name) const;  // of choices, texts and files
-  int choice(std::string_view name) const;               // position among its choices
+  std::vector<std::string> texts(std::string_view name) const;
+  int choice(std::string_view name) const;  // position among its choices
 
   // True when a keyed curve makes the knob differ from frame to frame.
   bool animated(std::string_view name) const;

@@ -29,6 +29,10 @@ std::optional<files::Source> Operation::source(const Call& /*call*/) const {
   return std::nullopt;
 }
 
+std::optional<files::ReadColor> Operation::color(const Call& /*call*/) const {
+  return std::nullopt;
+}
+
 Extent Operation::extent(const Call& call, std::span<const Extent> inputs) const {
   return inputs.empty() ? Extent{call.project.format, {}} : inputs[0];
 }

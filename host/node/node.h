@@ -81,6 +81,10 @@ class Operation {
   // Default: none.
   virtual std::optional<files::Source> source(const Call& call) const;
 
+  // How the colour of the file that it reads is encoded and taken, for `quorvel info` and notices.
+  // Default: it reads none.
+  virtual std::optional<files::ReadColor> color(const Call& call) const;
+
   // Format and data window of the result, given those of what it reads. Default: those of the first.
   virtual Extent extent(const Call& call, std::span<const Extent> inputs) const;
 

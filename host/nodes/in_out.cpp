@@ -34,7 +34,13 @@ class Read final : public Operation {
   std::optional<files::Source> source(const Call& call) const override {
     const auto path = file_of(call);
     if (!path) return std::nullopt;
-    return files::Source{*path, call.knobs.text("layer")};
+    return source_of(call, *path);
+  }
+
+  std::optional<files::ReadColor> color(const Call& call) const override {
+    const auto path = file_of(call);
+    if (!path || !call.project.headers->get(*path).error.empty()) return std::nullopt;
+    return files::ReadColor{call.project.headers->get(*path).color, is_decoded(call, *path)};
   }
 
   Extent extent(const Call& call, std::span<const Extent> /*inputs*/) const override {
@@ -47,7 +53,7 @@ class Read final : public Operation {
                RenderContext& context) const override {
     const auto wanted = source(call);
     if (!wanted) return context.make(extent);
-    const bool srgb = is_srgb(call, wanted->path);
+    const bool srgb = is_decoded(call, wanted->path);
     const files::Pixels pixels = context.fetch(*wanted);
     const bool coverage = layer_of(call, wanted->path).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
@@ -105,22 +111,18 @@ class Read final : public Operation {
     return files::frame_path(pattern, *frame);
   }
 
-  static const files::Layer& layer_of(const Call& call, const std::string& path) {
-    const files::Header& header = call.project.headers->get(path);
-    if (!header.error.empty()) throw std::runtime_error(header.error);
-    const std::string& name = call.knobs.text("layer");
-    if (const files::Layer* layer = header.find(name)) return *layer;
-    std::string known;
-    for (const files::Layer& layer : header.layers) {
-      if (!layer.name.empty()) known += (known.empty() ? "\"" : ", \"") + layer.name + "\"";
-    }
-    throw std::runtime_error(path + ": has no layer \"" + name + "\"; it has " +
-                             (known.empty() ? "the main image alone" : known));
+  static files::Source source_of(const Call& call, const std::string& path) {
+    return {path, call.knobs.text("layer"), call.knobs.texts("channels")};
   }
 
-  static bool is_srgb(const Call& call, const std::string& path) {
+  static files::Layer layer_of(const Call& call, const std::string& path) {
+    return call.project.headers->layer(source_of(call, path));
+  }
+
+  // Whether its values are turned from sRGB into light.
+  static bool is_decoded(const Call& call, const std::string& path) {
     const std::string& color = call.knobs.text("color");
-    return color == "srgb" || (color == "auto" && call.project.headers->get(path).srgb);
+    return color == "srgb" || (color == "auto" && call.project.headers->get(path).color == "sRGB");
   }
 
   static Extent scaled(Extent extent, double scale) {
@@ -147,8 +149,14 @@ NodeType read() {
   type.help = "Reads an image or a sequence of images from files.";
   type.knobs = {
       file("file", "Path; a sequence has #### or %04d where the frame number stands."),
-      text("layer", "", "Which layer of the file to read by name; empty: its main image."),
-      choice("color", "auto", {"auto", "linear", "srgb"}, "How colour is encoded; auto: as the file says."),
+      text("layer", "",
+           "Which layer of the file to read: a part, \"part.layer\", or what its channels begin with; empty: "
+           "the main image."),
+      texts("channels", 4,
+            "Channels to read by name instead, such as \"N.Z\": one is grey, more become red, green, blue "
+            "and alpha in their order."),
+      choice("color", "auto", {"auto", "linear", "srgb"},
+             "How colour is encoded; auto: as the file says, else sRGB in files of whole numbers."),
       integer("first", 0, "First frame of the sequence; both 0: those found on disk."),
       integer("last", 0, "Last frame of the sequence."),
       choice("before", "error", edge_names, "What stands before the first frame."),
@@ -221,8 +229,9 @@ NodeType write() {
   type.knobs = {
       file("file", "Path; #### or %04d stands for the frame number."),
       choice("depth", "auto", {"auto", "half", "float", "8", "16"},
-             "How a channel is stored; auto: half in EXR, 8 bits in PNG, 16 in TIFF."),
-      text("compression", "", "The file type's own name for it, such as zip or dwaa; empty: its default."),
+             "How a channel is stored: half or float in EXR, 8 or 16 bits in PNG, these or float in TIFF; "
+             "auto: half, 8 and 16."),
+      text("compression", "", "The file type's own name for it, such as zip or dwaa:45; empty: its default."),
       choice("color", "auto", {"auto", "linear", "srgb"},
              "How colour is encoded; auto: sRGB in PNG, else linear."),
       choice("channels", "rgba", {"rgba", "rgb"}, "Which channels to write."),

@@ -5,12 +5,21 @@
 #include "host/base/stopwatch.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace host::render {
+namespace {
 
-Delivery::Delivery(int threads)
-    : writer_(threads, threads, [this](const files::WriteResult& result) { written(result); }) {}
+files::WriteResult failed(int64_t frame, const std::string& path, const std::string& why) {
+  return {frame, path, path + ": " + why, {}, 0, 0};
+}
+
+}  // namespace
+
+Delivery::Delivery(int threads, Notices& notices)
+    : notices_(notices),
+      writer_(threads, threads, [this](const files::WriteResult& result) { written(result); }) {}
 
 Delivery::~Delivery() {
   finish();
@@ -40,19 +49,33 @@ void Delivery::send(int64_t frame, const node::Image& image, const files::Output
   const Box area = file.overscan && image.texture ? image.extent.window : format_box(format);
   const Stopwatch watch(read_back_ms_);
   const bool coverage = image.coverage;
-  read_back(image, area, buffers_, [this, frame, file, format, coverage](ReadBack pixels) {
+  // The ring lets no exception through: one that left here would be a frame that nobody misses.
+  const auto arrived = [this, frame, file, format, coverage](ReadBack pixels) {
     if (!pixels.rgba) {
-      written({frame, file.path, file.path + ": the image could not be read back from the device", 0, 0});
+      written(failed(frame, file.path, "the image could not be read back from the device"));
       return;
     }
-    double waited = 0;
-    {
-      const Stopwatch queue_watch(waited);
-      writer_.put({frame, file, {format, pixels.window}, std::move(pixels.rgba), coverage});
+    try {
+      hand_over({frame, file, {format, pixels.window}, std::move(pixels.rgba), coverage});
+    } catch (const std::exception& error) {
+      written(failed(frame, file.path, error.what()));
     }
-    const std::lock_guard lock(mutex_);
-    totals_.wait_write_ms += waited;
-  });
+  };
+  try {
+    read_back(image, area, buffers_, arrived);
+  } catch (const std::exception& error) {
+    written(failed(frame, file.path, error.what()));
+  }
+}
+
+void Delivery::hand_over(files::WriteJob job) {
+  double waited = 0;
+  {
+    const Stopwatch queue_watch(waited);
+    writer_.put(std::move(job));
+  }
+  const std::lock_guard lock(mutex_);
+  totals_.wait_write_ms += waited;
 }
 
 void Delivery::end(const FrameReport& drawn) {
@@ -72,6 +95,7 @@ void Delivery::drop(int64_t frame) {
 }
 
 void Delivery::written(const files::WriteResult& result) {
+  notices_.add(result.notice);
   const std::lock_guard lock(mutex_);
   Open& open = find(result.frame);
   totals_.encode_ms += result.encode_ms;

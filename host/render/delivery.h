@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/base/notices.h"
 #include "host/files/image_writer.h"
 #include "host/node/image.h"
 #include "host/render/progress.h"
@@ -21,8 +22,8 @@ namespace host::render {
 // GL thread only. Destruction waits for everything that was sent.
 class Delivery {
  public:
-  // threads: for the encoders.
-  explicit Delivery(int threads);
+  // threads: for the encoders. `notices` outlives it.
+  Delivery(int threads, Notices& notices);
   ~Delivery();
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -59,8 +60,10 @@ class Delivery {
 
   Open& find(int64_t frame);
   static void note_time(Open& open);
+  void hand_over(files::WriteJob job);
   void written(const files::WriteResult& result);
 
+  Notices& notices_;
   BufferPool buffers_;
   std::mutex mutex_;  // guards what follows, up to the writer
   std::deque<Open> open_;

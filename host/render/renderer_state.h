@@ -2,6 +2,7 @@
 
 #include <qv/gpu/registry.h>
 
+#include "host/base/notices.h"
 #include "host/files/sources.h"
 #include "host/frame/keyed_frame.h"
 #include "host/frame/targets.h"
@@ -31,6 +32,7 @@ struct Renderer::State {
   gpu::GpuContext& gpu;
   int threads;
   Stats stats;
+  Notices notices;
   files::Headers headers;
   node::Project project;
   files::Decoder decoder;

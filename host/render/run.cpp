@@ -1,4 +1,5 @@
 #include "host/base/stopwatch.h"
+#include "host/frame/colors.h"
 #include "host/frame/obstacles.h"
 #include "host/gpu/stoppable_draws.h"
 #include "host/render/delivery.h"
@@ -36,11 +37,14 @@ class Run {
         progress_(progress),
         frames_(checked_frames(state)),
         upcoming_(state.composition, state.project, state.keys, unfinished(), frames_ahead(state.threads)),
-        delivery_(state.threads) {}
+        delivery_(state.threads, state.notices) {}
 
   Outcome render_all() {
     if (frames_.empty()) return Outcome::nothing;
     progress_.begin(static_cast<int64_t>(frames_.size()), state_.gpu.renderer(), state_.gpu.software());
+    for (const std::string& text : frame::color_notices(state_.composition, state_.project, frames_[0])) {
+      state_.notices.add(text);
+    }
     for (const int64_t frame : finished_before_) {
       FrameReport report;
       report.frame = frame;
@@ -142,6 +146,7 @@ class Run {
   }
 
   void report_finished() {
+    for (const std::string& text : state_.notices.take()) progress_.notice(text);
     for (const FrameReport& report : delivery_.take_finished()) {
       if (!report.error.empty()) {
         ++state_.stats.failed;

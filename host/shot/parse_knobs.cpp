@@ -75,13 +75,29 @@ bool parse_text(const nlohmann::json& value, const KnobSpec& spec, const std::st
   return true;
 }
 
+// A text, or a list of a few. An empty text in a list means nothing, a line break would part it.
+bool parse_texts(const nlohmann::json& value, const KnobSpec& spec, const std::string& place,
+                 Problems& problems, KnobValue& out) {
+  const bool list = value.is_array();
+  const nlohmann::json texts = list ? value : nlohmann::json::array({value});
+  bool fits = texts.size() <= static_cast<size_t>(spec.most_texts);
+  for (const nlohmann::json& each : texts) {
+    const auto text = each.is_string() ? each.get<std::string>() : std::string();
+    fits = fits && each.is_string() && (!text.empty() || !list) && text.find('\n') == std::string::npos;
+    out.text += (out.text.empty() ? "" : "\n") + text;
+  }
+  if (!fits) problems.add(place, "expected " + expectation(spec) + ", found " + found(value));
+  return fits;
+}
+
 KnobValue parse_knob(const nlohmann::json& value, const KnobSpec& spec, const std::string& place,
                      Problems& problems) {
   KnobValue out = KnobValue::default_of(spec);
   const bool numeric =
       spec.kind == KnobKind::number || spec.kind == KnobKind::integer || spec.kind == KnobKind::flag;
-  const bool fits = numeric ? parse_numbers(value, spec, place, problems, out)
-                            : parse_text(value, spec, place, problems, out);
+  const bool fits = numeric                        ? parse_numbers(value, spec, place, problems, out)
+                    : spec.kind == KnobKind::texts ? parse_texts(value, spec, place, problems, out)
+                                                   : parse_text(value, spec, place, problems, out);
   return fits ? out : KnobValue::default_of(spec);
 }
 

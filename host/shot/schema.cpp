@@ -47,6 +47,11 @@ Json knob_schema(const KnobSpec& spec) {
     case KnobKind::choice:
       schema["enum"] = spec.choices;
       break;
+    case KnobKind::texts:
+      schema["default"] = Json::array();
+      schema["anyOf"] = {{{"type", "string"}},
+                         {{"type", "array"}, {"items", {{"type", "string"}}}, {"maxItems", spec.most_texts}}};
+      break;
     case KnobKind::text:
     case KnobKind::file:
       schema["type"] = "string";

@@ -45,11 +45,11 @@ TEST(ReadNode, FindsChannelsByName) {
       {"without alpha", {"R", "G", "B"}, "", {0, 1, 2, 1}, false},
       {"grey", {"Y"}, "", {0, 0, 0, 1}, false},
       {"grey with alpha", {"Y", "A"}, "", {0, 0, 0, 1}, true},
-      {"matte alone", {"A"}, "", {0, 0, 0, 0}, true},
+      {"matte alone", {"A"}, "", {0, 0, 0, 0}, false},
       {"main of many", many, "", {0, 1, 2, 3}, true},
       {"layer", many, "key", {7, 6, 5, 1}, false},
       {"one channel", many, "depth", {4, 4, 4, 1}, false},
-      {"matte of a layer", {"R", "G", "B", "key.A"}, "key", {3, 3, 3, 3}, true},
+      {"matte of a layer", {"R", "G", "B", "key.A"}, "key", {3, 3, 3, 3}, false},
       {"motion", {"R", "G", "B", "A", "motion.X", "motion.Y"}, "motion", {4, 5, 0, 1}, false},
       {"motion there and back", {"R", "v.X", "v.Y", "v.Z", "v.W"}, "v", {1, 2, 3, 1}, false},
       {"named layers alone", {"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}, "", {3, 4, 5, 1}, false},
@@ -57,9 +57,8 @@ TEST(ReadNode, FindsChannelsByName) {
   for (const FileCase& each : cases) {
     scene::write_plate(scene::folder() / "channels.exr", numbered(4, 2, each.channels));
     host::files::Headers headers;
-    const auto* layer = headers.get((scene::folder() / "channels.exr").string()).find(each.layer);
-    ASSERT_TRUE(layer) << each.what;
-    EXPECT_EQ(layer->coverage, each.coverage) << each.what;
+    const auto layer = headers.layer({(scene::folder() / "channels.exr").string(), each.layer, {}});
+    EXPECT_EQ(layer.coverage, each.coverage) << each.what;
     scene::Scene shot(read_node(std::string(R"("file": "channels.exr", "layer": ")") + each.layer + "\""), 4,
                       2);
     const auto image = shot.image("r");
@@ -68,7 +67,7 @@ TEST(ReadNode, FindsChannelsByName) {
     Rgba last = each.first;
     for (size_t c = 0; c < 4; ++c) {
       // What the file has no channel for stays what it is.
-      if (layer->channels[c] >= 0) last[c] += 70;
+      if (layer.channels[c] >= 0) last[c] += 70;
     }
     EXPECT_EQ(scene::pixel(image, 3, 0), last) << each.what;
   }

@@ -1,0 +1,254 @@
+#include "host/files/sources.h"
+#include "tests/host/render/scene.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <OpenImageIO/deepdata.h>
+#include <OpenImageIO/imageio.h>
+#include <gtest/gtest.h>
+
+// What is read of a file, against files made by the image library itself.
+
+namespace {
+
+using host::files::Decoder;
+using host::files::Headers;
+using host::files::Pixels;
+using host::files::Source;
+using Rgba = std::array<float, 4>;
+
+struct Part {
+  std::string name;
+  std::vector<std::string> channels;
+};
+
+// Parts of one row; channel c of part p has 100 p + c in its first pixel.
+std::string write_parts(const std::string& name, const std::vector<Part>& parts) {
+  const std::string path = (scene::folder() / name).string();
+  std::vector<OIIO::ImageSpec> specs;
+  for (const Part& part : parts) {
+    OIIO::ImageSpec spec(3, 1, static_cast<int>(part.channels.size()), OIIO::TypeFloat);
+    spec.channelnames = part.channels;
+    if (!part.name.empty()) spec.attribute("oiio:subimagename", part.name);
+    specs.push_back(spec);
+  }
+  const auto output = OIIO::ImageOutput::create(path);
+  output->open(path, static_cast<int>(specs.size()), specs.data());
+  for (size_t p = 0; p < specs.size(); ++p) {
+    if (p > 0) output->open(path, specs[p], OIIO::ImageOutput::AppendSubimage);
+    std::vector<float> pixels;
+    for (int i = 0; i < 3 * specs[p].nchannels; ++i)
+      pixels.push_back(static_cast<float>(p) * 100 + static_cast<float>(i));
+    EXPECT_TRUE(output->write_image(OIIO::TypeFloat, pixels.data())) << output->geterror();
+  }
+  EXPECT_TRUE(output->close());
+  return path;
+}
+
+struct Read {
+  Rgba first{};
+  bool coverage = false;
+  std::string error;
+};
+
+Read read(const Source& source) {
+  Headers headers;
+  host::Notices notices;
+  Decoder decoder(headers, 2, 1 << 20, notices);
+  Read result;
+  try {
+    const Pixels pixels = decoder.take(source);
+    std::copy_n(pixels.rgba.get(), 4, result.first.begin());
+    result.coverage = headers.layer(source).coverage;
+  } catch (const std::runtime_error& error) {
+    result.error = error.what();
+  }
+  return result;
+}
+
+TEST(Layers, AreFoundByPartByLayerAndByChannel) {
+  const std::string eyes = write_parts("eyes.exr", {{"right", {"R", "G", "B", "A", "Z"}},
+                                                    {"left", {"R", "G", "B", "A", "Z", "N.X", "N.Y", "N.Z"}},
+                                                    {"ids", {"id.p", "id.q"}}});
+  const std::string views = write_parts(
+      "views.exr", {{"rgba", {"R", "G", "B", "A", "Z", "left.A", "left.B", "left.G", "left.R", "left.Z"}}});
+  const std::string late = write_parts("late.exr", {{"depth", {"Z"}}, {"beauty", {"R", "G", "B"}}});
+  const struct {
+    std::string path, layer;
+    std::vector<std::string> channels;
+    Rgba first;
+    bool coverage;
+    std::string error;
+  } cases[] = {
+      {eyes, "", {}, {0, 1, 2, 3}, true, ""},
+      {eyes, "right", {}, {0, 1, 2, 3}, true, ""},
+      {eyes, "left", {}, {100, 101, 102, 103}, true, ""},
+      {eyes, "left.Z", {}, {104, 104, 104, 1}, false, ""},
+      {eyes, "right.Z", {}, {4, 4, 4, 1}, false, ""},
+      {eyes, "N", {}, {105, 106, 107, 1}, false, ""},
+      {eyes, "left.N", {}, {105, 106, 107, 1}, false, ""},
+      {eyes, "ids", {}, {200, 201, 0, 1}, false, ""},
+      {eyes, "id", {}, {200, 201, 0, 1}, false, ""},
+      {eyes, "Z", {}, {}, false, R"(layer "Z" may be any of "right.Z", "left.Z")"},
+      {eyes,
+       "Y",
+       {},
+       {},
+       false,
+       R"(has no layer "Y"; it has "right", "right.Z", "left", "left.N", "left.Z", "ids")"},
+      {eyes, "", {"N.Z"}, {107, 107, 107, 1}, false, ""},
+      {eyes, "", {"left.Z"}, {104, 104, 104, 1}, false, ""},
+      {eyes, "left", {"Z", "R"}, {104, 100, 0, 1}, false, ""},
+      {eyes, "left", {"B", "G", "R", "A"}, {102, 101, 100, 103}, true, ""},
+      {eyes, "left", {"R", "G", "B", "Z"}, {100, 101, 102, 104}, false, ""},
+      {eyes, "", {"R"}, {}, false, R"(channel "R" may be any of "right.R", "left.R")"},
+      {eyes, "left", {"W"}, {}, false, R"(has no channel "W"; it has "left.R", )"},
+      {eyes, "", {"right.R", "left.R"}, {}, false, "lie in several parts"},
+      {views, "", {}, {0, 1, 2, 3}, true, ""},
+      {views, "rgba", {}, {0, 1, 2, 3}, true, ""},
+      {views, "left", {}, {8, 7, 6, 5}, true, ""},
+      {views, "rgba.left", {}, {8, 7, 6, 5}, true, ""},
+      {views, "Z", {}, {4, 4, 4, 1}, false, ""},
+      {views, "", {"left.Z"}, {9, 9, 9, 1}, false, ""},
+      {late, "", {}, {100, 101, 102, 1}, false, ""},
+      {late, "depth", {}, {0, 0, 0, 1}, false, ""},
+  };
+  for (const auto& each : cases) {
+    const Read found = read({each.path, each.layer, each.channels});
+    const std::string what =
+        each.path + " " + each.layer + " " + (each.channels.empty() ? "" : each.channels[0]);
+    EXPECT_NE(found.error.find(each.error), std::string::npos) << what << ": " << found.error;
+    EXPECT_EQ(found.error.empty(), each.error.empty()) << what << ": " << found.error;
+    // The reader orders channels as colour first; names, not places, must lead to them.
+    EXPECT_EQ(found.first, each.first) << what;
+    EXPECT_EQ(found.coverage, each.coverage) << what;
+  }
+}
+
+// A file of one row of half pixels whose header is then said to be wider.
+std::string write_wide(int width) {
+  const std::string path = (scene::folder() / "wide.exr").string();
+  OIIO::ImageSpec spec(4, 1, 4, OIIO::TypeHalf);
+  const auto output = OIIO::ImageOutput::create(path);
+  const std::vector<float> pixels(16, 0.5F);
+  EXPECT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeFloat, pixels.data()) &&
+              output->close());
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  const std::string bytes(std::istreambuf_iterator<char>(file), {});
+  for (const std::string window : {"dataWindow", "displayWindow"}) {
+    const int last = width - 1;
+    file.seekp(
+        static_cast<std::streamoff>(bytes.find(window + '\0' + "box2i") + window.size() + 1 + 6 + 4 + 8));
+    file.write(reinterpret_cast<const char*>(&last), sizeof last);
+  }
+  return path;
+}
+
+std::string write_deep() {
+  const std::string path = (scene::folder() / "deep.exr").string();
+  OIIO::ImageSpec spec(2, 1, 2, OIIO::TypeFloat);
+  spec.channelnames = {"A", "Z"};
+  spec.deep = true;
+  OIIO::DeepData pixels(spec);
+  pixels.set_samples(0, 2);
+  const auto output = OIIO::ImageOutput::create(path);
+  EXPECT_TRUE(output->open(path, spec) && output->write_deep_image(pixels) && output->close());
+  return path;
+}
+
+TEST(Layers, ThatCannotBeReadSaySoByTheHeaderAlone) {
+  EXPECT_NE(read({write_deep(), "", {}}).error.find("deep.exr: its image is deep"), std::string::npos);
+  const std::string wide = write_wide(8000000);
+  try {
+    Headers(32768).layer({wide, "", {}});
+    ADD_FAILURE();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(error.what(), wide + ": an image of 8000000 x 1 pixels is larger than the device's textures");
+  }
+  const std::string fits = write_parts("fits.exr", {{"", {"R", "G", "B"}}});
+  EXPECT_EQ(Headers(3).layer({fits, "", {}}).channels[2], 2);
+  EXPECT_THROW(Headers(2).layer({fits, "", {}}), std::runtime_error);
+}
+
+TEST(Ids, AreTheNumbersThemselvesAndSayWhereAFloatEnds) {
+  const std::string path = (scene::folder() / "ids.exr").string();
+  const std::vector<uint32_t> ids = {0, 1, 7, 8388609, 16777215, 16777216, 16777217, 4294967295};
+  OIIO::ImageSpec spec(8, 1, 1, OIIO::TypeUInt32);
+  spec.channelnames = {"id"};
+  const auto output = OIIO::ImageOutput::create(path);
+  ASSERT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeUInt32, ids.data()) &&
+              output->close());
+  Headers headers;
+  host::Notices notices;
+  Decoder decoder(headers, 1, 1 << 20, notices);
+  const Pixels pixels = decoder.take({path, "", {}});
+  for (size_t i = 0; i < ids.size(); ++i) {
+    EXPECT_EQ(pixels.rgba[i * 4], static_cast<float>(ids[i]));
+    EXPECT_EQ(pixels.rgba[i * 4 + 3], 1.0F);
+  }
+  EXPECT_FALSE(headers.layer({path, "", {}}).coverage);
+  EXPECT_EQ(notices.take(), std::vector<std::string>{
+                                path + ": 2 pixels hold whole numbers above 16777216, which are rounded"});
+}
+
+TEST(Colors, AreSrgbInWholeNumbersUnlessTheFileSaysOtherwise) {
+  const struct {
+    const char* name;
+    OIIO::TypeDesc type;
+    const char* attribute;
+    const char* value;
+    const char* color;
+  } cases[] = {
+      {"c8.tif", OIIO::TypeUInt8, "", "", "sRGB"},
+      {"c16.tif", OIIO::TypeUInt16, "", "", "sRGB"},
+      {"cf.tif", OIIO::TypeFloat, "", "", "linear"},
+      {"c.tga", OIIO::TypeUInt8, "", "", "sRGB"},
+      {"c.bmp", OIIO::TypeUInt8, "", "", "sRGB"},
+      {"c.dpx", OIIO::TypeUInt8, "", "", "sRGB"},
+      {"l.dpx", OIIO::TypeUInt16, "dpx:Transfer", "Linear", "linear"},
+      {"k.dpx", OIIO::TypeUInt16, "oiio:ColorSpace", "KodakLog", "KodakLog"},
+      {"c.png", OIIO::TypeUInt8, "", "", "sRGB"},
+      {"l.png", OIIO::TypeUInt8, "oiio:ColorSpace", "Linear", "linear"},
+      {"g.png", OIIO::TypeUInt8, "oiio:ColorSpace", "Gamma2.2", "sRGB"},
+      {"c.exr", OIIO::TypeHalf, "", "", "linear"},
+      {"c.jpg", OIIO::TypeUInt8, "", "", "sRGB"},
+  };
+  for (const auto& each : cases) {
+    const std::string path = (scene::folder() / each.name).string();
+    OIIO::ImageSpec spec(4, 4, 3, each.type);
+    if (*each.attribute) spec.attribute(each.attribute, each.value);
+    if (std::string(each.value) == "Gamma2.2") spec.attribute("oiio:Gamma", 2.2F);
+    const std::vector<float> pixels(48, 0.5F);
+    const auto output = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeFloat, pixels.data()) &&
+                output->close());
+    EXPECT_EQ(Headers().get(path).color, each.color) << each.name;
+  }
+}
+
+TEST(Decoder, DecodesOnceWhatSeveralNodesWant) {
+  const std::string plain = write_parts("plain.exr", {{"", {"R", "G", "B", "A"}}});
+  const std::string grey = write_parts("grey.exr", {{"", {"Y"}}});
+  for (const std::string& path : {plain, grey}) {
+    Headers headers;
+    host::Notices notices;
+    Decoder decoder(headers, 2, 1 << 20, notices);
+    const Source source = {path, "", {}};
+    const host::files::Wanted wanted[] = {{source, 0}, {source, 0}, {source, 1}};
+    decoder.want(wanted);
+    const Pixels first = decoder.take(source);
+    EXPECT_EQ(decoder.take(source).rgba, first.rgba) << path;
+    EXPECT_EQ(decoder.stats().files, 1) << path;
+    // Nobody else was announced: it is not kept.
+    EXPECT_NE(decoder.take(source).rgba, first.rgba) << path;
+  }
+}
+
+}  // namespace
