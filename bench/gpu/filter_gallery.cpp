@@ -1,7 +1,7 @@
 // filter_gallery FILE: draws one picture, runs every filter on it with the driver of this machine
 // and writes a contact sheet, so that a person can judge what no number tells.
 
-#include "tests/support/filter_rig.h"
+#include "bench/gpu/filter_rig.h"
 
 #include <algorithm>
 #include <array>

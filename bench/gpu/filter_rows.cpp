@@ -1,8 +1,8 @@
 #include <qv/nodes/filter/ops.h>
 
+#include "bench/gpu/filter_rig.h"
 #include "bench/gpu/peers.h"
 #include "bench/gpu/rows.h"
-#include "tests/support/filter_rig.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
+#include "bench/gpu/gl_context.h"
 #include "bench/gpu/rows.h"
-#include "tests/support/gl_context.h"
 
 int main(int argc, char** argv) {
   bench::Report report("gpu", argc, argv);

@@ -1,8 +1,8 @@
 #include <qv/gpu/gl/entry_points.h>
 #include <qv/gpu/registry.h>
 
+#include "bench/gpu/filter_rig.h"
 #include "bench/gpu/rows.h"
-#include "tests/support/filter_rig.h"
 
 namespace bench {
 

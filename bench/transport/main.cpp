@@ -1,7 +1,7 @@
 #include <qv/transport/ring.h>
 
+#include "bench/gpu/gl_context.h"
 #include "bench/report.h"
-#include "tests/support/gl_context.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,14 @@
+#include <qv/nodes/filter/ops.h>
+#include <qv/transport/ring.h>
+
+#include "host/gpu/shader_library.h"
 #include "tests/gpu/driver/reference.h"
-#include "tests/support/filter_rig.h"
+#include "tests/support/gpu.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <span>
 
 #include <gtest/gtest.h>
 
@@ -12,18 +18,64 @@
 namespace {
 
 using reference::Picture;
-using support::FilterRig;
+using support::Gpu;
 using support::photograph;
 
 constexpr double float_storage = 4e-6;  // of the largest magnitude, after sums of up to 100 products
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
+// What run_op says of textures that are read texel by texel, or through samplers that take the nearest one;
+// `out` keeps its size and receives what was drawn.
+int run_filter(const std::string& op, std::span<const Picture> inputs, std::span<const double> params,
+               Picture& out, bool samplers) {
+  using namespace qv::nodes::filter;
+  using host::gpu::ShaderLibrary;
+  namespace transport = qv::transport;
+  static std::string why;
+  static Gpu& gpu = *Gpu::get(why);
+  static ShaderLibrary& shaders = *new ShaderLibrary(ShaderLibrary::default_root());
+  for (const std::string& file : op_frags(op)) {
+    const auto& program = shaders.get(file, samplers ? "" : "#undef NEAREST_SAMPLERS\n");
+    program_set(file, {program.name, shaders.vertex_array(), shaders.draw_mode(), shaders.index_count(),
+                       program.samplers});
+  }
+  const unsigned sampler = samplers ? gpu.pool.sampler() : 0;
+  scratch_sampler(sampler);
+  std::vector<host::gpu::TexturePtr> textures;
+  std::vector<Tex> texs;
+  const auto add = [&](const Picture& picture) {
+    textures.push_back(gpu.upload(picture.w, picture.h, picture.rgba.data()));
+    texs.push_back({textures.back()->name, textures.back()->framebuffer, sampler, picture.w, picture.h});
+  };
+  for (const Picture& input : inputs) add(input);
+  add(out);
+  const unsigned target = texs.back().fbo;
+  const int result = run_op(op, std::span(texs).first(inputs.size()), params, texs.back(), target);
+  int bound = 0;
+  host::gpu::gl.GetIntegerv(GL_FRAMEBUFFER_BINDING, &bound);
+  EXPECT_TRUE(result < run_drawn || bound == static_cast<int>(target)) << op;
+  EXPECT_TRUE(transport::init(&why)) << why;
+  transport::wait(transport::start(target, 0, 0, 0, out.w, out.h, 4, out.rgba.data(), nullptr, 0, {}));
+  transport::close();
+  EXPECT_EQ(host::gpu::gl.GetError(), 0U) << op;
+  return result;
+}
+
+int run_filter(const std::string& op, std::span<const Picture> inputs, std::span<const double> params,
+               Picture& out) {
+  Picture sampled = out;
+  const int result = run_filter(op, inputs, params, sampled, true);
+  EXPECT_EQ(run_filter(op, inputs, params, out, false), result) << op;
+  EXPECT_EQ(std::memcmp(out.rgba.data(), sampled.rgba.data(), out.rgba.size() * sizeof(float)), 0) << op;
+  return result;
+}
+
 class Filters : public testing::Test {
  protected:
   void SetUp() override {
     std::string why;
-    if (support::GlContext::get(&why)) return;
+    if (Gpu::get(why)) return;
     const int count = testing::UnitTest::GetInstance()->total_test_count();
     if (std::getenv("CI")) FAIL() << "no GL driver in CI: " << why;
     GTEST_SKIP() << "skipped: no GL driver (" << count << " tests here): " << why;
@@ -33,7 +85,7 @@ class Filters : public testing::Test {
   static Picture run(const std::string& op, const std::vector<Picture>& inputs,
                      const std::vector<double>& params) {
     Picture out(inputs[0].w, inputs[0].h, -7);
-    EXPECT_EQ(FilterRig::get().run(op, inputs, params, out), 1) << op;
+    EXPECT_EQ(run_filter(op, inputs, params, out), 1) << op;
     return out;
   }
 };
@@ -222,22 +274,11 @@ Picture complement(Picture picture) {
   return picture;
 }
 
-TEST_F(Filters, shrinking_is_growing_of_the_complement) {
+TEST_F(Filters, eroding_is_growing_of_the_complement) {
   const Picture picture = photograph(53, 37);
-  for (const double amount : {0.7, 2.0, 3.25}) {
-    const std::vector<double> window = {0, 0, 0, 0, 53, 37};
-    expect_near(run("dilate", {complement(picture)}, {amount}),
-                complement(run("dilate", {picture}, {-amount})), float_storage, "dilate");
+  for (const double amount : {0.7, 2.0, 3.25})
     expect_near(run("erode", {complement(picture)}, {amount, 0, 0, 0, 0, 53, 37}),
                 complement(run("erode", {picture}, {-amount, 0, 0, 0, 0, 53, 37})), float_storage, "erode");
-    for (const double filter : {0.0, 1.0, 2.0, 3.0})
-      expect_near(run("filter_erode", {complement(picture)}, {amount, filter}),
-                  complement(run("filter_erode", {picture}, {-amount, filter})), float_storage,
-                  "filter_erode");
-  }
-  EXPECT_EQ(run("filter_erode", {picture}, {-3, 0}).rgba, run("dilate", {picture}, {-3}).rgba)
-      << "a box is the plain minimum";
-  EXPECT_EQ(run("dilate", {picture}, {-3}).rgba, reference::dilate(picture, -3).rgba);
 }
 
 TEST_F(Filters, both_ways_of_the_disc_agree_beside_a_far_brighter_pixel) {
@@ -340,12 +381,12 @@ TEST_F(Filters, odd_parameters_do_no_harm) {
         params[i] = odd;
         Picture out = flat;
         const size_t used = each.op == std::string("edgeblur") ? 2 : 1;
-        EXPECT_GE(FilterRig::get().run(each.op, std::span(inputs).first(used), params, out), 0);
+        EXPECT_GE(run_filter(each.op, std::span(inputs).first(used), params, out), 0);
         if (each.keeps_constants) expect_near(out, flat, 1e-4, name(each.op, flat, double(i), odd));
       }
   Picture out = flat;
   const double far_box[] = {100, 100, 1, 2, 0, 0, 1e30, 3};
-  EXPECT_EQ(FilterRig::get().run("blur", std::span(inputs).first(1), far_box, out), -1);
+  EXPECT_EQ(run_filter("blur", std::span(inputs).first(1), far_box, out), -1);
 }
 
 }  // namespace

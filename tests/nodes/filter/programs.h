@@ -2,7 +2,6 @@
 
 #include <qv/nodes/filter/plan.h>
 
-#include <string>
 #include <vector>
 
 // The fake driver with a program for every fragment file, as a host would register them.
@@ -17,11 +16,5 @@ qv::nodes::filter::Tex target(int w = 64, int h = 48);
 // Resets the fake driver, loads the entry points, registers all programs and empties the pool of
 // any earlier context.
 void start();
-
-// The draws since the last call, one line each: file without ending, size of the target and where
-// it goes ("out", or "p1" for a texture that is read under that name later), uniforms and textures
-// in the order in which they were sent:
-//   "p0 blur_v 64x48 size=3 radius=1 filter=0 image=in1"
-std::vector<std::string> passes();
 
 }  // namespace programs

@@ -1,4 +1,4 @@
-#include "tests/support/gl_context.h"
+#include "bench/gpu/gl_context.h"
 
 #include <type_traits>
 

@@ -1,4 +1,4 @@
-#include "tests/support/filter_rig.h"
+#include "bench/gpu/filter_rig.h"
 
 #include <qv/gpu/gl/entry_points.h>
 #include <qv/gpu/registry.h>

@@ -2,7 +2,7 @@
 
 #include <qv/nodes/filter/ops.h>
 
-#include "tests/support/gl_context.h"
+#include "bench/gpu/gl_context.h"
 #include "tests/support/picture.h"
 
 #include <map>
