@@ -35,6 +35,11 @@ KnobSpec KnobSpec::within(double least, double most) && {
   return std::move(*this);
 }
 
+KnobSpec KnobSpec::or_pairs() && {
+  pairs = true;
+  return std::move(*this);
+}
+
 KnobSpec KnobSpec::in_pixels() && {
   pixels = true;
   return std::move(*this);

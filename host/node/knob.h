@@ -40,10 +40,12 @@ struct KnobSpec {
   double minimum = -std::numeric_limits<double>::infinity();
   double maximum = std::numeric_limits<double>::infinity();
   bool pixels = false;  // a length or position: scaled with --proxy
+  bool pairs = false;   // of a text: an object of texts is taken as well, as "name=value name=value"
 
   // Values below or above are refused in a composition, and held at the limit between keys.
   KnobSpec within(double least, double most) &&;
   KnobSpec in_pixels() &&;
+  KnobSpec or_pairs() &&;
   // A list knob that may be given fewer components than it has defaults.
   KnobSpec at_least(int components) &&;
 

@@ -128,6 +128,7 @@ struct Node {
   const NodeType* type = nullptr;
   std::vector<int> inputs;
   std::vector<KnobValue> knobs;  // one a KnobSpec of the type, in its order
+  bool disabled = false;         // nobody reads it: its readers are connected to its first input
 
   Call call_at(int64_t frame, const Project& project) const;
 };

@@ -72,8 +72,24 @@ std::vector<std::string> check_channel(const node::Knobs& knobs, std::string_vie
           quoted(text)};
 }
 
-std::vector<std::string> check_routing(const std::string& text) {
+std::string routing_text(const std::string& text) {
+  if (text.find('=') == std::string::npos) return text;
   std::istringstream stream(text);
+  std::string routes;
+  size_t count = 0;
+  for (std::string pair; stream >> pair; ++count) {
+    const size_t sign = std::min(pair.find('='), pair.size());
+    std::string source = pair.substr(std::min(sign + 1, pair.size()));
+    const bool second = source.rfind("second.", 0) == 0;
+    if (second || source.rfind("first.", 0) == 0) source.erase(0, source.find('.') + 1);
+    if (source.empty()) source = "nothing";
+    routes += " " + source + (second ? " 1 0 " : " 0 0 ") + pair.substr(0, sign) + " 0 0";
+  }
+  return std::to_string(count) + routes;
+}
+
+std::vector<std::string> check_routing(const std::string& text) {
+  std::istringstream stream(routing_text(text));
   std::vector<std::string> words;
   for (std::string word; stream >> word;) words.push_back(word);
   if (words.empty()) return {};

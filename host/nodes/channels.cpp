@@ -179,7 +179,7 @@ class Shuffle final : public Operation {
  private:
   static std::array<float, 4> codes(const Call& call) {
     std::array<logic::Route, 8> routes;
-    logic::shuffle_routing(call.knobs.text("routing"), routes);
+    logic::shuffle_routing(routing_text(call.knobs.text("routing")), routes);
     const size_t group = call.knobs.text("group") == "second" ? 4 : 0;
     return logic::shuffle_codes(std::span<const logic::Route, 4>(routes.data() + group, 4), true, true,
                                 call.node.inputs[1] >= 0);
@@ -190,13 +190,17 @@ NodeType shuffle() {
   NodeType type;
   type.name = "shuffle";
   type.family = "merge";
-  type.help = "Puts channels of two images together as a routing text says.";
+  type.help = "Puts channels of two images together.";
   type.inputs = {{"first", true, "Input 0."}, {"second", false, "Input 1."}};
   type.knobs = {
       text("routing", "",
-           "How many routes, then for each: source channel (or black, white), its input, a fallback slot; "
-           "output channel, its group, a fallback slot. \"2 a 0 3 r 0 0 white 0 0 a 0 3\" puts alpha into "
-           "red and 1 into alpha. Channels without a route stay as they are."),
+           "What each output channel gets: {\"r\": \"alpha\", \"a\": \"white\"}; black, white, or a channel, "
+           "of "
+           "the second input as \"second.blue\". Channels that are not named stay as they are. Or as a text: "
+           "how "
+           "many routes, then for each source, its input, a fallback slot, output, its group, a fallback "
+           "slot.")
+          .or_pairs(),
       choice("group", "first", {"first", "second"}, "Which of the routing's two output groups to show."),
   };
   type.operation = std::make_shared<Shuffle>();

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <set>
 #include <system_error>
@@ -63,18 +64,30 @@ std::vector<int64_t> parse_default_frames(const nlohmann::json& value, Problems&
   return {1};
 }
 
+// Connects whoever reads a disabled node to its first input. Upstream first, so one look is enough.
+void bypass_disabled(std::vector<node::Node>& all) {
+  for (node::Node& node : all) {
+    for (int& input : node.inputs) {
+      if (input < 0) continue;
+      const node::Node& read = all[static_cast<size_t>(input)];
+      if (read.disabled) input = read.inputs.empty() ? -1 : read.inputs[0];
+    }
+  }
+}
+
 // Where nothing is named: what writes files, else what nothing reads.
 std::vector<int> default_outputs(const std::vector<node::Node>& all) {
   std::vector<int> writers;
   std::set<int> read;
   for (size_t i = 0; i < all.size(); ++i) {
+    if (all[i].disabled) continue;
     if (all[i].type->writes_files) writers.push_back(static_cast<int>(i));
     read.insert(all[i].inputs.begin(), all[i].inputs.end());
   }
   if (!writers.empty()) return writers;
   std::vector<int> ends;
   for (int i = 0; i < static_cast<int>(all.size()); ++i) {
-    if (!read.count(i)) ends.push_back(i);
+    if (!read.count(i) && !all[static_cast<size_t>(i)].disabled) ends.push_back(i);
   }
   return ends;
 }
@@ -91,6 +104,8 @@ std::vector<int> parse_outputs(const nlohmann::json& value, const Composition& c
     if (at < 0) {
       problems.add("\"output\": ",
                    "expected a node's name, found " + found(each) + did_you_mean(name, names));
+    } else if (composition.nodes[static_cast<size_t>(at)].disabled) {
+      problems.add("\"output\": ", "node " + quoted(name) + " is disabled");
     } else {
       outputs.push_back(at);
     }
@@ -133,19 +148,25 @@ Composition parse_composition(std::string_view text, const std::filesystem::path
   if (!root.is_object()) {
     throw CompositionError(composition.file + ": expected an object, found " + found(root));
   }
-  refuse_unknown(root, {"$schema", "format", "frames", "nodes", "output"}, "", problems);
+  refuse_unknown(root, {"$schema", "format", "frames", "nodes", "output", "comment"}, "", problems);
   composition.format = parse_format(root.value("format", nlohmann::json()), problems);
   composition.frames = parse_default_frames(root.value("frames", nlohmann::json()), problems);
   composition.nodes = parse_nodes(root.value("nodes", nlohmann::json()), problems);
   if (!problems.any()) composition.nodes = upstream_first(std::move(composition.nodes), problems);
   if (!problems.any()) {
+    bypass_disabled(composition.nodes);
     composition.outputs = parse_outputs(root.value("output", nlohmann::json()), composition, problems);
   }
+  if (!problems.any() && composition.outputs.empty()) problems.add("\"nodes\": ", "all of them are disabled");
   if (problems.any()) throw CompositionError(problems.text());
   return composition;
 }
 
 Composition read_composition(const std::filesystem::path& file) {
+  if (file == "-") {
+    const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
+    return parse_composition(text, "standard input");
+  }
   std::ifstream stream(file, std::ios::binary);
   if (!stream) {
     throw CompositionError(file.string() + ": cannot be opened: " + std::generic_category().message(errno));

@@ -36,7 +36,8 @@ struct Composition {
   int find(std::string_view name) const;
 };
 
-// Reads a file. Throws CompositionError, also when it cannot be read.
+// Reads a file, or with "-" the standard input, whose paths are relative to the current folder. Throws
+// CompositionError, also when it cannot be read.
 Composition read_composition(const std::filesystem::path& file);
 
 // Reads a text, as if it stood in that file. The text is JSON with // and /* */ comments:
@@ -44,6 +45,7 @@ Composition read_composition(const std::filesystem::path& file);
 //    "nodes": [{"name": "soft", "type": "blur", "inputs": {"image": "plate"}, "knobs": {"size": 8}}],
 //    "output": "out"}
 // `inputs` may be a text, for the first input, or a list of texts where an input repeats.
+// A node may have a "comment", and "disabled": true connects its readers to its first input instead.
 // `output` is a node's name or a list; by default every node that writes files, or else every node
 // that nothing reads. A knob is a number, true or false, a text, a list, or keys:
 //   {"keys": [[1, 0.0, "smooth"], [24, 1.0]], "extrapolate": false}

@@ -62,9 +62,23 @@ bool parse_numbers(const nlohmann::json& value, const KnobSpec& spec, const std:
   return true;
 }
 
+// An object of texts as "name=value name=value"; nothing when it holds anything else.
+std::optional<std::string> joined_pairs(const nlohmann::json& object) {
+  std::string text;
+  for (const auto& [name, value] : object.items()) {
+    if (!value.is_string()) return std::nullopt;
+    text.append(text.empty() ? "" : " ").append(name).append("=").append(value.get<std::string>());
+  }
+  return text;
+}
+
 bool parse_text(const nlohmann::json& value, const KnobSpec& spec, const std::string& place,
                 Problems& problems, KnobValue& out) {
   const auto given = value.is_string() ? value.get<std::string>() : std::string();
+  if (const auto pairs = spec.pairs && value.is_object() ? joined_pairs(value) : std::nullopt) {
+    out.text = *pairs;
+    return true;
+  }
   const bool listed = std::find(spec.choices.begin(), spec.choices.end(), given) != spec.choices.end();
   if (!value.is_string() || (spec.kind == KnobKind::choice && !listed)) {
     problems.add(place, "expected " + expectation(spec) + ", found " + found(value) +

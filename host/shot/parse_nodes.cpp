@@ -142,7 +142,11 @@ std::optional<Node> parse_node(const nlohmann::json& object, size_t number, Prob
   Node node;
   node.name = name.get<std::string>();
   const std::string place = node_place(node.name);
-  refuse_unknown(object, {"name", "type", "inputs", "knobs"}, place, problems);
+  refuse_unknown(object, {"name", "type", "inputs", "knobs", "comment", "disabled"}, place, problems);
+  const auto disabled = object.value("disabled", nlohmann::json(false));
+  if (!disabled.is_boolean())
+    problems.add(place, "\"disabled\": expected true or false, found " + found(disabled));
+  node.disabled = disabled.is_boolean() && disabled.get<bool>();
   node.type = parse_type(object, place, problems);
   if (!node.type) return std::nullopt;
   auto knobs = object.value("knobs", nlohmann::json::object());

@@ -108,6 +108,8 @@ Json node_schema() {
           {"properties",
            {{"name", {{"type", "string"}, {"minLength", 1}}},
             {"type", {{"type", "string"}, {"oneOf", names}}},
+            {"comment", {{"type", "string"}}},
+            {"disabled", {{"type", "boolean"}, {"description", "Lets its first input through unchanged."}}},
             {"inputs", {{"description", "What the node reads: other nodes by input, or in their order."}}},
             {"knobs", {{"type", "object"}}}}},
           {"allOf", rules}};
@@ -156,6 +158,7 @@ std::string composition_schema() {
       {"additionalProperties", false},
       {"properties",
        {{"$schema", {{"type", "string"}}},
+        {"comment", {{"type", "string"}}},
         {"format", format_schema()},
         {"frames",
          {{"type", {"string", "integer"}},

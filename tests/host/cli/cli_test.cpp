@@ -106,6 +106,16 @@ TEST(Composition, BrokenOnesNameFileNodeAndKnob) {
   }
 }
 
+TEST(Composition, ComesFromStandardInputToo) {
+  const fs::path folder = process::new_folder();
+  process::Setup setup;
+  setup.folder = folder.string();
+  setup.in_path = process::write_text(folder / "shot.json", composition(grey + "," + out)).string();
+  const process::Ended ended = run({"render", "-", "-f", "1"}, setup);
+  EXPECT_EQ(ended.code, 0) << ended.err;
+  EXPECT_TRUE(fs::exists(folder / "o.0001.exr"));
+}
+
 TEST(Composition, NamesAreNoCommandsToATerminal) {
   const fs::path folder = process::new_folder();
   const std::string text = composition(R"({"name": "\u001b[2J\u009b", "type": "blurr"})");

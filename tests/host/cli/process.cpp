@@ -46,6 +46,7 @@ void apply(const Setup& setup) {
   limit(RLIMIT_FSIZE, setup.largest_file);
   limit(RLIMIT_AS, setup.address_space);
   if (!setup.folder.empty() && chdir(setup.folder.c_str()) != 0) _exit(126);
+  if (!setup.in_path.empty()) dup2(open(setup.in_path.c_str(), O_RDONLY), STDIN_FILENO);
   if (!setup.out_path.empty()) dup2(open(setup.out_path.c_str(), O_WRONLY), STDOUT_FILENO);
   if (setup.mortal) prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
 }

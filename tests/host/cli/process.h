@@ -14,6 +14,7 @@ struct Setup {
   uint64_t largest_file = 0;   // bytes that a file may grow to before writing fails, as on a full disk
   uint64_t address_space = 0;  // bytes
   std::string folder = {};     // to start in
+  std::string in_path = {};    // standard input
   std::string out_path = {};   // standard output, in place of a pipe
   bool terminal = false;       // messages go to a terminal
   bool mortal = false;         // permissions of files count, even for root

@@ -174,6 +174,13 @@ TEST(Channels, GoWhereTheyAreSent) {
       {"from the second", shuffle(both, "1 b 1 2 r 0 0"), {0.5F, 0.25F, 0, 0.5F}},
       {"green of the second", shuffle(both, "1 g 1 1 b 0 2"), {0.5F, 0.25F, 0.75F, 0.5F}},
       {"the second is not there", shuffle(one, "1 g 1 1 g 0 1"), {0.5F, 0, 0, 0.5F}},
+      {"in words",
+       probe::node("shuffle", both, R"("routing": {"r": "alpha", "blue": "second.green", "a": "white"})"),
+       {0.5F, 0.25F, 0.75F, 1}},
+      {"past a disabled node",
+       R"({"name": "m", "type": "clamp", "inputs": "A", "knobs": {"high": 0.1}, "disabled": true, "comment": "-"},)"
+       R"({"name": "n", "type": "shuffle", "inputs": "m"})",
+       A},
       {"the other group", shuffle(both, "2 g 1 1 r 1 0 white 0 0 r 0 0", "second"), {0.75F, 0.25F, 0, 0.5F}},
   };
   for (const auto& each : cases) probe::expect_near(rendered(each.node), each.expected, 1e-6, each.what);
@@ -269,6 +276,10 @@ TEST(Texts, ThatMeanNothingAreRefused) {
        R"(expected how many routes, then six words for each, found "2" and 6 words)"},
       {shuffle("r to g"), R"(expected how many routes)"},
       {shuffle("1 rgba.x 1 0 w 1 -1"), ""},
+      {shuffle("r=alhpa"),
+       R"(expected a source channel (red, green, blue, alpha, black, white), found "alhpa")"},
+      {probe::node("shuffle", R"("first": "A")", R"("routing": {"red": "second.g", "a": "black"})"), ""},
+      {probe::node("shuffle", R"("first": "A")", R"("routing": {"red": 1})"), R"(knob "routing": expected)"},
   };
   for (const auto& each : cases) {
     std::string found;
