@@ -42,7 +42,7 @@ struct Recorder : host::render::Progress {
   void frame(const host::render::FrameReport& report) override {
     frames.push_back(report);
   }
-  void end(const host::render::Stats& /*all*/) override {}
+  void end(host::render::Outcome /*outcome*/, const host::render::Stats& /*all*/) override {}
 };
 
 TEST(Delivery, ReportsAFrameThatTheWriterHadNoMemoryFor) {
