@@ -1,5 +1,7 @@
 #include "host/files/headers.h"
 
+#include <qv/io/decode.h>
+
 #include "host/files/contents.h"
 #include "host/files/encode.h"
 #include "host/files/pattern.h"
@@ -44,12 +46,6 @@ std::string color_of(const OIIO::ImageSpec& spec) {
   return spec.format.is_floating_point() ? "linear" : "sRGB";
 }
 
-bool is_plain(const OIIO::ImageSpec& spec) {
-  return spec.channelnames == std::vector<std::string>{"R", "G", "B", "A"} && !spec.deep && spec.depth <= 1 &&
-         spec.x == spec.full_x && spec.y == spec.full_y && spec.width == spec.full_width &&
-         spec.height == spec.full_height;
-}
-
 // Size and date, without opening the file.
 void read_attributes(const std::string& path, Header& header) {
   std::error_code error;
@@ -84,7 +80,7 @@ Header read_header(const std::string& path) {
   name_layers(parts, header.contents);
   if (header.contents.layers.empty()) header.error = path + ": has no channels";
   header.plain = parts == 1 && header.contents.layers.size() == 1 && input->seek_subimage(0, 0) &&
-                 is_plain(input->spec());
+                 qv::io::is_plain(input->spec());
   return header;
 }
 

@@ -2,13 +2,14 @@
 
 #include <qv/io/scheduler.h>
 
-#include "host/files/layer_queue.h"
+#include "host/base/stopwatch.h"
 #include "host/files/read_layers.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <map>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -17,7 +18,31 @@
 namespace host::files {
 namespace {
 
-// A source on its way: a job of the decode scheduler, or a part of a layer job.
+// Layers of one file that are read together, as one job of the scheduler.
+struct LayerJob {
+  std::string path;
+  std::vector<Source> sources;  // of this file
+  std::vector<Layer> layers;    // one a source
+  bool layered = false;         // read through the layer reader
+  int64_t id = 0;
+  int wanted = 0;  // sources under way that are parts of it
+
+  // Filled by the job, looked at once that has been taken out of the scheduler.
+  std::map<Source, Pixels> results;  // each is taken out once
+  bool taken = false;
+  std::string error;
+
+  void read(int threads) {
+    try {
+      std::vector<Pixels> pixels = read_layers(path, layers, layered, threads);
+      for (size_t i = 0; i < pixels.size(); ++i) results[sources[i]] = std::move(pixels[i]);
+    } catch (const std::bad_alloc&) {
+      throw std::runtime_error(path + ": out of memory");
+    }
+  }
+};
+
+// A source on its way: a plain file, a part of a layer job, or what is kept.
 struct Entry {
   int distance = 0;
   uint64_t bytes = 0;
@@ -25,6 +50,11 @@ struct Entry {
   int64_t plain_id = 0;
   std::shared_ptr<LayerJob> job;
   std::optional<Pixels> kept;  // taken once already
+
+  // Of its job in the scheduler; 0 for none.
+  int64_t id() const {
+    return job ? job->id : plain_id;
+  }
 };
 
 uint64_t bytes_of(const Layer& layer) {
@@ -42,8 +72,7 @@ struct Decoder::State {
         most_bytes(ahead_bytes),
         // One thread beyond the pool's serves the frame being rendered, so that it waits behind no
         // decode for a later one.
-        plain(std::max(1, thread_count), 1, 1),
-        layers(std::max(1, thread_count)) {}
+        scheduler(std::max(1, thread_count), 1, 1) {}
 
   Headers& headers;
   Notices& notices;
@@ -59,36 +88,28 @@ struct Decoder::State {
   std::map<std::string, int> sources_of;  // of those wanted, by path
   uint64_t bytes = 0;                     // of what is under way
   DecoderStats stats;
-  qv::io::DecodeScheduler plain;
-  LayerQueue layers;
+  qv::io::DecodeScheduler scheduler;
 
   bool room_for(uint64_t more) const {
     return under_way.size() < threads || bytes + more <= most_bytes;
   }
 
   void forget(std::map<Source, Entry>::iterator entry) {
+    if (entry->second.job) --entry->second.job->wanted;
     bytes -= entry->second.bytes;
     under_way.erase(entry);
   }
 
   void drop(std::map<Source, Entry>::iterator entry) {
-    if (entry->second.plain_id) {
-      plain.cancel(entry->second.plain_id);
-    } else if (entry->second.job && entry->second.job.use_count() <= 2) {
-      // Held by this entry and the queue alone: no other layer of the file is wanted.
-      layers.drop(entry->second.job);
-    }
+    const bool last = !entry->second.job || entry->second.job->wanted == 1;
+    if (last) scheduler.cancel(entry->second.id());
     forget(entry);
   }
 
   void make_urgent(Entry& entry, int distance) {
     if (entry.distance == distance) return;
     entry.distance = distance;
-    if (entry.plain_id) {
-      plain.reprioritize(entry.plain_id, distance);
-    } else if (entry.job) {
-      layers.set_distance(*entry.job, distance);
-    }
+    scheduler.reprioritize(entry.id(), distance);
   }
 
   // Starts waiting sources while there is room; layers of one file and frame start as one job.
@@ -105,18 +126,19 @@ struct Decoder::State {
       entry.takes = wanted.takes;
       entry.bytes = bytes_of(*layer);
       if (is_plain(wanted.source, *layer) && sources_of[wanted.source.path] == 1) {
-        entry.plain_id = plain.submit(wanted.source.path, wanted.distance);
+        entry.plain_id = scheduler.submit(wanted.source.path, wanted.distance);
       } else {
         auto& job = jobs[{wanted.source.path, wanted.distance}];
-        if (!job) job = new_job(wanted.source.path, wanted.distance);
+        if (!job) job = new_job(wanted.source.path);
         add(*job, wanted.source, *layer);
+        ++job->wanted;
         entry.job = job;
       }
       bytes += entry.bytes;
       under_way.emplace(wanted.source, std::move(entry));
     }
     waiting.erase(waiting.begin(), waiting.begin() + static_cast<std::ptrdiff_t>(at));
-    for (auto& [place, job] : jobs) layers.submit(std::move(job));
+    for (const auto& [place, job] : jobs) submit(job, place.second);
   }
 
   std::optional<Layer> readable(const Source& source) {
@@ -131,12 +153,28 @@ struct Decoder::State {
     return headers.get(source.path).plain && layer.channels == std::array{0, 1, 2, 3};
   }
 
-  static std::shared_ptr<LayerJob> new_job(const std::string& path, int distance) {
+  static std::shared_ptr<LayerJob> new_job(const std::string& path) {
     auto job = std::make_shared<LayerJob>();
     job->path = path;
-    job->layered = false;
-    job->distance = distance;
     return job;
+  }
+
+  void submit(const std::shared_ptr<LayerJob>& job, int distance) {
+    const auto decode = [job, count = static_cast<int>(threads)](int, qv::io::DecodeResult& out) {
+      const Stopwatch watch(out.read_ms);
+      job->read(count);
+      out.status = qv::io::decode_done;
+    };
+    job->id = scheduler.submit(decode, distance);
+  }
+
+  // Waits for a job as one that the frame being rendered needs.
+  std::shared_ptr<qv::io::DecodeResult> finish(const std::string& path, int64_t id) {
+    scheduler.reprioritize(id, 0);
+    std::shared_ptr<qv::io::DecodeResult> result = scheduler.take(id, -1);
+    if (!result) throw std::runtime_error(path + ": the decode was cancelled");
+    stats.decode_ms += result->read_ms + result->convert_ms;
+    return result;
   }
 
   void add(LayerJob& job, const Source& source, const Layer& layer) {
@@ -147,11 +185,9 @@ struct Decoder::State {
   }
 
   Pixels take_plain(const Source& source, const Layer& layer, int64_t id) {
-    const std::shared_ptr<qv::io::DecodeResult> result = plain.take(id, -1);
-    if (!result) throw std::runtime_error(source.path + ": the decode was cancelled");
-    stats.decode_ms += result->read_ms + result->convert_ms;
-    if (result->status == 4) throw std::runtime_error(source.path + ": " + result->error);
-    if (result->status == 2) {
+    const std::shared_ptr<qv::io::DecodeResult> result = finish(source.path, id);
+    if (result->status == qv::io::decode_failed) throw std::runtime_error(source.path + ": " + result->error);
+    if (result->status == qv::io::decode_done) {
       if (result->width != box_width(layer.extent.window) ||
           result->height != box_height(layer.extent.window)) {
         throw std::runtime_error(source.path + ": the file changed while it was being read");
@@ -180,8 +216,8 @@ struct Decoder::State {
   }
 
   Pixels take_layer(const Source& source, const std::shared_ptr<LayerJob>& job) {
-    layers.finish(job);
-    stats.decode_ms += std::exchange(job->decode_ms, 0.0);
+    if (!job->taken) job->error = finish(source.path, job->id)->error;
+    job->taken = true;
     if (!job->error.empty()) throw std::runtime_error(job->error);
     return std::exchange(job->results[source], Pixels());
   }
@@ -236,11 +272,11 @@ Pixels Decoder::take(const Source& source) {
   }
   Entry entry;
   if (state_->is_plain(source, layer)) {
-    entry.plain_id = state_->plain.submit(source.path, 0);
+    entry.plain_id = state_->scheduler.submit(source.path, 0);
   } else {
-    entry.job = State::new_job(source.path, 0);
+    entry.job = State::new_job(source.path);
     state_->add(*entry.job, source, layer);
-    state_->layers.submit(entry.job);
+    state_->submit(entry.job, 0);
   }
   return state_->decoded(source, layer, entry);
 }

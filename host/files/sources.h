@@ -32,11 +32,10 @@ struct DecoderStats {
   double decode_ms = 0;
 };
 
-// Decodes sources in the background ahead of need. Plain files go through the decode scheduler,
-// layered ones through the layer reader, all wanted layers of a file in one go, anything else through
-// the general reader. What several nodes want is decoded once. All calls from one thread.
-// Bounded: sources decoded or being decoded hold at most `ahead_bytes`, or are as few as there are
-// threads; the others wait their turn.
+// Decodes sources in the background ahead of need, all in one queue: plain files, layered ones through the
+// layer reader, all wanted layers of a file in one go, anything else through the general reader. What several
+// nodes want is decoded once. All calls from one thread. Bounded: sources decoded or being decoded hold at
+// most `ahead_bytes`, or are as few as there are threads; the others wait their turn.
 class Decoder {
  public:
   // threads: decodes at once, at least 1. `headers` and `notices` outlive the decoder.

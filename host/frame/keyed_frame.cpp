@@ -34,11 +34,6 @@ std::shared_ptr<const qv::graph::Schedule> build_schedule(const shot::Compositio
   return schedule;
 }
 
-bool animated(const node::Node& node) {
-  return std::any_of(node.knobs.begin(), node.knobs.end(),
-                     [](const node::KnobValue& value) { return value.animated(); });
-}
-
 }  // namespace
 
 void FrameKeys::rebuild(const std::vector<int>& outputs, int64_t frame) {
@@ -56,7 +51,7 @@ bool FrameKeys::ask(size_t at, bool anew) {
   Answer& last = answers_[at];
   const int64_t added = added_part(composition_, instance, project_);
   const auto node = static_cast<size_t>(instance.node);
-  const bool same_knobs = !anew && edited_[node] == 0 && !animated(composition_.nodes[node]);
+  const bool same_knobs = !anew && edited_[node] == 0 && !composition_.nodes[node].animated();
   if (same_knobs && added == last.added) return false;
   const Answer now{added, own_part(composition_, instance, added, project_)};
   const bool differs = now.own != last.own;

@@ -53,6 +53,7 @@ namespace host::gpu {
   X(PFNGLGETSHADERINFOLOGPROC, GetShaderInfoLog)             \
   X(PFNGLGETSHADERIVPROC, GetShaderiv)                       \
   X(PFNGLGETSTRINGPROC, GetString)                           \
+  X(PFNGLGETSTRINGIPROC, GetStringi)                         \
   X(PFNGLGETUNIFORMLOCATIONPROC, GetUniformLocation)         \
   X(PFNGLLINKPROGRAMPROC, LinkProgram)                       \
   X(PFNGLPIXELSTOREIPROC, PixelStorei)                       \

@@ -2,6 +2,7 @@
 
 #include <qv/gpu/gl/entry_points.h>
 
+#include "host/gpu/debug.h"
 #include "host/gpu/gl_functions.h"
 
 #include <array>
@@ -182,7 +183,9 @@ std::string start(const Egl& egl, const Way& way, Session& session) {
   std::string error;
   if (!qv::gpu::gl::load(&error)) return error;
   const std::string missing = load_gl_functions(egl.get_proc_address);
-  return missing.empty() ? "" : "OpenGL function " + missing + " is missing";
+  if (!missing.empty()) return "OpenGL function " + missing + " is missing";
+  load_debug(egl.get_proc_address);
+  return {};
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <qv/gpu/registry.h>
 #include <qv/nodes/filter/ops.h>
 
+#include "host/gpu/debug.h"
 #include "host/gpu/gl_functions.h"
 #include "host/gpu/shader_text.h"
 
@@ -62,19 +63,19 @@ bool is_sampler(GLenum type) {
 qv::gpu::UniformInfo describe_uniform(GLenum type, int32_t location) {
   switch (type) {
     case GL_FLOAT:
-      return {location, 0, 1};
+      return {location, qv::gpu::uniform_float, 1};
     case GL_FLOAT_VEC2:
-      return {location, 1, 2};
+      return {location, qv::gpu::uniform_vector, 2};
     case GL_FLOAT_VEC3:
-      return {location, 1, 3};
+      return {location, qv::gpu::uniform_vector, 3};
     case GL_FLOAT_VEC4:
-      return {location, 1, 4};
+      return {location, qv::gpu::uniform_vector, 4};
     case GL_FLOAT_MAT3:
-      return {location, 5, 9};
+      return {location, qv::gpu::uniform_matrix3, 9};
     case GL_FLOAT_MAT4:
-      return {location, 6, 16};
+      return {location, qv::gpu::uniform_matrix4, 16};
     default:
-      return {location, 7, 1};
+      return {location, qv::gpu::uniform_other, 1};
   }
 }
 
@@ -127,6 +128,7 @@ struct ShaderLibrary::State {
       throw;
     }
     gl.DeleteShader(fragment);
+    label_program(program.name, label);
     reflect(program);
     return programs.emplace(label, std::move(program)).first->second;
   }

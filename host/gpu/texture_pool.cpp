@@ -1,5 +1,6 @@
 #include "host/gpu/texture_pool.h"
 
+#include "host/gpu/debug.h"
 #include "host/gpu/gl_functions.h"
 
 #include <algorithm>
@@ -133,6 +134,7 @@ TexturePtr TexturePool::acquire(int64_t width, int64_t height) {
   }
   auto texture = std::make_unique<Texture>(state_->take(static_cast<int>(width), static_cast<int>(height)));
   texture->id = next_id();
+  label_texture(texture->name);
   state_->in_use += texture->bytes();
   return {texture.release(), [state = state_](const Texture* returned) {
             state->give_back(*returned);
@@ -177,6 +179,7 @@ TexturePtr make_table(int width, int height, int depth, const float* rgba, bool 
     gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_FLOAT, rgba);
   }
   gl.BindTexture(table->target, 0);
+  label_texture(table->name);
   table->sampler = make_sampler(linear);
   return {table.release(), [](const Texture* last) {
             gl.DeleteSamplers(1, &last->sampler);

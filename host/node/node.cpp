@@ -2,6 +2,7 @@
 
 #include "host/files/path.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace host::node {
@@ -43,6 +44,10 @@ bool Operation::coverage(const Call& /*call*/, std::span<const Image> inputs) co
 
 std::optional<files::OutputFile> Operation::output(const Call& /*call*/) const {
   return std::nullopt;
+}
+
+bool Node::animated() const {
+  return std::any_of(knobs.begin(), knobs.end(), [](const KnobValue& value) { return value.animated(); });
 }
 
 Call Node::call_at(int64_t frame, const Project& project) const {

@@ -131,6 +131,7 @@ struct Node {
   bool disabled = false;         // nobody reads it: its readers are connected to its first input
 
   Call call_at(int64_t frame, const Project& project) const;
+  bool animated() const;  // any of its knobs
 };
 
 }  // namespace host::node

@@ -164,9 +164,9 @@ bool RenderContext::filter(std::string_view operation, std::span<const Image> in
   if (outcome < 0) {
     throw std::runtime_error(
         "the filter \"" + std::string(operation) +
-        (outcome == -2 ? "\" found no usable OpenGL context" : "\" refused its parameters"));
+        (outcome == filter::run_refused ? "\" found no usable OpenGL context" : "\" refused its parameters"));
   }
-  return outcome == 1;
+  return outcome == filter::run_drawn;
 }
 
 files::Pixels RenderContext::fetch(const files::Source& source) {

@@ -64,7 +64,7 @@ class Copy final : public Operation {
       if (!channel && !text.empty() && text != "none") refuse_channel(knob_names[c], text);
       if (!channel) continue;
       if (channel->layer != "rgba") refuse_channel(knob_names[c], text);
-      routes[c] = {3, 1, channel->index};
+      routes[c] = {logic::route_input, 1, channel->index};
       any = true;
     }
     if (!any) return inputs[1];
@@ -133,6 +133,7 @@ class ChannelMerge final : public Operation {
 };
 
 NodeType channel_merge() {
+  const auto operations = logic::channelmerge_operations();
   NodeType type;
   type.name = "channel_merge";
   type.family = "merge";
@@ -140,10 +141,7 @@ NodeType channel_merge() {
   type.inputs = {{"a", true, "The first image."},
                  {"b", true, "The second; the result replaces its channel."}};
   type.knobs = {
-      choice("operation", "union",
-             {"union", "absminus", "b if not a", "divide", "from", "in", "max", "min", "minus", "multiply",
-              "out", "plus", "stencil", "xor"},
-             "How the two channels meet."),
+      choice("operation", "union", {operations.begin(), operations.end()}, "How the two channels meet."),
       text("a_channel", "rgba.alpha", "Channel of A; none counts as 0."),
       text("b_channel", "rgba.alpha", "Channel of B; none counts as 0."),
       text("output", "rgba.alpha", "Channel of B that gets the result."),

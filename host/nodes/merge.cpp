@@ -81,11 +81,8 @@ class Merge final : public Operation {
 };
 
 std::vector<std::string> operation_names() {
-  return {"atop",       "average",       "color-burn", "color-dodge", "conjoint-over", "copy",
-          "difference", "disjoint-over", "divide",     "exclusion",   "from",          "geometric",
-          "hard-light", "hypot",         "in",         "mask",        "matte",         "max",
-          "min",        "minus",         "multiply",   "out",         "over",          "overlay",
-          "plus",       "screen",        "soft-light", "stencil",     "under",         "xor"};
+  const auto names = logic::merge_operations();
+  return {names.begin(), names.end()};
 }
 
 NodeType merge() {

@@ -29,9 +29,7 @@ Shutter shutter_of(const Call& call) {
   const Knobs& knobs = call.knobs;
   Shutter shutter;
   shutter.quality = knobs.number("motion_blur");
-  const bool animated = std::any_of(call.node.knobs.begin(), call.node.knobs.end(),
-                                    [](const KnobValue& value) { return value.animated(); });
-  if (shutter.quality == 0 || !animated) return {};
+  if (shutter.quality == 0 || !call.node.animated()) return {};
   shutter.frame = static_cast<double>(call.frame);
   shutter.width = knobs.number("shutter");
   const double opens[] = {-shutter.width / 2, 0, -shutter.width, knobs.number("shutter_offset")};

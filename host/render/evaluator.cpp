@@ -3,6 +3,7 @@
 #include <qv/nodes/filter/scratch.h>
 
 #include "host/base/stopwatch.h"
+#include "host/gpu/debug.h"
 #include "host/node/pending_transform.h"
 
 #include <algorithm>
@@ -12,12 +13,15 @@
 namespace host::render {
 namespace {
 
-// Runs what a node does, putting file, node and frame in front of what it throws. A program that
-// does not compile fails every frame alike and passes through.
+// Runs what a node does, for GPU debuggers a group under its name, putting file, node and frame in front
+// of what it throws. A program that does not compile fails every frame alike and passes through.
 template <class Work>
 auto attempt(const shot::Composition& composition, const frame::Instance& instance, Work&& work) {
   try {
-    return work();
+    const gpu::DebugGroup group(composition.nodes[static_cast<size_t>(instance.node)].name);
+    auto result = work();
+    gpu::check_errors();
+    return result;
   } catch (const frame::FrameError&) {
     throw;
   } catch (const gpu::ShaderError&) {

@@ -4,8 +4,6 @@
 
 #include "host/gpu/gl_functions.h"
 
-#include <algorithm>
-#include <array>
 #include <utility>
 
 namespace host::render {
@@ -17,12 +15,10 @@ constexpr size_t most_spare_buffers = 4;
 struct Transfer {
   ReadBack result;
   std::shared_ptr<float[]> pixels;
-  // The ring sets the words of the parts that it is to copy to 0, then to 1 as each arrives.
-  std::array<unsigned, 8> parts;
   std::function<void(ReadBack)> done;
 
-  void finish() {
-    if (std::find(parts.begin(), parts.end(), 0U) == parts.end()) result.rgba = pixels;
+  void finish(bool whole) {
+    if (whole) result.rgba = pixels;
     pixels.reset();
     done(std::move(result));
   }
@@ -79,18 +75,14 @@ uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffer
   const auto transfer = std::make_shared<Transfer>();
   transfer->result.window = window;
   transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
-  transfer->parts.fill(1);
   transfer->done = std::move(done);
   const int x = static_cast<int>(window[0] - image.extent.window[0]);
   const int y = static_cast<int>(image.extent.window[3] - window[3]);
   const BoundForDrawing bound(image.texture->framebuffer);
   const uint64_t ticket = qv::transport::start(
-      image.texture->framebuffer, 0, x, y, width, height, 4, transfer->pixels.get(), transfer->parts.data(),
-      static_cast<unsigned>(transfer->parts.size()), [transfer] { transfer->finish(); });
-  if (ticket == 0) {
-    transfer->parts[0] = 0;
-    transfer->finish();
-  }
+      image.texture->framebuffer, 0, x, y, width, height, 4, transfer->pixels.get(), nullptr, 0,
+      [transfer] { transfer->finish(!qv::transport::failed(qv::transport::current_ticket())); });
+  if (ticket == 0) transfer->finish(false);
   return ticket;
 }
 

@@ -15,9 +15,6 @@
 namespace host::shot {
 namespace {
 
-constexpr uint8_t linear_kind = 1;
-constexpr uint8_t slopes_kind = 6;
-
 std::optional<uint8_t> parse_interpolation(const nlohmann::json& value, const std::string& place,
                                            Problems& problems) {
   const std::vector<std::string>& names = interpolation_names();
@@ -42,7 +39,7 @@ std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const node::
   qv::anim::Key key{};
   key.time = value[0].get<double>();
   key.value = value[1].get<double>();
-  key.kind = linear_kind;
+  key.kind = qv::anim::key_linear;
   if (!(key.value >= spec.minimum && key.value <= spec.maximum)) {
     problems.add(place, "expected " + node::expectation(spec) + ", found " + found(value[1]));
     return std::nullopt;
@@ -52,7 +49,7 @@ std::optional<qv::anim::Key> parse_key(const nlohmann::json& value, const node::
   if (!kind) return std::nullopt;
   key.kind = *kind;
   if (value.size() == 3) return key;
-  const bool slopes = key.kind == slopes_kind && value[3].is_number() && value.back().is_number();
+  const bool slopes = key.kind == qv::anim::key_slopes && value[3].is_number() && value.back().is_number();
   if (!slopes) {
     problems.add(place, "expected [frame, value, \"slopes\", in, out], found " + found(value));
     return std::nullopt;
