@@ -16,9 +16,12 @@ class Folder {
  public:
   Folder();
   ~Folder();
-  // Writes an image of `layers` x RGBA halves that compresses about as rendered pictures do, and
-  // returns its path.
-  std::string image(const std::string& compression, int width, int height, int layers) const;
+  // Slow waves, with noise in the lower bits of the colours or without.
+  enum class Picture { smooth, grainy };
+  // Writes an image of `layers` x RGBA halves, the grainy ones of which compress about as rendered pictures
+  // do, and returns its path.
+  std::string image(const std::string& compression, int width, int height, int layers,
+                    Picture picture = Picture::grainy) const;
 
  private:
   std::filesystem::path path_;

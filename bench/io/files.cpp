@@ -19,7 +19,9 @@ Folder::~Folder() {
   std::filesystem::remove_all(path_);
 }
 
-std::string Folder::image(const std::string& compression, int width, int height, int layers) const {
+std::string Folder::image(const std::string& compression, int width, int height, int layers,
+                          Picture picture) const {
+  const float amount = picture == Picture::grainy ? 1e-5f : 0;
   const int channels = 4 * layers;
   OIIO::ImageSpec spec(width, height, channels, OIIO::TypeHalf);
   spec.attribute("compression", compression);
@@ -28,7 +30,7 @@ std::string Folder::image(const std::string& compression, int width, int height,
     for (int i = 0; i < channels; ++i)
       spec.channelnames.push_back("layer" + std::to_string(100 + i / 4) + "." + "RGBA"[i % 4]);
   }
-  // Slow waves with grain in the colours, an ellipse in alpha.
+  // Slow waves in the colours, an ellipse in alpha.
   std::mt19937 random(1);
   std::vector<uint16_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) *
                                static_cast<size_t>(channels));
@@ -40,13 +42,14 @@ std::string Folder::image(const std::string& compression, int width, int height,
       const float v = static_cast<float>(2 * y - height) / static_cast<float>(height);
       for (int c = 0; c < channels; ++c, ++at) {
         const float wave = 0.5f + 0.4f * down * std::sin(static_cast<float>(x * (c % 7 + 1)) * 0.002f);
-        const float grain = static_cast<float>(random() >> 22) * 1e-5f;
+        const float grain = static_cast<float>(random() >> 22) * amount;
         pixels[at] = half(c % 4 == 3 ? (u * u + v * v < 0.6f ? 1.0f : 0.0f) : wave + grain).bits();
       }
     }
   }
-  const std::string path =
-      (path_ / (compression + std::to_string(width) + "x" + std::to_string(layers) + ".exr")).string();
+  const std::string path = (path_ / (compression + (amount > 0 ? "grainy" : "smooth") +
+                                     std::to_string(width) + "x" + std::to_string(layers) + ".exr"))
+                               .string();
   const auto output = OIIO::ImageOutput::create(path);
   if (!output || !output->open(path, spec) || !output->write_image(OIIO::TypeHalf, pixels.data()) ||
       !output->close())
