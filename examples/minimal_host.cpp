@@ -8,6 +8,7 @@
 #include <qv/transport/ring.h>
 
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>

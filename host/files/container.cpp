@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace host::files {

@@ -4,6 +4,7 @@
 #include "host/files/path.h"
 #include "host/files/pattern.h"
 
+#include <exception>
 #include <map>
 #include <utility>
 

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstddef>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 namespace host::nodes {
 namespace {

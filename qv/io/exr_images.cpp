@@ -9,6 +9,7 @@
 #include <string_view>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 namespace qv::io {
 

@@ -6,7 +6,9 @@
 #include "tests/io/files.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <optional>
 
 #include <gtest/gtest.h>

@@ -8,6 +8,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
 #include "host/files/atomic_file.h"
 #include "tests/host/render/scene.h"
 
+#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
