@@ -27,7 +27,6 @@ struct RenderCommand {
 
 struct InfoCommand {
   std::string file;
-  double scale = 1;
   bool dot = false;
 };
 

@@ -10,7 +10,6 @@ namespace host::gpu {
 // draws. Nothing is linked: they are looked up when a context is opened, so that the program starts
 // on machines without a driver and can say so. Valid while a GpuContext is. GL thread only.
 #define HOST_GL_FUNCTIONS(X)                                 \
-  X(PFNGLACTIVETEXTUREPROC, ActiveTexture)                   \
   X(PFNGLATTACHSHADERPROC, AttachShader)                     \
   X(PFNGLBEGINQUERYPROC, BeginQuery)                         \
   X(PFNGLBINDBUFFERPROC, BindBuffer)                         \
@@ -56,11 +55,9 @@ namespace host::gpu {
   X(PFNGLGETSTRINGIPROC, GetStringi)                         \
   X(PFNGLGETUNIFORMLOCATIONPROC, GetUniformLocation)         \
   X(PFNGLLINKPROGRAMPROC, LinkProgram)                       \
-  X(PFNGLPIXELSTOREIPROC, PixelStorei)                       \
   X(PFNGLPROGRAMUNIFORM1IPROC, ProgramUniform1i)             \
   X(PFNGLSAMPLERPARAMETERIPROC, SamplerParameteri)           \
   X(PFNGLSHADERSOURCEPROC, ShaderSource)                     \
-  X(PFNGLTEXPARAMETERIPROC, TexParameteri)                   \
   X(PFNGLTEXSTORAGE2DPROC, TexStorage2D)                     \
   X(PFNGLTEXSTORAGE3DPROC, TexStorage3D)                     \
   X(PFNGLTEXSUBIMAGE2DPROC, TexSubImage2D)                   \

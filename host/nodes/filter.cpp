@@ -34,7 +34,10 @@ KnobSpec edges_knob() {
 // The knobs that all filters with a blur inside share.
 std::vector<KnobSpec> blur_knobs(double size) {
   return {
-      numbers("size", {size, size}, "Blur width in pixels, to the sides and up.")
+      numbers("size", {size, size},
+              "Blur width s in pixels, to the sides and up: a Gaussian of sigma s/2 (cut at 1.5 s), a box of "
+              "width s, a "
+              "triangle reaching s and a quadratic curve reaching 1.5 s to each side.")
           .within(0, 100000)
           .at_least(1)
           .in_pixels(),
