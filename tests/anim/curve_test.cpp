@@ -37,9 +37,7 @@ std::size_t segment(const Keys& keys, double t) {
 // The cubic from a to b in long double as a Bezier curve: no formula of the library's.
 double bezier(long double a, long double leave, long double b, long double arrive, long double u) {
   long double p[] = {a, a + leave / 3, b - arrive / 3, b};
-  for (const int k : {0, 1, 2, 0, 1, 0}) {
-    p[k] += u * (p[k + 1] - p[k]);
-  }
+  for (const int k : {0, 1, 2, 0, 1, 0}) p[k] += u * (p[k + 1] - p[k]);
   return static_cast<double>(p[0]);
 }
 
@@ -54,8 +52,7 @@ TEST(Curve, HasTheShapeThatItsKeysAskFor) {
              bits() % 2 == 0,         bits() % 2 == 0, uniform(-4, 4),
              uniform(-4, 4)};
     }
-    std::vector<double> in;
-    std::vector<double> out;
+    std::vector<double> in, out;
     qv::anim::slopes(keys, in, out);
     const bool extrapolate = bits() % 2 == 0;
     const Curve curve(keys, extrapolate);
@@ -65,8 +62,7 @@ TEST(Curve, HasTheShapeThatItsKeysAskFor) {
     EXPECT_EQ(curve.value(time), keys.back().value);
     double last_bend = 0;
     for (std::size_t i = 0; i + 1 < keys.size(); ++i) {
-      const auto& a = keys[i];
-      const auto& b = keys[i + 1];
+      const auto &a = keys[i], &b = keys[i + 1];
       const double d = b.time - a.time;
       const double t = a.time + uniform(0, 1) * d;
       const double u = a.kind == 0 ? 0 : (t - a.time) / d;
@@ -88,10 +84,9 @@ TEST(Curve, HasTheShapeThatItsKeysAskFor) {
         };
         return 2 * second(from + h) - second(from + 2 * h);
       };
-      if (round % 18 == 9) {
-        EXPECT_NEAR(bend(a.time, d / 4), last_bend, 1e-7 * (1 + std::abs(last_bend)));
-        last_bend = bend(b.time, -d / 4);
-      }
+      if (round % 18 != 9) continue;
+      EXPECT_NEAR(bend(a.time, d / 4), last_bend, 1e-7 * (1 + std::abs(last_bend)));
+      last_bend = bend(b.time, -d / 4);
     }
     EXPECT_NEAR(last_bend, 0, 1e-7);
   }
@@ -103,26 +98,20 @@ TEST(Curve, FindsTheHalvingSegmentWhateverTheOrderAndSpreadOfTheTimes) {
     // whose values say which segment was found.
     const double crowding = round % 3 == 1 ? 0 : uniform(0, 300);
     std::vector<double> times(2 + bits() % 40);
-    for (double& time : times) {
+    for (double& time : times)
       time = round % 3 == 0 && bits() % 12 == 0 ? nan
                                                 : uniform(-5, 5) * std::pow(10, uniform(-crowding, crowding));
-    }
     times.front() = round % 9 > 4 ? -inf : -1e304;
     times.back() = 1e304;
-    if (round % 3 > 0) {
-      std::sort(times.begin(), times.end());
-    }
+    if (round % 3 > 0) std::sort(times.begin(), times.end());
     Keys keys;
-    for (const double time : times) {
-      keys.push_back({time, static_cast<double>(keys.size())});
-    }
+    for (const double time : times) keys.push_back({time, static_cast<double>(keys.size())});
     const Curve curve(keys, false);
     for (const double time : times) {
       for (const double t :
            {time, std::nextafter(time, -inf), std::nextafter(time, inf), time * uniform(0, 2), nan}) {
-        if (!(t <= times.front() || t >= times.back())) {
-          EXPECT_EQ(curve.value(t), static_cast<double>(segment(keys, t))) << keys.size() << " keys at " << t;
-        }
+        if (t <= times.front() || t >= times.back()) continue;
+        EXPECT_EQ(curve.value(t), static_cast<double>(segment(keys, t))) << keys.size() << " keys at " << t;
       }
     }
   }
@@ -140,8 +129,7 @@ TEST(Curve, SlopesAndErrorsOfFewKeys) {
       {{{2, 1, 1}, {2, 3, 1}}, {2 / 1e-9, 2 / 1e-9}, {2 / 1e-9, 2 / 1e-9}},
   };
   for (const auto& [keys, expected_in, expected_out] : rows) {
-    List in{99};
-    List out{99};
+    List in{99}, out{99};
     qv::anim::slopes(keys, in, out);
     EXPECT_EQ(std::tie(in, out), std::tie(expected_in, expected_out));
   }

@@ -62,49 +62,50 @@ void expect_near(Point a, Point b) {
   EXPECT_NEAR(a.y, b.y, 1e-7 * (1 + std::abs(b.y)));
 }
 
-// A pin of `n` corners of 100 x 100 pixels, each moved a little, or another step of any numbers.
+// A pin of `n` corners of 100 x 100 pixels, each moved a little, or another step of any numbers in the ranges
+// of its kind: a transform, or a reformat.
 Step random_step(double kind, std::size_t n) {
-  if (kind == 0) {
-    return {0,
-            uniform(-50, 50),
-            uniform(-50, 50),
-            uniform(-360, 360),
-            uniform(.5, 2),
-            uniform(.5, 2),
-            uniform(-.5, .5),
-            uniform(-.5, .5),
-            below(2),
-            uniform(0, 200),
-            uniform(0, 200),
-            below(2)};
-  }
-  if (kind == 1) {
-    return {1,
-            below(3),
-            uniform(20, 300),
-            uniform(20, 300),
-            uniform(.5, 2),
-            uniform(20, 300),
-            uniform(20, 300),
-            below(2),
-            uniform(.5, 2),
-            uniform(.5, 2),
-            uniform(.5, 2),
-            below(7),
-            below(2),
-            below(2),
-            below(2),
-            below(2),
-            below(2)};
+  using Ranges = std::vector<std::pair<double, double>>;
+  constexpr double whole = -1;  // from 0 to below the other number
+  static const Ranges ranges[] = {{{-50, 50},
+                                   {-50, 50},
+                                   {-360, 360},
+                                   {.5, 2},
+                                   {.5, 2},
+                                   {-.5, .5},
+                                   {-.5, .5},
+                                   {whole, 2},
+                                   {0, 200},
+                                   {0, 200},
+                                   {whole, 2}},
+                                  {{whole, 3},
+                                   {20, 300},
+                                   {20, 300},
+                                   {.5, 2},
+                                   {20, 300},
+                                   {20, 300},
+                                   {whole, 2},
+                                   {.5, 2},
+                                   {.5, 2},
+                                   {.5, 2},
+                                   {whole, 7},
+                                   {whole, 2},
+                                   {whole, 2},
+                                   {whole, 2},
+                                   {whole, 2},
+                                   {whole, 2}}};
+  Step step{kind};
+  if (kind < 2) {
+    for (const auto& [least, most] : ranges[kind > 0])
+      step.push_back(least == whole ? below(static_cast<unsigned>(most)) : uniform(least, most));
+    return step;
   }
   const double corners[] = {0, 0, 100, 0, 100, 100, 0, 100};
   const std::size_t turn = bits() % 4 * 2;
-  Step pin{2, 0, static_cast<double>(n)};
-  for (std::size_t i = 0; i < 4 * n; ++i) {
-    pin.push_back(corners[(i % (2 * n) + turn) % 8] + uniform(-9, 9));
-  }
-  pin.insert(pin.end(), {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
-  return pin;
+  step.insert(step.end(), {0, static_cast<double>(n)});
+  for (std::size_t i = 0; i < 4 * n; ++i) step.push_back(corners[(i % (2 * n) + turn) % 8] + uniform(-9, 9));
+  step.insert(step.end(), {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+  return step;
 }
 
 TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
@@ -113,8 +114,7 @@ TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
     std::vector<Step> steps(bits() % 4);
     const Point start{uniform(0, 160), uniform(0, 90)};
     Point point = start;
-    std::int64_t width = 160;
-    std::int64_t height = 90;
+    std::int64_t width = 160, height = 90;
     bool clipped = false;
     for (Step& step : steps) {
       const std::size_t n = bits() % 6;
@@ -123,9 +123,8 @@ TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
       const Matrix m = step_matrix(step, width, height, clip).value();
       point = mapped(m, point);
       clipped = clipped || clip;
-      for (std::size_t i = 3; step[0] == 2 && i < 3 + 2 * std::min<std::size_t>(n, 4); i += 2) {
+      for (std::size_t i = 3; step[0] == 2 && i < 3 + 2 * std::min<std::size_t>(n, 4); i += 2)
         expect_near(mapped(m, {step[i], step[i + 1]}), {step[i + 2 * n], step[i + 2 * n + 1]});
-      }
       Step undo = step;
       double& inverted = undo[step[0] == 0 ? 11 : 1];
       inverted = inverted == 0 ? nan : 0;
@@ -140,8 +139,7 @@ TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
     EXPECT_TRUE((clipped || !chain.clip) && clip[0] < clip[2] && clip[1] < clip[3]);
 
     const std::optional<Box> image = h_bbox({0, 0, 160, 90}, m, 0);
-    Point least = mapped(m, {0, 0});
-    Point most = least;
+    Point least = mapped(m, {0, 0}), most = least;
     for (const Point corner : {Point{160, 0}, Point{0, 90}, Point{160, 90}}) {
       const Point p = mapped(m, corner);
       least = {std::min(least.x, p.x), std::min(least.y, p.y)};
@@ -192,8 +190,7 @@ TEST(Xform, StepsByThemselvesNeedNoRoutines) {
       {reformat(0, {100, 200}, 0, {0, nan, 1, 1}), 100, 200, Matrix{0, 1, 0, -1, 0, 200, 0, 0, 1}},
   };
   for (const auto& [step, width, height, matrix] : rows) {
-    std::int64_t w = 200;
-    std::int64_t h = 100;
+    std::int64_t w = 200, h = 100;
     bool clip = step[0] == 0;
     EXPECT_EQ(step_matrix(step, w, h, clip), matrix);
     EXPECT_EQ(std::pair(w, h), std::pair(width, height));
@@ -220,9 +217,7 @@ TEST(Xform, ClipsMoveWithTheImageAndMeet) {
       {{format, horizon, format}, Box{0, 0, 100, 80}},
       {{reformat(0, {0, -5}, 0)}, Box{0, 0, 0, -5}},
   };
-  for (const auto& [steps, clip] : rows) {
-    EXPECT_EQ(total(steps, 9, 9).clip, clip);
-  }
+  for (const auto& [steps, clip] : rows) EXPECT_EQ(total(steps, 9, 9).clip, clip);
   for (const double points : {2., 3., 4.}) {
     Step coincident(static_cast<std::size_t>(19 + 4 * points), 5.0);
     coincident[0] = 2;
@@ -264,13 +259,10 @@ TEST(Xform, ErrorsNameWhatIsWrong) {
       {reformat(2, {0, 0, 0, 0, 0, 0, 0, 1, 9.2e18}, 0), too_large},
       {reformat(1, {0, 0, 0, 9, 0, 0, 0}, 0), too_large},
   };
-  for (const auto& [step, message] : rows) {
-    EXPECT_EQ(error([s = step] { total({s}, 200, 1); }), message);
-  }
+  for (const auto& [step, message] : rows) EXPECT_EQ(error([s = step] { total({s}, 200, 1); }), message);
   const Box box{1, 1, 0, 1};
-  for (const double hair : {-5e-7, 5e-7}) {
+  for (const double hair : {-5e-7, 5e-7})
     EXPECT_EQ(h_bbox({0, 0, 9, 9}, scale(1, 1, hair, hair), 1), (Box{-1, -1, 10, 10}));
-  }
   EXPECT_EQ(error([&] { h_bbox(box, scale(1, 1), -highest - 1); }), too_large);
   EXPECT_EQ(error([&] { h_bbox(box, scale(inf, 1), 0); }),
             not_a_number);  // by its second corner: 0 times infinity
@@ -318,9 +310,8 @@ TEST(Xform, MotionBlurFollowsTheLongestWayOfACorner) {
       {{at(0), at(1e9)}, 128},
       {{scale(1, 1), scale(2, 2)}, 51},
   };
-  for (const auto& [path, samples] : rows) {
+  for (const auto& [path, samples] : rows)
     EXPECT_EQ(mblur_samples(1, path, 30, 40), samples);  // 50 pixels to the far corner
-  }
 }
 
 }  // namespace

@@ -130,7 +130,7 @@ std::string name(const std::string& op, const Picture& picture, double a, double
 }
 
 std::vector<double> blur_params(double sx, double sy, int filter, const Picture& p, int limit = 0) {
-  return {sx, sy, double(filter), double(limit), 0, 0, double(p.w), double(p.h)};
+  return {sx, sy, filter + 0.9, double(limit), 0, 0, double(p.w), double(p.h)};
 }
 
 TEST_F(Filters, blur_matches_its_kernels) {
@@ -180,7 +180,7 @@ TEST_F(Filters, blends_match_their_formulas) {
             const double base = alone ? 0 : a[3];
             o[3] = static_cast<float>(std::min(base + 0.8 * g[3], std::max(base, 1.0)));
           });
-      expect_near(run("glow", {picture}, with({0.3, 1.5, 1, 0.25, 0.8, 1.4, alone ? 1.0 : 0.0})), want,
+      expect_near(run("glow", {picture}, with({0.3, 1.5, 1, 0.25, 0.8, 1.4, alone ? -1.0 : 0.0})), want,
                   float_storage, name("glow", picture, alone, 0));
     }
     expect_near(run("sharpen", {picture}, with({2.5, -0.1, 0.06})),
@@ -191,6 +191,13 @@ TEST_F(Filters, blends_match_their_formulas) {
                                         o[3] = a[3];
                                       }),
                 float_storage, name("sharpen", picture, 2.5, 0));
+    // Two pixels inwards: where the triangle's ramp over 4 pixels is steepest there (8 and -6.4375 by hand).
+    Picture shrunk = reference::blur(picture, 4, 4, 1);
+    for (float& v : shrunk.rgba) v = std::clamp(8 * v - 6.4375F, 0.0F, 1.0F);
+    const double w = picture.w, h = picture.h;
+    expect_near(run("erode", {picture}, {-2, 0, 0, 0, 0, w, h}), shrunk, 8 * float_storage, "erode");
+    expect_near(run("erode", {picture}, {0, 5, 0, 0, 0, w, h}), reference::blur(picture, 5, 5, 3),
+                float_storage, "softened by a Gaussian");
     const Picture matte = photograph(picture.w, picture.h, 7);
     expect_near(
         run("edgeblur", {picture, matte}, with({1, 1.7, 0.5, 2, 1, 1.25})),

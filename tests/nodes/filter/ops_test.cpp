@@ -24,25 +24,26 @@ struct Case {
   std::vector<double> params;
   size_t inputs;
   int result;
+  uint64_t draws = 0;
 };
 
 // What there is to draw, told without a driver; the pixels are judged on a real one.
 const std::vector<Case> cases{
-    {"blur", {5, 3, 1, 0, 0, 0, 64, 48}, 1, run_drawn},
-    {"blur", {0, 100.5, 0, 25, 9, 9, 9, 9}, 1, run_drawn},  // through a coarse image of an empty box
+    {"blur", {5, 3, 1, 0, 0, 0, 64, 48}, 1, run_drawn, 2},
+    {"blur", {0, 100.5, 0, 25, 9, 9, 9, 9}, 1, run_drawn, 3},  // through a coarse image of an empty box
     {"blur", {1, -7, 0, 0, 0, 0, 64, 48}, 1, run_nothing},
     {"blur", {nan, nan, nan, nan, nan, nan, nan, nan}, 1, run_nothing},
-    {"glow", {0, 0, 0, 0, 0, 0, 64, 48, 0.5, 1, 2, 3, 4, 5, 0}, 1, run_drawn},
-    {"sharpen", {0, 4, 0, 0, 0, 0, 64, 48, 2, -1, 1}, 1, run_drawn},
+    {"glow", {0, 0, 0, 0, 0, 0, 64, 48, 0.5, 1, 2, 3, 4, 5, 0}, 1, run_drawn, 2},
+    {"sharpen", {0, 4, 0, 0, 0, 0, 64, 48, 2, -1, 1}, 1, run_drawn, 2},
     {"sharpen", {0, 1, 0, 0, 0, 0, 64, 48, 2, -1, 1}, 1, run_nothing},
-    {"dilate", {-inf}, 1, run_drawn},
-    {"filter_erode", {1, 0}, 1, run_drawn},
-    {"erode", {-2, 3, 0, 0, 0, 64, 48}, 1, run_drawn},
+    {"dilate", {-inf}, 1, run_drawn, 2},
+    {"filter_erode", {1, 0}, 1, run_drawn, 2},
+    {"erode", {-2, 3, 0, 0, 0, 64, 48}, 1, run_drawn, 5},
     {"erode", {0, 0, 0, 0, 0, 64, 48}, 1, run_nothing},
-    {"edgeblur", {0, 4, 0, 0, 0, 0, 64, 48, 3, 2, .1, .2, .3, 7}, 2, run_drawn},
+    {"edgeblur", {0, 4, 0, 0, 0, 0, 64, 48, 3, 2, .1, .2, .3, 7}, 2, run_drawn, 2},
     {"edgeblur", {0, 4, 0, 0, 0, 0, 64, 48, 3, 2, .1, .2, .3, 7}, 1, run_bad},
-    {"disc", {4, 0.1, 0}, 1, run_drawn},
-    {"disc", {4, 2, 0}, 2, run_drawn},
+    {"disc", {4, 0.1, 0}, 1, run_drawn, 2},
+    {"disc", {4, 2, 0}, 2, run_drawn, 1},
     {"disc", {0.49, -4, 0}, 1, run_nothing},
     {"disc", {nan, nan, 0}, 1, run_nothing},
     {"Blur", {5, 3, 1, 0, 0, 0, 64, 48}, 1, run_bad},
@@ -54,6 +55,7 @@ TEST(Ops, SayWhatTheyHaveDrawn) {
   for (const Case& c : cases) {
     programs::start();
     uint64_t created = 0;
+    const uint64_t draws = stats().draws;
     for (const bool again : {false, true}) {
       EXPECT_EQ(run_op(c.op, std::span(programs::inputs).first(c.inputs), c.params, programs::target(), 0),
                 c.result)
@@ -61,6 +63,7 @@ TEST(Ops, SayWhatTheyHaveDrawn) {
       EXPECT_TRUE(!again || stats().created == created) << c.op;
       created = stats().created;
     }
+    EXPECT_EQ(stats().draws - draws, 2 * c.draws) << c.op << " " << ::testing::PrintToString(c.params);
   }
 }
 

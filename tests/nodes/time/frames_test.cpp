@@ -137,9 +137,8 @@ TEST(Frames, WeightsSumAsPromised) {
     const double opens[] = {t - width / 2, t, t - width, t + custom};
     const int n = static_cast<int>(random() % 40);
     std::map<std::int64_t, double> counts;
-    for (int k = 0; k < std::max(n, 1); ++k) {
+    for (int k = 0; k < std::max(n, 1); ++k)
       counts[whole(opens[mode] + (n < 2 ? 0.5 : static_cast<double>(k) / (n - 1)) * width, true)] += 1;
-    }
     EXPECT_EQ(shutter_weights(t, n, width, static_cast<int>(mode), custom),
               Weights(counts.begin(), counts.end()));
   }

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <span>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 // In tests/support/allocations.cpp, where a program links that.
@@ -63,27 +64,17 @@ void append(const std::string& call);
 inline std::atomic<bool> recording{true};
 inline std::atomic<uint64_t> calls_made{0};
 
-inline void print(std::ostream& out, unsigned value) {
-  if (value >= 0x400) {
-    out << "0x" << std::hex << value << std::dec;
-  } else {
-    out << value;
-  }
-}
-inline void print(std::ostream& out, int value) {
-  out << value;
-}
-inline void print(std::ostream& out, float value) {
-  out << value;
-}
-inline void print(std::ostream& out, const void* value) {
-  out << (value == nullptr ? "null" : "data");
-}
 template <class T>
-void print(std::ostream& out, std::span<T> values) {
-  out << '[';
-  for (size_t i = 0; i < values.size(); ++i) print(out << (i == 0 ? "" : " "), values[i]);
-  out << ']';
+void print(std::ostream& out, T value) {
+  if constexpr (std::is_pointer_v<T>) {
+    out << (value ? "data" : "null");
+  } else if constexpr (requires { value.size(); }) {
+    for (size_t i = 0; i < value.size(); ++i) print(out << (i == 0 ? '[' : ' '), value[i]);
+    out << ']';
+  } else {
+    const bool as_hex = std::is_same_v<T, unsigned> && value >= T{0x400};
+    out << std::showbase << (as_hex ? std::hex : std::dec) << value;
+  }
 }
 
 // Writes a call down; every entry point starts with it.
@@ -97,7 +88,8 @@ void log(const char* name, Arguments... arguments) {
   append(out.str());
 }
 
-// An entry point that does nothing else: logged<"glViewport", int, int, int, int>.
+// Entry points that do nothing else, logged<"glViewport", int, int, int, int>, and that name or delete
+// objects.
 template <size_t length>
 struct Name {
   constexpr Name(const char (&text)[length]) {
@@ -108,6 +100,16 @@ struct Name {
 template <Name name, class... Arguments>
 void logged(Arguments... arguments) {
   log(name.value, arguments...);
+}
+template <Name name, Name kind>
+void named(int count, unsigned* names) {
+  log(name.value, count);
+  generate(kind.value, count, names);
+}
+template <Name name, Name kind>
+void deleted(int count, const unsigned* names) {
+  log(name.value, count, std::span(names, static_cast<size_t>(count)));
+  destroy(kind.value, count, names);
 }
 
 }  // namespace fake_egl

@@ -10,8 +10,7 @@ namespace fake_egl {
 
 namespace {
 
-struct State {
-  std::mutex mutex;
+struct Said {
   std::map<unsigned, Object> objects;
   std::set<std::string, std::less<>> hidden;
   std::vector<std::string> calls;
@@ -20,6 +19,9 @@ struct State {
   int failing_object = 0;
   int calls_to_switch = 0;
   void* switched_context = nullptr;
+};
+struct State : Said {
+  std::mutex mutex;
 };
 
 State& state() {
@@ -44,13 +46,7 @@ Provide::Provide(std::initializer_list<std::pair<const char*, Proc>> added) {
 void reset() {
   State& s = state();
   const std::lock_guard lock(s.mutex);
-  s.objects.clear();
-  s.hidden.clear();
-  s.calls.clear();
-  s.misuse.clear();
-  s.last_name = 0;
-  s.failing_object = 0;
-  s.calls_to_switch = 0;
+  static_cast<Said&>(s) = {};
   recording = true;
   current = fresh_context();
 }

@@ -38,14 +38,6 @@ unsigned GetError() {
   return 0;
 }
 
-void GenTextures(int count, unsigned* names) {
-  log("glGenTextures", count);
-  generate("texture", count, names);
-}
-void DeleteTextures(int count, const unsigned* names) {
-  log("glDeleteTextures", count, std::span(names, static_cast<size_t>(count)));
-  destroy("texture", count, names);
-}
 void TexImage2D(unsigned target, int level, int format, int w, int h, int border, unsigned pixel_format,
                 unsigned type, const void* pixels) {
   log("glTexImage2D", target, level, static_cast<unsigned>(format), w, h, border, pixel_format, type, pixels);
@@ -53,17 +45,6 @@ void TexImage2D(unsigned target, int level, int format, int w, int h, int border
   if (texture == nullptr) return complain("image of no texture");
   if (std::max(w, h) > largest_size) return complain("image larger than any texture");
   texture->bytes = static_cast<uint64_t>(w) * static_cast<uint64_t>(h) * 16;
-}
-void TexParameteri(unsigned target, unsigned parameter, int value) {
-  log("glTexParameteri", target, parameter, static_cast<unsigned>(value));
-}
-void GenFramebuffers(int count, unsigned* names) {
-  log("glGenFramebuffers", count);
-  generate("framebuffer", count, names);
-}
-void DeleteFramebuffers(int count, const unsigned* names) {
-  log("glDeleteFramebuffers", count, std::span(names, static_cast<size_t>(count)));
-  destroy("framebuffer", count, names);
 }
 void FramebufferTexture2D(unsigned target, unsigned attachment, unsigned texture_target, unsigned texture,
                           int level) {
@@ -93,12 +74,12 @@ const Provide provide{
     entry("glProgramUniformMatrix3fv", ProgramUniformMatrix<3>),
     entry("glProgramUniformMatrix4fv", ProgramUniformMatrix<4>),
     entry("glGetError", GetError),
-    entry("glGenTextures", GenTextures),
-    entry("glDeleteTextures", DeleteTextures),
+    entry("glGenTextures", named<"glGenTextures", "texture">),
+    entry("glDeleteTextures", deleted<"glDeleteTextures", "texture">),
     entry("glTexImage2D", TexImage2D),
-    entry("glTexParameteri", TexParameteri),
-    entry("glGenFramebuffers", GenFramebuffers),
-    entry("glDeleteFramebuffers", DeleteFramebuffers),
+    entry("glTexParameteri", logged<"glTexParameteri", unsigned, unsigned, int>),
+    entry("glGenFramebuffers", named<"glGenFramebuffers", "framebuffer">),
+    entry("glDeleteFramebuffers", deleted<"glDeleteFramebuffers", "framebuffer">),
     entry("glFramebufferTexture2D", FramebufferTexture2D),
     entry("glDrawBuffers", DrawBuffers),
 };

@@ -30,7 +30,7 @@ thread_local std::function<void()> unfenced;
 
 void* map_buffer(unsigned target, ptrdiff_t offset, ptrdiff_t bytes, unsigned access) {
   const Spared spared;
-  log("glMapBufferRange", target, static_cast<int>(offset), static_cast<int>(bytes >> 20), access);
+  log("glMapBufferRange", target, offset, bytes, access);
   const std::lock_guard lock(mutex);
   buffers[bound].resize(static_cast<size_t>(bytes) / sizeof(float));
   return next_map() ? buffers[bound].data() : nullptr;
@@ -39,7 +39,7 @@ void* map_buffer(unsigned target, ptrdiff_t offset, ptrdiff_t bytes, unsigned ac
 void read_pixels(int x, int y, int w, int h, unsigned format, unsigned type, void* offset) {
   const Spared spared;
   const size_t first = reinterpret_cast<size_t>(offset) / sizeof(float);
-  log("glReadPixels", x, y, w, h, format, type, static_cast<int>(first));
+  log("glReadPixels", x, y, w, h, format, type, first);
   const std::lock_guard lock(mutex);
   for (const auto& [handle, sync] : syncs) {
     if (first == 0 && sync.buffer == bound) complain("read into a buffer in flight");
@@ -68,8 +68,7 @@ void* create_sync(void* display, unsigned type, const int* attributes) {
 }
 
 int wait_sync(void*, void* handle, int flags, uint64_t nanoseconds) {
-  log("eglClientWaitSyncKHR", flags,
-      nanoseconds == UINT64_MAX ? -1 : static_cast<int>(nanoseconds / 1'000'000));
+  log("eglClientWaitSyncKHR", flags, nanoseconds);
   std::unique_lock lock(mutex);
   Sync& sync = syncs.at(handle);
   if (sync.kind == Fence::broken) return 0;
@@ -87,34 +86,36 @@ unsigned destroy_sync(void*, void* handle) {
   return 1;
 }
 
+void bind_buffer(unsigned target, unsigned name) {
+  log("glBindBuffer", target, bound = name);
+}
+
+uint8_t unmap_buffer(unsigned target) {
+  log("glUnmapBuffer", target);
+  return 1;
+}
+
+void delete_buffer(int count, const unsigned* name) {
+  deleted<"glDeleteBuffers", "buffer">(count, name);
+  const std::lock_guard lock(mutex);
+  buffers.erase(*name);
+}
+
+void* current_display() {
+  return &syncs;
+}
+
 const Provide provide{
-    entry(
-        "glGenBuffers",
-        +[](int n, unsigned* names) { log("glGenBuffers", n), generate("buffer", n, names); }),
-    entry(
-        "glBindBuffer", +[](unsigned target, unsigned name) { log("glBindBuffer", target, bound = name); }),
-    entry(
-        "glBufferStorage",
-        +[](unsigned target, ptrdiff_t bytes, const void* data, unsigned flags) {
-          log("glBufferStorage", target, static_cast<int>(bytes >> 20), data, flags);
-        }),
+    entry("glGenBuffers", named<"glGenBuffers", "buffer">),
+    entry("glBindBuffer", bind_buffer),
+    entry("glBufferStorage", logged<"glBufferStorage", unsigned, ptrdiff_t, const void*, unsigned>),
     entry("glMapBufferRange", map_buffer),
-    entry(
-        "glUnmapBuffer", +[](unsigned target) { return log("glUnmapBuffer", target), uint8_t{1}; }),
-    entry(
-        "glDeleteBuffers",
-        +[](int n, const unsigned* names) {
-          log("glDeleteBuffers", n, *names), destroy("buffer", n, names);
-          const std::lock_guard lock(mutex);
-          buffers.erase(*names);
-        }),
-    entry(
-        "glReadBuffer", +[](unsigned source) { log("glReadBuffer", source); }),
+    entry("glUnmapBuffer", unmap_buffer),
+    entry("glDeleteBuffers", delete_buffer),
+    entry("glReadBuffer", logged<"glReadBuffer", unsigned>),
     entry("glReadPixels", read_pixels),
-    entry(
-        "glFlush", +[] { log("glFlush"); }),
-    entry(
-        "eglGetCurrentDisplay", +[]() -> void* { return &syncs; }),
+    entry("glFlush", logged<"glFlush">),
+    entry("eglGetCurrentDisplay", current_display),
     entry("eglCreateSyncKHR", create_sync),
     entry("eglClientWaitSyncKHR", wait_sync),
     entry("eglDestroySyncKHR", destroy_sync),
