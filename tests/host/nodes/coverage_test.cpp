@@ -140,7 +140,7 @@ struct Silent : host::render::Progress {
   void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
   void notice(const std::string& /*text*/) override {}
   void frame(const host::render::FrameReport& /*report*/) override {}
-  void end(const host::render::Stats& /*all*/) override {}
+  void end(host::render::Outcome /*outcome*/, const host::render::Stats& /*all*/) override {}
 };
 
 TEST(Coverage, IsWhatPngDividesBy) {
