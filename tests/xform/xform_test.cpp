@@ -274,24 +274,17 @@ TEST(Xform, ErrorsNameWhatIsWrong) {
 }
 
 TEST(Xform, CropsPlanPixelsTextureRectangleAndWindow) {
-  const std::tuple<std::array<double, 4>, bool, bool, CropPlan> rows[] = {
-      // crop, clip, reformat
-      {{10.5, 0, 10.5, 5},
-       false,
-       false,
-       {{10.5, 0, 10.5, 5}, {10, 0, 11, 5}, {.5, 0, .5, 5}, {64, 48}, {10, 0, 11, 5}}},
+  const std::tuple<std::array<double, 4>, bool, CropPlan> rows[] = {
+      // crop; clip and reformat
+      {{10.5, 0, 10.5, 5}, 0, {{10.5, 0, 10.5, 5}, {10, 0, 11, 5}, {.5, 0, .5, 5}, {64, 48}, {10, 0, 11, 5}}},
       {{2.5, .25, 99, 50.25},
-       true,
-       true,
+       1,
        {{2.5, .25, 99, 50.25}, {2, 0, 99, 50}, {.5, -.25, 97, 49.75}, {96, 50}, {0, 0, 97, 50}}},
-      {{2, 3, nan, nan}, false, false, {{2, 3, 2, 3}, {2, 3, 3, 4}, {0, 1, 0, 1}, {64, 48}, {2, 3, 3, 4}}},
-      {{300, nan, 310, 30},
-       true,
-       true,
-       {{300, 0, 300, 30}, {300, 0, 301, 30}, {0, 0, 0, 30}, {1, 30}, {0, 0, 1, 30}}},
+      {{2, 3, nan, nan}, 0, {{2, 3, 2, 3}, {2, 3, 3, 4}, {0, 1, 0, 1}, {64, 48}, {2, 3, 3, 4}}},
+      {{300, nan, 310, 30}, 1, {{300, 0, 300, 30}, {300, 0, 301, 30}, {0, 0, 0, 30}, {1, 30}, {0, 0, 1, 30}}},
   };
-  for (const auto& [c, clip, reformats, plan] : rows) {
-    const CropPlan got = crop_plan(c[0], c[1], c[2], c[3], clip, {0, 0, 200, 100}, reformats, 64, 48);
+  for (const auto& [c, both, plan] : rows) {
+    const CropPlan got = crop_plan(c[0], c[1], c[2], c[3], both, {0, 0, 200, 100}, both, 64, 48);
     EXPECT_EQ(std::tie(got.box, got.pixels, got.local, got.format, got.window),
               std::tie(plan.box, plan.pixels, plan.local, plan.format, plan.window));
   }
