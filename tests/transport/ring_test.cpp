@@ -272,7 +272,8 @@ TEST(Ring, SurvivesAStorm) {
   EXPECT_FALSE(transport::failed(0) || transport::failed(after.started + 1) || transport::current_ticket());
   begin();
   fake_egl::record(false);
-  for (int n = 0; n < 1024; ++n) EXPECT_EQ((Image{0, 0, 1, 1, 4}.start()) == 0, false);
+  float pixel[4];
+  for (int n = 0; n < 1024; ++n) EXPECT_NE(transport::start(7, 9, 0, 0, 1, 1, 4, pixel, nullptr, 0, {}), 0U);
   transport::wait_all();
   for (const auto& [ticket, image] : served) EXPECT_FALSE(transport::failed(ticket)) << ticket;
   end();
