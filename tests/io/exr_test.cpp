@@ -167,23 +167,25 @@ class Reading : public testing::Test {
   void SetUp() override {
     // No thread but ours: tsan does not see into others'.
     OIIO::attribute("exr_threads", -1);
-    OIIO::attribute("threads", 1);
   }
 
   // Whatever is read here has the general reader's pixels, and it says the same of the rest.
   void compare(const std::string& path, bool damaged) {
-    std::string unused;
     const auto input = OIIO::ImageInput::open(path);
     OIIO::geterror();
+    // Only where the general reader is not asked: tsan does not see into its pool.
+    const bool read_here =
+        input && !damaged && is_ours(std::string(input->spec().get_string_attribute("compression")));
     DecodeResult result;
-    decode_plain(path, any(random, 1, 3), result);
+    decode_plain(path, read_here ? any(random, 1, 3) : 1, result);
     ASSERT_EQ(result.status == 4, !input);
     if (!input) return;
     for (int s = 0; input->seek_subimage(s, 0); ++s) {
       const OIIO::ImageSpec spec = input->spec();
       if (spec.deep || spec.image_pixels() > 1 << 20 || spec.depth != 1) continue;
       const Read all = {s, 0, spec.nchannels, 0, 0, spec.width, spec.height};
-      const auto expected = by_general_reader(*input, path, all, unused);
+      // By one that no earlier failure can have left in disorder.
+      const auto expected = by_general_reader(*OIIO::ImageInput::open(path), path, all, refusal_);
       const bool same =
           expected && result.pixels && same_bits(result.pixels.get(), expected->data(), expected->size());
       ASSERT_TRUE(result.status != 2 || same || (damaged && expected));
@@ -229,7 +231,7 @@ class Reading : public testing::Test {
       ASSERT_EQ(loaded, err.empty());
       return;
     }
-    ASSERT_TRUE(expected) << "what the general reader refuses was read";
+    ASSERT_TRUE(expected) << "what the general reader refuses was read: " << refusal_;
     for (size_t o = 0; o < slots.size(); ++o)
       for (size_t i = 0; i < floats; ++i) {
         const Slot& slot = slots[o][i % 4];
@@ -252,6 +254,7 @@ class Reading : public testing::Test {
 
   Files files;
   Random random{5};
+  std::string refusal_;
 };
 
 constexpr int files_a_codec = sanitized ? 2 : 6;
@@ -268,6 +271,8 @@ TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) 
       if (!is_ours(codec)) continue;
       const std::string bytes = bytes_of(path);
       for (int how = 0; how < 12; ++how) {
+        // OpenEXR gives up all parts when the front of one is damaged; here the others are read.
+        if (how % 3 == 1 && sample.parts.size() > 1) continue;
         std::string changed = bytes;
         cut_or_change(changed, random, how % 3);
         const std::string damaged = files.write("damaged.exr", changed);
