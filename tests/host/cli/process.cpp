@@ -1,10 +1,15 @@
 #include "tests/host/cli/process.h"
 
+#include "host/cli/cli.h"
+
 #include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -127,6 +132,23 @@ Ended run(const std::vector<std::string>& arguments, const Setup& setup) {
   return {code, child.out, child.err};
 }
 
+Ended call(const std::string& words, const std::filesystem::path& folder) {
+  std::istringstream line("quorvel " + words);
+  std::vector<std::string> arguments{std::istream_iterator<std::string>(line), {}};
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  const auto before = std::filesystem::current_path();
+  std::ostringstream out, err;
+  auto* const out_buffer = std::cout.rdbuf(out.rdbuf());
+  auto* const err_buffer = std::cerr.rdbuf(err.rdbuf());
+  std::filesystem::current_path(folder);
+  const int code = host::cli::run(static_cast<int>(argv.size()), argv.data());
+  std::filesystem::current_path(before);
+  std::cout.rdbuf(out_buffer);
+  std::cerr.rdbuf(err_buffer);
+  return {code, out.str(), err.str()};
+}
+
 std::filesystem::path new_folder() {
   struct Root {
     std::filesystem::path path;
@@ -150,6 +172,19 @@ std::filesystem::path new_folder() {
 std::filesystem::path write_text(const std::filesystem::path& file, const std::string& text) {
   std::ofstream(file) << text;
   return file;
+}
+
+const std::string grey = R"({"name": "grey", "type": "constant", "knobs": {"color": [0.5, 0.5, 0.5, 1]}})";
+
+std::string write_node(const std::string& name, const std::string& input, const std::string& path) {
+  return R"(, {"name": ")" + name + R"(", "type": "write", "inputs": ")" + input + "\"" +
+         (path == "-" ? "}" : R"(, "knobs": {"file": ")" + path + "\"}}");
+}
+
+std::string write_shot(const std::filesystem::path& file, const std::string& nodes, const std::string& frames,
+                       const std::string& format) {
+  return write_text(
+      file, R"({"format": {)" + format + R"(}, "frames": ")" + frames + R"(", "nodes": [)" + nodes + "]}");
 }
 
 }  // namespace process

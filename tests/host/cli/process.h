@@ -54,9 +54,21 @@ struct Ended {
 };
 Ended run(const std::vector<std::string>& arguments, const Setup& setup = {});
 
+// The same within this process, which takes no start: the words of a command line, from a folder.
+Ended call(const std::string& words, const std::filesystem::path& folder);
+
 // An empty folder of this test, removed at the end of the process.
 std::filesystem::path new_folder();
 
 std::filesystem::path write_text(const std::filesystem::path& file, const std::string& text);
+
+// A composition of 32 x 18 pixels, or what `format` says, as a file. It may use the node `grey`.
+std::string write_shot(const std::filesystem::path& file, const std::string& nodes,
+                       const std::string& frames = "1-3",
+                       const std::string& format = R"("width": 32, "height": 18)");
+
+extern const std::string grey;  // a constant of 0.5
+// A comma and a node that writes; without a file where the path is "-".
+std::string write_node(const std::string& name, const std::string& input, const std::string& path);
 
 }  // namespace process

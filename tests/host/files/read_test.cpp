@@ -53,7 +53,8 @@ std::string write_parts(const std::string& name, const std::vector<Part>& parts)
 }
 
 struct Read {
-  Rgba first{};
+  Rgba first{};  // and the last less the first
+  Rgba step{};
   bool coverage = false;
   std::string error;
 };
@@ -66,6 +67,7 @@ Read read(const Source& source) {
   try {
     const Pixels pixels = decoder.take(source);
     std::copy_n(pixels.rgba.get(), 4, result.first.begin());
+    for (size_t c = 0; c < 4; ++c) result.step[c] = pixels.rgba[8 + c] - pixels.rgba[c];
     result.coverage = headers.layer(source).coverage;
   } catch (const std::runtime_error& error) {
     result.error = error.what();
@@ -129,6 +131,42 @@ TEST(Layers, AreFoundByPartByLayerAndByChannel) {
     // The reader orders channels as colour first; names, not places, must lead to them.
     EXPECT_EQ(found.first, each.first) << what;
     EXPECT_EQ(found.coverage, each.coverage) << what;
+  }
+}
+
+// Every way to read: plain files through the scheduler, layers through the layer reader, the rest through
+// the general one. What the file has no channel for stays what it is.
+TEST(Layers, OfOnePartAreFoundByTheNamesOfChannels) {
+  const std::vector<std::string> many = {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"};
+  const struct {
+    const char* what;
+    std::vector<std::string> channels;
+    const char* layer;
+    Rgba first;
+    const char* from_file;  // channels
+    bool coverage;
+  } cases[] = {
+      {"plain", {"R", "G", "B", "A"}, "", {0, 1, 2, 3}, "rgba", true},
+      {"without alpha", {"R", "G", "B"}, "", {0, 1, 2, 1}, "rgb", false},
+      {"grey", {"Y"}, "", {0, 0, 0, 1}, "rgb", false},
+      {"grey with alpha", {"Y", "A"}, "", {0, 0, 0, 1}, "rgba", true},
+      {"matte alone", {"A"}, "", {0, 0, 0, 0}, "rgba", false},
+      {"main of many", many, "", {0, 1, 2, 3}, "rgba", true},
+      {"layer", many, "key", {7, 6, 5, 1}, "rgb", false},
+      {"one channel", many, "depth", {4, 4, 4, 1}, "rgb", false},
+      {"matte of a layer", {"R", "G", "B", "key.A"}, "key", {3, 3, 3, 3}, "rgba", false},
+      {"motion", {"R", "G", "B", "A", "motion.X", "motion.Y"}, "motion", {4, 5, 0, 1}, "rg", false},
+      {"motion and back", {"R", "v.X", "v.Y", "v.Z", "v.W"}, "v", {1, 2, 3, 1}, "rgb", false},
+      {"named alone", {"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}, "", {3, 4, 5, 1}, "rgb", false},
+  };
+  for (const auto& each : cases) {
+    const Read found = read({write_parts("channels.exr", {{"", each.channels}}), each.layer, {}});
+    EXPECT_EQ(found.first, each.first) << each.what << found.error;
+    Rgba step{};
+    for (const char* c = each.from_file; *c; ++c)
+      step[std::string("rgba").find(*c)] = static_cast<float>(2 * each.channels.size());
+    EXPECT_EQ(found.step, step) << each.what;
+    EXPECT_EQ(found.coverage, each.coverage) << each.what;
   }
 }
 

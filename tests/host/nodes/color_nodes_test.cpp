@@ -1,4 +1,5 @@
 #include "tests/host/nodes/probe.h"
+#include "tests/host/render/placed_cases.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -10,57 +11,36 @@
 
 namespace {
 
-using probe::Rgba;
 namespace ocio = OCIO_NAMESPACE;
 
+// 0.5 0.25 1 1, and 0.5 behind coverage 0.5, which is divided by. The first: (0.5 - 0.25) / 0.5 of the way
+// from 0.5 to 2, twice, plus 0.25: 2.25, whose root is 1.5. Likewise 0.75 from 0.25, and 2 * 1.5 * 1.5 + 0.75
+// = 5.25 from 1. The luminance is 0.1063 + 0.1788 + 0.0722.
+constexpr const char* corrections = R"(
+all            | grade | 0.5 0.25 1 1 | "blackpoint": 0.25, "whitepoint": 0.75, "lift": 0.5, "gain": 2, "multiply": 2, "offset": 0.25 | 2.25 0.75 5.25 1
+all and gamma  | grade | 0.5 0.25 1 1 | "blackpoint": 0.25, "whitepoint": 0.75, "lift": 0.5, "gain": 2, "multiply": 2, "offset": 0.25, "gamma": 2 | 1.5 0.866025404 2.29128785 1
+clamped to 1   | grade | 0.5 0.25 1 1 | "gain": 2, "clamp_white": true | 1 0.5 1 1
+below 0        | grade | 0.5 0.25 1 1 | "offset": [-0.75, 0, 0], "gamma": [2, 1, 1] | -0.25 0.25 1 1
+clamped to 0   | grade | 0.5 0.25 1 1 | "offset": -0.75, "clamp_black": true | 0 0 0.25 1
+by channel     | grade | 0.5 0.25 1 1 | "gain": [1, 2, 3], "lift": [0.5, 0, 0] | 0.75 0.5 3 1
+mixed          | grade | 0.5 0.25 1 1 | "offset": 0.5, "mix": 0.25 | 0.625 0.375 1.125 1
+masked         | grade | {"image": "color", "mask": "m"} | "offset": 0.5, "mix": 0.5 | 0.625 0.375 1.125 1
+thin           | grade | 0.25 0.25 0.25 0.5 | "offset": 0.5 | 0.5
+thin as it is  | grade | 0.25 0.25 0.25 0.5 | "offset": 0.5, "unpremultiply": false | 0.75 0.75 0.75 0.5
+flame          | grade | 0.5 0.25 1 0 | "offset": 0.5 | 1 0.75 1.5 0
+nothing        | grade | 0 0 0 0 | "offset": 0.5 | 0
+clamped flame  | clamp | 0.5 0.25 1 0 | "high": 0.5 | 0.5 0.25 0.5 0
+both limits    | clamp | 0.5 0.25 1 1 | "low": 0.375, "high": 0.75 | 0.5 0.375 0.75 1
+high alone     | clamp | 0.5 0.25 1 1 | "low": 0.375, "high": 0.75, "limit_low": false | 0.5 0.25 0.75 1
+low alone      | clamp | 0.5 0.25 1 1 | "low": 0.375, "high": 0.75, "limit_high": false | 0.5 0.375 1 1
+grey           | saturation | 0.5 0.25 1 1 | "saturation": 0 | 0.3573 0.3573 0.3573 1
+vivid          | saturation | 0.5 0.25 1 1 | "saturation": 2 | 0.6427 0.1427 1.6427 1
+rows           | color_matrix | 0.5 0.25 1 1 | "red": [0, 1, 0], "green": [1, 1, 1], "blue": [-1, 0, 2] | 0.25 1.75 1.5 1
+)";
+
 TEST(ColorCorrections, DrawWhatTheFormulasSay) {
-  constexpr Rgba color = {0.5F, 0.25F, 1, 1};
-  constexpr Rgba thin = {0.25F, 0.25F, 0.25F, 0.5F};  // 0.5 behind coverage 0.5
-  constexpr Rgba flame = {0.5F, 0.25F, 1, 0};
-  // (0.5 - 0.25) / 0.5 of the way from 0.5 to 2, twice, plus 0.25: 2.25, whose root is 1.5. Likewise
-  // 0.75 from 0.25, and 2 * 1.5 * 1.5 + 0.75 = 5.25 from 1.
-  const std::string all =
-      R"("blackpoint": 0.25, "whitepoint": 0.75, "lift": 0.5, "gain": 2, "multiply": 2, "offset": 0.25)";
-  const struct {
-    const char* type;
-    std::string knobs;
-    Rgba image;
-    Rgba expected;
-  } cases[] = {
-      {"grade", all, color, {2.25F, 0.75F, 5.25F, 1}},
-      {"grade", all + R"(, "gamma": 2)", color, {1.5F, std::sqrt(0.75F), std::sqrt(5.25F), 1}},
-      {"grade", all + R"(, "clamp_white": true)", color, {1, 0.75F, 1, 1}},
-      {"grade", R"("offset": [-0.75, 0, 0], "gamma": [2, 1, 1])", color, {-0.25F, 0.25F, 1, 1}},
-      {"grade", R"("offset": -0.75, "clamp_black": true)", color, {0, 0, 0.25F, 1}},
-      {"grade", R"("gain": [1, 2, 3], "lift": [0.5, 0, 0])", color, {0.75F, 0.5F, 3, 1}},
-      {"grade", R"("offset": 0.5)", thin, {0.5F, 0.5F, 0.5F, 0.5F}},
-      {"grade", R"("offset": 0.5, "unpremultiply": false)", thin, {0.75F, 0.75F, 0.75F, 0.5F}},
-      {"grade", R"("offset": 0.5)", flame, {1, 0.75F, 1.5F, 0}},
-      {"grade", R"("offset": 0.5)", {0, 0, 0, 0}, {0, 0, 0, 0}},
-      {"clamp", R"("high": 0.5)", flame, {0.5F, 0.25F, 0.5F, 0}},
-      {"grade", R"("offset": 0.5, "mix": 0.25)", color, {0.625F, 0.375F, 1.125F, 1}},
-      // Luminance 0.1063 + 0.1788 + 0.0722.
-      {"saturation", R"("saturation": 0)", color, {0.3573F, 0.3573F, 0.3573F, 1}},
-      {"saturation", R"("saturation": 2)", color, {0.6427F, 0.1427F, 1.6427F, 1}},
-      {"color_matrix",
-       R"("red": [0, 1, 0], "green": [1, 1, 1], "blue": [-1, 0, 2])",
-       color,
-       {0.25F, 1.75F, 1.5F, 1}},
-      {"clamp", R"("low": 0.375, "high": 0.75)", color, {0.5F, 0.375F, 0.75F, 1}},
-      {"clamp", R"("low": 0.375, "high": 0.75, "limit_low": false)", color, {0.5F, 0.25F, 0.75F, 1}},
-      {"clamp", R"("low": 0.375, "high": 0.75, "limit_high": false)", color, {0.5F, 0.375F, 1, 1}},
-  };
-  for (const auto& each : cases) {
-    scene::Scene shot(
-        probe::constant("p", each.image) + probe::node(each.type, R"("image": "p")", each.knobs), 2, 2);
-    probe::expect_near(scene::pixel(shot.image("n"), 1, 1), each.expected, 1e-6,
-                       each.type + (" " + each.knobs));
-  }
-  scene::Scene masked(
-      probe::constant("p", color) + probe::constant("m", {0, 0, 0, 0.5F}) +
-          probe::node("grade", R"("image": "p", "mask": "m")", R"("offset": 0.5, "mix": 0.5)"),
-      2, 2);
-  probe::expect_near(scene::pixel(masked.image("n"), 1, 1), {0.625F, 0.375F, 1.125F, 1}, 1e-6, "masked");
+  scene::check_pixels(probe::constant("color", {0.5F, 0.25F, 1, 1}) + probe::constant("m", {0, 0, 0, 0.5F}),
+                      corrections);
 }
 
 // A config with every kind of table: a cube, interpolated in two ways; a curve that fits into one row of a
@@ -157,29 +137,18 @@ TEST(OcioColorspace, AgreesWithOpenColorIo) {
   }
 }
 
+// Of 0.5 and 0.001 behind coverage 0.5: the published curves of sRGB and Rec. 709, and a logarithm,
+// (685 + 300 lg(0.989202248 x + 0.010797752)) / 1023.
 TEST(OcioColorspace, HasAConfigOfItsOwn) {
   ::unsetenv("OCIO");
-  const struct {
-    const char* out;
-    double at_half;  // of 0.5
-    double at_dark;  // of 0.001
-  } cases[] = {
-      {"srgb", 1.055 * std::pow(0.5, 1 / 2.4) - 0.055, 0.01292},
-      {"rec709", 1.099 * std::pow(0.5, 0.45) - 0.099, 0.0045},
-      {"log", (685 + 300 * std::log10(0.5 * 0.989202248 + 0.010797752)) / 1023,
-       (685 + 300 * std::log10(0.000989202 + 0.010797752)) / 1023},
-      {"raw", 0.5, 0.001},
-      {"linear", 0.5, 0.001},
-  };
-  for (const auto& each : cases) {
-    const std::string out = std::string(R"("out": ")") + each.out + "\"";
-    scene::Scene shot(probe::constant("p", {0.25F, 0.0005F, 0, 0.5F}) +
-                      probe::node("ocio_colorspace", R"("image": "p")", out));
-    const Rgba found = scene::pixel(shot.image("n"), 1, 1);
-    EXPECT_NEAR(found[0], 0.5 * each.at_half, 2e-5) << each.out;
-    EXPECT_NEAR(found[1], 0.5 * each.at_dark, 2e-5) << each.out;
-    EXPECT_EQ(found[3], 0.5F) << each.out;
-  }
+  scene::check_pixels("", R"(
+sRGB     | ocio_colorspace | 0.25 0.0005 0 0.5 | "out": "srgb" | 0.367678492 0.00646 0 0.5
+Rec. 709 | ocio_colorspace | 0.25 0.0005 0 0.5 | "out": "rec709" | 0.352757545 0.00225 0 0.5
+log      | ocio_colorspace | 0.25 0.0005 0 0.5 | "out": "log" | 0.291344224 0.052013920 0.046432065 0.5
+raw      | ocio_colorspace | 0.25 0.0005 0 0.5 | "out": "raw" | 0.25 0.0005 0 0.5
+linear   | ocio_colorspace | 0.25 0.0005 0 0.5 | "out": "linear" | 0.25 0.0005 0 0.5
+)",
+                      2e-5);
 }
 
 // A config that changes between two renders, under the same name, is read anew.
@@ -215,7 +184,8 @@ TEST(OcioColorspace, SaysWhatIsWrong) {
   for (const auto& each : cases) {
     scene::Scene shot(probe::constant("p", {1, 1, 1, 1}) +
                       probe::node("ocio_colorspace", R"("image": "p")", each.knobs));
-    EXPECT_NE(probe::failure(shot).find(each.message), std::string::npos) << probe::failure(shot);
+    const std::string found = scene::failure(shot, "n");
+    EXPECT_NE(found.find(each.message), std::string::npos) << found;
   }
 }
 

@@ -29,14 +29,4 @@ inline void expect_near(const Rgba& found, const Rgba& expected, double toleranc
     EXPECT_NEAR(found[channel], expected[channel], tolerance) << what << ", channel " << channel;
 }
 
-// The message that node "n" fails with, or "".
-inline std::string failure(scene::Scene& shot) {
-  try {
-    shot.image("n");
-  } catch (const host::frame::FrameError& error) {
-    return error.what();
-  }
-  return "";
-}
-
 }  // namespace probe

@@ -37,16 +37,6 @@ std::thread::id drawing_thread;
 
 namespace {
 
-struct Recorder : host::render::Progress {
-  std::vector<host::render::FrameReport> frames;
-  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
-  void notice(const std::string& /*text*/) override {}
-  void frame(const host::render::FrameReport& report) override {
-    frames.push_back(report);
-  }
-  void end(host::render::Outcome /*outcome*/, const host::render::Stats& /*all*/) override {}
-};
-
 TEST(Delivery, ReportsAFrameThatTheWriterHadNoMemoryFor) {
   // A path of a length that nothing else has.
   std::string path = scene::folder().string() + "/";
@@ -56,7 +46,7 @@ TEST(Delivery, ReportsAFrameThatTheWriterHadNoMemoryFor) {
   options.frames = {1};
   options.output = path;
   scene::Scene shot(R"({"name": "grey", "type": "constant"})", 8, 8, options);
-  Recorder recorder;
+  scene::Recorder recorder;
   drawing_thread = std::this_thread::get_id();
   refused_size = path.size() + 1;
   const auto outcome = shot.renderer().run(recorder);

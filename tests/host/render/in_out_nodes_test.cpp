@@ -1,4 +1,3 @@
-#include "host/files/headers.h"
 #include "tests/host/render/scene.h"
 
 #include <string>
@@ -14,72 +13,23 @@ std::string read_node(const std::string& knobs) {
   return R"({"name": "r", "type": "read", "knobs": {)" + knobs + "}}";
 }
 
-// A plate whose pixel i has channel c at 10 * i + c + offset.
-scene::Plate numbered(int width, int height, std::vector<std::string> channels, float offset = 0) {
+// A plate whose pixel i has channel c at 10 * i + c.
+scene::Plate numbered(int width, int height, std::vector<std::string> channels) {
   scene::Plate plate;
   plate.width = width;
   plate.height = height;
   plate.channels = std::move(channels);
   for (int i = 0; i < width * height; ++i) {
     for (size_t c = 0; c < plate.channels.size(); ++c) {
-      plate.pixels.push_back(10 * static_cast<float>(i) + static_cast<float>(c) + offset);
+      plate.pixels.push_back(10 * static_cast<float>(i) + static_cast<float>(c));
     }
   }
   return plate;
 }
 
-struct FileCase {
-  const char* what;
-  std::vector<std::string> channels;
-  const char* layer;
-  Rgba first;     // of the upper left pixel
-  bool coverage;  // alpha is coverage
-};
-
-// Every way to read: plain files through the scheduler, layers through the layer reader, the rest
-// through the general one; channels by name wherever they stand.
-TEST(ReadNode, FindsChannelsByName) {
-  const std::vector<std::string> many = {"R", "G", "B", "A", "depth.Z", "key.B", "key.G", "key.R"};
-  const FileCase cases[] = {
-      {"plain", {"R", "G", "B", "A"}, "", {0, 1, 2, 3}, true},
-      {"without alpha", {"R", "G", "B"}, "", {0, 1, 2, 1}, false},
-      {"grey", {"Y"}, "", {0, 0, 0, 1}, false},
-      {"grey with alpha", {"Y", "A"}, "", {0, 0, 0, 1}, true},
-      {"matte alone", {"A"}, "", {0, 0, 0, 0}, false},
-      {"main of many", many, "", {0, 1, 2, 3}, true},
-      {"layer", many, "key", {7, 6, 5, 1}, false},
-      {"one channel", many, "depth", {4, 4, 4, 1}, false},
-      {"matte of a layer", {"R", "G", "B", "key.A"}, "key", {3, 3, 3, 3}, false},
-      {"motion", {"R", "G", "B", "A", "motion.X", "motion.Y"}, "motion", {4, 5, 0, 1}, false},
-      {"motion there and back", {"R", "v.X", "v.Y", "v.Z", "v.W"}, "v", {1, 2, 3, 1}, false},
-      {"named layers alone", {"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}, "", {3, 4, 5, 1}, false},
-  };
-  for (const FileCase& each : cases) {
-    scene::write_plate(scene::folder() / "channels.exr", numbered(4, 2, each.channels));
-    host::files::Headers headers;
-    const auto layer = headers.layer({(scene::folder() / "channels.exr").string(), each.layer, {}});
-    EXPECT_EQ(layer.coverage, each.coverage) << each.what;
-    scene::Scene shot(read_node(std::string(R"("file": "channels.exr", "layer": ")") + each.layer + "\""), 4,
-                      2);
-    const auto image = shot.image("r");
-    ASSERT_EQ(image.extent.window, (host::Box{0, 0, 4, 2})) << each.what;
-    EXPECT_EQ(scene::pixel(image, 0, 1), each.first) << each.what;
-    Rgba last = each.first;
-    for (size_t c = 0; c < 4; ++c) {
-      // What the file has no channel for stays what it is.
-      if (layer.channels[c] >= 0) last[c] += 70;
-    }
-    EXPECT_EQ(scene::pixel(image, 3, 0), last) << each.what;
-  }
-}
-
 TEST(ReadNode, PlacesTheDataWindow) {
-  scene::Plate plate = numbered(2, 1, {"R", "G", "B", "A"});
-  plate.x = 3;
-  plate.y = -1;
-  plate.full_width = 10;
-  plate.full_height = 6;
-  scene::write_plate(scene::folder() / "window.exr", plate);
+  scene::write_plate(scene::folder() / "window.exr",
+                     {2, 1, {"R", "G", "B", "A"}, {0, 1, 2, 3, 10, 11, 12, 13}, 3, -1, 10, 6});
   scene::Scene shot(read_node(R"("file": "window.exr")"), 10, 6);
   const auto image = shot.image("r");
   // Row -1 from the top of 6 rows is the row at y = 6.
@@ -98,9 +48,7 @@ TEST(ReadNode, ScalesByMeansAndTurnsColourLinear) {
   // Pixels 2, 3, 6 and 7: mean 45, plus the channel.
   EXPECT_EQ(scene::pixel(image, 1, 0), (Rgba{45, 46, 47, 48}));
 
-  scene::Plate grey = numbered(1, 1, {"R", "G", "B", "A"});
-  grey.pixels = {0.25F, 0.02F, 0, 0.5F};
-  scene::write_plate(scene::folder() / "encoded.exr", grey);
+  scene::write_plate(scene::folder() / "encoded.exr", {1, 1, {"R", "G", "B", "A"}, {0.25F, 0.02F, 0, 0.5F}});
   scene::Scene shot(read_node(R"("file": "encoded.exr", "color": "srgb")"), 1, 1);
   // 0.25 over alpha 0.5 is the encoded 0.5: ((0.5 + 0.055) / 1.055)^2.4 = 0.2140411, times 0.5.
   const Rgba found = scene::pixel(shot.image("r"), 0, 0);
@@ -112,10 +60,8 @@ TEST(ReadNode, ScalesByMeansAndTurnsColourLinear) {
 // A sequence of frames 2 to 4, each of them its number.
 TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
   for (int frame = 2; frame <= 4; ++frame) {
-    scene::Plate plate;
-    plate.width = plate.height = 1;
-    plate.pixels.assign(4, static_cast<float>(frame));
-    scene::write_plate(scene::folder() / ("seq." + std::to_string(frame) + ".exr"), plate);
+    scene::write_plate(scene::folder() / ("seq." + std::to_string(frame) + ".exr"),
+                       {1, 1, {"R", "G", "B", "A"}, std::vector<float>(4, static_cast<float>(frame))});
   }
   struct Case {
     const char* before;
@@ -141,27 +87,20 @@ TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
   }
 }
 
-std::string failure(scene::Scene& shot, int64_t frame) {
-  try {
-    shot.image("r", frame);
-  } catch (const host::frame::FrameError& error) {
-    return error.what();
-  }
-  return "";
-}
-
 TEST(ReadNode, SaysWhatIsMissing) {
   const std::string folder = scene::folder().string();
   const std::string place = folder + R"(/shot.json: node "r": frame 7: )";
   scene::Scene missing(read_node(R"("file": "gone.####.exr")"));
-  EXPECT_EQ(failure(missing, 7), place + folder + "/gone.0007.exr: no such file");
+  EXPECT_EQ(scene::failure(missing, "r", 7), place + folder + "/gone.0007.exr: no such file");
   scene::Scene outside(read_node(R"("file": "gone.%04d.exr", "first": 2, "last": 4)"));
-  EXPECT_EQ(failure(outside, 7), place + folder + "/gone.0007.exr: the sequence has frames 2 to 4");
+  EXPECT_EQ(scene::failure(outside, "r", 7),
+            place + folder + "/gone.0007.exr: the sequence has frames 2 to 4");
   scene::write_plate(scene::folder() / "layers.exr", numbered(1, 1, {"R", "G", "B", "A", "depth.Z"}));
   scene::Scene layer(read_node(R"("file": "layers.exr", "layer": "dept")"));
-  EXPECT_EQ(failure(layer, 7), place + folder + R"(/layers.exr: has no layer "dept"; it has "depth")");
+  EXPECT_EQ(scene::failure(layer, "r", 7),
+            place + folder + R"(/layers.exr: has no layer "dept"; it has "depth")");
   scene::Scene nothing(read_node(R"("layer": "x")"));
-  EXPECT_EQ(failure(nothing, 7), place + "knob \"file\": expected a path, found none");
+  EXPECT_EQ(scene::failure(nothing, "r", 7), place + "knob \"file\": expected a path, found none");
 }
 
 TEST(ConstantNode, FillsTheFormat) {

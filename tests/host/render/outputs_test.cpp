@@ -1,4 +1,3 @@
-#include "host/render/progress.h"
 #include "tests/host/render/scene.h"
 
 #include <cstdint>
@@ -39,16 +38,6 @@ const std::vector<std::vector<std::string>> compositions = {
     {"pinned", "soft", "dim"},
     {"small", "dim", "graded", "moved"},
     {"moved", "flipped", "small", "soft", "pinned"},
-};
-
-struct Silent : host::render::Progress {
-  std::string errors;
-  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
-  void notice(const std::string& /*text*/) override {}
-  void frame(const host::render::FrameReport& report) override {
-    errors += report.error;
-  }
-  void end(host::render::Outcome /*outcome*/, const host::render::Stats& /*all*/) override {}
 };
 
 std::string file_name(std::string name, int64_t frame) {
@@ -99,10 +88,10 @@ TEST_P(Outputs, OfOneFrameHoldWhatEachHoldsAlone) {
     first += static_cast<int64_t>(options.frames.size());
     std::string nodes = branches;
     for (const std::string& name : names) nodes += written(name);
-    Silent progress;
-    ASSERT_EQ(scene::Scene(nodes, width, height, options).renderer().run(progress),
+    scene::Recorder recorder;
+    ASSERT_EQ(scene::Scene(nodes, width, height, options).renderer().run(recorder),
               host::render::Outcome::done)
-        << progress.errors;
+        << recorder.frames.back().error;
     scene::Scene alone(branches, width, height);
     for (const int64_t frame : options.frames) {
       for (const std::string& name : names) {

@@ -1,11 +1,22 @@
 #pragma once
 
+#include <string>
+
 namespace scene {
 
-// Renders one node behind a plate for each line of a table and checks where its pixels lie. The columns
-// are separated by |: what it is about, the plate's name, the node's type, the inside of its knobs, width
-// and height of the format, the window, and pixels "x y value" or "x y red green blue alpha" with commas
-// between them. The composition has the format of the plates. Returns how many lines were such cases.
-int check_placed_cases(const char* table, int width, int height);
+// Tables of nodes and their pixels, a case a line; the columns are separated by |. Numbers may be fractions,
+// as 1/3. Any other line than a case of so many columns is refused.
+
+// Renders one node behind a plate for each line and checks where its pixels lie. The columns: what it is
+// about, the plate's name, the node's type, the inside of its knobs, width and height of the format, the
+// window, and pixels "x y value" or "x y red green blue alpha" with commas between them. The composition
+// has the format of the plates.
+void check_placed_cases(const char* table, int width, int height);
+
+// Renders a node for each line behind the nodes in `before`, which end with a comma, and checks the pixel
+// right of the middle in the second row. The columns: what it is about, the node's type, its inputs or
+// the colour of the constant that it reads, the inside of its knobs, and one value or four.
+void check_pixels(const std::string& before, const char* table, double tolerance = 1e-6, int size = 2,
+                  double scale = 1);
 
 }  // namespace scene

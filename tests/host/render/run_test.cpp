@@ -1,4 +1,3 @@
-#include "host/render/progress.h"
 #include "tests/host/render/scene.h"
 
 #include <algorithm>
@@ -20,33 +19,10 @@ using host::frame::Existing;
 using host::render::FrameReport;
 using host::render::Outcome;
 using host::render::RenderOptions;
-using host::render::Stats;
 
 constexpr int width = 64;
 constexpr int height = 48;
 constexpr int last_plate = 6;
-
-// Keeps what a render says.
-struct Recorder : host::render::Progress {
-  std::vector<FrameReport> frames;
-  Stats stats;
-  std::function<void(const FrameReport&)> on_frame;
-
-  void clear() {
-    frames.clear();
-    stats = {};
-    on_frame = nullptr;
-  }
-  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
-  void notice(const std::string& /*text*/) override {}
-  void frame(const FrameReport& report) override {
-    frames.push_back(report);
-    if (on_frame) on_frame(report);
-  }
-  void end(host::render::Outcome /*outcome*/, const Stats& all) override {
-    stats = all;
-  }
-};
 
 scene::Plate noise(std::mt19937& random, std::vector<std::string> channels) {
   scene::Plate plate;
@@ -122,7 +98,7 @@ class RunTest : public testing::Test {
     return files;
   }
 
-  Recorder recorder_;
+  scene::Recorder recorder_;
 };
 
 TEST_F(RunTest, SameBytesHoweverTheyAreMade) {
@@ -190,13 +166,10 @@ TEST_F(RunTest, ComputesAStillBranchOnce) {
   }
 }
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QV_TEST_ASAN 1
-#endif
-#endif
-#if defined(QV_TEST_ASAN) || defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__)
 constexpr bool address_sanitizer = true;
+#elif defined(__has_feature)
+constexpr bool address_sanitizer = __has_feature(address_sanitizer);
 #else
 constexpr bool address_sanitizer = false;
 #endif
@@ -254,22 +227,6 @@ TEST_F(RunTest, NamesMissingFramesAndGoesOnIfToldTo) {
   ASSERT_EQ(recorder_.frames.size(), 7U);
   EXPECT_EQ(recorder_.frames[1].error, message);
   EXPECT_TRUE(std::filesystem::exists(scene::folder() / "out/o.0006.exr"));
-}
-
-TEST_F(RunTest, TreatsFilesThatAreThereAsTold) {
-  RenderOptions options;
-  options.frames = {2};
-  ASSERT_EQ(run(options), Outcome::done);
-  EXPECT_EQ(run(options), Outcome::some_failed);
-  EXPECT_NE(recorder_.frames.at(0).error.find("o.0002.exr exists already"), std::string::npos);
-
-  options.existing = Existing::skip;
-  options.frames = {1, 2, 3};
-  EXPECT_EQ(run(options), Outcome::done);
-  EXPECT_EQ(recorder_.stats.frames, 2);
-  EXPECT_EQ(std::count_if(recorder_.frames.begin(), recorder_.frames.end(),
-                          [](const FrameReport& report) { return report.skipped; }),
-            1);
 }
 
 TEST_F(RunTest, StopsAtLimitsAndSignals) {

@@ -50,6 +50,15 @@ host::render::HostImage Scene::image(const std::string& node, int64_t frame) {
   return renderer_->image(at, frame);
 }
 
+std::string failure(Scene& shot, const std::string& node, int64_t frame) {
+  try {
+    shot.image(node, frame);
+  } catch (const host::frame::FrameError& error) {
+    return error.what();
+  }
+  return "";
+}
+
 std::array<float, 4> pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
   const host::Box& window = image.extent.window;
   std::array<float, 4> rgba{};

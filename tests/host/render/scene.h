@@ -1,12 +1,14 @@
 #pragma once
 
 #include "host/gpu/gpu_context.h"
+#include "host/render/progress.h"
 #include "host/render/renderer.h"
 #include "host/shot/composition.h"
 
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,6 +40,31 @@ class Scene {
  private:
   host::shot::Composition composition_;
   std::unique_ptr<host::render::Renderer> renderer_;
+};
+
+// The message that a node fails with, or "".
+std::string failure(Scene& shot, const std::string& node, int64_t frame = 1);
+
+// Keeps what a render says.
+struct Recorder : host::render::Progress {
+  std::vector<host::render::FrameReport> frames;
+  host::render::Stats stats;
+  std::function<void(const host::render::FrameReport&)> on_frame;
+
+  void clear() {
+    frames.clear();
+    stats = {};
+    on_frame = nullptr;
+  }
+  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
+  void notice(const std::string& /*text*/) override {}
+  void frame(const host::render::FrameReport& report) override {
+    frames.push_back(report);
+    if (on_frame) on_frame(report);
+  }
+  void end(host::render::Outcome /*outcome*/, const host::render::Stats& all) override {
+    stats = all;
+  }
 };
 
 // The pixel at knob coordinates (x, y), transparent black outside the window.

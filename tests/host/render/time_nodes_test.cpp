@@ -16,83 +16,49 @@ struct Case {
   std::map<int, double> shares;
 };
 
-const std::vector<Case>& cases() {
-  static const std::vector<Case> all = {
-      {"time_offset", R"("offset": 3)", 8, {{5, 1}}},
-      {"time_offset", R"("offset": -0.5)", 8, {{9, 1}}},
-      {"time_offset", R"("offset": -0.5, "rounding": "down")", 8, {{8, 1}}},
-      // The composition's frames, 1 to 10, backwards.
-      {"time_offset", R"("reverse": true)", 8, {{3, 1}}},
-      {"time_offset", R"("reverse": true, "offset": 1, "first": 5, "last": 9)", 8, {{7, 1}}},
-      {"frame_hold", R"("frame": 4)", 9, {{4, 1}}},
-      {"frame_hold", R"("frame": 2, "every": 3)", 7, {{5, 1}}},
-      {"frame_blend", R"("count": 3)", 8, {{6, 1 / 3.0}, {7, 1 / 3.0}, {8, 1 / 3.0}}},
-      {"frame_blend", R"("count": 1)", 8, {{8, 1}}},
-      {"frame_blend", R"("use_range": true, "range": [5, 2])", 8, {{2, .25}, {3, .25}, {4, .25}, {5, .25}}},
-      {"time_blur", R"("width": 2)", 5, {{4, .25}, {5, .5}, {6, .25}}},
-      {"time_blur", R"("width": 1, "offset": 0.25)", 5, {{5, .75}, {6, .25}}},
-      {"time_blur", R"("width": 0)", 5, {{5, 1}}},
-      // A ramp that is 4 at frame 4, or a hair below.
-      {"frame_blend",
-       R"("count": {"keys": [[1, 1], [10, 10]]})",
-       4,
-       {{1, .25}, {2, .25}, {3, .25}, {4, .25}}},
-      // 4.5 and 5.5 lie between two frames, of which each shows half.
-      {"shutter", R"("samples": 5, "shutter": 2)", 5, {{4, .3}, {5, .4}, {6, .3}}},
-      {"shutter", "", 5, {{4, .0625}, {5, .875}, {6, .0625}}},
-      {"shutter",
-       R"("samples": 3, "shutter": 2, "shutter_position": "start")",
-       5,
-       {{5, 1 / 3.0}, {6, 1 / 3.0}, {7, 1 / 3.0}}},
-      {"shutter",
-       R"("samples": 3, "shutter": 2, "shutter_position": "end")",
-       5,
-       {{3, 1 / 3.0}, {4, 1 / 3.0}, {5, 1 / 3.0}}},
-      {"shutter",
-       R"("samples": 1, "shutter": 2, "shutter_position": "custom", "shutter_offset": -3)",
-       5,
-       {{3, 1}}},
-      {"retime", R"("speed": 2)", 3, {{5, 1}}},
-      {"retime", R"("speed": 0.5)", 4, {{3, 1}}},
-      {"retime", R"("speed": 0.5, "rounding": "down")", 4, {{2, 1}}},
-      {"retime", R"("speed": 0.25, "rounding": "blend")", 4, {{1, .25}, {2, .75}}},
-      {"retime", R"("speed": 2, "reverse": true)", 3, {{6, 1}}},
-      // At double speed the range of 10 frames ends at frame 5, which shows frame 9.
-      {"retime", R"("speed": 2)", 8, {{9, 1}}},
-      {"retime", R"("speed": 2, "after": "loop")", 7, {{3, 1}}},
-      {"retime", R"("speed": 2, "after": "bounce")", 7, {{5, 1}}},
-      {"retime", R"("speed": 0.5, "after": "continue", "last": 2, "first": 1)", 7, {{4, 1}}},
-      {"retime", R"("speed": 2, "after": "black")", 8, {}},
-      // At half speed the last output frame, 20, asks for 10.5.
-      {"retime", R"("speed": 0.5)", 20, {{10, 1}}},
-      {"retime", R"("speed": 0.5, "rounding": "blend")", 20, {{10, 1}}},
-      {"retime", R"("speed": 0.5, "rounding": "blend", "after": "loop")", 20, {{1, .5}, {10, .5}}},
-      {"retime", R"("speed": 0.5, "rounding": "blend", "after": "black")", 20, {{10, .5}}},
-      {"retime", R"("speed": 0.5, "reverse": true, "rounding": "down", "after": "bounce")", 20, {{2, 1}}},
-      {"retime", R"("first": 3, "last": 6, "output_ends": "both", "output": [1, 8])", 5, {{5, 1}}},
-      {"retime", R"("first": 3, "last": 6, "output_ends": "last", "output": [0, 10])", 8, {{4, 1}}},
-      {"retime", R"("first": 3, "last": 6, "output_ends": "first", "output": [2, 0])", 4, {{5, 1}}},
-      {"retime", R"("output_ends": "first", "output": [3, 0], "before": "black")", 2, {}},
-  };
-  return all;
-}
+const std::vector<Case> cases = {
+    {"time_offset", R"("offset": 3)", 8, {{5, 1}}},
+    {"time_offset", R"("offset": -0.5)", 8, {{9, 1}}},
+    // The composition's frames, 1 to 10, backwards.
+    {"time_offset", R"("reverse": true)", 8, {{3, 1}}},
+    {"frame_hold", R"("frame": 2, "every": 3)", 7, {{5, 1}}},
+    {"frame_blend", R"("count": 3)", 8, {{6, 1 / 3.0}, {7, 1 / 3.0}, {8, 1 / 3.0}}},
+    {"frame_blend", R"("use_range": true, "range": [5, 2])", 8, {{2, .25}, {3, .25}, {4, .25}, {5, .25}}},
+    {"time_blur", R"("width": 2)", 5, {{4, .25}, {5, .5}, {6, .25}}},
+    // A ramp that is 4 at frame 4, or a hair below.
+    {"frame_blend", R"("count": {"keys": [[1, 1], [10, 10]]})", 4, {{1, .25}, {2, .25}, {3, .25}, {4, .25}}},
+    // 4.5 and 5.5 lie between two frames, of which each shows half.
+    {"shutter", R"("samples": 5, "shutter": 2)", 5, {{4, .3}, {5, .4}, {6, .3}}},
+    {"shutter", "", 5, {{4, .0625}, {5, .875}, {6, .0625}}},
+    {"shutter",
+     R"("samples": 3, "shutter": 2, "shutter_position": "custom", "shutter_offset": -2)",
+     5,
+     {{3, 1 / 3.0}, {4, 1 / 3.0}, {5, 1 / 3.0}}},
+    {"retime", R"("speed": 0.25, "rounding": "blend")", 4, {{1, .25}, {2, .75}}},
+    // At double speed the range of 10 frames ends at frame 5, which shows frame 9.
+    {"retime", R"("speed": 2)", 8, {{9, 1}}},
+    {"retime", R"("speed": 2, "after": "black")", 8, {}},
+    // At half speed the last output frame, 20, asks for 10.5.
+    {"retime", R"("speed": 0.5)", 20, {{10, 1}}},
+    {"retime", R"("speed": 0.5, "rounding": "blend")", 20, {{10, 1}}},
+    {"retime", R"("speed": 0.5, "rounding": "blend", "after": "loop")", 20, {{1, .5}, {10, .5}}},
+    {"retime", R"("speed": 0.5, "rounding": "blend", "after": "black")", 20, {{10, .5}}},
+    {"retime", R"("speed": 0.5, "reverse": true, "rounding": "down", "after": "bounce")", 20, {{2, 1}}},
+    {"retime", R"("first": 3, "last": 6, "output_ends": "last", "output": [0, 10])", 8, {{4, 1}}},
+    {"retime", R"("output_ends": "first", "output": [3, 0], "before": "black")", 2, {}},
+};
 
 // Frame f is a plate of one pixel at (f, 0), so that every share is seen on its own.
 void write_frames() {
   for (int frame = 1; frame <= 10; ++frame) {
-    scene::Plate plate;
-    plate.width = plate.height = 1;
-    plate.x = frame;
-    plate.full_width = 12;
-    plate.full_height = 1;
-    plate.pixels = {1, 2, 3, 1};
-    scene::write_plate(scene::folder() / ("time." + std::to_string(frame) + ".exr"), plate);
+    scene::write_plate(scene::folder() / ("time." + std::to_string(frame) + ".exr"),
+                       {1, 1, {"R", "G", "B", "A"}, {1, 2, 3, 1}, frame, 0, 12, 1});
   }
 }
 
 TEST(TimeNodes, ShowTheirSharesOfFrames) {
   write_frames();
-  for (const Case& each : cases()) {
+  for (const Case& each : cases) {
     const std::string what =
         std::string(each.type) + " {" + each.knobs + "} at " + std::to_string(each.frame);
     scene::Scene shot(std::string(R"({"name": "p", "type": "read", "knobs": {"file": "time.#.exr"}},)") +
