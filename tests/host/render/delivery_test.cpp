@@ -21,17 +21,16 @@ std::thread::id drawing_thread;
 
 }  // namespace
 
-// Not inlined, or the compiler takes a pair of them for two that do not belong together.
-[[gnu::noinline]] // Not inlined, or g++ takes malloc and free in one function for a mismatch.
+// Not inlined, or g++ takes malloc and free in one function for a mismatch.
 [[gnu::noinline]] void* operator new(size_t size) {
   if (size == refused_size && std::this_thread::get_id() != drawing_thread) throw std::bad_alloc();
   if (void* memory = std::malloc(size ? size : 1)) return memory;
   throw std::bad_alloc();
 }
-[[gnu::noinline]] [[gnu::noinline]] void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-[[gnu::noinline]] [[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept {
   std::free(memory);
 }
 
