@@ -52,9 +52,9 @@ const GlContext* make(std::string* why) {
   const auto address = open_context(why);
   if (!address) return nullptr;
   static GlContext gl;
-#define QV_TEST_GL_FETCH(type, name) gl.name = reinterpret_cast<type>(address("gl" #name));
-  QV_TEST_GL(QV_TEST_GL_FETCH)
-#undef QV_TEST_GL_FETCH
+#define QV_BENCH_GL_FETCH(type, name) gl.name = reinterpret_cast<type>(address("gl" #name));
+  QV_BENCH_GL(QV_BENCH_GL_FETCH)
+#undef QV_BENCH_GL_FETCH
   gl.renderer = reinterpret_cast<const char*>(gl.GetString(GL_RENDERER));
   gl.software =
       gl.renderer.find("llvmpipe") != std::string::npos || gl.renderer.find("softpipe") != std::string::npos;

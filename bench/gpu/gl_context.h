@@ -7,14 +7,14 @@
 namespace support {
 
 // A GL 4.2 context without a window, current on the thread that made it and alive until the process
-// ends, and the entry points that tests and benchmarks call themselves. Nothing is linked: a
-// machine without EGL or a driver gets a null pointer and the reason.
+// ends, and the entry points that benchmarks call themselves. Nothing is linked: a machine without EGL
+// or a driver gets a null pointer and the reason.
 struct GlContext {
   std::string renderer;
   bool software = false;  // drawn by the processor: its times say nothing about a graphics card
 
 // clang-format off
-#define QV_TEST_GL(X) \
+#define QV_BENCH_GL(X) \
   X(PFNGLGETSTRINGPROC, GetString) X(PFNGLGETERRORPROC, GetError) X(PFNGLFINISHPROC, Finish) \
   X(PFNGLCREATESHADERPROC, CreateShader) X(PFNGLSHADERSOURCEPROC, ShaderSource) \
   X(PFNGLCOMPILESHADERPROC, CompileShader) X(PFNGLGETSHADERIVPROC, GetShaderiv) \
@@ -35,9 +35,9 @@ struct GlContext {
   X(PFNGLUSEPROGRAMPROC, UseProgram) X(PFNGLVIEWPORTPROC, Viewport) \
   X(PFNGLDRAWARRAYSPROC, DrawArrays)
 // clang-format on
-#define QV_TEST_GL_MEMBER(type, name) type name = nullptr;
-  QV_TEST_GL(QV_TEST_GL_MEMBER)
-#undef QV_TEST_GL_MEMBER
+#define QV_BENCH_GL_MEMBER(type, name) type name = nullptr;
+  QV_BENCH_GL(QV_BENCH_GL_MEMBER)
+#undef QV_BENCH_GL_MEMBER
 
   // The process's context, made at the first call; null with `why` set when there is none.
   static const GlContext* get(std::string* why);

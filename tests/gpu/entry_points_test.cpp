@@ -3,8 +3,10 @@
 
 #include "tests/support/fake_egl/fake_egl.h"
 
-#include <algorithm>
+#include <iterator>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -17,12 +19,7 @@ bool is_null() {
   return entry == nullptr;
 }
 
-struct Row {
-  const char* name;
-  bool (*is_null)();
-};
-
-const Row rows[] = {
+const std::pair<const char*, bool (*)()> rows[] = {
     {"glBindFramebuffer", is_null<gl::BindFramebuffer>},
     {"glViewport", is_null<gl::Viewport>},
     {"glScissor", is_null<gl::Scissor>},
@@ -41,10 +38,6 @@ const Row rows[] = {
     {"glGetError", is_null<gl::GetError>},
 };
 
-std::string message(const char* name) {
-  return std::string("OpenGL entry point ") + name + " not available";
-}
-
 int draw() {
   return qv::gpu::draw(1, 2, 2, 3, nullptr, 0, nullptr, 0, 4, 5, 6, 0);
 }
@@ -53,15 +46,16 @@ TEST(EntryPoints, EveryMissingOneIsNamedAndLeavesTheOthersInPlace) {
   for (size_t missing = 0; missing < std::size(rows); ++missing) {
     fake_egl::reset();
     ASSERT_TRUE(gl::load(nullptr));
-    fake_egl::hide(rows[missing].name);
-    if (missing > 0) fake_egl::hide(rows[0].name);
+    fake_egl::hide(rows[missing].first);
+    if (missing > 0) fake_egl::hide(rows[0].first);
     std::string error = "old";
     EXPECT_FALSE(gl::load(&error));
-    EXPECT_EQ(error, message(rows[missing].name)) << "the last missing one in table order";
+    EXPECT_EQ(error, std::string("OpenGL entry point ") + rows[missing].first + " not available")
+        << "the last missing one in table order";
     EXPECT_FALSE(gl::loaded());
     EXPECT_EQ(gl::loaded_context(), nullptr);
     for (size_t i = 0; i < std::size(rows); ++i) {
-      EXPECT_EQ(rows[i].is_null(), i == missing || i == 0) << rows[missing].name << " " << rows[i].name;
+      EXPECT_EQ(rows[i].second(), i == missing || i == 0) << rows[missing].first << " " << rows[i].first;
       if (missing == 0) break;
     }
     EXPECT_FALSE(gl::load(nullptr));

@@ -32,9 +32,7 @@ class Model {
       return;
     }
     ++uploads;
-    static const std::map<int, bool> sendable{{1, true}, {2, true}, {3, true},
-                                              {4, true}, {9, true}, {16, true}};
-    if (sendable.count(p.count) != 0) ++gl_calls;
+    if ((p.count >= 1 && p.count <= 4) || p.count == 9 || p.count == 16) ++gl_calls;
     if (at == known.end()) return;
     if (p.location >= 0) at->second.held[p.location] = value;
     at->second.key.reset();
