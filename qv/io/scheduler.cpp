@@ -181,8 +181,8 @@ void DecodeScheduler::run(bool priority_only) {
   }
 }
 
-// Runs a function of the host's and destroys it with all that it captured.
-void DecodeScheduler::decode_with(Decode decode, int threads, DecodeResult& out) {
+// Runs a function of the host's.
+void DecodeScheduler::decode_with(const Decode& decode, int threads, DecodeResult& out) {
   try {
     decode(threads, out);
     if (out.status < decode_done) out.status = decode_other;
@@ -200,7 +200,8 @@ void DecodeScheduler::decode_with(Decode decode, int threads, DecodeResult& out)
 void DecodeScheduler::serve(Job& job) {
   DecodeResult result;
   if (job.decode) {
-    decode_with(std::exchange(job.decode, nullptr), threads_, result);
+    const Decode decode = std::exchange(job.decode, nullptr);  // gone before the job ends
+    decode_with(decode, threads_, result);
   } else {
     decode_plain(job.path, threads_, result);
   }

@@ -83,7 +83,7 @@ class QV_API DecodeScheduler {
 
   int64_t queue(std::shared_ptr<Job> job, int priority);
   void run(bool priority_only);
-  static void decode_with(Decode decode, int threads, DecodeResult& out);
+  static void decode_with(const Decode& decode, int threads, DecodeResult& out);
   void serve(Job& job);
   bool has_work(bool priority_only) const;
   std::shared_ptr<Job> pop(bool priority_only);
