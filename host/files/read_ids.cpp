@@ -38,7 +38,7 @@ Pixels read_ids(const std::string& path, const Layer& layer) {
   for (size_t c = 0; c < 4; ++c) {
     const int channel = layer.channels[c];
     const auto put = [&](const auto& values) {
-      for (size_t i = 0; i < pixels; ++i) rgba[i * 4 + c] = static_cast<float>(values[i]);
+      for (size_t i = 0; i < pixels; ++i) rgba.get()[i * 4 + c] = static_cast<float>(values[i]);
     };
     if (channel < 0) {
       put(std::vector<float>(pixels, c == 3 ? 1.0F : 0.0F));
