@@ -6,13 +6,22 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace host::render {
 namespace {
 
+// Where memory is too short for the path, words that need none of it are all there is to say.
 files::WriteResult failed(int64_t frame, const std::string& path, const std::string& why) {
-  return {frame, path, path + ": " + why, {}, 0, 0};
+  files::WriteResult result;
+  result.frame = frame;
+  try {
+    result.error = path + ": " + why;
+  } catch (const std::bad_alloc&) {
+    result.error = "out of memory";
+  }
+  return result;
 }
 
 }  // namespace
