@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -32,7 +33,10 @@ struct Source {
   std::string path;
   std::string layer;
   std::vector<std::string> channels;
-  auto operator<=>(const Source&) const = default;
+  bool operator==(const Source&) const = default;
+  bool operator<(const Source& other) const {
+    return std::tie(path, layer, channels) < std::tie(other.path, other.layer, other.channels);
+  }
 };
 
 // How the colour of a file is taken: what it is encoded as, and whether that is undone.
