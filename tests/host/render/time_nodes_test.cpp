@@ -21,19 +21,22 @@ const std::vector<Case> cases = {
     {"time_offset", R"("offset": -0.5)", 8, {{9, 1}}},
     // The composition's frames, 1 to 10, backwards.
     {"time_offset", R"("reverse": true)", 8, {{3, 1}}},
+    {"time_offset", R"("reverse": true, "offset": 1, "first": 5, "last": 9)", 8, {{7, 1}}},
     {"frame_hold", R"("frame": 2, "every": 3)", 7, {{5, 1}}},
     {"frame_blend", R"("count": 3)", 8, {{6, 1 / 3.0}, {7, 1 / 3.0}, {8, 1 / 3.0}}},
     {"frame_blend", R"("use_range": true, "range": [5, 2])", 8, {{2, .25}, {3, .25}, {4, .25}, {5, .25}}},
     {"time_blur", R"("width": 2)", 5, {{4, .25}, {5, .5}, {6, .25}}},
+    {"time_blur", R"("width": 1, "offset": 0.25)", 5, {{5, .75}, {6, .25}}},
     // A ramp that is 4 at frame 4, or a hair below.
     {"frame_blend", R"("count": {"keys": [[1, 1], [10, 10]]})", 4, {{1, .25}, {2, .25}, {3, .25}, {4, .25}}},
     // 4.5 and 5.5 lie between two frames, of which each shows half.
     {"shutter", R"("samples": 5, "shutter": 2)", 5, {{4, .3}, {5, .4}, {6, .3}}},
     {"shutter", "", 5, {{4, .0625}, {5, .875}, {6, .0625}}},
-    {"shutter",
-     R"("samples": 3, "shutter": 2, "shutter_position": "custom", "shutter_offset": -2)",
-     5,
-     {{3, 1 / 3.0}, {4, 1 / 3.0}, {5, 1 / 3.0}}},
+    {"shutter", R"("samples": 1, "shutter": 2, "shutter_position": "start")", 5, {{6, 1}}},
+    {"shutter", R"("samples": 1, "shutter": 2, "shutter_position": "end")", 5, {{4, 1}}},
+    {"shutter", R"("samples": 1, "shutter_position": "custom", "shutter_offset": -3)", 5, {{2, 1}}},
+    {"retime", R"("speed": 0.5, "after": "continue", "last": 2, "first": 1)", 7, {{4, 1}}},
+    {"retime", R"("first": 3, "last": 6, "output_ends": "both", "output": [1, 8])", 5, {{5, 1}}},
     {"retime", R"("speed": 0.25, "rounding": "blend")", 4, {{1, .25}, {2, .75}}},
     // At double speed the range of 10 frames ends at frame 5, which shows frame 9.
     {"retime", R"("speed": 2)", 8, {{9, 1}}},

@@ -32,6 +32,12 @@ distort                       | numbered | reformat   | "size": [8, 8], "filter"
 by height                     | numbered | reformat   | "size": [4, 4], "filter": "nearest", "resize": "height" | 4 4 | 0 0 4 4 | 0 0 2, 3 3 13
 by width                      | numbered | reformat   | "size": [8, 2], "filter": "nearest", "resize": "width" | 8 2 | 0 0 8 2 | 0 0 1, 7 1 14
 upside down                   | numbered | reformat   | "to": "scale", "flip": true | 4 2 | 0 0 4 2 | 0 0 11, 3 1 4
+mirrored                      | numbered | transform  | "scale": [-1, 1] | 4 2 | 0 0 4 2 | 0 0 4, 3 1 11
+a pixel for four              | numbered | transform  | "scale": 0.5, "center": [-2, -1] | 4 2 | -2 -2 4 3 | 0 0 6.5, 1 0 8.5, 2 0 0
+fit in the corner             | numbered | reformat   | "size": [8, 8], "filter": "nearest", "center": false | 8 8 | 0 0 8 4 | 0 0 1, 7 3 14
+left to right                 | numbered | reformat   | "to": "scale", "flop": true | 4 2 | 0 0 4 2 | 0 0 4, 3 1 11
+pinned by one point           | numbered | corner_pin | "from": [1, 1], "to": [2, 4] | 4 2 | 1 3 5 5 | 1 3 1
+pinned by two                 | numbered | corner_pin | "from": [0, 0, 4, 0], "to": [0, 0, 0, 4] | 4 2 | -2 0 0 4 | -1 0 1, -2 3 14
 cut                           | numbered | reformat   | "size": [2, 8], "resize": "none" | 2 8 | 0 3 2 5 | 0 3 2, 1 4 13
 turned                        | numbered | reformat   | "to": "scale", "turn": true | 2 4 | 0 0 2 4 | 1 0 1, 0 0 11, 1 3 4
 wide pixels                   | numbered | reformat   | "size": [2, 2], "pixel_aspect": 2, "filter": "nearest" | 2 2 | 0 0 2 2 | 0 0 2, 1 1 14
