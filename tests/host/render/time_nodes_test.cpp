@@ -34,7 +34,7 @@ const std::vector<Case> cases = {
     {"shutter", "", 5, {{4, .0625}, {5, .875}, {6, .0625}}},
     {"shutter", R"("samples": 1, "shutter": 2, "shutter_position": "start")", 5, {{6, 1}}},
     {"shutter", R"("samples": 1, "shutter": 2, "shutter_position": "end")", 5, {{4, 1}}},
-    {"shutter", R"("samples": 1, "shutter_position": "custom", "shutter_offset": -3)", 5, {{2, 1}}},
+    {"shutter", R"("samples": 1, "shutter_position": "custom", "shutter_offset": -3.25)", 5, {{2, 1}}},
     {"retime", R"("speed": 0.5, "after": "continue", "last": 2, "first": 1)", 7, {{4, 1}}},
     {"retime", R"("first": 3, "last": 6, "output_ends": "both", "output": [1, 8])", 5, {{5, 1}}},
     {"retime", R"("speed": 0.25, "rounding": "blend")", 4, {{1, .25}, {2, .75}}},
