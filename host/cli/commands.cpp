@@ -7,6 +7,7 @@
 #include "host/cli/interrupt.h"
 #include "host/cli/stats_text.h"
 #include "host/files/atomic_file.h"
+#include "host/files/headers.h"
 #include "host/files/library_threads.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <set>
 #include <vector>
@@ -147,9 +149,11 @@ int render_frames(const RenderCommand& given) {
     return exit_nothing;
   }
   render::RenderOptions& options = command.options;
+  options.headers = std::make_shared<files::Headers>();
   Device opened(device);
-  frame::Planner planner(composition, {options.scale, options.output, options.existing,
-                                       [&opened] { return opened.context().max_texture_size(); }});
+  frame::Planner planner(composition,
+                         {options.scale, options.output, options.existing,
+                          [&opened] { return opened.context().max_texture_size(); }, options.headers});
   planner.targets().check(frames);
   if (command.dry_run) return dry_run(planner, frames);
 
@@ -176,7 +180,7 @@ int print_info(const InfoCommand& command) {
     return exit_done;
   }
   // Files that stand are no fault of a composition.
-  frame::Planner planner(composition, {1, "", frame::Existing::overwrite, side_of_any_device});
+  frame::Planner planner(composition, {1, "", frame::Existing::overwrite, side_of_any_device, {}});
   int code = exit_done;
   std::vector<std::string> problems;
   try {

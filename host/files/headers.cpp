@@ -9,13 +9,14 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
 #include <OpenImageIO/imageio.h>
+#include <sys/stat.h>
 
 namespace host::files {
 namespace {
@@ -46,25 +47,23 @@ std::string color_of(const OIIO::ImageSpec& spec) {
   return spec.format.is_floating_point() ? "linear" : "sRGB";
 }
 
-// Size and date, without opening the file.
-void read_attributes(const std::string& path, Header& header) {
-  std::error_code error;
-  const auto size = fs::file_size(path, error);
-  if (!error) header.size = static_cast<int64_t>(size);
-  const auto written = fs::last_write_time(path, error);
-  if (error) return;
-  const auto since_1970 = std::chrono::file_clock::to_sys(written).time_since_epoch();
-  header.mtime_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(since_1970).count();
+Attributes ask(const std::string& path) {
+  Attributes attributes;
+  struct stat found = {};
+  attributes.exists = ::stat(path.c_str(), &found) == 0;
+  attributes.regular = attributes.exists && S_ISREG(found.st_mode);
+  if (!attributes.regular) return attributes;
+  attributes.size = found.st_size;
+  attributes.mtime_ns = int64_t{found.st_mtim.tv_sec} * 1000000000 + found.st_mtim.tv_nsec;
+  return attributes;
 }
 
-Header read_header(const std::string& path) {
+Header read_header(const std::string& path, const Attributes& attributes) {
   Header header;
-  std::error_code error;
-  if (!fs::is_regular_file(path, error)) {
-    header.error = path + (fs::exists(path, error) ? ": is no file" : ": no such file");
+  if (!attributes.regular) {
+    header.error = path + (attributes.exists ? ": is no file" : ": no such file");
     return header;
   }
-  read_attributes(path, header);
   const auto input = OIIO::ImageInput::open(path);
   if (!input) {
     header.error = path + ": " + OIIO::geterror();
@@ -100,20 +99,87 @@ std::optional<int64_t> frame_of(const std::string& pattern, const std::string& n
 
 }  // namespace
 
-const Header& Headers::get(const std::string& path) {
-  const auto found = known_.find(path);
-  if (found != known_.end()) return found->second;
+// The entry of a path under these attributes, made anew where it stood under others.
+Headers::Entry& Headers::entry(const std::string& path, const Attributes& attributes) {
+  if (const auto found = known_.find(path); found != known_.end()) {
+    if (found->second.attributes != attributes) found->second = {attributes, nullptr};
+    return found->second;
+  }
   if (order_.size() >= most_headers) {
     const auto half = order_.begin() + static_cast<std::ptrdiff_t>(most_headers / 2);
     for (auto oldest = order_.begin(); oldest != half; ++oldest) known_.erase(*oldest);
     order_.erase(order_.begin(), half);
   }
   order_.push_back(path);
-  return known_.emplace(path, read_header(path)).first->second;
+  return known_[path] = {attributes, nullptr};
 }
 
-Layer Headers::layer(const Source& source) {
-  const Header& header = get(source.path);
+Attributes Headers::attributes(const std::string& path) {
+  const Attributes attributes = ask(path);
+  const std::lock_guard lock(mutex_);
+  entry(path, attributes);
+  return attributes;
+}
+
+// As they were last asked for; asked for now where they never were.
+Attributes Headers::expected(const std::string& path) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (const auto found = known_.find(path); found != known_.end()) return found->second.attributes;
+  }
+  return attributes(path);
+}
+
+HeaderPtr Headers::known(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = known_.find(path);
+  return found == known_.end() ? nullptr : found->second.header;
+}
+
+HeaderPtr Headers::read(const std::string& path) {
+  if (HeaderPtr header = known(path)) return header;
+  const Attributes attributes = expected(path);
+  const auto header = std::make_shared<const Header>(read_header(path, attributes));
+  {
+    const std::lock_guard lock(mutex_);
+    // Others, asked for meanwhile, are those of a newer file.
+    const auto found = known_.find(path);
+    if (found == known_.end() || found->second.attributes == attributes) {
+      entry(path, attributes).header = header;
+    }
+  }
+  learned_.notify_all();
+  return header;
+}
+
+HeaderPtr Headers::get(const std::string& path) {
+  {
+    std::unique_lock lock(mutex_);
+    learned_.wait(lock, [&] {
+      const auto found = known_.find(path);
+      return (found != known_.end() && found->second.header) || promised_.count(path) == 0;
+    });
+  }
+  return read(path);
+}
+
+std::shared_ptr<void> Headers::promise(const std::string& path) {
+  const auto end = [this, path](void*) {
+    {
+      const std::lock_guard lock(mutex_);
+      const auto found = promised_.find(path);
+      if (--found->second == 0) promised_.erase(found);
+    }
+    learned_.notify_all();
+  };
+  {
+    const std::lock_guard lock(mutex_);
+    ++promised_[path];
+  }
+  return {this, end};
+}
+
+Layer Headers::layer(const Source& source, const Header& header) const {
   if (!header.error.empty()) throw std::runtime_error(header.error);
   try {
     Layer layer = select(header.contents, source.layer, source.channels);
@@ -130,6 +196,7 @@ Layer Headers::layer(const Source& source) {
 }
 
 std::optional<std::pair<int64_t, int64_t>> Headers::frames_on_disk(const std::string& pattern) {
+  const std::lock_guard lock(ranges_mutex_);
   const auto [place, added] = ranges_.try_emplace(pattern);
   if (!added) return place->second;
   const fs::path whole(pattern);

@@ -32,10 +32,12 @@ struct DecoderStats {
   double decode_ms = 0;
 };
 
-// Decodes sources in the background ahead of need, all in one queue: plain files, layered ones through the
+// Decodes sources in the background ahead of need, all in one queue, and opens them there for their headers
+// first, as far as those are not known: plain files, layered ones through the
 // layer reader, all wanted layers of a file in one go, anything else through the general reader. What several
 // nodes want is decoded once. All calls from one thread. Bounded: sources decoded or being decoded hold at
-// most `ahead_bytes`, or are as few as there are threads; the others wait their turn.
+// most `ahead_bytes`, or are as few as there are threads; the others wait their turn, as do those of which
+// nothing is known while there are as many.
 class Decoder {
  public:
   // threads: decodes at once, at least 1. `headers` and `notices` outlive the decoder.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -41,7 +42,8 @@ void add_problem(const std::string& text, std::vector<std::string>& problems) {
 Planner::Planner(const shot::Composition& composition, PlanOptions options)
     : composition_(composition),
       options_(std::move(options)),
-      project_(make_project(composition, options_.scale, headers_)),
+      headers_(options_.headers ? options_.headers : std::make_shared<files::Headers>()),
+      project_(make_project(composition, options_.scale, *headers_)),
       targets_(composition, project_, options_.output),
       keys_(composition, project_),
       upstream_(upstream_of_outputs(composition)) {}
@@ -55,7 +57,7 @@ bool Planner::too_large(const Box& window) const {
 // Why a source cannot be read, "" when it can.
 std::string Planner::read_error(const files::Source& source) {
   try {
-    const Box window = headers_.layer(source).extent.window;
+    const Box window = headers_->layer(source).extent.window;
     return too_large(window) ? source.path + ": " + too_large_text(window) : "";
   } catch (const std::runtime_error& error) {
     return error.what();

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -54,6 +55,8 @@ struct PlanOptions {
   // Pixels that a side of the device's textures may have. Asked only for an image that not every device
   // takes; may be empty.
   std::function<int()> largest_side;
+  // What is known of files, for a renderer to go on with; null: the planner's own.
+  std::shared_ptr<files::Headers> headers;
 };
 
 // Plans one frame after another as they would be rendered with enough memory for all results: the
@@ -97,7 +100,7 @@ class Planner {
 
   const shot::Composition& composition_;
   PlanOptions options_;
-  files::Headers headers_;
+  std::shared_ptr<files::Headers> headers_;
   node::Project project_;
   Targets targets_;
   FrameKeys keys_;

@@ -25,10 +25,10 @@ class Read final : public Operation {
       identity.add("black");
       return;
     }
-    const files::Header& header = call.project.headers->get(*path);
+    const files::Attributes file = call.project.headers->attributes(*path);
     identity.add(*path);
-    identity.add(header.size);
-    identity.add(header.mtime_ns);
+    identity.add(file.size);
+    identity.add(file.mtime_ns);
   }
 
   std::optional<files::Source> source(const Call& call) const override {
@@ -39,8 +39,10 @@ class Read final : public Operation {
 
   std::optional<files::ReadColor> color(const Call& call) const override {
     const auto path = file_of(call);
-    if (!path || !call.project.headers->get(*path).error.empty()) return std::nullopt;
-    return files::ReadColor{call.project.headers->get(*path).color, is_decoded(call, *path)};
+    if (!path) return std::nullopt;
+    const files::HeaderPtr header = call.project.headers->get(*path);
+    if (!header->error.empty()) return std::nullopt;
+    return files::ReadColor{header->color, is_decoded(call, *path)};
   }
 
   Extent extent(const Call& call, std::span<const Extent> /*inputs*/) const override {
@@ -122,7 +124,7 @@ class Read final : public Operation {
   // Whether its values are turned from sRGB into light.
   static bool is_decoded(const Call& call, const std::string& path) {
     const std::string& color = call.knobs.text("color");
-    return color == "srgb" || (color == "auto" && call.project.headers->get(path).color == "sRGB");
+    return color == "srgb" || (color == "auto" && call.project.headers->get(path)->color == "sRGB");
   }
 
   static Extent scaled(Extent extent, double scale) {

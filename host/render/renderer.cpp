@@ -7,6 +7,7 @@
 #include "host/frame/project.h"
 #include "host/render/read_back.h"
 #include "host/render/renderer_state.h"
+#include "host/render/upcoming.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -30,9 +31,9 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       options(std::move(render_options)),
       gpu(gpu_context),
       threads(thread_count(options.threads)),
-      headers(gpu.max_texture_size()),
-      project(frame::make_project(shot, options.scale, headers)),
-      decoder(headers, threads, options.memory / 4, notices),
+      headers(options.headers ? options.headers : std::make_shared<files::Headers>()),
+      project(frame::make_project(shot, options.scale, *headers)),
+      decoder(*headers, threads, options.memory / 4, notices),
       shaders(gpu::ShaderLibrary::default_root()),
       pool(options.memory, gpu.max_texture_size()),
       context(shaders, pool, decoder),
@@ -44,6 +45,7 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       gpu_before(qv::gpu::stats()),
       scratch_before(filter::stats().created),
       read_back_before(qv::transport::stats().bytes) {
+  headers->hold_to(gpu.max_texture_size());
   // A processor that draws does not copy meanwhile; a device goes on with the next image.
   qv::transport::set_ring_size(gpu.software() ? 1 : 3);
   std::string error;
@@ -87,6 +89,9 @@ Renderer::~Renderer() = default;
 HostImage Renderer::image(int node, int64_t frame) {
   State& state = *state_;
   const frame::KeyedFrame keyed = state.single_keys.frame({node}, frame);
+  std::vector<files::Wanted> wanted;
+  add_wanted(state.composition, state.project, keyed, 0, state.store, wanted);
+  state.decoder.want(wanted);
   // Nothing is known of what will be asked for next, so everything may be.
   const auto images = state.evaluator.evaluate(keyed, [](int64_t) { return true; }, {Evaluator::Part::whole});
   const node::Image& image = images.at(0);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/files/headers.h"
 #include "host/frame/existing.h"
 #include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
@@ -26,6 +27,7 @@ struct RenderOptions {
   frame::Existing existing = frame::Existing::refuse;
   std::map<int64_t, std::string> stale;     // frames that fail for what stands in their place, and why
   bool keep_going = false;                  // a failed frame does not end the run
+  std::shared_ptr<files::Headers> headers;  // what is known of files already; null: nothing
   const std::atomic<bool>* stop = nullptr;  // set from a signal handler: ends within a second
 };
 

@@ -14,6 +14,7 @@
 #include "host/render/result_store.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace host::render {
 
@@ -33,7 +34,7 @@ struct Renderer::State {
   int threads;
   Stats stats;
   Notices notices;
-  files::Headers headers;
+  std::shared_ptr<files::Headers> headers;
   node::Project project;
   files::Decoder decoder;
   gpu::ShaderLibrary shaders;

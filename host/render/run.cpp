@@ -42,9 +42,6 @@ class Run {
   Outcome render_all() {
     if (frames_.empty()) return Outcome::nothing;
     progress_.begin(static_cast<int64_t>(frames_.size()), state_.gpu.renderer(), state_.gpu.software());
-    for (const std::string& text : frame::color_notices(state_.composition, state_.project, frames_[0])) {
-      state_.notices.add(text);
-    }
     for (const int64_t frame : finished_before_) {
       FrameReport report;
       report.frame = frame;
@@ -123,6 +120,7 @@ class Run {
     const std::vector<frame::Target> targets = state_.targets.at(frame.frame);
     refuse_existing(targets, frame.frame);
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
+    note_colors(frame.frame);
     std::vector<Evaluator::Part> parts;
     parts.reserve(targets.size());
     for (const frame::Target& target : targets) {
@@ -131,6 +129,14 @@ class Run {
     const auto images = state_.evaluator.evaluate(
         frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts);
     for (size_t i = 0; i < targets.size(); ++i) delivery_.send(frame.frame, images[i], targets[i].file);
+  }
+
+  // Of the first frame alone; its headers are on their way by then.
+  void note_colors(int64_t frame) {
+    if (std::exchange(colors_noted_, true)) return;
+    for (const std::string& text : frame::color_notices(state_.composition, state_.project, frame)) {
+      state_.notices.add(text);
+    }
   }
 
   // They may have come since the run was planned.
@@ -163,6 +169,7 @@ class Run {
   std::vector<int64_t> finished_before_;
   UpcomingFrames upcoming_;
   Delivery delivery_;
+  bool colors_noted_ = false;
   bool draw_failed_ = false;
   bool over_memory_ = false;
 };

@@ -6,6 +6,30 @@
 
 namespace host::render {
 
+void add_wanted(const shot::Composition& composition, const node::Project& project,
+                const frame::KeyedFrame& frame, int distance, const ResultStore& store,
+                std::vector<files::Wanted>& list) {
+  const std::vector<frame::Instance>& instances = frame.graph.instances;
+  std::vector<uint8_t> needed(instances.size());
+  for (const int output : frame.graph.outputs) needed[static_cast<size_t>(output)] = 1;
+  for (size_t at = instances.size(); at-- > 0;) {
+    if (!needed[at] || store.contains(frame.keys[at])) continue;
+    const node::Node& node = composition.nodes[static_cast<size_t>(instances[at].node)];
+    if (node.type->reads_pixels) {
+      for (const int read : instances[at].reads) {
+        if (read >= 0) needed[static_cast<size_t>(read)] = 1;
+      }
+    }
+    try {
+      const auto source = node.type->operation->source(node.call_at(instances[at].frame, project));
+      if (source) list.push_back({*source, distance});
+    } catch (const std::exception&) {
+      // The frame itself will say what is wrong.
+      continue;
+    }
+  }
+}
+
 UpcomingFrames::UpcomingFrames(const shot::Composition& composition, const node::Project& project,
                                frame::FrameKeys& keys, std::vector<int64_t> frames, int ahead)
     : composition_(composition),
@@ -46,33 +70,11 @@ void UpcomingFrames::count_keys(const frame::KeyedFrame& frame, int by) {
 
 std::vector<files::Wanted> UpcomingFrames::wanted(const Upcoming& current, const ResultStore& store) const {
   std::vector<files::Wanted> list;
-  add_wanted(current.keyed, 0, store, list);
+  add_wanted(composition_, project_, current.keyed, 0, store, list);
   int distance = 0;
-  for (const Upcoming& frame : queue_) add_wanted(frame.keyed, ++distance, store, list);
+  for (const Upcoming& frame : queue_)
+    add_wanted(composition_, project_, frame.keyed, ++distance, store, list);
   return list;
-}
-
-void UpcomingFrames::add_wanted(const frame::KeyedFrame& frame, int distance, const ResultStore& store,
-                                std::vector<files::Wanted>& list) const {
-  const std::vector<frame::Instance>& instances = frame.graph.instances;
-  std::vector<uint8_t> needed(instances.size());
-  for (const int output : frame.graph.outputs) needed[static_cast<size_t>(output)] = 1;
-  for (size_t at = instances.size(); at-- > 0;) {
-    if (!needed[at] || store.contains(frame.keys[at])) continue;
-    const node::Node& node = composition_.nodes[static_cast<size_t>(instances[at].node)];
-    if (node.type->reads_pixels) {
-      for (const int read : instances[at].reads) {
-        if (read >= 0) needed[static_cast<size_t>(read)] = 1;
-      }
-    }
-    try {
-      const auto source = node.type->operation->source(node.call_at(instances[at].frame, project_));
-      if (source) list.push_back({*source, distance});
-    } catch (const std::exception&) {
-      // The frame itself will say what is wrong.
-      continue;
-    }
-  }
 }
 
 }  // namespace host::render

@@ -22,6 +22,11 @@ struct Upcoming {
   std::string error;  // of a graph that could not be made; the frame fails with it
 };
 
+// Adds the files that a frame will read, given what is stored already.
+void add_wanted(const shot::Composition& composition, const node::Project& project,
+                const frame::KeyedFrame& frame, int distance, const ResultStore& store,
+                std::vector<files::Wanted>& list);
+
 // The frames to render, the next few of them keyed ahead: so that their files can be decoded in time
 // and it is known which results they will ask for. Externally synchronised.
 class UpcomingFrames {
@@ -44,8 +49,6 @@ class UpcomingFrames {
  private:
   void key_ahead();
   void count_keys(const frame::KeyedFrame& frame, int by);
-  void add_wanted(const frame::KeyedFrame& frame, int distance, const ResultStore& store,
-                  std::vector<files::Wanted>& list) const;
 
   const shot::Composition& composition_;
   const node::Project& project_;

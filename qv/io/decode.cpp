@@ -94,7 +94,7 @@ void decode_plain(const std::string& path, int threads, DecodeResult& out) {
   out.stat_s = std::chrono::duration<double>(start - asking).count();
   out.status = decode_other;
   try {
-    if (const auto input = open_reader(path, threads, out.error)) {
+    if (const auto input = open_reader(path, attributes, threads, out.error)) {
       read_plain(*input, {path, threads, attributes, start}, out);
     } else {
       out.status = decode_failed;

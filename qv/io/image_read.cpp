@@ -36,8 +36,9 @@ void read_pixels(OIIO::ImageInput& input, const io::FileAttributes& file, ImageR
 ImageRead oiio_read_float(const std::string& path) {
   ImageRead result;
   try {
-    const auto input = io::open_reader(path, 0, result.error);
-    if (input) read_pixels(*input, io::file_attributes(path), result);
+    const io::FileAttributes attributes = io::file_attributes(path);
+    const auto input = io::open_reader(path, attributes, 0, result.error);
+    if (input) read_pixels(*input, attributes, result);
   } catch (const std::bad_alloc&) {
     result.error = "out of memory";
   } catch (const std::exception& failure) {

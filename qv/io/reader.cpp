@@ -1,4 +1,3 @@
-#include <qv/io/file_attributes.h>
 #include <qv/io/reader.h>
 
 #include <algorithm>
@@ -6,7 +5,12 @@
 namespace qv::io {
 
 std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, int threads, std::string& error) {
-  if (file_attributes(path).endless) {
+  return open_reader(path, file_attributes(path), threads, error);
+}
+
+std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, const FileAttributes& attributes,
+                                              int threads, std::string& error) {
+  if (attributes.endless) {
     error = "\"" + path + "\" is a pipe, socket or device, not a file";
     return nullptr;
   }

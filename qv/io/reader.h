@@ -1,5 +1,7 @@
 #pragma once
 
+#include <qv/io/file_attributes.h>
+
 #include <memory>
 #include <string>
 
@@ -9,8 +11,11 @@ namespace qv::io {
 
 // Opens `path` for reading with `threads` as the file's own thread count (0: OpenImageIO's
 // default). Null, with a text that is never empty in `error`, when that fails. Pipes, sockets and
-// devices are refused, because opening one can wait for ever. Thread-safe.
+// devices are refused, because opening one can wait for ever. `attributes` are those of the file, for who
+// has asked for them already. Thread-safe.
 std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, int threads, std::string& error);
+std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, const FileAttributes& attributes,
+                                              int threads, std::string& error);
 
 // The reader's pending error text, cleared as it is taken; "read failed" when it left none.
 std::string take_error(OIIO::ImageInput& input);
