@@ -68,7 +68,7 @@ Read read(const Source& source) {
   try {
     const Pixels pixels = decoder.take(source);
     std::copy_n(pixels.rgba.get(), 4, result.first.begin());
-    for (size_t c = 0; c < 4; ++c) result.step[c] = pixels.rgba[8 + c] - pixels.rgba[c];
+    for (size_t c = 0; c < 4; ++c) result.step[c] = pixels.rgba.get()[8 + c] - pixels.rgba.get()[c];
     result.coverage = headers.layer(source).coverage;
   } catch (const std::runtime_error& error) {
     result.error = error.what();
@@ -235,8 +235,8 @@ TEST(Ids, AreTheNumbersThemselvesAndSayWhereAFloatEnds) {
   Decoder decoder(headers, 1, 1 << 20, notices);
   const Pixels pixels = decoder.take({path, "", {}});
   for (size_t i = 0; i < ids.size(); ++i) {
-    EXPECT_EQ(pixels.rgba[i * 4], static_cast<float>(ids[i]));
-    EXPECT_EQ(pixels.rgba[i * 4 + 3], 1.0F);
+    EXPECT_EQ(pixels.rgba.get()[i * 4], static_cast<float>(ids[i]));
+    EXPECT_EQ(pixels.rgba.get()[i * 4 + 3], 1.0F);
   }
   EXPECT_FALSE(headers.layer({path, "", {}}).coverage);
   EXPECT_EQ(notices.take(), std::vector<std::string>{
