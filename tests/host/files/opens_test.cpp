@@ -134,6 +134,7 @@ TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
   constexpr int frames = 6;
   write_sources(frames);
   host::render::RenderOptions options;
+  options.existing = host::frame::Existing::overwrite;
   for (int frame = 1; frame <= frames; ++frame) options.frames.push_back(frame);
   scene::Scene shot(nodes, 8, 8, options);
   for (const bool run : {true, false}) {
