@@ -228,28 +228,33 @@ TEST(DryRun, SaysWhatWouldBeComputedAndNamesWhatIsMissing) {
 
 TEST(Notices, TellOfColoursEncodedTwiceAndOfPixelsThatAFileCannotHold) {
   const fs::path folder = process::new_folder();
-  const std::string good =
-      process::write_text(folder / "good.json", composition(grey + "," + out, "1")).string();
-  ASSERT_EQ(run({"render", good, "-o", (folder / "p.png").string()}).code, 0);
-  const auto shot = [](const std::string& color, const std::string& file) {
-    return composition(
-        R"({"name": "plate", "type": "read", "knobs": {"file": "p.png", "color": ")" + color +
-            R"("}}, {"name": "bright", "type": "grade", "inputs": "plate", "knobs": {"gain": 1e6}},
-                       {"name": "out", "type": "write", "inputs": "bright", "knobs": {"file": ")" +
-            file + "\"}}",
-        "1");
+  write_shot(folder / "good.json", grey + process::write_node("out", "grey", "p.png"), "1");
+  const auto shot = [&](const char* file, const std::string& color, const std::string& output) {
+    write_shot(folder / file,
+               R"({"name": "plate", "type": "read", "knobs": {"file": "p.png", "color": ")" + color +
+                   R"("}}, {"name": "bright", "type": "grade", "inputs": "plate", "knobs": {"gain": 1e6}})" +
+                   process::write_node("out", "bright", output),
+               "1");
   };
-  const std::string twice = process::write_text(folder / "twice.json", shot("linear", "t.png")).string();
-  const std::string once = process::write_text(folder / "once.json", shot("auto", "o.exr")).string();
-  const std::string notice = R"(its file is sRGB and read as linear; node \"out\" encodes it once more)";
-  EXPECT_NE(run({"info", twice}).out.find("): sRGB, taken as it stands\n"), std::string::npos);
-  EXPECT_NE(run({"info", twice}).out.find("node \"plate\": its file is sRGB and read as linear"),
-            std::string::npos);
-  EXPECT_NE(run({"render", twice, "--progress", "jsonl"}).out.find(notice), std::string::npos);
-  EXPECT_NE(run({"info", once}).out.find("): sRGB, made linear\n"), std::string::npos);
-  const auto ended = run({"render", once});
-  EXPECT_EQ(ended.err.find("encodes it"), std::string::npos) << ended.err;
-  EXPECT_NE(ended.err.find("o.exr: 576 pixels lie beyond 65504"), std::string::npos) << ended.err;
+  shot("twice.json", "linear", "t.png");
+  shot("once.json", "auto", "o.exr");
+  ASSERT_EQ(call("render good.json", folder).code, 0);
+  const struct {
+    const char* words;
+    const char* said;
+  } cases[] = {
+      {"info twice.json", "): sRGB, taken as it stands\n"},
+      {"info twice.json", "notice: twice.json: node \"plate\": its file is sRGB and read as linear"},
+      {"render twice.json --progress jsonl", R"(read as linear; node \"out\" encodes it once more)"},
+      {"info once.json", "): sRGB, made linear\n"},
+      {"render once.json", "o.exr: 576 pixels lie beyond 65504"},
+  };
+  for (const auto& each : cases) {
+    const process::Ended ended = call(each.words, folder);
+    EXPECT_NE((ended.out + ended.err).find(each.said), std::string::npos)
+        << each.words << ended.out << ended.err;
+    EXPECT_EQ(ended.err.find("once more"), std::string::npos) << ended.err;
+  }
 }
 
 TEST(Catalogue, SchemaInTheDocsIsTheOneOfTheProgramAndListsEveryType) {
