@@ -150,7 +150,7 @@ void name_layers(int parts, Contents& contents) {
     layer.names.clear();
     if (leads && parts > 1) layer.names.push_back(part);
     if (parts == 1) layer.names.push_back(name);
-    if (!name.empty() && !part.empty()) layer.names.push_back(part + "." + name);
+    if (!name.empty() && !part.empty()) layer.names.push_back(std::string(part).append(".").append(name));
     if (parts > 1 && !name.empty()) layer.names.push_back(name);
     if (leads && parts == 1 && !part.empty()) layer.names.push_back(part);
   }

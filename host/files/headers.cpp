@@ -38,7 +38,7 @@ std::string color_of(const OIIO::ImageSpec& spec) {
   const std::string note = spec.get_string_attribute("ImageDescription");
   if (note == color_note(true)) return "sRGB";
   if (note == color_note(false)) return "linear";
-  const std::string space = spec.get_string_attribute("oiio:ColorSpace");
+  std::string space = spec.get_string_attribute("oiio:ColorSpace");
   const bool profile =
       lower(spec.get_string_attribute("ICCProfile:profile_description")).find("linear") != std::string::npos;
   if (lower(space) == "linear" || (space.empty() && profile)) return "linear";

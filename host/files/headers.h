@@ -3,7 +3,6 @@
 #include "host/files/layers.h"
 
 #include <atomic>
-#include <compare>
 #include <condition_variable>
 #include <cstdint>
 #include <limits>

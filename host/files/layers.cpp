@@ -41,6 +41,10 @@ std::string full_name(const Channel& channel, const Contents& contents) {
   return parts ? channel.part + "." + channel.name : channel.name;
 }
 
+bool is_called(const Channel& channel, const std::string& name) {
+  return channel.name == name || channel.part + "." + channel.name == name;
+}
+
 const Channel& find_channel(const Contents& contents, const Layer* within, const std::string& name) {
   std::vector<const Channel*> meant;
   std::vector<std::string> known;
@@ -48,12 +52,9 @@ const Channel& find_channel(const Contents& contents, const Layer* within, const
   for (const Channel& channel : contents.channels) {
     if (within && channel.subimage != within->subimage) continue;
     known.push_back(full_name(channel, contents));
-    bool fits = channel.name == name || channel.part + "." + channel.name == name;
-    if (within) {
-      for (const std::string& layer : within->names) {
-        const std::string longer = layer + "." + name;
-        fits = fits || channel.name == longer || channel.part + "." + channel.name == longer;
-      }
+    bool fits = is_called(channel, name);
+    for (size_t i = 0; within && i < within->names.size(); ++i) {
+      fits = fits || is_called(channel, std::string(within->names[i]).append(".").append(name));
     }
     if (!fits) continue;
     meant.push_back(&channel);
