@@ -61,8 +61,9 @@ TEST(Interrupted, LeavesWholeFilesOnlyAndTheNextRunTidiesUp) {
     for (const fs::path& image : found.images) expect_whole(image);
     EXPECT_TRUE(signal == SIGKILL || found.parts.empty());
   }
-  // As if one had been killed in the middle of a write: nobody has this process number.
-  process::write_text(folder / "out" / ".f.0400.exr.999999999.part", "half");
+  // As if one had been killed in the middle of a write on another machine, days ago.
+  const fs::path half = process::write_text(folder / "out/.f.0400.exr.elsewhere.00000000-1.9.part", "half");
+  fs::last_write_time(half, fs::file_time_type::clock::now() - std::chrono::hours(50));
   EXPECT_EQ(process::run({"render", file, "-f", "1-3", "--overwrite"}).code, 0);
   EXPECT_TRUE(files_in(folder / "out").parts.empty());
 }
