@@ -139,7 +139,7 @@ HeaderPtr Headers::known(const std::string& path) const {
 HeaderPtr Headers::read(const std::string& path) {
   if (HeaderPtr header = known(path)) return header;
   const Attributes attributes = expected(path);
-  const auto header = std::make_shared<const Header>(read_header(path, attributes));
+  HeaderPtr header = std::make_shared<const Header>(read_header(path, attributes));
   {
     const std::lock_guard lock(mutex_);
     // Others, asked for meanwhile, are those of a newer file.

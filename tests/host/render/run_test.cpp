@@ -113,7 +113,7 @@ TEST_F(RunTest, SameBytesHoweverTheyAreMade) {
   options.threads = 2;
   EXPECT_EQ(files_of(options), expected) << "two threads";
 
-  for (const uint64_t images : {5, 7, 9}) {
+  for (const uint64_t images : {5U, 7U, 9U}) {
     options.memory = images * image_bytes;
     EXPECT_EQ(files_of(options), expected) << "little memory";
     EXPECT_LE(recorder_.stats.peak_texture_bytes, options.memory) << images;
