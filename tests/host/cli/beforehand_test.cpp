@@ -46,7 +46,7 @@ a folder is read-only      | mkdir -m 500 ro | | ro/new/o.####.exr | | 1 | canno
 a file for a folder        | | | p.0001.exr/o.####.exr | | 1 | p.0001.exr is no folder
 the last plate is missing  | rm p.0003.exr | p.####.exr | o.####.exr | | 1 | node "plate": frame 3:
 a layer is missing         | | p.####.exr nope | o.####.exr | | 1 | has no layer "nope"
-wider than textures        | (echo P6 70000 2 255; head -c 420000 /dev/zero) > wide.ppm | wide.ppm | o.####.exr | --gpu software | 1 | wide.ppm: an image of 70000 x 2 pixels is larger than the device's textures
+wider than textures        | (echo P6 40000 2 255; head -c 240000 /dev/zero) > wide.ppm | wide.ppm | o.####.exr | --gpu software | 1 | wide.ppm: an image of 40000 x 2 pixels is larger than the device's textures
 onto its own input         | | p.####.exr | p.####.exr | --overwrite | 2 | p.0001.exr: node "plate" reads this file
 onto a frame not asked for | | p.####.exr | o.####.exr | --overwrite -f 1 -o p.0003.exr | 2 | p.0003.exr: node "plate" reads this file
 by a linked folder         | ln -s . way | p.####.exr | way/p.####.exr | --overwrite | 2 | way/p.0001.exr: node "plate" reads this file
