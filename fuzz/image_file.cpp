@@ -1,4 +1,4 @@
-#include <qv/io/exr_read.h>
+#include <qv/io/exr/read.h>
 
 #include "tests/io/documented.h"
 #include "tests/io/files.h"
@@ -26,22 +26,22 @@ void require(bool holds) {
 
 // Shows channels of a part in an image, beside and across its edges. What is read once is read again, to the
 // same pixels; what is said to be read has been written.
-void show(const qv::io::ExrFile& file, const qv::io::ExrPart& part, int64_t width, int64_t height, int64_t x,
+void show(const qv::io::exr::File& file, const qv::io::exr::Part& part, int64_t width, int64_t height, int64_t x,
           int64_t y) {
   const float untouched = -0x1.23p-45f;
   std::vector<float> pixels(static_cast<size_t>(width * height * 4), untouched), again = pixels;
-  qv::io::ExrLayer layer;
+  qv::io::exr::Layer layer;
   layer.width = width;
   layer.height = height;
   layer.x = x;
   layer.y = y;
   const int channels = static_cast<int>(part.channels.size());
   for (int c = 0; c < 4; ++c)
-    layer.sources[static_cast<size_t>(c)] = {qv::io::ExrSource::Kind::channel, (channels - 1) * c / 3, 0};
+    layer.sources[static_cast<size_t>(c)] = {qv::io::exr::Source::Kind::channel, (channels - 1) * c / 3, 0};
   double ms = 0;
   layer.pixels = pixels.data();
   if (!qv::io::decode_layers(file, part, {&layer, 1}, 1, ms)) return;
-  layer.sources[0].kind = qv::io::ExrSource::Kind::untouched;
+  layer.sources[0].kind = qv::io::exr::Source::Kind::untouched;
   layer.pixels = again.data();
   require(qv::io::decode_layers(file, part, {&layer, 1}, 1, ms));
   for (size_t i = 0; i < pixels.size(); ++i)
@@ -49,7 +49,7 @@ void show(const qv::io::ExrFile& file, const qv::io::ExrPart& part, int64_t widt
 }
 
 void read_exr(const std::vector<uint8_t>& bytes) {
-  const auto file = qv::io::ExrFile::open(bytes);
+  const auto file = qv::io::exr::File::open(bytes);
   if (!file) return;
   for (int index = 0; index < std::min(file->parts(), 4); ++index) {
     const auto part = file->part(index);

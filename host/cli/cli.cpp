@@ -4,9 +4,9 @@
 
 #include "host/base/suggest.h"
 #include "host/cli/commands.h"
-#include "host/cli/printable.h"
 #include "host/frame/targets.h"
-#include "host/gpu/shader_library.h"
+#include "host/programs/shader_library.h"
+#include "host/report/printable.h"
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
 
@@ -65,8 +65,8 @@ double parse_scale(const std::string& text) {
   return scale;
 }
 
-cli::ProgressStyle parse_progress(const std::string& text) {
-  using Style = cli::ProgressStyle;
+report::ProgressStyle parse_progress(const std::string& text) {
+  using Style = report::ProgressStyle;
   static const std::map<std::string, Style> styles = {
       {"auto", Style::automatic}, {"plain", Style::plain}, {"jsonl", Style::jsonl}, {"none", Style::none}};
   const auto style = styles.find(text);
@@ -259,8 +259,8 @@ int check_results(int code) {
 }  // namespace
 
 int run(int argc, char** argv) {
-  const TerminalGuard out(std::cout, STDOUT_FILENO);
-  const TerminalGuard err(std::cerr, STDERR_FILENO);
+  const report::TerminalGuard out(std::cout, STDOUT_FILENO);
+  const report::TerminalGuard err(std::cerr, STDERR_FILENO);
   try {
     return check_results(parse_and_run(argc, argv));
   } catch (const shot::CompositionError& error) {
@@ -276,7 +276,7 @@ int run(int argc, char** argv) {
     return complain(error.what(), exit_usage);
   } catch (const gpu::NoGpu& error) {
     return complain(error.what(), exit_no_gl);
-  } catch (const gpu::ShaderError& error) {
+  } catch (const programs::ShaderError& error) {
     return complain(error.what(), exit_no_gl);
   } catch (const std::bad_alloc&) {
     return complain("out of memory", exit_memory);

@@ -1,17 +1,17 @@
 #include "host/cli/commands.h"
 
+#include "host/base/library_threads.h"
 #include "host/base/suggest.h"
 #include "host/cli/cli.h"
-#include "host/cli/describe.h"
-#include "host/cli/info.h"
 #include "host/cli/interrupt.h"
-#include "host/cli/stats_text.h"
 #include "host/files/atomic_file.h"
-#include "host/files/headers.h"
-#include "host/files/library_threads.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
 #include "host/nodes/catalogue.h"
+#include "host/plates/headers.h"
+#include "host/report/describe.h"
+#include "host/report/info.h"
+#include "host/report/stats_text.h"
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
 #include "host/shot/schema.h"
@@ -76,7 +76,7 @@ int exit_code(render::Outcome outcome) {
 // asks the environment. What a person set there stays.
 void hold_threads(int threads) {
   if (threads == 0) return;
-  files::hold_library_threads(threads);
+  hold_library_threads(threads);
   setenv("LP_NUM_THREADS", std::to_string(threads).c_str(), 0);
 }
 
@@ -88,7 +88,7 @@ bool writes_everything(const shot::Composition& composition) {
 
 int dry_run(frame::Planner& planner, const std::vector<int64_t>& frames) {
   std::string text;  // kept until it is known that nothing is written over an input
-  const auto add = [&text](const frame::FramePlan& plan) { text += plan_text(plan); };
+  const auto add = [&text](const frame::FramePlan& plan) { text += report::plan_text(plan); };
   const frame::Outlook outlook = planner.look_ahead(frames, add);
   std::cout << text;
   return outlook.failing == 0 ? exit_done : exit_some_failed;
@@ -96,7 +96,7 @@ int dry_run(frame::Planner& planner, const std::vector<int64_t>& frames) {
 
 // Nothing is drawn when frames are known to fail, unless the others are wanted all the same.
 int refuse(const frame::Outlook& outlook, size_t frames) {
-  std::cerr << problems_text(outlook.problems);
+  std::cerr << report::problems_text(outlook.problems);
   std::cerr << "quorvel: " << outlook.failing << " of " << frames
             << " frames cannot be rendered; nothing was drawn (--keep-going renders the others)\n";
   return exit_some_failed;
@@ -129,10 +129,10 @@ int side_of_any_device() {
 void report_stats(const std::string& where, const render::Stats& stats) {
   if (where.empty()) return;
   if (where == "-") {
-    std::cerr << cli::stats_text(stats);
+    std::cerr << report::stats_text(stats);
     return;
   }
-  const std::string json = cli::stats_json(stats);
+  const std::string json = report::stats_json(stats);
   files::write_whole(where, {reinterpret_cast<const unsigned char*>(json.data()), json.size()});
 }
 
@@ -149,7 +149,7 @@ int render_frames(const RenderCommand& given) {
     return exit_nothing;
   }
   render::RenderOptions& options = command.options;
-  options.headers = std::make_shared<files::Headers>();
+  options.headers = std::make_shared<plates::Headers>();
   Device opened(device);
   frame::Planner planner(composition,
                          {options.scale, options.output, options.existing,
@@ -165,9 +165,9 @@ int render_frames(const RenderCommand& given) {
   options.stop = &interrupt.raised();
   tidy_folders(planner.targets(), frames);
   render::Renderer renderer(composition, options, opened.context());
-  const bool events = command.progress == cli::ProgressStyle::jsonl;
+  const bool events = command.progress == report::ProgressStyle::jsonl;
   const auto progress =
-      cli::make_progress(command.progress, events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
+      report::make_progress(command.progress, events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
   const render::Outcome outcome = renderer.run(*progress);
   report_stats(command.stats, renderer.stats());
   return exit_code(outcome);
@@ -176,7 +176,7 @@ int render_frames(const RenderCommand& given) {
 int print_info(const InfoCommand& command) {
   const shot::Composition composition = shot::read_composition(command.file);
   if (command.dot) {
-    std::cout << cli::graphviz(composition);
+    std::cout << report::graphviz(composition);
     return exit_done;
   }
   // Files that stand are no fault of a composition.
@@ -191,7 +191,7 @@ int print_info(const InfoCommand& command) {
     problems = {error.what()};
     code = exit_usage;
   }
-  std::cout << info_text(composition, planner, problems);
+  std::cout << report::info_text(composition, planner, problems);
   return code;
 }
 
@@ -201,7 +201,7 @@ int print_nodes(const NodesCommand& command) {
     return exit_done;
   }
   if (command.type.empty()) {
-    std::cout << describe_catalogue();
+    std::cout << report::describe_catalogue();
     return exit_done;
   }
   const node::NodeType* type = nodes::find_type(command.type);
@@ -210,7 +210,7 @@ int print_nodes(const NodesCommand& command) {
     for (const node::NodeType& each : nodes::catalogue()) names.push_back(each.name);
     throw UsageError("unknown node type \"" + command.type + "\"" + did_you_mean(command.type, names));
   }
-  std::cout << describe(*type);
+  std::cout << report::describe(*type);
   return exit_done;
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "host/cli/progress.h"
 #include "host/gpu/gpu_context.h"
 #include "host/render/renderer.h"
+#include "host/report/progress.h"
 
 #include <stdexcept>
 #include <string>
@@ -20,7 +20,7 @@ struct RenderCommand {
   std::string frames;  // as typed; "" for the composition's own
   std::string gpu = "auto";
   std::string stats;  // "" none, "-" for people, else the path of a JSON file
-  cli::ProgressStyle progress = cli::ProgressStyle::automatic;
+  report::ProgressStyle progress = report::ProgressStyle::automatic;
   bool dry_run = false;
   render::RenderOptions options;  // all but `frames` and `stop`, which the command fills in
 };
@@ -36,7 +36,7 @@ struct NodesCommand {
 };
 
 // Each prints its results to standard output and returns an ExitCode. They throw UsageError,
-// shot::CompositionError, shot::FramesError, gpu::NoGpu, gpu::ShaderError, and std::runtime_error for
+// shot::CompositionError, shot::FramesError, gpu::NoGpu, programs::ShaderError, and std::runtime_error for
 // the rest.
 int render_frames(const RenderCommand& command);
 int print_info(const InfoCommand& command);

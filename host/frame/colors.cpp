@@ -71,7 +71,7 @@ class Search {
 
 }  // namespace
 
-std::string color_text(const files::ReadColor& color) {
+std::string color_text(const plates::ReadColor& color) {
   if (!color.decoded) return color.space + (color.space == "linear" ? "" : ", taken as it stands");
   return color.space == "sRGB" ? "sRGB, made linear" : color.space + ", taken as sRGB, made linear";
 }

@@ -10,7 +10,7 @@
 namespace host::frame {
 
 // How colour is taken, for people: "sRGB, made linear".
-std::string color_text(const files::ReadColor& color);
+std::string color_text(const plates::ReadColor& color);
 
 // What is likely to be wrong with the colours of a frame's files: one that is encoded already when an
 // output encodes it, one in a space that nobody converts. Opens files for their headers alone; those

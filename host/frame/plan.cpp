@@ -42,7 +42,7 @@ void add_problem(const std::string& text, std::vector<std::string>& problems) {
 Planner::Planner(const shot::Composition& composition, PlanOptions options)
     : composition_(composition),
       options_(std::move(options)),
-      headers_(options_.headers ? options_.headers : std::make_shared<files::Headers>()),
+      headers_(options_.headers ? options_.headers : std::make_shared<plates::Headers>()),
       project_(make_project(composition, options_.scale, *headers_)),
       targets_(composition, project_, options_.output),
       keys_(composition, project_),
@@ -55,7 +55,7 @@ bool Planner::too_large(const Box& window) const {
 }
 
 // Why a source cannot be read, "" when it can.
-std::string Planner::read_error(const files::Source& source) {
+std::string Planner::read_error(const plates::Source& source) {
   try {
     const Box window = headers_->layer(source).extent.window;
     return too_large(window) ? source.path + ": " + too_large_text(window) : "";
@@ -64,7 +64,7 @@ std::string Planner::read_error(const files::Source& source) {
   }
 }
 
-PlannedFile Planner::planned_read(const Instance& instance, const files::Source& source) {
+PlannedFile Planner::planned_read(const Instance& instance, const plates::Source& source) {
   PlannedFile file;
   file.node = composition_.nodes[static_cast<size_t>(instance.node)].name;
   file.frame = instance.frame;

@@ -56,7 +56,7 @@ struct PlanOptions {
   // takes; may be empty.
   std::function<int()> largest_side;
   // What is known of files, for a renderer to go on with; null: the planner's own.
-  std::shared_ptr<files::Headers> headers;
+  std::shared_ptr<plates::Headers> headers;
 };
 
 // Plans one frame after another as they would be rendered with enough memory for all results: the
@@ -90,8 +90,8 @@ class Planner {
 
  private:
   void plan_results(const KeyedFrame& keyed, FramePlan& plan);
-  PlannedFile planned_read(const Instance& instance, const files::Source& source);
-  std::string read_error(const files::Source& source);
+  PlannedFile planned_read(const Instance& instance, const plates::Source& source);
+  std::string read_error(const plates::Source& source);
   std::vector<Extent> output_extents(const FrameGraph& graph) const;
   void plan_writes(FramePlan& plan, const std::vector<Extent>& extents) const;
   bool too_large(const Box& window) const;
@@ -100,7 +100,7 @@ class Planner {
 
   const shot::Composition& composition_;
   PlanOptions options_;
-  std::shared_ptr<files::Headers> headers_;
+  std::shared_ptr<plates::Headers> headers_;
   node::Project project_;
   Targets targets_;
   FrameKeys keys_;

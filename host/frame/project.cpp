@@ -5,7 +5,7 @@
 
 namespace host::frame {
 
-node::Project make_project(const shot::Composition& composition, double scale, files::Headers& headers) {
+node::Project make_project(const shot::Composition& composition, double scale, plates::Headers& headers) {
   const auto scaled = [scale](int64_t side) {
     return std::max<int64_t>(1, std::llround(static_cast<double>(side) * scale));
   };

@@ -26,11 +26,11 @@ std::vector<Request> Operation::reads(const Call& call) const {
 
 void Operation::identify(const Call& /*call*/, Identity& /*identity*/) const {}
 
-std::optional<files::Source> Operation::source(const Call& /*call*/) const {
+std::optional<plates::Source> Operation::source(const Call& /*call*/) const {
   return std::nullopt;
 }
 
-std::optional<files::ReadColor> Operation::color(const Call& /*call*/) const {
+std::optional<plates::ReadColor> Operation::color(const Call& /*call*/) const {
   return std::nullopt;
 }
 

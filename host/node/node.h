@@ -2,11 +2,11 @@
 
 #include "host/base/extent.h"
 #include "host/files/image_writer.h"
-#include "host/files/sources.h"
 #include "host/node/identity.h"
 #include "host/node/image.h"
 #include "host/node/knob.h"
 #include "host/node/render_context.h"
+#include "host/plates/sources.h"
 
 #include <cstdint>
 #include <memory>
@@ -26,7 +26,7 @@ struct Project {
   int64_t first_frame = 1;  // of the composition, not of the frames asked for
   int64_t last_frame = 1;
   std::string folder;  // that file knobs are relative to
-  files::Headers* headers = nullptr;
+  plates::Headers* headers = nullptr;
 };
 
 // A file knob's path, "~" and $NAME replaced, made absolute against the project's folder; a frame
@@ -79,11 +79,11 @@ class Operation {
 
   // The file that `render` will fetch, if any; asked frames ahead so that it can be decoded in time.
   // Default: none.
-  virtual std::optional<files::Source> source(const Call& call) const;
+  virtual std::optional<plates::Source> source(const Call& call) const;
 
   // How the colour of the file that it reads is encoded and taken, for `quorvel info` and notices.
   // Default: it reads none.
-  virtual std::optional<files::ReadColor> color(const Call& call) const;
+  virtual std::optional<plates::ReadColor> color(const Call& call) const;
 
   // Format and data window of the result, given those of what it reads. Default: those of the first.
   virtual Extent extent(const Call& call, std::span<const Extent> inputs) const;

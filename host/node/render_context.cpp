@@ -68,7 +68,8 @@ Uniform::Uniform(std::string_view uniform, std::initializer_list<double> list)
 
 Uniform::Uniform(std::string_view uniform, double value) : Uniform(uniform, {value}) {}
 
-RenderContext::RenderContext(gpu::ShaderLibrary& shaders, gpu::TexturePool& pool, files::Decoder& decoder)
+RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool,
+                             plates::Decoder& decoder)
     : shaders_(shaders), pool_(pool), decoder_(decoder) {
   constexpr std::array<float, 4> clear = {0, 0, 0, 0};
   nothing_ = gpu::make_table(1, 1, 1, clear.data(), false);
@@ -106,8 +107,8 @@ void RenderContext::draw(std::string_view program_file, const Image& target,
   draw(shaders_.get(program_file), target, uniforms, inputs, blend);
 }
 
-void RenderContext::draw(const gpu::Program& program, const Image& target, std::span<const Uniform> uniforms,
-                         std::span<const Input> inputs, Blend blend) {
+void RenderContext::draw(const programs::Program& program, const Image& target,
+                         std::span<const Uniform> uniforms, std::span<const Input> inputs, Blend blend) {
   if (!target.texture) return;
   const Box& window = target.extent.window;
   PendingUniforms pending(program.name);
@@ -169,7 +170,7 @@ bool RenderContext::filter(std::string_view operation, std::span<const Image> in
   return outcome == filter::run_drawn;
 }
 
-files::Pixels RenderContext::fetch(const files::Source& source) {
+plates::Pixels RenderContext::fetch(const plates::Source& source) {
   const Stopwatch watch(times_.wait_decode_ms);
   return decoder_.take(source);
 }
@@ -180,7 +181,7 @@ gpu::TexturePtr RenderContext::table(const std::string& name, const std::functio
   return kept;
 }
 
-gpu::ShaderLibrary& RenderContext::shaders() {
+programs::ShaderLibrary& RenderContext::shaders() {
   return shaders_;
 }
 

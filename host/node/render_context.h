@@ -1,9 +1,9 @@
 #pragma once
 
-#include "host/files/sources.h"
-#include "host/gpu/shader_library.h"
 #include "host/gpu/texture_pool.h"
 #include "host/node/image.h"
+#include "host/plates/sources.h"
+#include "host/programs/shader_library.h"
 
 #include <array>
 #include <cstdint>
@@ -53,7 +53,7 @@ struct ContextTimes {
 // renderer completes with node and frame.
 class RenderContext {
  public:
-  RenderContext(gpu::ShaderLibrary& shaders, gpu::TexturePool& pool, files::Decoder& decoder);
+  RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, plates::Decoder& decoder);
   ~RenderContext();
   RenderContext(const RenderContext&) = delete;
   RenderContext& operator=(const RenderContext&) = delete;
@@ -77,7 +77,7 @@ class RenderContext {
   // An image without a texture reads as transparent black. At most 16 inputs.
   void draw(std::string_view program_file, const Image& target, std::span<const Uniform> uniforms,
             std::span<const Input> inputs, Blend blend = Blend::replace);
-  void draw(const gpu::Program& program, const Image& target, std::span<const Uniform> uniforms,
+  void draw(const programs::Program& program, const Image& target, std::span<const Uniform> uniforms,
             std::span<const Input> inputs, Blend blend = Blend::replace);
 
   // The image laid out anew in another window: cut, or extended by transparent black, or (`repeat`)
@@ -91,12 +91,12 @@ class RenderContext {
 
   // Decoded pixels of a file that the operation named in source(). Throws std::runtime_error that
   // names the path.
-  files::Pixels fetch(const files::Source& source);
+  plates::Pixels fetch(const plates::Source& source);
 
   // The table of a name that stands for its content: made at the first call, kept until the render ends.
   gpu::TexturePtr table(const std::string& name, const std::function<gpu::TexturePtr()>& make);
 
-  gpu::ShaderLibrary& shaders();
+  programs::ShaderLibrary& shaders();
 
   // Since it was made.
   const ContextTimes& times() const {
@@ -104,9 +104,9 @@ class RenderContext {
   }
 
  private:
-  gpu::ShaderLibrary& shaders_;
+  programs::ShaderLibrary& shaders_;
   gpu::TexturePool& pool_;
-  files::Decoder& decoder_;
+  plates::Decoder& decoder_;
   ContextTimes times_;
   std::map<std::string, gpu::TexturePtr> tables_;
   gpu::TexturePtr nothing_;  // one transparent texel, read where there is no image

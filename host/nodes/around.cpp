@@ -20,7 +20,7 @@ class Around final : public Operation {
   void identify(const Call& call, Identity& identity) const override {
     inner_->identify(call, identity);
   }
-  std::optional<files::Source> source(const Call& call) const override {
+  std::optional<plates::Source> source(const Call& call) const override {
     return inner_->source(call);
   }
   std::optional<files::OutputFile> output(const Call& call) const override {

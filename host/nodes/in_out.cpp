@@ -25,24 +25,24 @@ class Read final : public Operation {
       identity.add("black");
       return;
     }
-    const files::Attributes file = call.project.headers->attributes(*path);
+    const plates::Attributes file = call.project.headers->attributes(*path);
     identity.add(*path);
     identity.add(file.size);
     identity.add(file.mtime_ns);
   }
 
-  std::optional<files::Source> source(const Call& call) const override {
+  std::optional<plates::Source> source(const Call& call) const override {
     const auto path = file_of(call);
     if (!path) return std::nullopt;
     return source_of(call, *path);
   }
 
-  std::optional<files::ReadColor> color(const Call& call) const override {
+  std::optional<plates::ReadColor> color(const Call& call) const override {
     const auto path = file_of(call);
     if (!path) return std::nullopt;
-    const files::HeaderPtr header = call.project.headers->get(*path);
+    const plates::HeaderPtr header = call.project.headers->get(*path);
     if (!header->error.empty()) return std::nullopt;
-    return files::ReadColor{header->color, is_decoded(call, *path)};
+    return plates::ReadColor{header->color, is_decoded(call, *path)};
   }
 
   Extent extent(const Call& call, std::span<const Extent> /*inputs*/) const override {
@@ -56,7 +56,7 @@ class Read final : public Operation {
     const auto wanted = source(call);
     if (!wanted) return context.make(extent);
     const bool srgb = is_decoded(call, wanted->path);
-    const files::Pixels pixels = context.fetch(*wanted);
+    const plates::Pixels pixels = context.fetch(*wanted);
     const bool coverage = layer_of(call, wanted->path).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
       return context.upload(extent, pixels.rgba.get());
@@ -113,11 +113,11 @@ class Read final : public Operation {
     return files::frame_path(pattern, *frame);
   }
 
-  static files::Source source_of(const Call& call, const std::string& path) {
+  static plates::Source source_of(const Call& call, const std::string& path) {
     return {path, call.knobs.text("layer"), call.knobs.texts("channels")};
   }
 
-  static files::Layer layer_of(const Call& call, const std::string& path) {
+  static plates::Layer layer_of(const Call& call, const std::string& path) {
     return call.project.headers->layer(source_of(call, path));
   }
 

@@ -38,8 +38,8 @@ class OcioColorspace final : public Operation {
                             call.knobs.text("out"));
   }
 
-  static const gpu::Program& program(const ColorConversion& conversion, RenderContext& context) {
-    gpu::ShaderLibrary& shaders = context.shaders();
+  static const programs::Program& program(const ColorConversion& conversion, RenderContext& context) {
+    programs::ShaderLibrary& shaders = context.shaders();
     return shaders.get_generated("ocio " + conversion.id, [&] {
       return qv::nodes::ocio::splice(shaders.source("ocio.glsl"), conversion.generated);
     });

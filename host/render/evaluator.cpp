@@ -24,7 +24,7 @@ auto attempt(const shot::Composition& composition, const frame::Instance& instan
     return result;
   } catch (const frame::FrameError&) {
     throw;
-  } catch (const gpu::ShaderError&) {
+  } catch (const programs::ShaderError&) {
     throw;
   } catch (const std::exception& error) {
     throw frame::FrameError(frame::frame_place(composition, instance.node, instance.frame) + error.what());

@@ -31,10 +31,10 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       options(std::move(render_options)),
       gpu(gpu_context),
       threads(thread_count(options.threads)),
-      headers(options.headers ? options.headers : std::make_shared<files::Headers>()),
+      headers(options.headers ? options.headers : std::make_shared<plates::Headers>()),
       project(frame::make_project(shot, options.scale, *headers)),
       decoder(*headers, threads, options.memory / 4, notices),
-      shaders(gpu::ShaderLibrary::default_root()),
+      shaders(programs::ShaderLibrary::default_root()),
       pool(options.memory, gpu.max_texture_size()),
       context(shaders, pool, decoder),
       targets(composition, project, options.output),
@@ -61,7 +61,7 @@ Renderer::State::~State() {
 
 void Renderer::State::gather_stats() {
   const qv::gpu::Stats& now = qv::gpu::stats();
-  const files::DecoderStats files = decoder.stats();
+  const plates::DecoderStats files = decoder.stats();
   stats.gpu_ms = evaluator.device_ms();
   stats.visited = keys.visited() + single_keys.visited();
   stats.draws = static_cast<int64_t>(now.draws - gpu_before.draws);
@@ -89,7 +89,7 @@ Renderer::~Renderer() = default;
 HostImage Renderer::image(int node, int64_t frame) {
   State& state = *state_;
   const frame::KeyedFrame keyed = state.single_keys.frame({node}, frame);
-  std::vector<files::Wanted> wanted;
+  std::vector<plates::Wanted> wanted;
   add_wanted(state.composition, state.project, keyed, 0, state.store, wanted);
   state.decoder.want(wanted);
   // Nothing is known of what will be asked for next, so everything may be.

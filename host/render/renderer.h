@@ -1,10 +1,10 @@
 #pragma once
 
 #include "host/base/extent.h"
-#include "host/files/headers.h"
 #include "host/frame/existing.h"
 #include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
+#include "host/plates/headers.h"
 #include "host/render/progress.h"
 #include "host/render/stats.h"
 #include "host/shot/composition.h"
@@ -25,10 +25,10 @@ struct RenderOptions {
   int threads = 0;                      // decoders and encoders; 0: one a processor
   uint64_t memory = uint64_t{2} << 30;  // bytes of images kept; what one node works on may go beyond
   frame::Existing existing = frame::Existing::refuse;
-  std::map<int64_t, std::string> stale;     // frames that fail for what stands in their place, and why
-  bool keep_going = false;                  // a failed frame does not end the run
-  std::shared_ptr<files::Headers> headers;  // what is known of files already; null: nothing
-  const std::atomic<bool>* stop = nullptr;  // set from a signal handler: ends within a second
+  std::map<int64_t, std::string> stale;      // frames that fail for what stands in their place, and why
+  bool keep_going = false;                   // a failed frame does not end the run
+  std::shared_ptr<plates::Headers> headers;  // what is known of files already; null: nothing
+  const std::atomic<bool>* stop = nullptr;   // set from a signal handler: ends within a second
 };
 
 // Pixels in host memory: RGBA float, rows top to bottom, the window's size.

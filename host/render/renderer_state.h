@@ -3,12 +3,12 @@
 #include <qv/gpu/registry.h>
 
 #include "host/base/notices.h"
-#include "host/files/sources.h"
 #include "host/frame/keyed_frame.h"
 #include "host/frame/targets.h"
-#include "host/gpu/shader_library.h"
 #include "host/gpu/texture_pool.h"
 #include "host/node/render_context.h"
+#include "host/plates/sources.h"
+#include "host/programs/shader_library.h"
 #include "host/render/evaluator.h"
 #include "host/render/renderer.h"
 #include "host/render/result_store.h"
@@ -34,10 +34,10 @@ struct Renderer::State {
   int threads;
   Stats stats;
   Notices notices;
-  std::shared_ptr<files::Headers> headers;
+  std::shared_ptr<plates::Headers> headers;
   node::Project project;
-  files::Decoder decoder;
-  gpu::ShaderLibrary shaders;
+  plates::Decoder decoder;
+  programs::ShaderLibrary shaders;
   gpu::TexturePool pool;
   node::RenderContext context;
   frame::Targets targets;

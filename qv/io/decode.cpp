@@ -1,11 +1,12 @@
 #include <qv/io/claim.h>
 #include <qv/io/decode.h>
-#include <qv/io/exr_images.h>
+#include <qv/io/exr/images.h>
 #include <qv/io/file_attributes.h>
 #include <qv/io/half.h>
 #include <qv/io/pixel_memory.h>
 #include <qv/io/reader.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <utility>
@@ -58,7 +59,7 @@ void read_plain(OIIO::ImageInput& input, const Request& request, DecodeResult& o
   const OIIO::TypeDesc format = common_format(*spec, 0, 4);
   const bool half = format == OIIO::TypeHalf;
   double placing_ms = 0;
-  bool read = decode_exr(input, request.path, request.threads, pixels.get(), placing_ms);
+  bool read = exr::decode(input, request.path, request.threads, pixels.get(), placing_ms);
   if (read) {
     out.convert_ms = half ? placing_ms : 0;
   } else {
@@ -74,6 +75,18 @@ void read_plain(OIIO::ImageInput& input, const Request& request, DecodeResult& o
   out.status = decode_done;
 }
 
+Request begin(const std::string& path, int threads, DecodeResult& out) {
+  out = {};
+  const Clock::time_point asking = Clock::now();
+  const FileAttributes attributes = file_attributes(path);
+  out.has_mtime = attributes.found;
+  out.mtime_ns = attributes.mtime_ns;
+  const Clock::time_point start = Clock::now();
+  out.stat_s = std::chrono::duration<double>(start - asking).count();
+  out.status = decode_other;
+  return {path, threads, attributes, start};
+}
+
 }  // namespace
 
 bool is_plain(const OIIO::ImageSpec& spec) {
@@ -85,23 +98,26 @@ bool is_plain(const OIIO::ImageSpec& spec) {
 }
 
 void decode_plain(const std::string& path, int threads, DecodeResult& out) {
-  out = {};
-  const Clock::time_point asking = Clock::now();
-  const FileAttributes attributes = file_attributes(path);
-  out.has_mtime = attributes.found;
-  out.mtime_ns = attributes.mtime_ns;
-  const Clock::time_point start = Clock::now();
-  out.stat_s = std::chrono::duration<double>(start - asking).count();
-  out.status = decode_other;
+  const Request request = begin(path, threads, out);
   try {
-    if (const auto input = open_reader(path, attributes, threads, out.error)) {
-      read_plain(*input, {path, threads, attributes, start}, out);
+    if (const auto input = open_reader(path, request.file, threads, out.error)) {
+      read_plain(*input, request, out);
     } else {
       out.status = decode_failed;
     }
   } catch (const std::exception&) {
     out.status = decode_other;
     out.error.clear();
+  }
+}
+
+void decode_plain(OIIO::ImageInput& input, const std::string& path, int threads, DecodeResult& out) {
+  const Request request = begin(path, threads, out);
+  try {
+    input.threads(std::max(threads, 0));
+    if (input.seek_subimage(0, 0)) read_plain(input, request, out);
+  } catch (const std::exception&) {
+    out.status = decode_other;
   }
 }
 

@@ -51,4 +51,8 @@ QV_API bool is_plain(const OIIO::ImageSpec& spec);
 // of others in place, so that no memory beyond the pixels is used but for a chunk a thread.
 QV_API void decode_plain(const std::string& path, int threads, DecodeResult& out);
 
+// The same for who has the file open already, to look at its header, and saves opening it again. `input` may
+// stand at any subimage; it is closed when its pixels have been read, and left open otherwise.
+QV_API void decode_plain(OIIO::ImageInput& input, const std::string& path, int threads, DecodeResult& out);
+
 }  // namespace qv::io

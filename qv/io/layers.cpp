@@ -1,5 +1,5 @@
 #include <qv/io/bands.h>
-#include <qv/io/exr_images.h>
+#include <qv/io/exr/images.h>
 #include <qv/io/layers.h>
 #include <qv/io/reader.h>
 #include <qv/io/scatter.h>
@@ -81,24 +81,28 @@ bool read_layers(OIIO::ImageInput& input, const std::string& path, const std::ve
   return true;
 }
 
-bool load(const std::string& path, const std::vector<Read>& reads,
-          const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
-          const std::vector<float*>& outs, std::string& err, Stats& stats) {
-  const Clock::time_point opening = Clock::now();
-  const auto input = open_reader(path, threads, err);
-  if (!input) return false;
+// What is wanted, and where it goes.
+struct Order {
+  const std::string& path;
+  const std::vector<Read>& reads;
+  const std::vector<std::array<Slot, 4>>& slots;
+  int width, height, threads;
+  const std::vector<float*>& outs;
+};
+
+bool fill(OIIO::ImageInput& input, bool closes, const Order& order, std::string& err, Stats& stats) {
+  const auto& [path, reads, slots, width, height, threads, outs] = order;
   const Clock::time_point reading = Clock::now();
-  stats.open_ms = ms_since(opening);
   stats.scatter_ms = 0;
-  const int workers = std::max(1, band_limit(thread_count(threads)));
-  if (load_exr(*input, path, reads, slots, width, height, workers, outs, stats.scatter_ms)) {
-    input->close();
+  const int workers = std::max(1, band_limit(exr::thread_count(threads)));
+  if (exr::load(input, path, reads, slots, width, height, workers, outs, stats.scatter_ms)) {
+    if (closes) input.close();
     stats.read_ms = ms_since(reading) - stats.scatter_ms;
     return true;
   }
   LayerPixels layers;
-  const bool read = read_layers(*input, path, reads, threads, layers, err);
-  input->close();
+  const bool read = read_layers(input, path, reads, threads, layers, err);
+  if (closes) input.close();
   stats.read_ms = ms_since(reading);
   if (!read) return false;
   const Clock::time_point scattering = Clock::now();
@@ -107,22 +111,42 @@ bool load(const std::string& path, const std::vector<Read>& reads,
   return true;
 }
 
-}  // namespace
-
-bool load_layers(const std::string& path, const std::vector<Read>& reads,
-                 const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
-                 const std::vector<float*>& outs, std::string& err, Stats* stats) {
+// Through a file that is open, or else one that is opened here.
+bool load(OIIO::ImageInput* open, const Order& order, std::string& err, Stats* stats) {
   Stats unused;
+  Stats& told = stats ? *stats : unused;
   try {
-    err = plan_error(reads, slots, width, height, outs.size());
-    return err.empty() &&
-           load(path, reads, slots, width, height, threads, outs, err, stats ? *stats : unused);
+    err = plan_error(order.reads, order.slots, order.width, order.height, order.outs.size());
+    if (!err.empty()) return false;
+    if (open) {
+      open->threads(std::max(order.threads, 0));
+      told.open_ms = 0;
+      return fill(*open, false, order, err, told);
+    }
+    const Clock::time_point opening = Clock::now();
+    const auto input = open_reader(order.path, order.threads, err);
+    told.open_ms = ms_since(opening);
+    return input && fill(*input, true, order, err, told);
   } catch (const std::bad_alloc&) {
     err = "out of memory";
   } catch (const std::exception& failure) {
     err = failure.what();
   }
   return false;
+}
+
+}  // namespace
+
+bool load_layers(const std::string& path, const std::vector<Read>& reads,
+                 const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
+                 const std::vector<float*>& outs, std::string& err, Stats* stats) {
+  return load(nullptr, {path, reads, slots, width, height, threads, outs}, err, stats);
+}
+
+bool load_layers(OIIO::ImageInput& input, const std::string& path, const std::vector<Read>& reads,
+                 const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
+                 const std::vector<float*>& outs, std::string& err, Stats* stats) {
+  return load(&input, {path, reads, slots, width, height, threads, outs}, err, stats);
 }
 
 }  // namespace qv::io

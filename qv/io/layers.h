@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <OpenImageIO/imageio.h>
+
 namespace qv::io {
 
 // One range of channels of one subimage, and where the layer lies in the output. The layer's size
@@ -51,6 +53,12 @@ struct Stats {
 // of threads and of bands from 16, with 0 to one. Thread-safe for different outputs. Memory: at most one
 // float a pixel and channel read, besides the outputs.
 QV_API bool load_layers(const std::string& path, const std::vector<Read>& reads,
+                        const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
+                        const std::vector<float*>& outs, std::string& err, Stats* stats);
+
+// The same for who has the file open already, to look at its header, and saves opening it again. `input` may
+// stand at any subimage; it is left open.
+QV_API bool load_layers(OIIO::ImageInput& input, const std::string& path, const std::vector<Read>& reads,
                         const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
                         const std::vector<float*>& outs, std::string& err, Stats* stats);
 

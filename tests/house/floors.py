@@ -10,6 +10,8 @@ import sys
 # Which other rooms a room may look into. A room that is not named looks into none.
 ROOMS = {
     "gpu": {"gpu/gl"},
+    "io": {"io/exr"},
+    "io/exr": {"io"},  # its slots, halves and claims; what is read through it stands in io alone
     "nodes/filter": {"gpu", "gpu/gl"},
     "transport": {"gpu/gl"},
 }
@@ -44,7 +46,8 @@ FLOORS = {
     "xform/matrix": set(),
 }
 # The rooms of the host, roof first: each may look into those behind it, and into itself.
-HOST = [{"cli"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"files", "gpu"}, {"base"}]
+HOST = [{"cli"}, {"report"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"},
+        {"programs"}, {"plates"}, {"files", "gpu"}, {"base"}]
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 
 

@@ -1,6 +1,6 @@
 #include <qv/io/bands.h>
 #include <qv/io/decode.h>
-#include <qv/io/exr_images.h>
+#include <qv/io/exr/images.h>
 #include <qv/io/half.h>
 
 #include "tests/io/files.h"
@@ -219,7 +219,7 @@ class Reading : public testing::Test {
     outs.reserve(pixels.size());
     for (auto& each : pixels) outs.push_back(each.data());
     double ms = 0;
-    const bool done = load_exr(input, path, reads, slots, width, height, any(random, 1, 3), outs, ms);
+    const bool done = exr::load(input, path, reads, slots, width, height, any(random, 1, 3), outs, ms);
     if (!damaged) {
       const std::string codec(input.spec(all.subimage, 0).get_string_attribute("compression"));
       ASSERT_EQ(done, is_ours(codec)) << codec;

@@ -1,7 +1,7 @@
 #include <qv/nodes/filter/ops.h>
 #include <qv/transport/ring.h>
 
-#include "host/gpu/shader_library.h"
+#include "host/programs/shader_library.h"
 #include "tests/gpu/driver/reference.h"
 #include "tests/support/gpu.h"
 
@@ -31,7 +31,7 @@ constexpr float infinity = std::numeric_limits<float>::infinity();
 int run_filter(const std::string& op, std::span<const Picture> inputs, std::span<const double> params,
                Picture& out, bool samplers) {
   using namespace qv::nodes::filter;
-  using host::gpu::ShaderLibrary;
+  using host::programs::ShaderLibrary;
   namespace transport = qv::transport;
   static std::string why;
   static Gpu& gpu = *Gpu::get(why);

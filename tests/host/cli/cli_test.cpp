@@ -1,5 +1,5 @@
-#include "host/cli/describe.h"
 #include "host/nodes/catalogue.h"
+#include "host/report/describe.h"
 #include "host/shot/composition.h"
 #include "host/shot/schema.h"
 #include "tests/host/cli/process.h"
@@ -266,7 +266,7 @@ TEST(Catalogue, SchemaInTheDocsIsTheOneOfTheProgramAndListsEveryType) {
   const std::string list = call("nodes", ".").out;
   for (const host::node::NodeType& type : host::nodes::catalogue()) {
     EXPECT_NE(list.find("\n  " + type.name + " "), std::string::npos) << type.name;
-    EXPECT_EQ(call("nodes " + type.name, ".").out, host::cli::describe(type));
+    EXPECT_EQ(call("nodes " + type.name, ".").out, host::report::describe(type));
   }
 }
 

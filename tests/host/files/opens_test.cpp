@@ -1,4 +1,4 @@
-#include "host/files/headers.h"
+#include "host/plates/headers.h"
 #include "host/render/progress.h"
 #include "tests/host/render/scene.h"
 

@@ -1,4 +1,4 @@
-#include "host/files/sources.h"
+#include "host/plates/sources.h"
 #include "tests/host/render/scene.h"
 
 #include <algorithm>
@@ -19,10 +19,10 @@
 
 namespace {
 
-using host::files::Decoder;
-using host::files::Headers;
-using host::files::Pixels;
-using host::files::Source;
+using host::plates::Decoder;
+using host::plates::Headers;
+using host::plates::Pixels;
+using host::plates::Source;
 using Rgba = std::array<float, 4>;
 
 struct Part {
@@ -286,7 +286,7 @@ TEST(Decoder, DecodesOnceWhatSeveralNodesWant) {
     host::Notices notices;
     Decoder decoder(headers, 2, 1 << 20, notices);
     const Source source = {path, "", {}};
-    const host::files::Wanted wanted[] = {{source, 0}, {source, 0}, {source, 1}};
+    const host::plates::Wanted wanted[] = {{source, 0}, {source, 0}, {source, 1}};
     decoder.want(wanted);
     const Pixels first = decoder.take(source);
     EXPECT_EQ(decoder.take(source).rgba, first.rgba) << path;

@@ -1,6 +1,6 @@
 #include "host/files/encode.h"
-#include "host/files/headers.h"
 #include "host/files/image_writer.h"
+#include "host/plates/headers.h"
 #include "tests/host/render/scene.h"
 
 #include <algorithm>
@@ -85,7 +85,7 @@ TEST(Writer, EveryKindOfFileHoldsWhatWasAsked) {
           ASSERT_EQ(result.error, "") << what;
           const bool png = ending == ".png";
           const bool srgb = color == Color::srgb || (color == Color::automatic && png);
-          EXPECT_EQ(host::files::Headers().get(file.path)->color, srgb ? "sRGB" : "linear") << what;
+          EXPECT_EQ(host::plates::Headers().get(file.path)->color, srgb ? "sRGB" : "linear") << what;
           OIIO::ImageSpec raw;
           raw.attribute("oiio:UnassociatedAlpha", 1);
           const auto input = OIIO::ImageInput::open(file.path, &raw);

@@ -18,7 +18,7 @@ using host::frame::KeyedFrame;
 
 struct Shot {
   host::shot::Composition composition;
-  host::files::Headers headers;
+  host::plates::Headers headers;
   host::node::Project project;
 
   explicit Shot(const std::string& nodes)

@@ -137,7 +137,7 @@ std::vector<int64_t> keys_of(const NodeType& type, const std::vector<Pair>& pair
     }
   }
   const scene::Scene shot(text, width, height);
-  host::files::Headers headers;
+  host::plates::Headers headers;
   const auto project = host::frame::make_project(shot.composition(), 1, headers);
   std::vector<int64_t> keys;
   for (size_t i = 0; i < pairs.size(); ++i) {

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "host/plates/layers.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace host::plates {
+
+struct OpenFile;
+
+// What the system says of a path without opening it.
+struct Attributes {
+  bool exists = false;
+  bool regular = false;  // a file, no folder or device
+  int64_t size = 0;      // bytes; 0 of what is no file, as is the date
+  int64_t mtime_ns = 0;  // last written, nanoseconds since 1970 UTC
+  bool operator==(const Attributes&) const = default;
+};
+
+// What a file says of itself before its pixels are read. A file that cannot be opened has `error`
+// set and nothing else.
+struct Header {
+  std::string error;  // names the path
+  Contents contents;
+  bool plain = false;  // one subimage of R, G, B, A that fills its display window
+  // How colour is encoded: "sRGB", "linear", or another name that the file gives it. Whole numbers
+  // are sRGB and floats linear unless the file says otherwise.
+  std::string color;
+};
+using HeaderPtr = std::shared_ptr<const Header>;
+
+// One image wanted of one file: the path, and the layer or channels that become RGBA (none of either:
+// the file's main image). The same for every node that reads the same thing.
+struct Source {
+  std::string path;
+  std::string layer;
+  std::vector<std::string> channels;
+  bool operator==(const Source&) const = default;
+  bool operator<(const Source& other) const {
+    return std::tie(path, layer, channels) < std::tie(other.path, other.layer, other.channels);
+  }
+};
+
+// How the colour of a file is taken: what it is encoded as, and whether that is undone.
+struct ReadColor {
+  std::string space;  // as Header::color
+  bool decoded = false;
+};
+
+// Attributes and headers by path. A header stays known until the file's attributes are seen to be
+// others; a lookup then costs a map search. Whoever draws asks for attributes, and has a decoder open the
+// files: it promises their headers when it queues them. Bounded: the oldest half goes when there are 4,096.
+// Thread-safe.
+class Headers {
+ public:
+  // Images with a side longer than `most_side` are refused from now on: no texture of the device holds
+  // them. At first there is no limit.
+  void hold_to(int64_t most_side) {
+    most_side_ = most_side;
+  }
+
+  // Asks the system now, and forgets a header that was read under other attributes.
+  Attributes attributes(const std::string& path);
+
+  // Waits for a header that is promised; one that nobody promised is read on the calling thread.
+  HeaderPtr get(const std::string& path);
+
+  // Null where it would have to be waited for or read.
+  HeaderPtr known(const std::string& path) const;
+
+  // For who promised it: reads the header unless it is known, and hands on the file that it then has open.
+  HeaderPtr read(const std::string& path, std::shared_ptr<OpenFile>* file = nullptr);
+
+  // While the result lives, get() on other threads waits for read(). It does not outlive the headers.
+  std::shared_ptr<void> promise(const std::string& path);
+
+  // Where a source's pixels lie in its file. Throws std::runtime_error that names the path when it
+  // cannot be read: no file, no such layer, a deep or an oversize image.
+  Layer layer(const Source& source) {
+    return layer(source, *get(source.path));
+  }
+  Layer layer(const Source& source, const Header& header) const;
+
+  // First and last frame for which a file of this pattern stands; nothing when there is none. The
+  // folder is read once a pattern.
+  std::optional<std::pair<int64_t, int64_t>> frames_on_disk(const std::string& pattern);
+
+ private:
+  struct Entry {
+    Attributes attributes;
+    HeaderPtr header;  // null until it has been read
+  };
+
+  Entry& entry(const std::string& path, const Attributes& attributes);
+  Attributes expected(const std::string& path);
+
+  std::atomic<int64_t> most_side_ = std::numeric_limits<int64_t>::max();
+  mutable std::mutex mutex_;         // guards what follows, up to the ranges
+  std::condition_variable learned_;  // a header, or that a promise ended
+  std::map<std::string, Entry> known_;
+  std::vector<std::string> order_;  // paths, the oldest first
+  std::map<std::string, int> promised_;
+  std::mutex ranges_mutex_;
+  std::map<std::string, std::optional<std::pair<int64_t, int64_t>>> ranges_;
+};
+
+}  // namespace host::plates

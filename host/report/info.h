@@ -1,0 +1,26 @@
+#pragma once
+
+#include "host/frame/plan.h"
+#include "host/shot/composition.h"
+
+#include <string>
+#include <vector>
+
+namespace host::report {
+
+// What a composition is, and what rendering it would do, in words.
+
+// A plan for people, a line a file and one for the results.
+std::string plan_text(const frame::FramePlan& plan);
+
+// What keeps frames from being rendered, a line each up to a screenful.
+std::string problems_text(const std::vector<std::string>& problems);
+
+// What a composition is made of, for people, with those lines at the end.
+std::string info_text(const shot::Composition& composition, const frame::Planner& planner,
+                      const std::vector<std::string>& problems);
+
+// The composition as a Graphviz graph, a box a node, an arrow an input.
+std::string graphviz(const shot::Composition& composition);
+
+}  // namespace host::report
