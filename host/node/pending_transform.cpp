@@ -23,6 +23,11 @@ bool moves(std::span<const TransformLink> links, const Shutter& shutter) {
          std::any_of(links.begin(), links.end(), [](const TransformLink& link) { return bool(link.at); });
 }
 
+// Only such a link may clip.
+bool reformats(const TransformLink& link) {
+  return !link.step.empty() && link.step[0] == 1;
+}
+
 std::vector<xform::Total> totals_over(std::span<const TransformLink> links, const Format& format,
                                       const Shutter& shutter) {
   if (!moves(links, shutter)) return {total_of(links, format)};
@@ -176,25 +181,34 @@ xform::Total total_of(std::span<const TransformLink> links, const Format& format
   return xform::total(steps, format.width, format.height);
 }
 
-Placement placement(std::span<const TransformLink> links, const Extent& source, Resampling filter,
-                    const Shutter& shutter) {
+Fit fit(std::span<const TransformLink> links, const Extent& source, const Shutter& shutter) {
+  const xform::Total now = total_of(links, source.format);
+  const bool moving = moves(links, shutter);
+  Fit result;
+  result.exact = !moving && now.matrix && whole(*now.matrix) && !is_empty(source.window);
+  if (std::none_of(links.begin(), links.end(), reformats)) return result;
+  for (const xform::Total& total : moving ? totals_over(links, source.format, shutter) : std::vector{now}) {
+    if (!total.matrix || !total.clip || is_empty(source.window)) continue;
+    const auto lies = xform::h_bbox(source.window, *total.matrix, 0);
+    result.cuts |= !lies || intersection(*lies, *total.clip) != *lies;
+  }
+  return result;
+}
+
+Box placement(std::span<const TransformLink> links, const Extent& source, Resampling filter,
+              const Shutter& shutter) {
   const Box& window = source.window;
   const std::vector<xform::Total> totals = totals_over(links, source.format, shutter);
-  Placement result;
+  const bool still = totals.size() == 1;
+  Box result{};
   for (const xform::Total& total : totals) {
     if (!total.matrix || is_empty(window)) continue;
     const Format format = format_of(total);
-    const auto lies = xform::h_bbox(window, *total.matrix, 0);
-    const bool still = totals.size() == 1;
-    result.exact = still && whole(*total.matrix);
-    const bool spreads = !still || (filter != Resampling::nearest && !result.exact);
-    const auto seen = !spreads ? lies : xform::h_bbox(grown(window, reach(filter)), *total.matrix, 1);
-    Box box = seen.value_or(format_box(format));
-    if (total.clip) {
-      result.cuts |= !lies || intersection(*lies, *total.clip) != *lies;
-      box = intersection(box, *total.clip);
-    }
-    result.window = hull(result.window, held_to_format(box, format, window));
+    const bool spreads = !still || (filter != Resampling::nearest && !whole(*total.matrix));
+    const Box spread = spreads ? grown(window, reach(filter)) : window;
+    Box box = xform::h_bbox(spread, *total.matrix, spreads ? 1 : 0).value_or(format_box(format));
+    if (total.clip) box = intersection(box, *total.clip);
+    result = hull(result, held_to_format(box, format, window));
   }
   return result;
 }

@@ -47,7 +47,7 @@ struct PendingTransform {
   std::vector<TransformLink> links;
   Resampling filter = Resampling::cubic;  // of the last node whose pixels fall between pixels
   Shutter shutter;
-  bool cuts = false;     // a reformat took pixels away, as `Placement` has it
+  bool cuts = false;     // a reformat took pixels away, as `Fit` has it
   size_t clip_from = 0;  // the first link whose clip counts: those before it took nothing away, and
                          // what a later link spreads lies beyond them
 };
@@ -56,17 +56,20 @@ struct PendingTransform {
 qv::xform::Total total_of(std::span<const TransformLink> links, const Format& format,
                           std::optional<double> time = std::nullopt);
 
-// Where an image lies after some links, with all that the shutter sees and the resampling spreads.
-struct Placement {
-  Box window{};        // empty where a link has no matrix
-  bool cuts = false;   // a reformat's clip took away more than the resampling spread
+// How the links take pixels to pixels.
+struct Fit {
   bool exact = false;  // stands still, and every pixel falls on one pixel
+  bool cuts = false;   // a reformat's clip takes away more than the resampling spreads
 };
+Fit fit(std::span<const TransformLink> links, const Extent& source, const Shutter& shutter);
+
+// Where an image lies after some links, with all that the shutter sees and the resampling spreads; empty
+// where a link has no matrix.
 // A window without bounds, of an image that meets its horizon, is the format's. One of more than four
 // million pixels, and more than four times as large as both the format and the image, is held to the
 // format and half of it around: a zoom into an image does not take memory for what nobody will see.
-Placement placement(std::span<const TransformLink> links, const Extent& source, Resampling filter,
-                    const Shutter& shutter);
+Box placement(std::span<const TransformLink> links, const Extent& source, Resampling filter,
+              const Shutter& shutter);
 
 // The image with its pending transform applied (sampled over the shutter, clipped where a reformat
 // says so); an image without one comes back as it is. What lies behind the horizon is transparent; a

@@ -55,7 +55,7 @@ class Transform : public Operation {
     try {
       const xform::Total total = total_of(links, from);
       const Format format{total.width, total.height, pixel_aspect(call.knobs, from)};
-      return {format, placement(links, inputs[0], filter_of(call), shutter_of(call)).window};
+      return {format, placement(links, inputs[0], filter_of(call), shutter_of(call))};
     } catch (const std::invalid_argument&) {  // a coordinate that is not a number
       throw std::runtime_error("these knobs put the image where there are no pixels");
     } catch (const std::overflow_error&) {
@@ -67,18 +67,18 @@ class Transform : public Operation {
                RenderContext& context) const override {
     const std::vector<TransformLink> links = links_of(call, inputs[0].extent.format);
     const Shutter shutter = shutter_of(call);
-    const Placement place = placement(links, inputs[0].extent, filter_of(call), shutter);
-    const Image image = folds(inputs[0], shutter, place) ? inputs[0] : settle(inputs[0], context);
+    const Fit fit = node::fit(links, inputs[0].extent, shutter);
+    const Image image = folds(inputs[0], shutter, fit) ? inputs[0] : settle(inputs[0], context);
     if (!image.texture) return context.make({extent.format, {}});
 
     auto chain = image.pending ? std::make_shared<PendingTransform>(*image.pending)
                                : std::make_shared<PendingTransform>();
     if (!image.pending) chain->source = image.extent;
-    if (!place.exact) chain->clip_from = chain->links.size();
-    if (!place.exact || !image.pending) chain->filter = filter_of(call);
+    if (!fit.exact) chain->clip_from = chain->links.size();
+    if (!fit.exact || !image.pending) chain->filter = filter_of(call);
     chain->links.insert(chain->links.end(), links.begin(), links.end());
     if (shutter.width > 0) chain->shutter = shutter;
-    chain->cuts |= place.cuts;
+    chain->cuts |= fit.cuts;
     return {extent, image.texture, std::move(chain)};
   }
 
@@ -97,11 +97,11 @@ class Transform : public Operation {
 
   // Whether the node may join the chain that its image is waiting for. Two shutters cannot be followed
   // at once; and what a chain has cut off shows again at an edge that no longer lies between pixels.
-  static bool folds(const Image& image, const Shutter& shutter, const Placement& place) {
+  static bool folds(const Image& image, const Shutter& shutter, const Fit& fit) {
     if (!image.pending) return true;
     const PendingTransform& chain = *image.pending;
     const bool one_shutter = shutter.width == 0 || chain.shutter.width == 0 || shutter == chain.shutter;
-    return one_shutter && (!chain.cuts || place.exact);
+    return one_shutter && (!chain.cuts || fit.exact);
   }
 
   std::vector<TransformLink> links_of(const Call& call, const Format& format) const {
