@@ -1,9 +1,14 @@
+#include <qv/nodes/filter/ops.h>
 #include <qv/transport/ring.h>
 
+#include "host/programs/shader_library.h"
 #include "tests/support/gpu.h"
 
+#include <array>
 #include <cstring>
+#include <list>
 #include <random>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -70,6 +75,68 @@ TEST(RingOnDriver, GivesWhatAPlainReadGivesAndKeepsNothing) {
   EXPECT_EQ(transport::stats().completed, 11004U);
   EXPECT_LE(memory[1], memory[0] + 65536);
   transport::close();
+}
+
+// What a seeded sequence of filters among a few textures, with transfers of whole pictures and of parts
+// started in between, brings back. Patient: every draw has ended before the next call.
+std::list<std::vector<float>> storm(support::Gpu& gpu, bool patient) {
+  namespace filter = qv::nodes::filter;
+  constexpr int side = 192;
+  const struct {
+    const char* op;
+    std::vector<double> params;
+  } filters[] = {{"blur", {9, 5, 1, 100, 0, 0, side, side}},
+                 {"dilate", {-1.5}},
+                 {"sharpen", {3, 3, 3, 100, 0, 0, side, side, 0.5, -1, 1}}};
+  std::mt19937 random(11);
+  const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+  std::vector<float> pixels(4 * side * side);
+  std::array<host::gpu::TexturePtr, 4> textures;
+  for (auto& texture : textures) {
+    for (float& value : pixels) value = static_cast<float>(random()) * 0x1p-32F;
+    texture = gpu.upload(side, side, pixels.data());
+  }
+  const auto tex = [&](int i) {
+    const auto& texture = *textures[static_cast<size_t>(i)];
+    return filter::Tex{texture.name, texture.framebuffer, gpu.pool.sampler(), side, side};
+  };
+  std::list<std::vector<float>> got;
+  for (int step = 0; step < 150; ++step) {
+    const int from = below(4);
+    const int to = (from + 1 + below(3)) % 4;
+    const auto& [op, params] = filters[below(3)];
+    EXPECT_EQ(filter::run_op(op, std::array{tex(from)}, params, tex(to), 0), 1) << op;
+    if (patient) gl.Finish();
+    const int read = below(3) > 0 ? to : below(4);
+    gl.BindFramebuffer(GL_FRAMEBUFFER, tex(read).fbo);
+    for (int parts = below(4); parts > 0; --parts) {
+      const int x = below(side - 1), y = below(side - 1), w = 1 + below(side - x), h = 1 + below(side - y);
+      auto& part = got.emplace_back(static_cast<size_t>(4 * w * h));
+      transport::start(tex(read).fbo, 0, x, y, w, h, 4, part.data(), nullptr, 0, {});
+    }
+    gl.BindFramebuffer(GL_FRAMEBUFFER, 0);
+  }
+  transport::wait_all();
+  return got;
+}
+
+TEST(RingOnDriver, BringsBackWhatWasDrawnBeforeWhateverIsDrawnAfter) {
+  std::string why;
+  support::Gpu* const gpu = support::Gpu::get(why);
+  if (!gpu) GTEST_SKIP() << "no GL driver: " << why;
+  host::programs::ShaderLibrary shaders(host::programs::ShaderLibrary::default_root());
+  for (const char* op : {"blur", "dilate", "sharpen"}) shaders.prepare_filter(op);
+  qv::nodes::filter::scratch_sampler(gpu->pool.sampler());
+  ASSERT_TRUE(transport::init(&why)) << why;
+  const auto expected = storm(*gpu, true);
+  for (const int slots : {1, 2, 3, 8}) {
+    transport::set_ring_size(slots);
+    EXPECT_EQ(storm(*gpu, false), expected) << slots << " slots";
+  }
+  EXPECT_EQ(transport::stats().failed, 0U);
+  transport::close();
+  qv::nodes::filter::scratch_trim(0);
+  qv::nodes::filter::programs_clear();
 }
 
 }  // namespace
