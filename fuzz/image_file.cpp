@@ -26,8 +26,8 @@ void require(bool holds) {
 
 // Shows channels of a part in an image, beside and across its edges. What is read once is read again, to the
 // same pixels; what is said to be read has been written.
-void show(const qv::io::exr::File& file, const qv::io::exr::Part& part, int64_t width, int64_t height, int64_t x,
-          int64_t y) {
+void show(const qv::io::exr::File& file, const qv::io::exr::Part& part, int64_t width, int64_t height,
+          int64_t x, int64_t y) {
   const float untouched = -0x1.23p-45f;
   std::vector<float> pixels(static_cast<size_t>(width * height * 4), untouched), again = pixels;
   qv::io::exr::Layer layer;
