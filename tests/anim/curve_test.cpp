@@ -1,10 +1,11 @@
 #include <qv/anim/curve.h>
 
+#include "tests/support/error.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
-#include <string>
 #include <tuple>
 #include <vector>
 
@@ -133,18 +134,15 @@ TEST(Curve, SlopesAndErrorsOfFewKeys) {
     qv::anim::slopes(keys, in, out);
     EXPECT_EQ(std::tie(in, out), std::tie(expected_in, expected_out));
   }
-  const auto error = [](const Keys& keys) -> std::string {
-    try {
-      return std::to_string(Curve(keys, true).value(4));
-    } catch (const qv::anim::NotCompilable& e) {
-      return e.what();
-    }
-  };
-  EXPECT_EQ(error({}), "0.000000");
-  EXPECT_EQ(error({{0, 3, 6, false, true, 0, 9}}), "3.000000");
-  EXPECT_EQ(error({{0, 1, 4}, {0, 2, 4}}), "equal key times");
-  EXPECT_EQ(error({{1, 1, 0}, {0, 2, 0}, {nan, 1, 3}, {nan, 2, 3}, {inf, 7, 5}, {inf, 2, 3}}), "2.000000");
-  EXPECT_EQ(error({{0, 1, 3}, {1, 2, 4}, {0, 3, 3}}), "ZeroDivisionError");  // steps of 1 and -1 cancel
+  using qv::anim::NotCompilable;
+  using support::error_of;
+  const auto at_4 = [](const Keys& keys) { return Curve(keys, true).value(4); };
+  EXPECT_EQ(at_4({}), 0);
+  EXPECT_EQ(at_4({{0, 3, 6, false, true, 0, 9}}), 3);
+  EXPECT_EQ(at_4({{1, 1, 0}, {0, 2, 0}, {nan, 1, 3}, {nan, 2, 3}, {inf, 7, 5}, {inf, 2, 3}}), 2);
+  EXPECT_EQ(error_of<NotCompilable>([&] { at_4({{0, 1, 4}, {0, 2, 4}}); }), "equal key times");
+  // Steps of 1 and -1 cancel.
+  EXPECT_EQ(error_of<NotCompilable>([&] { at_4({{0, 1, 3}, {1, 2, 4}, {0, 3, 3}}); }), "ZeroDivisionError");
 }
 
 }  // namespace

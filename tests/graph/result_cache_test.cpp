@@ -1,9 +1,11 @@
 #include "tests/graph/checks.h"
+#include "tests/support/error.h"
 
 #include <algorithm>
 #include <list>
 #include <optional>
 #include <random>
+#include <stdexcept>
 
 namespace qv::graph {
 namespace {
@@ -158,6 +160,17 @@ TEST(ResultCache, AgreesWithATwinThroughRandomOperations) {
     ResultCacheCheck::holds(cache);
     if (HasFailure()) FAIL() << "step " << step << ", kind " << what;
   }
+}
+
+TEST(ResultCache, RefusesWhatNoMemoryHolds) {
+  using support::error_of;
+  FlatMap<int> map;
+  ResultCache cache;
+  const auto reserve = [&] { map.reserve(uint64_t{1} << 60); };
+  const auto put = [&] { cache.put(1, 1, nullptr, ~size_t{0}, true, 0, false); };
+  EXPECT_EQ(error_of<std::length_error>(reserve), "vector too long");
+  EXPECT_EQ(error_of<std::length_error>(put), "vector too long");
+  EXPECT_TRUE(map.capacity() == 0 && !cache.contains(1));
 }
 
 }  // namespace

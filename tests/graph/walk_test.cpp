@@ -1,5 +1,7 @@
 #include <qv/graph/walk.h>
 
+#include "tests/support/error.h"
+
 #include <algorithm>
 #include <random>
 #include <stdexcept>
@@ -108,13 +110,9 @@ TEST(Walk, AgreesWithPlainRecomputation) {
 TEST(Walk, RefusesWhatIsNoGraph) {
   Walk walk;
   EXPECT_EQ(walk.walk({0, -1}, true, nullptr), 0);
-  const auto build = [&](std::vector<std::vector<int>> inputs, size_t flags, size_t values) -> std::string {
-    try {
-      walk.build(std::move(inputs), std::vector<uint8_t>(flags), std::vector<int64_t>(values));
-    } catch (const std::invalid_argument& error) {
-      return error.what();
-    }
-    return "";
+  const auto build = [&](const std::vector<std::vector<int>>& inputs, size_t flags, size_t values) {
+    return support::error_of<std::invalid_argument>(
+        [&] { walk.build(inputs, std::vector<uint8_t>(flags), std::vector<int64_t>(values)); });
   };
   EXPECT_EQ(build({{}, {0}, {1, 0}}, 3, 3), "");
   EXPECT_THROW(walk.walk({2}, false, nullptr), std::bad_function_call);

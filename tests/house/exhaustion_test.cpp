@@ -12,6 +12,7 @@
 #include <qv/nodes/time/frames.h>
 #include <qv/transport/ring.h>
 
+#include "tests/graph/checks.h"
 #include "tests/nodes/filter/programs.h"
 #include "tests/support/allocations.h"
 #include "tests/support/fake_egl/fake_egl.h"
@@ -19,8 +20,10 @@
 
 #include <array>
 #include <functional>
+#include <memory>
 #include <new>
 #include <sstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -29,6 +32,7 @@ namespace {
 namespace gl = qv::gpu::gl;
 namespace filter = qv::nodes::filter;
 namespace transport = qv::transport;
+using qv::graph::ResultCache;
 using support::allocations;
 
 // A thing that the library does: from a fresh start it acts, and runs out of memory anywhere on its way.
@@ -75,6 +79,38 @@ void start_filters() {
 
 const std::string long_name = "a name that is too long for a string's own room";
 
+// Get and move of what is cached, and end_touch, need no memory.
+void step_cache(ResultCache& cache, int64_t step) {
+  const std::pair<int64_t, int64_t> holds[] = {{step, 10}, {step / 2, 7}, {~step, 3}};
+  const std::vector<int64_t> keys = {step / 3, step / 4, step / 5};
+  cache.touching = true;
+  if (step % 6 == 0)
+    cache.put(step % 130, step, holds, static_cast<size_t>(step) % 4, true, 1, step % 3 == 0);
+  if (step % 6 == 1 && !cache.contains(step % 70)) cache.get(step % 70, true);
+  if (step % 6 == 3) cache.touch(step);
+  if (step % 6 == 4) cache.evict(step % 17 ? 300 : 60, 200);
+  EXPECT_FALSE(stopped(0, [&] {
+    if (step % 6 == 1 && cache.contains(step % 70)) cache.get(step % 70, true);
+    if (step % 6 == 2) cache.move(step % 50, step % 2 == 0);
+    if (step % 6 == 5) cache.end_touch(keys);
+  }));
+}
+
+// The step behind all those before it.
+Row cache_row(int64_t step) {
+  static std::unique_ptr<ResultCache> cache;
+  const auto start = [step] {
+    cache = std::make_unique<ResultCache>();
+    for (int64_t earlier = 0; earlier < step; ++earlier) step_cache(*cache, earlier);
+  };
+  const auto look = [] {
+    qv::graph::ResultCacheCheck::holds(*cache);
+    return testing::PrintToString(std::tuple(cache->keys(false), cache->keys(true), cache->slots(),
+                                             cache->held(false), cache->held(true)));
+  };
+  return {"ResultCache", start, [step] { step_cache(*cache, step); }, look};
+}
+
 std::vector<Row> rows() {
   static std::vector<double> in, out;
   static qv::graph::Schedule schedule;
@@ -84,13 +120,12 @@ std::vector<Row> rows() {
   static const std::vector<qv::anim::Key> keys = {{.time = 1, .value = 2, .kind = 4},
                                                   {.time = 2, .value = 9, .kind = 4},
                                                   {.time = 4, .value = 3, .kind = 6}};
-  const auto nothing = [] {};
   const auto silent = [] { return std::string(); };
   const auto pool = [] {
     return text(filter::stats().in_use, filter::stats().pooled - fake_egl::texture_bytes(),
                 fake_egl::alive("texture") - fake_egl::alive("framebuffer"), fake_egl::misuse().size());
   };
-  return {
+  std::vector<Row> all = {
       {"gl::load, a function missing",
        [] {
          fake_egl::reset();
@@ -104,7 +139,6 @@ std::vector<Row> rows() {
        [] { return gl::loaded() == (gl::Scissor != nullptr) ? "as it says" : "loaded without a function"; }},
       {"slopes", [] { in = out = {7}; }, [] { qv::anim::slopes(keys, in, out); },
        [] { return text(in.size(), out.size(), in.back(), out.back()); }},
-      {"Curve", nothing, [] { EXPECT_EQ(qv::anim::Curve(keys, true).value(1), 2); }, silent},
       {"program_add", [] { qv::gpu::program_forget(77); },
        [] {
          qv::gpu::program_add(77, long_name, {3, 0, 1});
@@ -159,17 +193,17 @@ std::vector<Row> rows() {
          schedule.build({{}, {}, {0, 1}}, {1});
        },
        [] { return text(schedule.offsets.size(), schedule.inputs.size(), schedule.flags.size()); }},
-      {"Schedule::run", nothing,
-       [] {
-         qv::graph::ResultCache cache;
-         EXPECT_EQ(schedule.run({1, 2}, cache, true).order.size(), 2U);
-       },
-       silent},
       {"DecodeScheduler", [] { scheduler = std::make_unique<qv::io::DecodeScheduler>(1, 0, 1); },
        [] { EXPECT_EQ(scheduler->submit("/dev/null as " + long_name, 0), 1); },
        [] { return text(scheduler->state(1) >= 0); }},
-      {"texts", nothing,
+      {"what keeps nothing",
        [] {
+         schedule.build({{}, {0}}, {});
+       },
+       [] {
+         ResultCache cache;
+         EXPECT_EQ(schedule.run({1, 2}, cache, true).order.size(), 2U);
+         EXPECT_EQ(qv::anim::Curve(keys, true).value(1), 2);
          std::array<qv::nodes::merge::Route, 8> routes;
          qv::nodes::merge::shuffle_routing(long_name, routes);
          qv::nodes::merge::common_parse_channel(long_name + "." + long_name);
@@ -198,6 +232,8 @@ std::vector<Row> rows() {
          return text(fake_egl::fences_alive(), fake_egl::misuse().size());
        }},
   };
+  for (int64_t step = 0; step < 180; ++step) all.push_back(cache_row(step));
+  return all;
 }
 
 TEST(Exhaustion, WhicheverAllocationFailsNothingHasHappened) {
@@ -222,6 +258,31 @@ TEST(Exhaustion, WhicheverAllocationFailsNothingHasHappened) {
     EXPECT_EQ(allocations.live, live) << row.name;
   }
   transport::close();
+}
+
+// Every entry holds a buffer of its own, so that the table of buffers is as full at each number of entries
+// as it ever gets; a shared one is not counted out before it is counted in again.
+TEST(Exhaustion, ACacheNeedsNoMemoryForWhatIsThere) {
+  const std::vector<int64_t> used = {0, 1, -5};
+  for (int64_t n = 1; n <= 200; ++n) {
+    ResultCache cache;
+    for (int64_t key = 0; key < n; ++key) {
+      const std::pair<int64_t, int64_t> holds[] = {{key, 10}, {key / 2, 7}};
+      cache.put(key, key, holds, 2, true, 1, false);
+    }
+    cache.touching = true;
+    EXPECT_FALSE(stopped(0,
+                         [&] {
+                           for (int64_t key = 0; key < n; ++key) {
+                             cache.get(key, true);
+                             cache.move(key, key % 2 == 0);
+                             cache.touch(key);
+                           }
+                           cache.end_touch(used);
+                         }))
+        << n << " entries";
+    qv::graph::ResultCacheCheck::holds(cache);
+  }
 }
 
 }  // namespace

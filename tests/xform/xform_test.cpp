@@ -2,10 +2,11 @@
 #include <qv/xform/motion_blur.h>
 #include <qv/xform/steps.h>
 
+#include "tests/support/error.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <exception>
 #include <limits>
 #include <random>
 #include <string>
@@ -24,6 +25,7 @@ void dgetrf_();
 namespace {
 
 using namespace qv::xform;
+using support::error_of;
 using Step = std::vector<double>;
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -65,39 +67,17 @@ void expect_near(Point a, Point b) {
 // A pin of `n` corners of 100 x 100 pixels, each moved a little, or another step of any numbers in the ranges
 // of its kind: a transform, or a reformat.
 Step random_step(double kind, std::size_t n) {
-  using Ranges = std::vector<std::pair<double, double>>;
-  constexpr double whole = -1;  // from 0 to below the other number
-  static const Ranges ranges[] = {{{-50, 50},
-                                   {-50, 50},
-                                   {-360, 360},
-                                   {.5, 2},
-                                   {.5, 2},
-                                   {-.5, .5},
-                                   {-.5, .5},
-                                   {whole, 2},
-                                   {0, 200},
-                                   {0, 200},
-                                   {whole, 2}},
-                                  {{whole, 3},
-                                   {20, 300},
-                                   {20, 300},
-                                   {.5, 2},
-                                   {20, 300},
-                                   {20, 300},
-                                   {whole, 2},
-                                   {.5, 2},
-                                   {.5, 2},
-                                   {.5, 2},
-                                   {whole, 7},
-                                   {whole, 2},
-                                   {whole, 2},
-                                   {whole, 2},
-                                   {whole, 2},
-                                   {whole, 2}}};
+  // Of each value the least and the most; of a whole one how many there are, and 0.
+  static const Step ranges[] = {
+      {-50, 50, -50, 50, -360, 360, .5, 2, .5, 2, -.5, .5, -.5, .5, 2, 0, 0, 200, 0, 200, 2, 0},
+      {3,  0, 20, 300, 20, 300, .5, 2, 20, 300, 20, 300, 2, 0, .5, 2,
+       .5, 2, .5, 2,   7,  0,   2,  0, 2,  0,   2,  0,   2, 0, 2,  0}};
   Step step{kind};
   if (kind < 2) {
-    for (const auto& [least, most] : ranges[kind > 0])
-      step.push_back(least == whole ? below(static_cast<unsigned>(most)) : uniform(least, most));
+    const Step& range = ranges[kind > 0];
+    for (size_t i = 0; i < range.size(); i += 2)
+      step.push_back(range[i + 1] == 0 ? below(static_cast<unsigned>(range[i]))
+                                       : uniform(range[i], range[i + 1]));
     return step;
   }
   const double corners[] = {0, 0, 100, 0, 100, 100, 0, 100};
@@ -226,17 +206,6 @@ TEST(Xform, ClipsMoveWithTheImageAndMeet) {
   }
 }
 
-// What the call throws, or "none".
-template <class Call>
-std::string error(Call call) {
-  try {
-    call();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "none";
-}
-
 TEST(Xform, ErrorsNameWhatIsWrong) {
   ASSERT_TRUE(install_routines());
   const std::string pin = "cornerpin step: 3 + 4 n + 16 values";
@@ -259,18 +228,19 @@ TEST(Xform, ErrorsNameWhatIsWrong) {
       {reformat(2, {0, 0, 0, 0, 0, 0, 0, 1, 9.2e18}, 0), too_large},
       {reformat(1, {0, 0, 0, 9, 0, 0, 0}, 0), too_large},
   };
-  for (const auto& [step, message] : rows) EXPECT_EQ(error([s = step] { total({s}, 200, 1); }), message);
+  for (const auto& [step, message] : rows) EXPECT_EQ(error_of([s = step] { total({s}, 200, 1); }), message);
   const Box box{1, 1, 0, 1};
   for (const double hair : {-5e-7, 5e-7})
     EXPECT_EQ(h_bbox({0, 0, 9, 9}, scale(1, 1, hair, hair), 1), (Box{-1, -1, 10, 10}));
-  EXPECT_EQ(error([&] { h_bbox(box, scale(1, 1), -highest - 1); }), too_large);
-  EXPECT_EQ(error([&] { h_bbox(box, scale(inf, 1), 0); }),
+  EXPECT_EQ(error_of([&] { h_bbox(box, scale(1, 1), -highest - 1); }), too_large);
+  EXPECT_EQ(error_of([&] { h_bbox(box, scale(inf, 1), 0); }),
             not_a_number);  // by its second corner: 0 times infinity
-  EXPECT_EQ(error([] { crop_plan(nan, 0, 1, 1, false, {}, false, 1, 1); }), not_a_number);
-  EXPECT_EQ(error([] { crop_plan(-9e18, 0, 9e18, 1, false, {}, true, 1, 1); }), too_large);  // the distance
-  EXPECT_EQ(error([] { mblur_samples(nan, {scale(1, 1), scale(2, 2)}, 1, 1); }), not_a_number);
-  EXPECT_EQ(error([] { mblur_samples(1, {scale(1, 1), scale(1, 1, nan)}, 1, 1); }), not_a_number);
-  EXPECT_EQ(error([] { mblur_samples(1, {scale(1, 1), scale(1, 1, 1e19)}, 1, 1); }), too_large);
+  EXPECT_EQ(error_of([] { crop_plan(nan, 0, 1, 1, false, {}, false, 1, 1); }), not_a_number);
+  EXPECT_EQ(error_of([] { crop_plan(-9e18, 0, 9e18, 1, false, {}, true, 1, 1); }),
+            too_large);  // the distance
+  EXPECT_EQ(error_of([] { mblur_samples(nan, {scale(1, 1), scale(2, 2)}, 1, 1); }), not_a_number);
+  EXPECT_EQ(error_of([] { mblur_samples(1, {scale(1, 1), scale(1, 1, nan)}, 1, 1); }), not_a_number);
+  EXPECT_EQ(error_of([] { mblur_samples(1, {scale(1, 1), scale(1, 1, 1e19)}, 1, 1); }), too_large);
 }
 
 TEST(Xform, CropsPlanPixelsTextureRectangleAndWindow) {
