@@ -59,8 +59,8 @@ void read_exr(const std::vector<uint8_t>& bytes) {
   }
 }
 
-const Files& files() {
-  static const Files result;
+const std::filesystem::path& folder() {
+  static const std::filesystem::path result = support::new_folder();
   return result;
 }
 
@@ -79,8 +79,8 @@ const std::vector<Base>& bases() {
     std::vector<Base> made;
     for (const Kind& kind : all) {
       const int size = kind.formats.size() > 1 ? 40 : 8;
-      made.push_back(
-          {std::filesystem::path(kind.name).extension(), bytes_of(make(files(), kind, size, size))});
+      made.push_back({std::filesystem::path(kind.name).extension(),
+                      support::bytes_of(make(folder(), kind, size, size))});
     }
     return made;
   }();
@@ -123,6 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // OpenImageIO 2.4 leaves a text behind whenever libpng jumps out of a damaged file, which only whole stacks
   // would tell from leaks of ours, at twenty times the price of everything else.
   const __lsan::ScopedDisabler leaks_of_others;
-  require(ends_as_documented(files().write("any" + from.ending, bytes), {{0, 0, 1, 0, 0, 8, 8}}, 8, 8, 1));
+  require(ends_as_documented(support::write_bytes(folder() / ("any" + from.ending), bytes),
+                             {{0, 0, 1, 0, 0, 8, 8}}, 8, 8, 1));
   return 0;
 }

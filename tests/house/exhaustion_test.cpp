@@ -46,7 +46,8 @@ struct Row {
 };
 
 // Runs `act` with its n-th allocation failing; whether that stopped it.
-bool stopped(int64_t n, const std::function<void()>& act) {
+template <class Act>
+bool stopped(int64_t n, const Act& act) {
   allocations.left = n;
   try {
     act();

@@ -4,6 +4,7 @@
 #include <qv/io/half.h>
 
 #include "tests/io/files.h"
+#include "tests/support/sanitizers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,14 +13,6 @@
 #include <optional>
 
 #include <gtest/gtest.h>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
 
 namespace {
 
@@ -108,22 +101,17 @@ Sample write_any(const std::string& path, Random& random, const std::string& cod
     sample.parts.back().attribute("oiio:subimagename", "part" + std::to_string(p));
     if (mip) sample.parts.back().attribute("textureformat", "Plain Texture");
   }
-  const auto output = OIIO::ImageOutput::create(path);
   OIIO::ImageSpec spec = sample.parts[0];
-  bool good = parts > 1 ? output->open(path, parts, sample.parts.data()) : output->open(path, spec);
-  for (int p = 0; good && p < parts; ++p) {
-    const OIIO::ImageSpec& part = sample.parts[static_cast<size_t>(p)];
-    if (p > 0) good = output->open(path, part, OIIO::ImageOutput::AppendSubimage);
-    good = good && output->write_image(OIIO::TypeFloat, any_pixels(random, part).data());
-  }
-  while (good && mip && (spec.width > 1 || spec.height > 1)) {
-    spec.width = std::max(1, spec.width / 2);
-    spec.height = std::max(1, spec.height / 2);
-    good = output->open(path, spec, OIIO::ImageOutput::AppendMIPLevel) &&
-           output->write_image(OIIO::TypeFloat, any_pixels(random, spec).data());
-  }
-  good = good && output->close();
-  if (!good) ADD_FAILURE() << sample << output->geterror();
+  support::write_image(path, sample.parts, [&](OIIO::ImageOutput& output, size_t part) {
+    bool good = output.write_image(OIIO::TypeFloat, any_pixels(random, sample.parts[part]).data());
+    while (good && mip && (spec.width > 1 || spec.height > 1)) {
+      spec.width = std::max(1, spec.width / 2);
+      spec.height = std::max(1, spec.height / 2);
+      good = output.open(path, spec, OIIO::ImageOutput::AppendMIPLevel) &&
+             output.write_image(OIIO::TypeFloat, any_pixels(random, spec).data());
+    }
+    return good;
+  });
   return sample;
 }
 
@@ -234,48 +222,39 @@ class Reading : public testing::Test {
     ASSERT_TRUE(expected) << "what the general reader refuses was read: " << refusal_;
     for (size_t o = 0; o < slots.size(); ++o)
       for (size_t i = 0; i < floats; ++i) {
-        const Slot& slot = slots[o][i % 4];
-        float wanted = slot.value;
-        if (slot.read >= 0) {
-          const Read& read = reads[static_cast<size_t>(slot.read)];
-          const int x = static_cast<int>(i / 4) % width - read.x,
-                    y = static_cast<int>(i / 4) / width - read.y;
-          const bool inside = x >= 0 && x < all.width && y >= 0 && y < all.height;
-          const auto at = (static_cast<size_t>(y) * static_cast<size_t>(all.width) + static_cast<size_t>(x)) *
-                              static_cast<size_t>(all.chend) +
-                          static_cast<size_t>(read.chbegin);
-          wanted = inside ? (*expected)[at] : 0;
-        }
+        const int at = static_cast<int>(i / 4);
+        const float wanted =
+            shown(slots[o][i % 4], reads, *expected, static_cast<size_t>(all.chend), at % width, at / width);
         if (!same_bits(&pixels[o][i], &wanted, 1))
           FAIL() << "output " << o << " float " << i << " of " << width << "x" << height << " is "
                  << pixels[o][i] << ", not " << wanted;
       }
   }
 
-  Files files;
+  std::filesystem::path folder = support::new_folder();
   Random random{5};
   std::string refusal_;
 };
 
-constexpr int files_a_codec = sanitized ? 2 : 6;
+constexpr int files_a_codec = support::address_sanitizer || support::thread_sanitizer ? 2 : 6;
 
 TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) {
   std::vector<std::string> codecs = others;
   for (int i = 0; i < 4; ++i) codecs.insert(codecs.end(), ours.begin(), ours.end());
   for (int round = 0; round < files_a_codec; ++round)
     for (const std::string& codec : codecs) {
-      const std::string path = files.path("any.exr");
+      const std::string path = (folder / "any.exr").string();
       const Sample sample = write_any(path, random, codec);
       SCOPED_TRACE(testing::Message() << "round " << round << ": " << sample);
       ASSERT_NO_FATAL_FAILURE(compare(path, false));
       if (!is_ours(codec)) continue;
-      const std::string bytes = bytes_of(path);
+      const std::string bytes = support::bytes_of(path);
       for (int how = 0; how < 12; ++how) {
         // OpenEXR gives up all parts when the front of one is damaged; here the others are read.
         if (how % 3 == 1 && sample.parts.size() > 1) continue;
         std::string changed = bytes;
         cut_or_change(changed, random, how % 3);
-        const std::string damaged = files.write("damaged.exr", changed);
+        const std::string damaged = support::write_bytes(folder / "damaged.exr", changed);
         ASSERT_NO_FATAL_FAILURE(compare(damaged, true)) << "damage " << how;
       }
     }

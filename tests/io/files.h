@@ -1,38 +1,18 @@
 #pragma once
 
+#include <qv/io/layers.h>
+
+#include "tests/support/files.h"
+#include "tests/support/images.h"
+
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <OpenImageIO/deepdata.h>
 #include <OpenImageIO/imageio.h>
-
-// Image files made for a test, in a folder that goes with it.
-class Files {
- public:
-  Files() {
-    std::string name = (std::filesystem::temp_directory_path() / "qv_io_XXXXXX").string();
-    folder_ = ::mkdtemp(name.data());
-  }
-  ~Files() {
-    std::filesystem::remove_all(folder_);
-  }
-  std::string path(const std::string& name) const {
-    return (folder_ / name).string();
-  }
-  std::string write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path(name), std::ios::binary) << bytes;
-    return path(name);
-  }
-
- private:
-  std::filesystem::path folder_;
-};
 
 // A kind of file, and what decode_plain says of it.
 struct Kind {
@@ -77,7 +57,8 @@ inline std::vector<Kind> kinds() {
 }
 
 // Writes one of a kind; 130 rows give bands and several blocks of every codec but one.
-inline std::string make(const Files& files, const Kind& kind, int width = 40, int height = 130) {
+inline std::string make(const std::filesystem::path& folder, const Kind& kind, int width = 40,
+                        int height = 130) {
   std::vector<OIIO::ImageSpec> specs(
       static_cast<size_t>(kind.parts),
       {width, height, static_cast<int>(kind.channels.size()), kind.formats[0]});
@@ -95,32 +76,29 @@ inline std::string make(const Files& files, const Kind& kind, int width = 40, in
     spec.attribute("oiio:UnassociatedAlpha", 1);
     if (kind.parts > 1) spec.attribute("oiio:subimagename", "part" + std::to_string(part));
   }
-  const std::string path = files.path(kind.name);
-  const auto output = OIIO::ImageOutput::create(path);
-  bool good = output &&
-              (kind.parts > 1 ? output->open(path, kind.parts, specs.data()) : output->open(path, specs[0]));
-  for (size_t part = 0; good && part < specs.size(); ++part) {
-    if (part > 0) good = output->open(path, specs[part], OIIO::ImageOutput::AppendSubimage);
+  return support::write_image(folder / kind.name, specs, [&](OIIO::ImageOutput& output, size_t part) {
     // Halves, so that every format but the 8-bit one holds them exactly.
     std::vector<float> pixels(static_cast<size_t>(width * height) * kind.channels.size());
     for (size_t i = 0; i < pixels.size(); ++i)
       pixels[i] = static_cast<float>((i / 8 + random() % 16) % 2048) / 1024;
-    if (kind.deep) {
-      OIIO::DeepData deep(specs[part]);
-      for (int64_t i = 0; i < deep.pixels(); ++i) deep.set_samples(i, static_cast<int>(i % 3));
-      for (int64_t i = 0; i < deep.pixels(); ++i)
-        for (int s = 0; s < deep.samples(i); ++s) deep.set_deep_value(i, 4, s, static_cast<float>(s));
-      good = good && output->write_deep_image(deep);
-    } else {
-      good = good && output->write_image(OIIO::TypeFloat, pixels.data());
+    if (!kind.deep) return output.write_image(OIIO::TypeFloat, pixels.data());
+    OIIO::DeepData deep(specs[part]);
+    for (int64_t i = 0; i < deep.pixels(); ++i) {
+      deep.set_samples(i, static_cast<int>(i % 3));
+      for (int s = 0; s < deep.samples(i); ++s) deep.set_deep_value(i, 4, s, static_cast<float>(s));
     }
-  }
-  if (!good || !output->close())
-    throw std::runtime_error(path + ": " + (output ? output->geterror() : "no format"));
-  return path;
+    return output.write_deep_image(deep);
+  });
 }
 
-inline std::string bytes_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+// What a slot of an output shows at a pixel, where the part that it reads has these pixels in all.
+inline float shown(const qv::io::Slot& slot, const std::vector<qv::io::Read>& reads,
+                   const std::vector<float>& part, size_t channels, int x, int y) {
+  if (slot.read < 0) return slot.value;
+  const qv::io::Read& read = reads[static_cast<size_t>(slot.read)];
+  x -= read.x;
+  y -= read.y;
+  if (x < 0 || x >= read.width || y < 0 || y >= read.height) return 0;
+  const auto pixel = static_cast<size_t>(y) * static_cast<size_t>(read.width) + static_cast<size_t>(x);
+  return part[pixel * channels + static_cast<size_t>(read.chbegin + slot.channel)];
 }

@@ -7,6 +7,7 @@
 
 #include "tests/io/documented.h"
 #include "tests/io/files.h"
+#include "tests/support/sanitizers.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +20,9 @@
 namespace {
 
 using namespace qv::io;
+using support::bytes_of;
+using support::new_folder;
+using support::write_bytes;
 
 std::vector<float> whole(const std::string& path, int subimage) {
   const auto input = OIIO::ImageInput::open(path);
@@ -31,14 +35,14 @@ std::vector<float> whole(const std::string& path, int subimage) {
 // Each case has a process of its own under ctest. No pool of threads exists there before the calls, and
 // none may after them: with "exr_threads" at -1 that holds for OpenEXR files, too.
 TEST(decode_plain, says_of_every_kind_what_it_is_and_has_its_pixels_on_the_calling_thread) {
-  const Files files;
+  const std::filesystem::path folder = new_folder();
   const auto threads = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
   };
   OIIO::attribute("exr_threads", -1);
   for (const Kind& kind : kinds()) {
     SCOPED_TRACE(kind.name);
-    const std::string path = make(files, kind, 300, 300);
+    const std::string path = make(folder, kind, 300, 300);
     const auto before = threads();
     DecodeResult result;
     result.error = "left over";
@@ -69,12 +73,13 @@ TEST(decode_plain, says_of_every_kind_what_it_is_and_has_its_pixels_on_the_calli
 }
 
 TEST(opening, what_is_no_image_file_is_refused_with_a_text_and_at_once) {
-  const Files files;
-  ASSERT_EQ(::mkfifo(files.path("pipe.exr").c_str(), 0600), 0);
+  const std::filesystem::path folder = new_folder();
+  ASSERT_EQ(::mkfifo((folder / "pipe.exr").c_str(), 0600), 0);
   for (const std::string& path :
-       {files.path("missing.exr"), files.path("pipe.exr"), files.path(""), std::string(),
-        std::string("/dev/zero"), files.write("empty.exr", ""), files.write("text.exr", "not an image"),
-        files.write("\xff\xc0\xfe.exr", "v/1\1\2\0"), std::string("a\0b.exr", 7)}) {
+       {(folder / "missing.exr").string(), (folder / "pipe.exr").string(), folder.string(), std::string(),
+        std::string("/dev/zero"), write_bytes(folder / "empty.exr", ""),
+        write_bytes(folder / "text.exr", "not an image"),
+        write_bytes(folder / "\xff\xc0\xfe.exr", "v/1\1\2\0"), std::string("a\0b.exr", 7)}) {
     DecodeResult result;
     decode_plain(path, 1, result);
     EXPECT_TRUE(result.status == 4 && !result.error.empty()) << path;
@@ -145,25 +150,19 @@ void check_random_plan(const std::string& path, const Kind& kind,
   for (size_t o = 0; o < slots.size(); ++o)
     for (int i = 0; i < w * h * 4; ++i) {
       const Slot& slot = slots[o][static_cast<size_t>(i % 4)];
-      float expected = slot.value;
-      if (slot.read >= 0) {
-        const Read& read = reads[static_cast<size_t>(slot.read)];
-        const int x = i / 4 % w - read.x, y = i / 4 / w - read.y;
-        const int at = (y * 600 + x) * channels + read.chbegin + slot.channel;
-        const bool inside = x >= 0 && x < 600 && y >= 0 && y < 130;
-        expected = inside ? parts[static_cast<size_t>(read.subimage)][static_cast<size_t>(at)] : 0;
-      }
-      ASSERT_EQ(pixels[o][static_cast<size_t>(i)], expected)
+      const int part = slot.read < 0 ? 0 : reads[static_cast<size_t>(slot.read)].subimage;
+      ASSERT_EQ(pixels[o][static_cast<size_t>(i)], shown(slot, reads, parts[static_cast<size_t>(part)],
+                                                         kind.channels.size(), i / 4 % w, i / 4 / w))
           << kind.name << " output " << o << " float " << i << " of " << w << " x " << h;
     }
 }
 
 TEST(load_layers, places_every_kind_as_a_naive_reader_does) {
-  const Files files;
+  const std::filesystem::path folder = new_folder();
   std::mt19937 random(11);
   for (const Kind& kind : kinds()) {
     if (kind.deep) continue;
-    const std::string path = make(files, kind, 600);
+    const std::string path = make(folder, kind, 600);
     std::vector<std::vector<float>> parts;
     for (int part = 0; part < kind.parts; ++part) parts.push_back(whole(path, part));
     for (int round = 0; round < 12; ++round)
@@ -174,7 +173,7 @@ TEST(load_layers, places_every_kind_as_a_naive_reader_does) {
 // Part of the channels, and several ranges in one pass, of every depth in strips and tiles that no block of
 // rows is a multiple of.
 TEST(load_layers, has_the_floats_of_one_read_image_call_from_every_tiff) {
-  const Files files;
+  const std::filesystem::path folder = new_folder();
   constexpr int width = 20, height = 193, channels = 5;  // the last of three bands has a single row
   for (const char* depth : {"uint8", "int8", "uint16", "int16", "uint32", "int32", "half", "float", "double"})
     for (const char* planes : {"contig", "separate"})
@@ -188,11 +187,7 @@ TEST(load_layers, has_the_floats_of_one_read_image_call_from_every_tiff) {
         if (strip == 0) spec.tile_width = spec.tile_height = 16;
         std::vector<float> pixels(width * height * channels);
         for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<float>(i % 127 + 1) / 128;
-        const std::string path = files.path("depth.tif");
-        const auto output = OIIO::ImageOutput::create(path);
-        ASSERT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeFloat, pixels.data()) &&
-                    output->close())
-            << output->geterror();
+        const std::string path = support::write_image(folder / "depth.tif", spec, pixels);
         const std::vector<float> expected = whole(path, 0);
         for (const int threads : {1, 3})
           for (const auto& [begin, end] : {std::pair{0, 5}, {0, 1}, {1, 4}, {4, 5}}) {
@@ -216,8 +211,8 @@ TEST(load_layers, has_the_floats_of_one_read_image_call_from_every_tiff) {
 }
 
 TEST(load_layers, refuses_plans_that_do_not_fit) {
-  const Files files;
-  const std::string zip = make(files, kinds()[1]);
+  const std::filesystem::path folder = new_folder();
+  const std::string zip = make(folder, kinds()[1]);
   struct Row {
     const char* err;
     Read read;
@@ -285,12 +280,12 @@ TEST(sizes, are_refused_only_where_the_codec_or_the_memory_cannot_hold_them) {
 
 // A window of 4 Mi columns, 8 GiB of pixels, which OpenImageIO's own limit would let through.
 TEST(sizes, that_no_file_so_small_can_hold_are_refused_and_those_that_overflow_noticed) {
-  const Files files;
-  std::string bytes = bytes_of(make(files, kinds()[1]));
+  const std::filesystem::path folder = new_folder();
+  std::string bytes = bytes_of(make(folder, kinds()[1]));
   const int32_t last_column = (1 << 22) - 1;
   for (const char* window : {"dataWindow", "displayWindow"})
     std::memcpy(&bytes[bytes.find(window) + std::strlen(window) + 11 + 8], &last_column, 4);
-  const std::string path = files.write("wide.exr", bytes);
+  const std::string path = write_bytes(folder / "wide.exr", bytes);
   DecodeResult result;
   decode_plain(path, 1, result);
   EXPECT_TRUE(result.status == 3 && result.error.empty() && result.read_ms == 0);
@@ -322,21 +317,15 @@ std::string damaged(std::string bytes, size_t how, std::mt19937& random) {
 }
 
 // Every damage is tried; under asan, which makes each try some twenty times as dear, every seventh.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr size_t damage_step = 7;
-#elif defined(__has_feature)
-constexpr size_t damage_step = __has_feature(address_sanitizer) ? 7 : 1;
-#else
-constexpr size_t damage_step = 1;
-#endif
+constexpr size_t damage_step = support::address_sanitizer ? 7 : 1;
 
 class DamagedFiles : public testing::TestWithParam<Kind> {};
 
 TEST_P(DamagedFiles, always_end_in_a_documented_result) {
-  const Files files;
+  const std::filesystem::path folder = new_folder();
   std::mt19937 random(17);
   const Kind& kind = GetParam();
-  const std::string bytes = bytes_of(make(files, kind));
+  const std::string bytes = bytes_of(make(folder, kind));
   const int last = static_cast<int>(kind.channels.size());
   OIIO::attribute("limits:imagesize_MB", 1);  // what passes below that is quick to fill
   OIIO::attribute("exr_threads", -1);         // tiny blocks would only be handed from thread to thread
@@ -344,7 +333,7 @@ TEST_P(DamagedFiles, always_end_in_a_documented_result) {
     SCOPED_TRACE(i);
     const std::string content = damaged(bytes, i, random);
     if (i % damage_step != 0) continue;
-    const std::string path = files.write("damaged_" + kind.name, content);
+    const std::string path = write_bytes(folder / ("damaged_" + kind.name), content);
     std::vector<Read> reads = {{0, 0, 1, 0, 0, 40, 130}};
     if (last > 1) reads.push_back({0, last - 1, last, 0, 0, 40, 130});
     ASSERT_TRUE(ends_as_documented(path, reads, 40, 130, 2));

@@ -36,10 +36,9 @@ double cpu_seconds(int who) {
 // A pool of OpenEXR's is there, ready and idle: what is handed to it would count as time that no thread of
 // ours has taken.
 TEST(threads, are_as_many_as_the_number_given_with_no_pool_behind_them) {
-  const Files files;
   OIIO::attribute("exr_threads", 3);
   const Kind kind = {"zip.exr", "zip", {"R", "G", "B", "A"}, {OIIO::TypeHalf}};
-  const std::string path = make(files, kind, 1500, 1500);
+  const std::string path = make(support::new_folder(), kind, 1500, 1500);
   const auto decode = [&](int number) {
     DecodeResult result;
     decode_plain(path, number, result);

@@ -101,39 +101,34 @@ TEST(Composition, BrokenOnesNameFileNodeAndKnob) {
 
 TEST(Composition, ComesFromStandardInputToo) {
   const fs::path folder = process::new_folder();
-  process::Setup setup;
-  setup.folder = folder.string();
-  setup.in_path = write_shot(folder / "shot.json", grey + out);
-  const process::Ended ended = run({"render", "-", "-f", "1"}, setup);
+  write_shot(folder / "shot.json", grey + out);
+  const process::Ended ended = run("quorvel render - -f 1 <shot.json", folder);
   EXPECT_EQ(ended.code, 0) << ended.err;
   EXPECT_TRUE(fs::exists(folder / "o.0001.exr"));
 }
 
 TEST(Composition, NamesAreNoCommandsToATerminal) {
   const fs::path folder = process::new_folder();
-  const std::string file =
-      write_shot(folder / "shot.json", R"({"name": "\u001b[2J\u009b", "type": "blurr"})");
-  process::Setup setup;
-  EXPECT_NE(run({"info", file}, setup).err.find("node \"\x1b[2J\xc2\x9b\""), std::string::npos);
-  setup.terminal = true;
-  const process::Ended shown = run({"info", file}, setup);
-  EXPECT_NE(shown.err.find(R"(node "\x1b[2J\x9b": unknown type)"), std::string::npos) << shown.err;
+  write_shot(folder / "shot.json", R"({"name": "\u001b[2J\u009b", "type": "blurr"})");
+  write_shot(folder / "good.json", grey + out);
+  EXPECT_NE(call("info shot.json", folder).err.find("node \"\x1b[2J\xc2\x9b\""), std::string::npos);
+  const std::string shown = run("script -qec 'quorvel info shot.json' /dev/null", folder).out;
+  EXPECT_NE(shown.find(R"(node "\x1b[2J\x9b": unknown type)"), std::string::npos) << shown;
   // A bar is still drawn.
-  const std::string good = write_shot(folder / "good.json", grey + out);
-  EXPECT_NE(run({"render", good}, setup).err.find("\r\x1b[K[=="), std::string::npos);
+  const std::string drawn = run("script -qec 'quorvel render good.json' /dev/null", folder).out;
+  EXPECT_NE(drawn.find("\r\x1b[K[=="), std::string::npos) << drawn;
 }
 
 TEST(Render, CodesAndEventsTellWhatHappenedToEveryFrame) {
   const fs::path folder = process::new_folder();
-  const std::string file = write_shot(folder / "shot.json", grey + out);
+  write_shot(folder / "shot.json", grey + out);
   const fs::path second = folder / "o.0002.exr";
   ASSERT_EQ(call("render shot.json -f 2", folder).code, 0);
   const auto made = fs::last_write_time(second);
 
-  const auto failed = run({"render", file, "--keep-going"});
+  const auto failed = call("render shot.json --keep-going", folder);
   EXPECT_EQ(failed.code, 1);
-  EXPECT_NE(failed.err.find("frame 2: " + second.string() + " exists already"), std::string::npos)
-      << failed.err;
+  EXPECT_NE(failed.err.find("frame 2: o.0002.exr exists already"), std::string::npos) << failed.err;
   EXPECT_NE(failed.err.find("2 of 3 frames written"), std::string::npos) << failed.err;
 
   const auto skipped = call("render shot.json --skip-existing --progress jsonl -f 2-4", folder);
