@@ -45,6 +45,7 @@ namespace host::gpu {
   X(PFNGLGETACTIVEUNIFORMPROC, GetActiveUniform)             \
   X(PFNGLGETERRORPROC, GetError)                             \
   X(PFNGLGETINTEGERVPROC, GetIntegerv)                       \
+  X(PFNGLGETPROGRAMBINARYPROC, GetProgramBinary)             \
   X(PFNGLGETPROGRAMINFOLOGPROC, GetProgramInfoLog)           \
   X(PFNGLGETPROGRAMIVPROC, GetProgramiv)                     \
   X(PFNGLGETQUERYOBJECTIVPROC, GetQueryObjectiv)             \
@@ -55,6 +56,8 @@ namespace host::gpu {
   X(PFNGLGETSTRINGIPROC, GetStringi)                         \
   X(PFNGLGETUNIFORMLOCATIONPROC, GetUniformLocation)         \
   X(PFNGLLINKPROGRAMPROC, LinkProgram)                       \
+  X(PFNGLPROGRAMBINARYPROC, ProgramBinary)                   \
+  X(PFNGLPROGRAMPARAMETERIPROC, ProgramParameteri)           \
   X(PFNGLPROGRAMUNIFORM1IPROC, ProgramUniform1i)             \
   X(PFNGLSAMPLERPARAMETERIPROC, SamplerParameteri)           \
   X(PFNGLSHADERSOURCEPROC, ShaderSource)                     \

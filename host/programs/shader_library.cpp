@@ -5,6 +5,7 @@
 
 #include "host/gpu/debug.h"
 #include "host/gpu/gl_functions.h"
+#include "host/programs/program_binaries.h"
 #include "host/programs/shader_text.h"
 
 #include <array>
@@ -20,6 +21,8 @@ namespace filter = qv::nodes::filter;
 
 using InfoLog = std::array<char, 8192>;
 
+constexpr const char* vertex_file = "fullscreen.vert";
+
 uint32_t compile(GLenum stage, const std::string& text, const std::string& name) {
   const uint32_t shader = gpu::gl.CreateShader(stage);
   const char* pointer = text.c_str();
@@ -34,17 +37,15 @@ uint32_t compile(GLenum stage, const std::string& text, const std::string& name)
   throw ShaderError(name + ": does not compile:\n" + log.data());
 }
 
-uint32_t link(uint32_t vertex, uint32_t fragment, const std::string& name) {
-  const uint32_t program = gpu::gl.CreateProgram();
+void link(uint32_t program, uint32_t vertex, uint32_t fragment, const std::string& name) {
   gpu::gl.AttachShader(program, vertex);
   gpu::gl.AttachShader(program, fragment);
   gpu::gl.LinkProgram(program);
   int good = 0;
   gpu::gl.GetProgramiv(program, GL_LINK_STATUS, &good);
-  if (good) return program;
+  if (good) return;
   InfoLog log{};
   gpu::gl.GetProgramInfoLog(program, static_cast<int>(log.size()), nullptr, log.data());
-  gpu::gl.DeleteProgram(program);
   throw ShaderError(name + ": does not link:\n" + log.data());
 }
 
@@ -109,34 +110,55 @@ fs::path folder_of_executable() {
 }  // namespace
 
 struct ShaderLibrary::State {
-  explicit State(const fs::path& root) : texts(root) {}
+  State(const fs::path& root, const fs::path& kept)
+      : texts(root), vertex_text(texts.source(vertex_file)), binaries(kept) {}
 
   ShaderTexts texts;
+  std::string vertex_text;
+  ProgramBinaries binaries;
+  Made made;
   std::map<std::string, Program, std::less<>> programs;
-  uint32_t vertex_shader = 0;
+  uint32_t vertex_shader = 0;  // 0 until a program is compiled
   uint32_t vertex_array = 0;
   uint32_t elements = 0;
 
   const Program& build(std::string_view name, const std::string& text, std::string_view defines = {}) {
     const std::string label(name);
-    const uint32_t fragment = compile(GL_FRAGMENT_SHADER, with_defines(text, defines), label);
     Program program;
+    program.name = gpu::gl.CreateProgram();
     try {
-      program.name = link(vertex_shader, fragment, label);
+      make(program.name, with_defines(text, defines), label);
+    } catch (...) {
+      gpu::gl.DeleteProgram(program.name);
+      throw;
+    }
+    gpu::label_program(program.name, label);
+    reflect(program);
+    return programs.emplace(label, std::move(program)).first->second;
+  }
+
+  void make(uint32_t program, const std::string& text, const std::string& label) {
+    if (binaries.restore(program, vertex_text, text)) {
+      ++made.restored;
+      return;
+    }
+    if (vertex_shader == 0) vertex_shader = compile(GL_VERTEX_SHADER, vertex_text, vertex_file);
+    const uint32_t fragment = compile(GL_FRAGMENT_SHADER, text, label);
+    binaries.announce(program);
+    try {
+      link(program, vertex_shader, fragment, label);
     } catch (...) {
       gpu::gl.DeleteShader(fragment);
       throw;
     }
     gpu::gl.DeleteShader(fragment);
-    gpu::label_program(program.name, label);
-    reflect(program);
-    return programs.emplace(label, std::move(program)).first->second;
+    ++made.compiled;
+    binaries.keep(program, vertex_text, text);
   }
 };
 
-ShaderLibrary::ShaderLibrary(const fs::path& root) : state_(std::make_unique<State>(root)) {
-  constexpr const char* vertex_file = "fullscreen.vert";
-  state_->vertex_shader = compile(GL_VERTEX_SHADER, state_->texts.source(vertex_file), vertex_file);
+ShaderLibrary::ShaderLibrary(const fs::path& root, const fs::path& kept)
+    : state_(std::make_unique<State>(root, kept)) {
   constexpr std::array<uint32_t, 3> indices = {0, 1, 2};
   gpu::gl.GenVertexArrays(1, &state_->vertex_array);
   gpu::gl.BindVertexArray(state_->vertex_array);
@@ -186,6 +208,10 @@ const Program& ShaderLibrary::get_generated(std::string_view name,
   const auto known = state_->programs.find(name);
   if (known != state_->programs.end()) return known->second;
   return state_->build(name, state_->texts.splice(source(), std::string(name)));
+}
+
+ShaderLibrary::Made ShaderLibrary::made() const {
+  return state_->made;
 }
 
 std::string ShaderLibrary::source(std::string_view file) const {

@@ -33,8 +33,9 @@ struct Program {
 // GL thread only; destruction deletes the programs and forgets them in the library's registries.
 class ShaderLibrary {
  public:
-  // Searches `root` and its sub-folders.
-  explicit ShaderLibrary(const std::filesystem::path& root);
+  // Searches `root` and its sub-folders. What is compiled is kept in the folder `kept` for later runs,
+  // and what lies there is not compiled (program_binaries.h); "": nothing is.
+  explicit ShaderLibrary(const std::filesystem::path& root, const std::filesystem::path& kept = {});
   ~ShaderLibrary();
   ShaderLibrary(const ShaderLibrary&) = delete;
   ShaderLibrary& operator=(const ShaderLibrary&) = delete;
@@ -55,6 +56,13 @@ class ShaderLibrary {
 
   // The text of a file with its #include lines spliced. Throws ShaderError.
   std::string source(std::string_view file) const;
+
+  // How the programs came to be.
+  struct Made {
+    int64_t compiled = 0;
+    int64_t restored = 0;  // from what an earlier run kept
+  };
+  Made made() const;
 
   // Compiles what the filter operation needs and hands it to the filter layer, once an operation.
   void prepare_filter(std::string_view operation);

@@ -5,6 +5,7 @@
 
 #include "host/base/stopwatch.h"
 #include "host/frame/project.h"
+#include "host/programs/program_binaries.h"
 #include "host/render/read_back.h"
 #include "host/render/renderer_state.h"
 #include "host/render/upcoming.h"
@@ -34,7 +35,7 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       headers(options.headers ? options.headers : std::make_shared<plates::Headers>()),
       project(frame::make_project(shot, options.scale, *headers)),
       decoder(*headers, threads, options.memory / 4, notices),
-      shaders(programs::ShaderLibrary::default_root()),
+      shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
       pool(options.memory, gpu.max_texture_size()),
       context(shaders, pool, decoder),
       targets(composition, project, options.output),
@@ -67,6 +68,8 @@ void Renderer::State::gather_stats() {
   stats.draws = static_cast<int64_t>(now.draws - gpu_before.draws);
   stats.uniforms_sent = static_cast<int64_t>(now.uploads - gpu_before.uploads);
   stats.uniforms_skipped = static_cast<int64_t>(now.skipped - gpu_before.skipped);
+  stats.programs_compiled = shaders.made().compiled;
+  stats.programs_restored = shaders.made().restored;
   stats.textures_created = static_cast<int64_t>(pool.created() + filter::stats().created - scratch_before);
   stats.bytes_read_back = qv::transport::stats().bytes - read_back_before;
   stats.files_read = files.files;

@@ -27,6 +27,8 @@ struct Stats {
   int64_t uniforms_sent = 0;
   int64_t uniforms_skipped = 0;
   int64_t textures_created = 0;
+  int64_t programs_compiled = 0;
+  int64_t programs_restored = 0;  // taken as an earlier run's driver left them
   int64_t files_read = 0;
   int64_t files_written = 0;
   uint64_t bytes_written = 0;

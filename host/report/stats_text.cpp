@@ -38,6 +38,8 @@ std::string stats_text(const render::Stats& stats) {
   text +=
       formatted("draws      %lld, uniforms sent %lld, skipped %lld, textures made %lld\n", whole(stats.draws),
                 whole(stats.uniforms_sent), whole(stats.uniforms_skipped), whole(stats.textures_created));
+  text += formatted("programs   %lld compiled, %lld taken from earlier runs\n",
+                    whole(stats.programs_compiled), whole(stats.programs_restored));
   text +=
       formatted("files      %lld read, %lld written (%.1f MiB of %.1f MiB drawn)\n", whole(stats.files_read),
                 whole(stats.files_written), mebibytes(stats.bytes_written), mebibytes(stats.bytes_read_back));
@@ -68,6 +70,8 @@ std::string stats_json(const render::Stats& stats) {
                                        {"uniforms_sent", stats.uniforms_sent},
                                        {"uniforms_skipped", stats.uniforms_skipped},
                                        {"textures_created", stats.textures_created},
+                                       {"programs_compiled", stats.programs_compiled},
+                                       {"programs_restored", stats.programs_restored},
                                        {"files_read", stats.files_read},
                                        {"files_written", stats.files_written},
                                        {"bytes_written", stats.bytes_written},
