@@ -44,7 +44,7 @@ void measure_pack(bench::Report& report) {
   report.require(packed[6].values[3] == 0.5F && packed[7].values[1] == 0.25F, name);
 
   const int repeats = report.quick() ? 1'000 : 50'000;
-  const std::uint64_t before = support::allocations.made;
+  const uint64_t before = support::allocations.made;
   fill();
   report.row(name + ", allocations", "a call", bench::Better::less,
              static_cast<double>(support::allocations.made - before));

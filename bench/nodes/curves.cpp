@@ -19,10 +19,10 @@ namespace {
 // GSL solves for its own.
 class Splines {
  public:
-  Splines(std::size_t n, std::mt19937& random) : x(n), y(n) {
+  Splines(size_t n, std::mt19937& random) : x(n), y(n) {
     std::uniform_real_distribution<double> step(0.5, 10);
     std::uniform_real_distribution<double> value(-10, 10);
-    for (std::size_t i = 0; i < n; ++i) {
+    for (size_t i = 0; i < n; ++i) {
       x[i] = (i == 0 ? 0 : x[i - 1]) + step(random);
       y[i] = value(random);
       keys.push_back({x[i], y[i], 4, false, false, 0, 0});
@@ -51,7 +51,7 @@ std::function<void()> sum_over(const std::vector<double>& times, Evaluate evalua
   };
 }
 
-void measure(bench::Report& report, std::size_t n, bool ascending) {
+void measure(bench::Report& report, size_t n, bool ascending) {
   const std::string name =
       "Curve::value, " + std::to_string(n) + " keys, " + (ascending ? "ascending" : "random") + " times";
   if (!report.wants(name)) {
@@ -79,7 +79,7 @@ void measure(bench::Report& report, std::size_t n, bool ascending) {
 
   const auto timings = bench::time_in_turn(
       report.quick() ? 5 : 25, {sum_over(times, ours), sum_over(times, gsl), sum_over(times, boost)});
-  const auto ns = [&](std::size_t i) { return timings[i].median * 1e9 / static_cast<double>(times.size()); };
+  const auto ns = [&](size_t i) { return timings[i].median * 1e9 / static_cast<double>(times.size()); };
   report.row(name, "ns", bench::Better::less, ns(0), {{"gsl", ns(1)}, {"boost", ns(2)}},
              ascending ? 0.5 : 3.0);
 }
@@ -87,7 +87,7 @@ void measure(bench::Report& report, std::size_t n, bool ascending) {
 }  // namespace
 
 void measure_curves(bench::Report& report) {
-  for (const std::size_t n : {100, 1000}) {
+  for (const size_t n : {100, 1000}) {
     measure(report, n, false);
     measure(report, n, true);
   }

@@ -23,7 +23,7 @@ void measure_texts(bench::Report& report) {
   for (size_t i = 0; i < routes.size(); ++i) report.require(routes[i].kind == kinds[i], name);
 
   const int repeats = report.quick() ? 1'000 : 20'000;
-  const std::uint64_t before = support::allocations.made;
+  const uint64_t before = support::allocations.made;
   read();
   report.row(name + ", allocations", "a call", bench::Better::less,
              static_cast<double>(support::allocations.made - before));

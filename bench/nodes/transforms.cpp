@@ -19,7 +19,7 @@ void openblas_set_num_threads(int);
 namespace {
 
 template <class Routine>
-std::uint64_t address(Routine* routine) {
+uint64_t address(Routine* routine) {
   return reinterpret_cast<std::uintptr_t>(routine);
 }
 
@@ -47,7 +47,7 @@ void measure_transforms(bench::Report& report) {
   const auto chain = [&] { bench::keep(qv::xform::total(steps, 1920, 1080)); };
   const auto products = [&] {
     qv::xform::Matrix m{1, 0, 0, 0, 1, 0, 0, 0, 1};
-    for (std::size_t i = 0; i < steps.size(); ++i) {
+    for (size_t i = 0; i < steps.size(); ++i) {
       m = qv::xform::product(m, m);
     }
     bench::keep(m);
@@ -63,7 +63,7 @@ void measure_transforms(bench::Report& report) {
   const auto timings = bench::time_in_turn(report.quick() ? 5 : 25, {many(chain), many(products)});
   report.row(name, "ns", bench::Better::less, timings[0].median * 1e9 / calls);
   report.row("of it, 8 products", "ns", bench::Better::less, timings[1].median * 1e9 / calls);
-  const std::uint64_t before = support::allocations.made;
+  const uint64_t before = support::allocations.made;
   chain();
   report.row(name, "allocs", bench::Better::less, static_cast<double>(support::allocations.made - before));
 }

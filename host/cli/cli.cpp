@@ -176,7 +176,8 @@ struct CommandLine {
               render.progress = parse_progress(given.at(0));
               return true;
             },
-            "auto (a bar on a terminal), plain, jsonl (events on standard output), none")
+            "auto (a bar on a terminal), plain, jsonl (events on standard output), none (what is wrong "
+            "alone)")
         ->type_name("STYLE");
     command.add_flag("--stats{-}", render.stats,
                      "Say where time and memory went; --stats=FILE writes it as JSON");

@@ -58,8 +58,10 @@ class Silent final : public render::Progress {
  public:
   explicit Silent(std::ostream& out) : out_(out) {}
   void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
-  void notice(const std::string& /*text*/) override {}
-  // Failures are no progress: a person needs to know of them in any style.
+  // Notices and failures are no progress: a person needs to know of them in any style.
+  void notice(const std::string& text) override {
+    out_ << text << std::endl;
+  }
   void frame(const render::FrameReport& report) override {
     if (!report.error.empty()) out_ << frame_text(report) << std::flush;
   }

@@ -14,14 +14,14 @@ namespace {
 constexpr double least_step = 1e-9;
 
 // Enough that most slots hold no key or one, and a look at the slot replaces the search.
-constexpr std::size_t slots_per_key = 4;
+constexpr size_t slots_per_key = 4;
 
-double step_between(const std::vector<double>& x, std::size_t from, std::size_t to) {
+double step_between(const std::vector<double>& x, size_t from, size_t to) {
   const double step = x[to] - x[from];
   return step == 0 ? least_step : step;
 }
 
-double secant(const std::vector<double>& x, const std::vector<double>& y, std::size_t from, std::size_t to) {
+double secant(const std::vector<double>& x, const std::vector<double>& y, size_t from, size_t to) {
   return (y[to] - y[from]) / step_between(x, from, to);
 }
 
@@ -35,47 +35,47 @@ double pivot(double diagonal) {
 // Second derivatives at the keys of the natural cubic spline with steps h, 0 at both ends: a
 // tridiagonal system, solved by the Thomas algorithm. The order of operations is part of the result.
 std::vector<double> second_derivatives(const std::vector<double>& y, const std::vector<double>& h) {
-  const std::size_t n = y.size();
+  const size_t n = y.size();
   std::vector<double> below(n, 0.0);
   std::vector<double> diagonal(n, 1.0);
   std::vector<double> above(n, 0.0);
   std::vector<double> m(n, 0.0);
 
   // Fill the inner rows; the first and last say only that their second derivative is 0.
-  for (std::size_t i = 1; i + 1 < n; ++i) {
+  for (size_t i = 1; i + 1 < n; ++i) {
     below[i] = h[i - 1];
     diagonal[i] = 2 * (h[i - 1] + h[i]);
     above[i] = h[i];
     m[i] = 6 * ((y[i + 1] - y[i]) / h[i] - (y[i] - y[i - 1]) / h[i - 1]);
   }
   // Eliminate below the diagonal.
-  for (std::size_t i = 1; i < n; ++i) {
+  for (size_t i = 1; i < n; ++i) {
     const double w = below[i] / pivot(diagonal[i - 1]);
     diagonal[i] -= w * above[i - 1];
     m[i] -= w * m[i - 1];
   }
   // Substitute back, from the right sides into the second derivatives.
   m[n - 1] = m[n - 1] / pivot(diagonal[n - 1]);
-  for (std::size_t i = n - 1; i-- > 0;) {
+  for (size_t i = n - 1; i-- > 0;) {
     m[i] = (m[i] - above[i] * m[i + 1]) / pivot(diagonal[i]);
   }
   return m;
 }
 
 std::vector<double> spline_slopes(const std::vector<double>& x, const std::vector<double>& y) {
-  const std::size_t n = x.size();
+  const size_t n = x.size();
   if (n < 3) {
     // Two keys at one time: not least_step here, so that the slope stays of the values' size.
     const double span = x[n - 1] - x[0];
     return std::vector<double>(n, (y[n - 1] - y[0]) / (span == 0 ? 1.0 : span));
   }
   std::vector<double> h(n - 1);
-  for (std::size_t i = 0; i + 1 < n; ++i) {
+  for (size_t i = 0; i + 1 < n; ++i) {
     h[i] = step_between(x, i, i + 1);
   }
   const std::vector<double> m = second_derivatives(y, h);
   std::vector<double> s(n);
-  for (std::size_t i = 0; i + 1 < n; ++i) {
+  for (size_t i = 0; i + 1 < n; ++i) {
     s[i] = (y[i + 1] - y[i]) / h[i] - (2 * m[i] + m[i + 1]) * h[i] / 6;
   }
   s[n - 1] = (y[n - 1] - y[n - 2]) / h[n - 2] + (2 * m[n - 1] + m[n - 2]) * h[n - 2] / 6;
@@ -83,27 +83,27 @@ std::vector<double> spline_slopes(const std::vector<double>& x, const std::vecto
 }
 
 // The slope between a key's neighbours, or towards its only one.
-double central_slope(const std::vector<double>& x, const std::vector<double>& y, std::size_t i) {
-  const std::size_t last = x.size() - 1;
+double central_slope(const std::vector<double>& x, const std::vector<double>& y, size_t i) {
+  const size_t last = x.size() - 1;
   return secant(x, y, i > 0 ? i - 1 : 0, i < last ? i + 1 : last);
 }
 
-bool is_extremum(const std::vector<double>& y, std::size_t i) {
+bool is_extremum(const std::vector<double>& y, size_t i) {
   return i > 0 && i + 1 < y.size() && (y[i + 1] - y[i]) * (y[i] - y[i - 1]) <= 0;
 }
 
 // `in` and `out` are zeros, one a key; two keys at least.
 void fill_slopes(const std::vector<Key>& keys, std::vector<double>& in, std::vector<double>& out) {
-  const std::size_t n = keys.size();
+  const size_t n = keys.size();
   std::vector<double> x(n);
   std::vector<double> y(n);
-  for (std::size_t i = 0; i < n; ++i) {
+  for (size_t i = 0; i < n; ++i) {
     x[i] = keys[i].time;
     y[i] = keys[i].value;
   }
   std::optional<std::vector<double>> spline;  // solved for the first key that asks, for all of them
 
-  for (std::size_t i = 0; i < n; ++i) {
+  for (size_t i = 0; i < n; ++i) {
     const Key& key = keys[i];
     switch (key.kind) {
       case key_step:
@@ -165,21 +165,21 @@ Curve::Curve(std::vector<Key> keys, bool extrapolate) : keys_(std::move(keys)), 
 // time of a slot, and keys of higher ones after: with ascending keys, searching what is noted finds
 // what searching everything finds. Otherwise there is one slot, with every segment.
 void Curve::index_times() {
-  const std::size_t n = times_.size();
+  const size_t n = times_.size();
   if (n < 2) {
     return;
   }
   bool ascending = true;
-  for (std::size_t i = 1; i < n; ++i) {
+  for (size_t i = 1; i < n; ++i) {
     ascending = ascending && times_[i - 1] < times_[i];
   }
-  const std::size_t slots = ascending ? slots_per_key * n : 1;
+  const size_t slots = ascending ? slots_per_key * n : 1;
   const double per_time = static_cast<double>(slots) / (times_.back() - times_.front());
   slots_per_time_ = std::isfinite(per_time) ? per_time : 0;
   last_slot_ = static_cast<double>(slots - 1);
   first_segments_.assign(slots + 1, n - 2);
-  std::size_t below = 0;
-  for (std::size_t slot = 0; slot < slots; ++slot) {
+  size_t below = 0;
+  for (size_t slot = 0; slot < slots; ++slot) {
     while (below < n && slot_of(times_[below]) < slot) {
       ++below;
     }
@@ -188,9 +188,9 @@ void Curve::index_times() {
 }
 
 // The slot of a time, 0 for NaN: std::max and std::min keep their first argument then.
-std::size_t Curve::slot_of(double t) const {
+size_t Curve::slot_of(double t) const {
   const double place = (t - times_.front()) * slots_per_time_;
-  return static_cast<std::size_t>(std::min(std::max(0.0, place), last_slot_));
+  return static_cast<size_t>(std::min(std::max(0.0, place), last_slot_));
 }
 
 double Curve::beyond_ends(double t) const {
@@ -206,23 +206,23 @@ double Curve::beyond_ends(double t) const {
 }
 
 double Curve::value(double t) const {
-  const std::size_t n = times_.size();
+  const size_t n = times_.size();
   if (n < 2 || t <= times_.front() || t >= times_.back()) {
     return beyond_ends(t);
   }
   // Always compare the middle: where keys are out of order or NaN, which times are compared decides.
-  const std::size_t slot = slot_of(t);
-  std::size_t lo = first_segments_[slot];
-  std::size_t end = first_segments_[slot + 1] + 1;
+  const size_t slot = slot_of(t);
+  size_t lo = first_segments_[slot];
+  size_t end = first_segments_[slot + 1] + 1;
   while (end - lo > 1) {
-    const std::size_t mid = (lo + end) / 2;
+    const size_t mid = (lo + end) / 2;
     (t >= times_[mid] ? lo : end) = mid;
   }
   const Key& from = keys_[lo];
   if (from.kind == key_step) {
     return from.value;
   }
-  const std::size_t hi = lo + 1;
+  const size_t hi = lo + 1;
   const double d = times_[hi] - times_[lo];
   const double u = (t - times_[lo]) / d;
   const double u2 = u * u;

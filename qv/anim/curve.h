@@ -12,7 +12,7 @@ namespace qv::anim {
 
 // How a curve arrives at a key and leaves it. The first and last key have one neighbour only; there
 // linear, smooth and cubic point straight at it.
-enum KeyKind : std::uint8_t {
+enum KeyKind : uint8_t {
   key_step = 0,    // flat, and the segment that starts here holds the value until the next key
   key_linear = 1,  // straight to either neighbour
   key_smooth = 2,  // slope between the neighbours, flat at a local extremum
@@ -26,9 +26,9 @@ enum KeyKind : std::uint8_t {
 struct Key {
   double time = 0;
   double value = 0;
-  std::uint8_t kind = key_step;  // a KeyKind
-  bool has_in = false;           // key_slopes: `in_slope` is given
-  bool has_out = false;          // key_slopes: `out_slope` is given
+  uint8_t kind = key_step;  // a KeyKind
+  bool has_in = false;      // key_slopes: `in_slope` is given
+  bool has_out = false;     // key_slopes: `out_slope` is given
   double in_slope = 0;
   double out_slope = 0;
 };
@@ -60,15 +60,15 @@ class QV_API Curve {
 
  private:
   void index_times();
-  std::size_t slot_of(double t) const;
+  size_t slot_of(double t) const;
   double beyond_ends(double t) const;
 
   std::vector<Key> keys_;
   std::vector<double> in_slopes_;
   std::vector<double> out_slopes_;
   bool extrapolate_ = false;
-  std::vector<double> times_;                // the keys' times side by side, which is what a search reads
-  std::vector<std::size_t> first_segments_;  // the first segment that a time of each slot can lie in
+  std::vector<double> times_;           // the keys' times side by side, which is what a search reads
+  std::vector<size_t> first_segments_;  // the first segment that a time of each slot can lie in
   double slots_per_time_ = 0;
   double last_slot_ = 0;
 };

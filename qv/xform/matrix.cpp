@@ -12,7 +12,7 @@ namespace {
 Routines installed;
 
 template <class Routine>
-Routine* routine_at(std::uint64_t address) {
+Routine* routine_at(uint64_t address) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses are how hosts of any language pass routines.
   return reinterpret_cast<Routine*>(static_cast<std::uintptr_t>(address));
 }
@@ -25,10 +25,10 @@ Matrix transposed(const Matrix& m) {
 __extension__ using Wide = __int128;
 
 // `edge` moved by `pad`, which may be anything; out of range like any other pixel.
-std::int64_t padded(double edge, Wide pad) {
+int64_t padded(double edge, Wide pad) {
   const Wide moved = checked_integer(edge) + pad;
   checked_integer(static_cast<double>(moved));
-  return static_cast<std::int64_t>(moved);
+  return static_cast<int64_t>(moved);
 }
 
 // The range of one coordinate over the corners; a NaN stays in it, to be reported.
@@ -43,7 +43,7 @@ struct Extent {
 
 }  // namespace
 
-bool set_blas(std::uint64_t solve, std::uint64_t gemm, std::uint64_t gemv, std::uint64_t fourth) {
+bool set_blas(uint64_t solve, uint64_t gemm, uint64_t gemv, uint64_t fourth) {
   installed.solve = routine_at<Solve>(solve);
   installed.gemm = routine_at<Gemm>(gemm);
   installed.gemv = routine_at<Gemv>(gemv);
@@ -60,9 +60,9 @@ const Routines& routines() {
   return installed;
 }
 
-bool solve(std::int32_t n, std::int32_t right_sides, double* a, double* b) {
-  std::array<std::int32_t, 8> pivots{};
-  std::int32_t info = 0;
+bool solve(int32_t n, int32_t right_sides, double* a, double* b) {
+  std::array<int32_t, 8> pivots{};
+  int32_t info = 0;
   installed.solve(&n, &right_sides, a, &n, pivots.data(), b, &n, &info);
   return info == 0;
 }
@@ -89,13 +89,13 @@ std::optional<Matrix> inverse(const Matrix& m) {
   return transposed(solution);
 }
 
-std::optional<Box> h_bbox(const Box& box, const Matrix& m, std::int64_t pad) {
+std::optional<Box> h_bbox(const Box& box, const Matrix& m, int64_t pad) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
   Extent across{infinity, -infinity};
   Extent down{infinity, -infinity};
   const auto [x0, y0, x1, y1] = box;
-  for (const std::int64_t y : {y0, y1}) {
-    for (const std::int64_t x : {x0, x1}) {
+  for (const int64_t y : {y0, y1}) {
+    for (const int64_t x : {x0, x1}) {
       const auto [px, py, w] = apply(m, static_cast<double>(x), static_cast<double>(y));
       if (w <= 1e-9) {
         return std::nullopt;

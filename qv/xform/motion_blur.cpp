@@ -38,8 +38,8 @@ double travel(const std::vector<std::optional<Matrix>>& path, double x, double y
 
 }  // namespace
 
-std::int64_t mblur_samples(double quality, const std::vector<std::optional<Matrix>>& path, std::int64_t width,
-                           std::int64_t height) {
+int64_t mblur_samples(double quality, const std::vector<std::optional<Matrix>>& path, int64_t width,
+                      int64_t height) {
   const auto w = static_cast<double>(width);
   const auto h = static_cast<double>(height);
   double longest = 0;
@@ -51,8 +51,8 @@ std::int64_t mblur_samples(double quality, const std::vector<std::optional<Matri
   if (longest < 0.0001) {
     return 0;
   }
-  const std::int64_t samples = checked_integer(std::ceil(longest * quality - 1e-9)) + 1;
-  return std::min<std::int64_t>(samples, 128);
+  const int64_t samples = checked_integer(std::ceil(longest * quality - 1e-9)) + 1;
+  return std::min<int64_t>(samples, 128);
 }
 
 }  // namespace qv::xform

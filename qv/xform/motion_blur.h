@@ -15,7 +15,7 @@ namespace qv::xform {
 // more. Where a corner meets the horizon that time is left out for it.
 // Throws std::invalid_argument and std::overflow_error where the way is no number or has no end.
 // Thread-safe. Needs the installed routines (set_blas) unless `path` is empty.
-QV_API std::int64_t mblur_samples(double quality, const std::vector<std::optional<Matrix>>& path,
-                                  std::int64_t width, std::int64_t height);
+QV_API int64_t mblur_samples(double quality, const std::vector<std::optional<Matrix>>& path, int64_t width,
+                             int64_t height);
 
 }  // namespace qv::xform

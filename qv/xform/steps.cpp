@@ -58,38 +58,38 @@ std::optional<Matrix> transform_matrix(Values v) {
 }
 
 struct Format {
-  std::int64_t width;
-  std::int64_t height;
+  int64_t width;
+  int64_t height;
   double pixel_aspect;
 };
 
 // A step's kind or a reformat's type, which nothing may stand in for.
-std::int32_t kind_of(double number) {
+int32_t kind_of(double number) {
   if (!(number > -2147483649.0 && number < 2147483648.0)) {
     throw std::invalid_argument("unknown step kind");
   }
-  return static_cast<std::int32_t>(number);
+  return static_cast<int32_t>(number);
 }
 
 // The format that a reformat of a source of `width` x `height` pixels makes.
-Format reformat_format(Values v, std::int64_t width, std::int64_t height) {
+Format reformat_format(Values v, int64_t width, int64_t height) {
   __extension__ using Wide = __int128;
-  const std::int64_t one = 1;
+  const int64_t one = 1;
   switch (kind_of(v[1])) {
     case reformat_by_scale:
       return {std::max(one, checked_round(static_cast<double>(width) * v[9])),
               std::max(one, checked_round(static_cast<double>(height) * v[10])), 1.0};
     case reformat_to_box: {
-      const std::int64_t box_width = std::max(one, truncated<std::int64_t>(v[5]));
+      const int64_t box_width = std::max(one, truncated<int64_t>(v[5]));
       if (v[7] != 0) {
-        return {box_width, std::max(one, truncated<std::int64_t>(v[6])), v[8]};
+        return {box_width, std::max(one, truncated<int64_t>(v[6])), v[8]};
       }
       const auto area = static_cast<double>(Wide{box_width} * height);
       return {box_width, std::max(one, checked_round(area / (static_cast<double>(width) * v[8]))), v[8]};
     }
     default:
       // Not held to one pixel: an empty format is what was asked for.
-      return {truncated<std::int64_t>(v[2]), truncated<std::int64_t>(v[3]), v[4]};
+      return {truncated<int64_t>(v[2]), truncated<int64_t>(v[3]), v[4]};
   }
 }
 
@@ -99,7 +99,7 @@ struct Scale {
 };
 
 // How a reformat scales a source of `width` x `height` pixels to its format.
-Scale reformat_scale(std::int32_t resize, double width, double height, const Format& out) {
+Scale reformat_scale(int32_t resize, double width, double height, const Format& out) {
   const double sx = static_cast<double>(out.width) / width;
   const auto out_height = static_cast<double>(out.height);
   const double filled_height = sx * height * out.pixel_aspect;
@@ -121,14 +121,14 @@ Scale reformat_scale(std::int32_t resize, double width, double height, const For
   }
 }
 
-Matrix reformat_matrix(Values v, std::int64_t& width, std::int64_t& height) {
+Matrix reformat_matrix(Values v, int64_t& width, int64_t& height) {
   const bool turn = v[15] != 0;
-  const std::int64_t source_width = turn ? height : width;
-  const std::int64_t source_height = turn ? width : height;
+  const int64_t source_width = turn ? height : width;
+  const int64_t source_height = turn ? width : height;
   const Format out = reformat_format(v, source_width, source_height);
   const auto w = static_cast<double>(source_width);
   const auto h = static_cast<double>(source_height);
-  const Scale scale = reformat_scale(truncated<std::int32_t>(v[11]), w, h, out);
+  const Scale scale = reformat_scale(truncated<int32_t>(v[11]), w, h, out);
 
   // A quarter turn, shifted so that the image stays at positive coordinates.
   Affine b = turn ? Affine{0, -1, w, 1, 0, 0} : Affine{1, 0, 0, 0, 1, 0};
@@ -155,26 +155,26 @@ Matrix reformat_matrix(Values v, std::int64_t& width, std::int64_t& height) {
 }
 
 // The number of point pairs of a corner pin whose length agrees with it.
-std::size_t cornerpin_points(Values v) {
-  const std::int32_t n = v.size() < 3 ? -1 : truncated<std::int32_t>(v[2]);
-  if (n < 0 || v.size() != 4 * static_cast<std::size_t>(n) + 19) {
+size_t cornerpin_points(Values v) {
+  const int32_t n = v.size() < 3 ? -1 : truncated<int32_t>(v[2]);
+  if (n < 0 || v.size() != 4 * static_cast<size_t>(n) + 19) {
     throw std::invalid_argument("cornerpin step: 3 + 4 n + 16 values");
   }
-  return static_cast<std::size_t>(n);
+  return static_cast<size_t>(n);
 }
 
 // The projective map through four pairs of points: eight unknowns, two equations a pair.
 std::optional<Matrix> projective_fit(Values from, Values to) {
   std::array<double, 64> a{};
   std::array<double, 8> h{};
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (size_t i = 0; i < 4; ++i) {
     const double sx = from[2 * i];
     const double sy = from[2 * i + 1];
     const double dx = to[2 * i];
     const double dy = to[2 * i + 1];
     const std::array<double, 8> for_x{sx, sy, 1, 0, 0, 0, -dx * sx, -dx * sy};
     const std::array<double, 8> for_y{0, 0, 0, sx, sy, 1, -dy * sx, -dy * sy};
-    for (std::size_t column = 0; column < 8; ++column) {
+    for (size_t column = 0; column < 8; ++column) {
       a[column * 8 + 2 * i] = for_x[column];
       a[column * 8 + 2 * i + 1] = for_y[column];
     }
@@ -237,7 +237,7 @@ std::optional<Matrix> point_fit(Values from, Values to) {
 }
 
 std::optional<Matrix> cornerpin_matrix(Values v) {
-  const std::size_t n = cornerpin_points(v);
+  const size_t n = cornerpin_points(v);
   const std::optional<Matrix> fit = point_fit(v.subspan(3, 2 * n), v.subspan(3 + 2 * n, 2 * n));
   if (!fit) {
     return std::nullopt;
@@ -248,22 +248,22 @@ std::optional<Matrix> cornerpin_matrix(Values v) {
 }
 
 // What is left of `clip` in a format; where nothing is, the pixel of it that lies nearest the origin.
-Box clipped(const Box& clip, std::int64_t width, std::int64_t height) {
-  const std::int64_t zero = 0;
+Box clipped(const Box& clip, int64_t width, int64_t height) {
+  const int64_t zero = 0;
   const auto [x0, y0, x1, y1] = clip;
   const Box both{std::max(x0, zero), std::max(y0, zero), std::min(width, x1), std::min(height, y1)};
   if (both[2] > both[0] && both[3] > both[1]) {
     return both;
   }
-  const std::int64_t x = std::min(x1 - 1, both[0]);
-  const std::int64_t y = std::min(y1 - 1, both[1]);
+  const int64_t x = std::min(x1 - 1, both[0]);
+  const int64_t y = std::min(y1 - 1, both[1]);
   return {x, y, x + 1, y + 1};
 }
 
 }  // namespace
 
-std::optional<Matrix> step_matrix(const std::vector<double>& values, std::int64_t& width,
-                                  std::int64_t& height, bool& clip_to_format) {
+std::optional<Matrix> step_matrix(const std::vector<double>& values, int64_t& width, int64_t& height,
+                                  bool& clip_to_format) {
   clip_to_format = false;
   if (values.empty()) {
     throw std::out_of_range("invalid vector subscript");
@@ -287,7 +287,7 @@ std::optional<Matrix> step_matrix(const std::vector<double>& values, std::int64_
   }
 }
 
-Total total(const std::vector<std::vector<double>>& steps, std::int64_t width, std::int64_t height) {
+Total total(const std::vector<std::vector<double>>& steps, int64_t width, int64_t height) {
   Total result{identity, width, height, std::nullopt};
   for (const std::vector<double>& values : steps) {
     bool clip_to_format = false;

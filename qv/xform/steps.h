@@ -56,14 +56,14 @@ enum Resize : int {
 // leaves, which only a reformat changes. `clip_to_format` becomes whether the step clips to that. Nothing for
 // an inverted step that has no inverse and for points that determine no map.
 // Corner pins need the installed routines (set_blas), other steps do not.
-QV_API std::optional<Matrix> step_matrix(const std::vector<double>& values, std::int64_t& width,
-                                         std::int64_t& height, bool& clip_to_format);
+QV_API std::optional<Matrix> step_matrix(const std::vector<double>& values, int64_t& width, int64_t& height,
+                                         bool& clip_to_format);
 
 // What a chain of steps amounts to.
 struct Total {
   std::optional<Matrix> matrix;  // absent when a step has none; the rest is then as it was before that step
-  std::int64_t width = 0;        // the format after all steps
-  std::int64_t height = 0;
+  int64_t width = 0;             // the format after all steps
+  int64_t height = 0;
   std::optional<Box> clip;  // where the image ends, once a reformat clipped it
 };
 
@@ -72,6 +72,6 @@ struct Total {
 // meets a further clip in their intersection, or in one of its own pixels where they do not meet, so
 // it is never empty unless a format is. Throws like step_matrix and h_bbox. Needs the installed
 // routines (set_blas). Allocates nothing of its own.
-QV_API Total total(const std::vector<std::vector<double>>& steps, std::int64_t width, std::int64_t height);
+QV_API Total total(const std::vector<std::vector<double>>& steps, int64_t width, int64_t height);
 
 }  // namespace qv::xform

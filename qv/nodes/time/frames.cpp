@@ -14,15 +14,15 @@ namespace {
 // Holds the difference of any two frames, and the product of one with a small factor.
 __extension__ using Wide = __int128;
 
-constexpr std::int64_t least_frame = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t most_frame = std::numeric_limits<std::int64_t>::max();
+constexpr int64_t least_frame = std::numeric_limits<int64_t>::min();
+constexpr int64_t most_frame = std::numeric_limits<int64_t>::max();
 
-std::int64_t saturate(Wide frame) {
-  return static_cast<std::int64_t>(std::clamp<Wide>(frame, least_frame, most_frame));
+int64_t saturate(Wide frame) {
+  return static_cast<int64_t>(std::clamp<Wide>(frame, least_frame, most_frame));
 }
 
-std::int64_t round_nearest(double t) {
-  return truncated<std::int64_t>(std::floor(t + 0.5));
+int64_t round_nearest(double t) {
+  return truncated<int64_t>(std::floor(t + 0.5));
 }
 
 // What is left of a frame number when whole periods are taken away, never negative.
@@ -32,7 +32,7 @@ Wide modulo(Wide frame, Wide period) {
 }
 
 // Neumaier's compensated sum.
-double compensated_sum(const std::vector<std::pair<std::int64_t, double>>& weights) {
+double compensated_sum(const std::vector<std::pair<int64_t, double>>& weights) {
   double sum = 0;
   double correction = 0;
   for (const auto& [frame, weight] : weights) {
@@ -49,11 +49,11 @@ double compensated_sum(const std::vector<std::pair<std::int64_t, double>>& weigh
 
 }  // namespace
 
-std::int64_t whole(double t, bool nearest) {
-  return nearest ? round_nearest(t) : truncated<std::int64_t>(std::floor(t + 1e-9));
+int64_t whole(double t, bool nearest) {
+  return nearest ? round_nearest(t) : truncated<int64_t>(std::floor(t + 1e-9));
 }
 
-std::optional<std::int64_t> edge_frame(std::int64_t frame, std::int64_t first, std::int64_t last, int mode) {
+std::optional<int64_t> edge_frame(int64_t frame, int64_t first, int64_t last, int mode) {
   if (mode == edge_through || (first <= frame && frame <= last)) {
     return frame;
   }
@@ -73,13 +73,12 @@ std::optional<std::int64_t> edge_frame(std::int64_t frame, std::int64_t first, s
   return frame < first ? first : last;
 }
 
-std::int64_t timeoffset_frame(double t, double offset, bool reverse, std::int64_t first, std::int64_t last,
-                              bool nearest) {
+int64_t timeoffset_frame(double t, double offset, bool reverse, int64_t first, int64_t last, bool nearest) {
   const double shifted = t - offset;
   return whole(reverse ? static_cast<double>(Wide{first} + last) - shifted : shifted, nearest);
 }
 
-std::int64_t framehold_frame(double t, double hold_frame, std::int64_t every, bool nearest) {
+int64_t framehold_frame(double t, double hold_frame, int64_t every, bool nearest) {
   if (every <= 0) {
     return whole(hold_frame, nearest);
   }
@@ -87,23 +86,23 @@ std::int64_t framehold_frame(double t, double hold_frame, std::int64_t every, bo
   return whole(hold_frame + std::floor((t - hold_frame) / period) * period, nearest);
 }
 
-std::vector<std::int64_t> frameblend_frames(std::int64_t frame, std::int64_t count, bool use_range,
-                                            double range_start, double range_end) {
-  std::vector<std::int64_t> frames;
+std::vector<int64_t> frameblend_frames(int64_t frame, int64_t count, bool use_range, double range_start,
+                                       double range_end) {
+  std::vector<int64_t> frames;
   if (!use_range) {
-    frames.resize(static_cast<std::size_t>(std::max<std::int64_t>(count, 1)));
-    for (std::size_t i = 0; i < frames.size(); ++i) {
+    frames.resize(static_cast<size_t>(std::max<int64_t>(count, 1)));
+    for (size_t i = 0; i < frames.size(); ++i) {
       frames[i] = saturate(frame - static_cast<Wide>(i));
     }
     return frames;
   }
-  const std::int64_t a = truncated<std::int64_t>(std::nearbyint(range_start));
-  const std::int64_t b = truncated<std::int64_t>(std::nearbyint(range_end));
+  const int64_t a = truncated<int64_t>(std::nearbyint(range_start));
+  const int64_t b = truncated<int64_t>(std::nearbyint(range_end));
   const Wide lo = std::min(a, b);
   const Wide hi = std::min<Wide>(lo + 255, std::max(a, b));
-  frames.reserve(static_cast<std::size_t>(hi - lo + 1));
+  frames.reserve(static_cast<size_t>(hi - lo + 1));
   for (Wide f = lo; f <= hi; ++f) {
-    frames.push_back(static_cast<std::int64_t>(f));
+    frames.push_back(static_cast<int64_t>(f));
   }
   return frames;
 }
@@ -134,11 +133,10 @@ RetimeRanges retime_ranges(double in_first, double in_last, double in_first_valu
   return ranges;
 }
 
-std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges, int before_mode,
-                                 int after_mode) {
-  const std::int64_t first = truncated<std::int64_t>(std::floor(ranges.out_first + 1e-6));
-  const std::int64_t last = truncated<std::int64_t>(std::floor(ranges.out_last + 1e-6));
-  const std::optional<std::int64_t> read =
+std::optional<double> retime_pos(int64_t frame, const RetimeRanges& ranges, int before_mode, int after_mode) {
+  const int64_t first = truncated<int64_t>(std::floor(ranges.out_first + 1e-6));
+  const int64_t last = truncated<int64_t>(std::floor(ranges.out_last + 1e-6));
+  const std::optional<int64_t> read =
       edge_frame(frame, first, last, frame < first ? before_mode : after_mode);
   if (!read) {
     return std::nullopt;
@@ -146,8 +144,8 @@ std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges,
   return (static_cast<double>(*read) - ranges.out_first) * ranges.speed;
 }
 
-std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width) {
-  std::vector<std::pair<std::int64_t, double>> weights;
+std::vector<std::pair<int64_t, double>> box_weights(double t, double width) {
+  std::vector<std::pair<int64_t, double>> weights;
   const double least = std::max(width, 1e-6);  // a NaN stays one
   if (!std::isfinite(t) || !std::isfinite(least)) {
     return weights;
@@ -158,12 +156,12 @@ std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width)
   const Wide first = round_nearest(lo);
   const Wide last = round_nearest(hi);
   // All at once, so that a width that no memory holds fails before it fills what there is.
-  weights.reserve(static_cast<std::size_t>(std::min<Wide>(last - first + 1, most_frame)));
+  weights.reserve(static_cast<size_t>(std::min<Wide>(last - first + 1, most_frame)));
   for (Wide f = first; f <= last; ++f) {
     const auto centre = static_cast<double>(f);
     const double overlap = std::min(centre + 0.5, hi) - std::max(centre - 0.5, lo);
     if (overlap > 1e-9) {
-      weights.emplace_back(static_cast<std::int64_t>(f), overlap);
+      weights.emplace_back(static_cast<int64_t>(f), overlap);
     }
   }
   const double total = compensated_sum(weights);
@@ -175,9 +173,9 @@ std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width)
   return weights;
 }
 
-std::vector<std::pair<std::int64_t, double>> shutter_weights(double t, std::int64_t samples, double shutter,
-                                                             int mode, double custom_offset) {
-  const std::int64_t n = std::max<std::int64_t>(samples, 1);
+std::vector<std::pair<int64_t, double>> shutter_weights(double t, int64_t samples, double shutter, int mode,
+                                                        double custom_offset) {
+  const int64_t n = std::max<int64_t>(samples, 1);
   double offset = custom_offset;
   if (mode == shutter_centred) {
     offset = -shutter * 0.5;
@@ -191,8 +189,8 @@ std::vector<std::pair<std::int64_t, double>> shutter_weights(double t, std::int6
     return {{round_nearest(opening + shutter * 0.5), 1.0}};
   }
   // A map, because a negative shutter runs backwards.
-  std::map<std::int64_t, double> counts;
-  for (std::int64_t k = 0; k < n; ++k) {
+  std::map<int64_t, double> counts;
+  for (int64_t k = 0; k < n; ++k) {
     const double sample = static_cast<double>(k) * shutter / static_cast<double>(n - 1) + opening;
     counts[round_nearest(sample)] += 1.0;
   }

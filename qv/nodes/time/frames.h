@@ -18,7 +18,7 @@ namespace qv::nodes::time {
 // A result outside 64 bits is held to their ends, and a NaN to be rounded is 0.
 
 // `t` as a whole frame, rounded to nearest or down.
-QV_API std::int64_t whole(double t, bool nearest);
+QV_API int64_t whole(double t, bool nearest);
 
 // Which frame is read outside an input's range. Any other number is edge_hold.
 enum EdgeMode : int {
@@ -31,21 +31,20 @@ enum EdgeMode : int {
 
 // The frame read for `frame` of an input that has [first, last], ends included: inside the range always
 // `frame`, outside by `mode`, an EdgeMode. Nothing for edge_no_frame there.
-QV_API std::optional<std::int64_t> edge_frame(std::int64_t frame, std::int64_t first, std::int64_t last,
-                                              int mode);
+QV_API std::optional<int64_t> edge_frame(int64_t frame, int64_t first, int64_t last, int mode);
 
 // The frame of an input shifted later by `offset` frames, or mirrored in [first, last] and then shifted.
-QV_API std::int64_t timeoffset_frame(double t, double offset, bool reverse, std::int64_t first,
-                                     std::int64_t last, bool nearest);
+QV_API int64_t timeoffset_frame(double t, double offset, bool reverse, int64_t first, int64_t last,
+                                bool nearest);
 
 // `hold_frame`, or with `every` above 0 the last of hold_frame, hold_frame + every, ... up to `t`.
-QV_API std::int64_t framehold_frame(double t, double hold_frame, std::int64_t every, bool nearest);
+QV_API int64_t framehold_frame(double t, double hold_frame, int64_t every, bool nearest);
 
 // The frames that a frame blend averages. With `use_range` those from range_start to range_end in
 // ascending order, at most the first 256, the ends (in either order) rounded with halves to even.
 // Otherwise `count` frames, at least one, going back from `frame`.
-QV_API std::vector<std::int64_t> frameblend_frames(std::int64_t frame, std::int64_t count, bool use_range,
-                                                   double range_start, double range_end);
+QV_API std::vector<int64_t> frameblend_frames(int64_t frame, int64_t count, bool use_range,
+                                              double range_start, double range_end);
 
 // Which stretch of the input plays over which stretch of the output.
 struct RetimeRanges {
@@ -66,14 +65,14 @@ QV_API RetimeRanges retime_ranges(double in_first, double in_last, double in_fir
 
 // The position in the input, in frames from ranges.in_first, for an output frame. Before and after the
 // output range by the modes of edge_frame; empty where they give no frame. Add in_first, then round.
-QV_API std::optional<double> retime_pos(std::int64_t frame, const RetimeRanges& ranges, int before_mode,
+QV_API std::optional<double> retime_pos(int64_t frame, const RetimeRanges& ranges, int before_mode,
                                         int after_mode);
 
 // The frames, ascending, under a box of `width` frames centred on `t`, with weights that sum to 1:
 // frame f covers [f - 0.5, f + 0.5]. Any width below 1e-6, minus infinity too, counts as that. Empty
 // for a time that is not finite, a width that is NaN or plus infinity, and where frames are finer than
 // doubles can tell apart.
-QV_API std::vector<std::pair<std::int64_t, double>> box_weights(double t, double width);
+QV_API std::vector<std::pair<int64_t, double>> box_weights(double t, double width);
 
 // Where a shutter opens. Any other number is shutter_custom.
 enum ShutterMode : int {
@@ -87,8 +86,7 @@ enum ShutterMode : int {
 // ends included, each with the number of samples that fell on it; the counts sum to the samples, so
 // divide by those. One sample lies in the middle. `mode`, a ShutterMode, places the opening of `shutter`
 // frames. O(samples log frames).
-QV_API std::vector<std::pair<std::int64_t, double>> shutter_weights(double t, std::int64_t samples,
-                                                                    double shutter, int mode,
-                                                                    double custom_offset);
+QV_API std::vector<std::pair<int64_t, double>> shutter_weights(double t, int64_t samples, double shutter,
+                                                               int mode, double custom_offset);
 
 }  // namespace qv::nodes::time
