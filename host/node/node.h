@@ -118,7 +118,11 @@ struct NodeType {
   bool repeats_last_input = false;  // any number of images under the last input's name
   bool writes_files = false;        // output() tells where; such nodes are rendered by default
   bool takes_pending = false;       // may be handed images with a pending transform
-  bool reads_pixels = true;         // false: looks at its inputs' extents alone, they are not rendered
+  // The input that comes back changed, which shows where mask, mix and channels hold the result back;
+  // -1: the type makes images, chooses among them or places them in another format.
+  int changes = 0;
+  std::string changed_channels = "rgba";  // the default of "channels"
+  bool reads_pixels = true;               // false: looks at its inputs' extents alone, they are not rendered
 };
 
 // A node of a composition. inputs[i] is the node connected to input i (a position in the

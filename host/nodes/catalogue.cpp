@@ -1,5 +1,6 @@
 #include "host/nodes/catalogue.h"
 
+#include "host/nodes/around.h"
 #include "host/nodes/families.h"
 
 #include <utility>
@@ -11,7 +12,10 @@ std::vector<NodeType> assemble() {
   std::vector<NodeType> all;
   for (auto* family : {in_out_family, merge_family, channel_family, key_family, filter_family,
                        transform_family, time_family, color_family, ocio_family}) {
-    for (NodeType& type : family()) all.push_back(std::move(type));
+    for (NodeType& type : family()) {
+      const bool changes = type.changes >= 0 && !type.inputs.empty();
+      all.push_back(changes ? around(std::move(type)) : std::move(type));
+    }
   }
   return all;
 }

@@ -1,9 +1,12 @@
 #include <qv/nodes/merge/channels.h>
 
 #include "host/nodes/channel_texts.h"
+#include "host/nodes/drawn.h"
 #include "host/nodes/families.h"
 
 #include <array>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -19,13 +22,10 @@ namespace logic = qv::nodes::merge;
                            "\": expected a channel such as rgba.red or rgba.alpha, found \"" + text + "\"");
 }
 
-Image shuffled(const std::array<float, 4>& codes, const Image& first, const Image& second,
-               const Extent& extent, RenderContext& context) {
-  const Uniform uniforms[] = {{"u_codes", {codes[0], codes[1], codes[2], codes[3]}}};
-  const Input images[] = {{"u_first", first}, {"u_second", second}};
-  Image result = context.make(extent);
-  context.draw("shuffle.frag", result, uniforms, images);
-  return result;
+Drawing shuffled(const std::array<float, 4>& codes, const Image& first, const Image& second) {
+  return {"shuffle.frag",
+          {{"u_codes", {codes[0], codes[1], codes[2], codes[3]}}},
+          {{"u_first", first}, {"u_second", second}}};
 }
 
 // Whether a shuffle's alpha is coverage: as where it comes from. Made of colour it is meant to cover.
@@ -34,7 +34,7 @@ bool keeps_coverage(float alpha_code, bool first, bool second) {
   return alpha_code == 3 || alpha_code == 4 || alpha_code == 5 || alpha_code == 10 ? first : true;
 }
 
-class Copy final : public Operation {
+class Copy final : public Drawn {
  public:
   std::vector<std::string> check(const Knobs& knobs) const override {
     std::vector<std::string> problems;
@@ -54,8 +54,8 @@ class Copy final : public Operation {
     return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
   }
 
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& /*context*/) const override {
     std::array<logic::Route, 4> routes{};
     bool any = false;
     for (size_t c = 0; c < routes.size(); ++c) {
@@ -67,8 +67,8 @@ class Copy final : public Operation {
       routes[c] = {logic::route_input, 1, channel->index};
       any = true;
     }
-    if (!any) return inputs[1];
-    return shuffled(logic::shuffle_codes(routes, true, true, true), inputs[1], inputs[0], extent, context);
+    if (!any) return std::nullopt;
+    return shuffled(logic::shuffle_codes(routes, true, true, true), inputs[1], inputs[0]);
   }
 
   static constexpr const char* knob_names[] = {"red", "green", "blue", "alpha"};
@@ -80,6 +80,7 @@ NodeType copy() {
   type.family = "merge";
   type.help = "Replaces channels of B by channels of A.";
   type.inputs = {{"a", true, "Where channels come from."}, {"b", true, "What they are put into."}};
+  type.changes = 1;
   for (const char* name : Copy::knob_names) {
     type.knobs.push_back(text(name, std::string(name) == "alpha" ? "rgba.alpha" : "none",
                               std::string("Channel of A for B's ") + name + "; none keeps it."));
@@ -88,7 +89,7 @@ NodeType copy() {
   return type;
 }
 
-class ChannelMerge final : public Operation {
+class ChannelMerge final : public Drawn {
  public:
   std::vector<std::string> check(const Knobs& knobs) const override {
     std::vector<std::string> problems;
@@ -100,28 +101,23 @@ class ChannelMerge final : public Operation {
 
   // An alpha that is made of channels is meant to cover.
   bool coverage(const Call& call, std::span<const Image> inputs) const override {
-    return inputs[1].coverage || (index_of(call.knobs, "output") == 3 && call.knobs.number("mix") > 0);
+    return inputs[1].coverage || index_of(call.knobs, "output") == 3;
   }
 
   Extent extent(const Call& /*call*/, std::span<const Extent> inputs) const override {
     return {inputs[1].format, hull(inputs[0].window, inputs[1].window)};
   }
 
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& /*context*/) const override {
     const Knobs& knobs = call.knobs;
     const int target = index_of(knobs, "output");
-    if (target < 0 || knobs.number("mix") == 0) return inputs[1];
-    const Uniform uniforms[] = {
-        {"u_channels",
-         {static_cast<double>(index_of(knobs, "a_channel")),
-          static_cast<double>(index_of(knobs, "b_channel")), static_cast<double>(target)}},
-        {"u_op", static_cast<double>(logic::channelmerge_op(knobs.text("operation")))},
-        {"u_mix", knobs.number("mix")}};
-    const Input images[] = {{"u_a", inputs[0]}, {"u_b", inputs[1]}};
-    Image result = context.make(extent);
-    context.draw("channel_merge.frag", result, uniforms, images);
-    return result;
+    if (target < 0) return std::nullopt;
+    const auto index = [&knobs](const char* knob) { return static_cast<double>(index_of(knobs, knob)); };
+    return Drawing{"channel_merge.frag",
+                   {{"u_channels", {index("a_channel"), index("b_channel"), static_cast<double>(target)}},
+                    {"u_op", static_cast<double>(logic::channelmerge_op(knobs.text("operation")))}},
+                   {{"u_a", inputs[0]}, {"u_b", inputs[1]}}};
   }
 
  private:
@@ -140,18 +136,18 @@ NodeType channel_merge() {
   type.help = "Merges one channel of A with one of B into a channel of B.";
   type.inputs = {{"a", true, "The first image."},
                  {"b", true, "The second; the result replaces its channel."}};
+  type.changes = 1;
   type.knobs = {
       choice("operation", "union", {operations.begin(), operations.end()}, "How the two channels meet."),
       text("a_channel", "rgba.alpha", "Channel of A; none counts as 0."),
       text("b_channel", "rgba.alpha", "Channel of B; none counts as 0."),
       text("output", "rgba.alpha", "Channel of B that gets the result."),
-      number("mix", 1, "How much of the result, 0: B alone.").within(0, 1),
   };
   type.operation = std::make_shared<ChannelMerge>();
   return type;
 }
 
-class Shuffle final : public Operation {
+class Shuffle final : public Drawn {
  public:
   std::vector<std::string> check(const Knobs& knobs) const override {
     return check_routing(knobs.text("routing"));
@@ -169,9 +165,9 @@ class Shuffle final : public Operation {
     return result;
   }
 
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
-    return shuffled(codes(call), inputs[0], inputs[1], extent, context);
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& /*context*/) const override {
+    return shuffled(codes(call), inputs[0], inputs[1]);
   }
 
  private:

@@ -1,8 +1,11 @@
 #include <qv/nodes/color/pack.h>
 
+#include "host/nodes/drawn.h"
 #include "host/nodes/families.h"
 
 #include <array>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -17,39 +20,34 @@ namespace color = qv::nodes::color;
 using color::SourceKind;
 
 // Inputs of the packed uniforms, which the node and not the user decides.
-enum InputNumber : int32_t { has_mask = 0, has_coverage = 1, mask_channel = 2, input_count = 3 };
+enum InputNumber : int32_t { has_coverage = 0, input_count = 1 };
 
-class Correction final : public Operation {
+class Correction final : public Drawn {
  public:
   Correction(std::string program, color::Spec spec) : program_(std::move(program)), spec_(std::move(spec)) {
     std::string problem;
     if (!spec_.finish(&problem)) throw std::logic_error(program_ + ": " + problem);
   }
 
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
-    if (!inputs[0].texture || call.knobs.number("mix") == 0) return inputs[0];
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& /*context*/) const override {
+    if (!inputs[0].texture) return std::nullopt;
     const std::vector<float> knobs = knob_floats(call.knobs);
     std::array<float, input_count> given{};
-    given[has_mask] = call.node.inputs[1] >= 0 ? 1.0F : 0.0F;
-    given[mask_channel] = inputs[1].coverage ? 3.0F : 0.0F;
     given[has_coverage] = inputs[0].coverage ? 1.0F : 0.0F;
     std::vector<color::Packed> packed(spec_.uniforms.size());
     color::pack(spec_, knobs.data(), given.data(), packed.data());
 
-    std::vector<Uniform> uniforms;
+    Drawing drawing{program_, {}, {{"u_image", inputs[0]}}};
     for (const color::Packed& block : packed) {
       const std::vector<double> values(block.values.begin(), block.values.begin() + block.count);
-      uniforms.emplace_back(spec_.uniforms[static_cast<size_t>(block.uniform)].name, values);
+      drawing.uniforms.emplace_back(spec_.uniforms[static_cast<size_t>(block.uniform)].name, values);
     }
-    const Input images[] = {{"u_image", inputs[0]}, {"u_mask", inputs[1]}};
-    Image result = context.make(extent);
-    context.draw(program_, result, uniforms, images);
-    return result;
+    return drawing;
   }
 
  private:
-  // All knobs in the order of spec_, which is that of the node type.
+  // The knobs in the order of spec_, with which those of the node type begin.
   std::vector<float> knob_floats(const Knobs& knobs) const {
     std::vector<float> floats;
     floats.reserve(static_cast<size_t>(spec_.knob_floats));
@@ -70,10 +68,7 @@ class Row {
     type_.name = std::move(name);
     type_.family = "colour";
     type_.help = std::move(help);
-    type_.inputs = {
-        {"image", true, "What to correct."},
-        {"mask", false,
-         "Where to correct, by its alpha, or by the values of data; everywhere when not connected."}};
+    type_.inputs = {{"image", true, "What to correct."}};
   }
 
   // A knob whose components are a uniform of its own, "u_" and its name.
@@ -104,9 +99,6 @@ class Row {
 
   NodeType finish() {
     with(flag("unpremultiply", true, "Corrects colour as it is without its coverage."));
-    with(number("mix", 1, "How much of the correction, 0: none.").within(0, 1));
-    uniforms_.push_back({"u_masked", {{SourceKind::input, has_mask, 0, 0}}});
-    uniforms_.push_back({"u_mask_channel", {{SourceKind::input, mask_channel, 0, 0}}});
     uniforms_.push_back({"u_coverage", {{SourceKind::input, has_coverage, 0, 0}}});
     color::Spec spec;
     for (const KnobSpec& knob : type_.knobs)

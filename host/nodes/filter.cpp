@@ -1,6 +1,5 @@
 #include <qv/nodes/filter/ops.h>
 
-#include "host/nodes/around.h"
 #include "host/nodes/families.h"
 
 #include <algorithm>
@@ -276,7 +275,8 @@ NodeType filter_type(std::string name, std::string help, std::vector<KnobSpec> k
   type.inputs = {{"image", true, "What to filter."}};
   type.knobs = std::move(knobs);
   type.operation = std::move(operation);
-  return with_channels(std::move(type), std::move(channels));
+  type.changed_channels = std::move(channels);
+  return type;
 }
 
 std::vector<KnobSpec> joined(std::vector<KnobSpec> first, std::vector<KnobSpec> second) {

@@ -242,6 +242,7 @@ NodeType write() {
   type.operation = std::make_shared<Write>();
   type.takes_pending = true;
   type.writes_files = true;
+  type.changes = -1;
   return type;
 }
 

@@ -1,10 +1,13 @@
 #include <qv/nodes/keyer/keyer.h>
 
+#include "host/nodes/drawn.h"
 #include "host/nodes/families.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
+#include <optional>
 #include <utility>
 
 // Mattes made of colour, and colour mended where mattes are soft.
@@ -14,22 +17,21 @@ namespace {
 
 namespace logic = qv::nodes::keyer;
 
-class RangeKey final : public Operation {
+class RangeKey final : public Drawn {
  public:
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& /*context*/) const override {
     const Knobs& knobs = call.knobs;
     std::array<double, 4> range{};
     for (size_t i = 0; i < range.size(); ++i) range[i] = knobs.number("range", i);
-    const Uniform uniforms[] = {{"u_channel", static_cast<double>(knobs.choice("channel"))},
-                                {"u_range", logic::keyer_range(range)},
-                                {"u_invert", knobs.flag("invert") ? 1.0 : 0.0},
-                                {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
-                                {"u_output", static_cast<double>(knobs.choice("output"))}};
-    const Input images[] = {{"u_image", inputs[0]}};
-    Image result = context.make(extent);
-    context.draw("range_key.frag", result, uniforms, images);
-    return result;
+    Drawing drawing{"range_key.frag",
+                    {{"u_channel", static_cast<double>(knobs.choice("channel"))},
+                     {"u_range", logic::keyer_range(range)},
+                     {"u_invert", knobs.flag("invert") ? 1.0 : 0.0},
+                     {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
+                     {"u_output", static_cast<double>(knobs.choice("output"))}},
+                    {{"u_image", inputs[0]}}};
+    return drawing;
   }
 
   // A matte covers nothing; cut out by it, even data has an alpha that it is premultiplied by.
@@ -59,28 +61,27 @@ NodeType range_key() {
   return type;
 }
 
-class ScreenKey final : public Operation {
+class ScreenKey final : public Drawn {
  public:
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& /*context*/) const override {
     const Knobs& knobs = call.knobs;
     const std::array<double, 3> screen = {knobs.number("screen", 0), knobs.number("screen", 1),
                                           knobs.number("screen", 2)};
     std::array<double, 3> selector{};
     std::array<double, 3> weights{};
     logic::screen_channels(screen, knobs.number("balance"), selector, weights);
-    const Uniform uniforms[] = {{"u_screen", screen},
-                                {"u_selector", selector},
-                                {"u_weights", weights},
-                                {"u_clip", {knobs.number("black"), knobs.number("white")}},
-                                {"u_despill", knobs.number("despill")},
-                                {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
-                                {"u_masks", {inputs[1].coverage ? 3.0 : 0.0, inputs[2].coverage ? 3.0 : 0.0}},
-                                {"u_output", static_cast<double>(knobs.choice("output"))}};
-    const Input images[] = {{"u_image", inputs[0]}, {"u_core", inputs[1]}, {"u_garbage", inputs[2]}};
-    Image result = context.make(extent);
-    context.draw("screen_key.frag", result, uniforms, images);
-    return result;
+    Drawing drawing{"screen_key.frag",
+                    {{"u_screen", screen},
+                     {"u_selector", selector},
+                     {"u_weights", weights},
+                     {"u_clip", {knobs.number("black"), knobs.number("white")}},
+                     {"u_despill", knobs.number("despill")},
+                     {"u_coverage", inputs[0].coverage ? 1.0 : 0.0},
+                     {"u_masks", {inputs[1].coverage ? 3.0 : 0.0, inputs[2].coverage ? 3.0 : 0.0}},
+                     {"u_output", static_cast<double>(knobs.choice("output"))}},
+                    {{"u_image", inputs[0]}, {"u_core", inputs[1]}, {"u_garbage", inputs[2]}}};
+    return drawing;
   }
 
   bool coverage(const Call& call, std::span<const Image> inputs) const override {

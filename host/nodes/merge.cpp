@@ -103,6 +103,7 @@ NodeType merge() {
       flag("invert_mask", false, "Shows the result where the mask is not."),
       flag("alpha_masking", false, "Keeps colour operations to where A and B overlap."),
   };
+  type.changes = -1;  // mask and mix are its own
   type.operation = std::make_shared<Merge>();
   return type;
 }
@@ -143,6 +144,7 @@ NodeType dissolve() {
   type.help = "Blends from one input to the next.";
   type.inputs = {{"images", true, "The images, in order."}};
   type.repeats_last_input = true;
+  type.changes = -1;
   type.knobs = {number("which", 0, "Position: 0 the first input, 0.5 half way to the second, and so on.")};
   type.operation = std::make_shared<Dissolve>();
   return type;
@@ -168,6 +170,7 @@ NodeType switch_type() {
   type.help = "Shows one of its inputs.";
   type.inputs = {{"images", true, "The images, in order."}};
   type.repeats_last_input = true;
+  type.changes = -1;
   type.takes_pending = true;
   type.knobs = {number("which", 0, "Which input, from 0; rounded down and held to those there are.")};
   type.operation = std::make_shared<Switch>();

@@ -1,8 +1,11 @@
 #include <qv/nodes/ocio/splice.h>
 
 #include "host/nodes/color_conversion.h"
+#include "host/nodes/drawn.h"
 #include "host/nodes/families.h"
 
+#include <memory>
+#include <optional>
 #include <utility>
 
 // Colour management through OpenColorIO: it writes the conversion's shader text and tables, the
@@ -11,38 +14,32 @@
 namespace host::nodes {
 namespace {
 
-class OcioColorspace final : public Operation {
+class OcioColorspace final : public Drawn {
  public:
   // The spaces' names say nothing of what the config makes of them.
   void identify(const Call& call, Identity& identity) const override {
     identity.add(conversion_of(call)->id);
   }
 
-  Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,
-               RenderContext& context) const override {
+  std::optional<Drawing> drawing(const Call& call, std::span<const Image> inputs,
+                                 RenderContext& context) const override {
     const auto conversion = conversion_of(call);
-    if (conversion->is_noop || !inputs[0].texture) return inputs[0];
-    std::vector<Input> samplers = {{"u_image", inputs[0]}};
-    for (const ColorConversion::Table& table : conversion->tables)
-      samplers.emplace_back(table.sampler, uploaded(*conversion, table, context));
+    if (conversion->is_noop || !inputs[0].texture) return std::nullopt;
     const bool divides = call.knobs.flag("unpremultiply") && inputs[0].coverage;
-    const Uniform uniforms[] = {{"u_unpremultiply", divides ? 1.0 : 0.0}};
-    Image result = context.make(extent);
-    context.draw(program(*conversion, context), result, uniforms, samplers);
-    return result;
+    Drawing drawing{
+        "ocio " + conversion->id, {{"u_unpremultiply", divides ? 1.0 : 0.0}}, {{"u_image", inputs[0]}}};
+    for (const ColorConversion::Table& table : conversion->tables)
+      drawing.images.emplace_back(table.sampler, uploaded(*conversion, table, context));
+    drawing.text = [conversion, &context] {
+      return qv::nodes::ocio::splice(context.shaders().source("ocio.glsl"), conversion->generated);
+    };
+    return drawing;
   }
 
  private:
   static std::shared_ptr<const ColorConversion> conversion_of(const Call& call) {
     return color_conversion(resolved_path(call.project, call.knobs.text("config")), call.knobs.text("in"),
                             call.knobs.text("out"));
-  }
-
-  static const programs::Program& program(const ColorConversion& conversion, RenderContext& context) {
-    programs::ShaderLibrary& shaders = context.shaders();
-    return shaders.get_generated("ocio " + conversion.id, [&] {
-      return qv::nodes::ocio::splice(shaders.source("ocio.glsl"), conversion.generated);
-    });
   }
 
   static gpu::TexturePtr uploaded(const ColorConversion& conversion, const ColorConversion::Table& table,

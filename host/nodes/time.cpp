@@ -197,10 +197,16 @@ NodeType time_type(std::string name, std::string help, std::vector<KnobSpec> kno
   return type;
 }
 
+// Frames that stand in for others.
+NodeType another(NodeType type) {
+  type.changes = -1;
+  return type;
+}
+
 // One frame for another, which may wait for its transform as well as before.
 NodeType single(NodeType type) {
   type.takes_pending = true;
-  return type;
+  return another(std::move(type));
 }
 
 std::vector<KnobSpec> shutter_knobs() {
@@ -259,8 +265,9 @@ std::vector<NodeType> time_family() {
                 std::make_shared<TimeBlur>()),
       time_type("shutter", "Shows what an open shutter sees of the frames around.", shutter_knobs(),
                 std::make_shared<ShutterNode>()),
-      time_type("retime", "Plays a stretch of the image faster or slower, over another stretch of time.",
-                retime_knobs(), std::make_shared<Retime>()),
+      another(time_type("retime",
+                        "Plays a stretch of the image faster or slower, over another stretch of time.",
+                        retime_knobs(), std::make_shared<Retime>())),
   };
 }
 

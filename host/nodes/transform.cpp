@@ -249,7 +249,7 @@ NodeType transform() {
 }
 
 NodeType reformat() {
-  return transform_type(
+  NodeType type = transform_type(
       "reformat", "Fits the image into another format.",
       {choice("to", "format", {"format", "box", "scale"},
               "What the new format is: given, or made to keep the image's proportions, or a multiple."),
@@ -267,6 +267,8 @@ NodeType reformat() {
        flag("turn", false, "Turns by 90 degrees, counter-clockwise."),
        flag("keep_outside", false, "Keeps what lies outside the new format.")},
       std::make_shared<Reformat>());
+  type.changes = -1;
+  return type;
 }
 
 NodeType corner_pin() {
@@ -343,6 +345,7 @@ NodeType crop() {
   type.name = "crop";
   type.family = "transform";
   type.help = "Makes everything outside a rectangle transparent.";
+  type.changes = -1;
   type.inputs = {{"image", true, "What to crop."}};
   type.knobs = {
       numbers("box", {0, 0, 0, 0}, "Left, lower, right and upper edge; all 0: the image's format.")

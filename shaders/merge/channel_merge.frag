@@ -1,7 +1,7 @@
 #version 420 core
 // Merges one channel of u_a with one of u_b into a channel of u_b. u_channels: the channel of a and
-// that of b, -1 for one that counts as 0, and the channel to write; u_op: the operation's number;
-// u_mix: how much of the result, between b and it. With a and b the two values, x the result:
+// that of b, -1 for one that counts as 0, and the channel to write; u_op: the operation's number. With
+// a and b the two values:
 #include "image.glsl"
 
 layout(location = 0) out vec4 o_color;
@@ -11,7 +11,6 @@ uniform sampler2D u_b;
 uniform vec4 u_b_window;
 uniform vec3 u_channels;
 uniform float u_op;
-uniform float u_mix;
 
 float merged(float a, float b) {
   switch (int(u_op + 0.5)) {
@@ -40,6 +39,5 @@ void main() {
   vec4 background = read_image(u_b, u_b_window);
   float result = merged(channel(read_image(u_a, u_a_window), u_channels.x), channel(background, u_channels.y));
   o_color = background;
-  int target = int(u_channels.z + 0.5);
-  o_color[target] = mix(background[target], result, u_mix);
+  o_color[int(u_channels.z + 0.5)] = result;
 }
