@@ -1,3 +1,4 @@
+#include "bench/host/encode.h"
 #include "bench/host/job.h"
 #include "bench/host/plates.h"
 #include "bench/report.h"
@@ -239,6 +240,7 @@ int main(int argc, char** argv) {
   if (report.quick()) setup.rounds = 1;
   setup.folder = fs::temp_directory_path() / ("quorvel-bench-" + std::to_string(getpid()));
   fs::create_directories(setup.folder);
+  bench::encode_frames(report, setup.folder);
   bench::write_plates(setup.folder, 1920, 1080, setup.frames);
   compare(report, setup, "over", false, 1.3);
   compare(report, setup, "over, blur, rotate", true, 4);

@@ -1,6 +1,6 @@
 #include "host/files/container.h"
 
-#include "host/files/encode.h"
+#include "host/files/exr/part.h"
 
 #include <algorithm>
 #include <charconv>
@@ -26,8 +26,7 @@ Names depths_of(Container container) {
 }
 
 Names compressions_of(Container container, const OutputFile& file) {
-  if (container == Container::exr)
-    return {"none", "rle", "zip", "zips", "piz", "pxr24", "b44", "b44a", "dwaa", "dwab"};
+  if (container == Container::exr) return {exr::codec_names.begin(), exr::codec_names.end()};
   if (container == Container::png) return {"zip", "default", "filtered", "huffman", "rle", "fixed"};
   Names names = {"none", "lzw", "zip", "deflate", "packbits"};
   if (file.depth == Depth::integer8 && !file.alpha) names.emplace_back("jpeg");
@@ -36,12 +35,11 @@ Names compressions_of(Container container, const OutputFile& file) {
 
 // "zip:9", "dwaa:200": how hard to press, where there is something to choose.
 bool is_level(std::string_view name, std::string_view text) {
-  const bool has_levels = name == "zip" || name == "zips" || name == "dwaa" || name == "dwab";
+  if (name == "zip" || name == "zips") return text.size() == 1 && text[0] >= '1' && text[0] <= '9';
+  if (name != "dwaa" && name != "dwab") return false;
   double level = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), level);
-  const double most = name.starts_with("zip") ? 9 : 100000;
-  return has_levels && error == std::errc() && end == text.data() + text.size() && level >= 0 &&
-         level <= most;
+  return error == std::errc() && end == text.data() + text.size() && level >= 0 && level <= 100000;
 }
 
 bool has(const Names& names, std::string_view wanted) {
@@ -105,7 +103,8 @@ std::string wrong_setting(const OutputFile& file) {
   if (!has(depths, name_of(file.depth))) return refusal("depth", file.path, name_of(file.depth), depths);
   const Names compressions = compressions_of(container, file);
   if (file.compression.empty() || has(compressions, file.compression)) return {};
-  return refusal("compression", file.path, file.compression, compressions);
+  return refusal("compression", file.path, file.compression, compressions) +
+         R"(; "zip:1" (fast) to "zip:9" (small) choose how hard it packs)";
 }
 
 }  // namespace host::files

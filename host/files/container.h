@@ -18,4 +18,14 @@ Container container_of(const std::string& path);
 // How a channel is stored; `depth` is one that the container has.
 OIIO::TypeDesc stored_type(Container container, OutputFile::Depth depth);
 
+// Why a path cannot be written to by its extension; empty when it can.
+std::string unsupported_reason(const std::string& path);
+
+// What a file of a known type does not have: `knob "depth": .png files have no "half"; they have ...`;
+// empty when it has all.
+std::string wrong_setting(const OutputFile& file);
+
+// Whether colour is encoded with the sRGB curve: as asked, else in PNG, which viewers show as it is.
+bool is_srgb(const OutputFile& file);
+
 }  // namespace host::files

@@ -2,32 +2,40 @@
 
 #include "host/files/image_writer.h"
 
-#include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
-#include <vector>
 
 namespace host::files {
 
+namespace exr {
+class Crew;
+class Packer;
+}  // namespace exr
+
+// The whole content of an image file, as it lies in its encoder.
 struct Encoded {
-  std::vector<unsigned char> content;
-  std::string notice;  // pixels that the file cannot hold as they are, counted; empty when there are none
+  std::span<const unsigned char> content;
+  std::string notice;    // pixels that the file cannot hold as they are, counted; empty when there are none
+  double helped_ms = 0;  // what other threads did of it
 };
 
-// The whole content of an image file, made in memory: what a full disk then spoils is a file that
-// nobody has seen yet. Throws std::runtime_error that says what the format refused. Thread-safe.
-Encoded encode(const WriteJob& job);
+// Makes files in memory: what a full disk then spoils is a file that nobody has seen yet. The memory is used
+// again for the next one. Externally synchronised.
+class Encoder {
+ public:
+  Encoder();
+  ~Encoder();
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
 
-// Why a path cannot be written to by its extension; empty when it can.
-std::string unsupported_reason(const std::string& path);
+  // EXR files are packed together with the crew, others on the calling thread. The content lasts until
+  // the next call. Throws std::runtime_error that says what the format refused.
+  Encoded encode(const WriteJob& job, exr::Packer& own, exr::Crew& crew);
 
-// What a file of a known type does not have: `knob "depth": .png files have no "half"; they have ...`;
-// empty when it has all.
-std::string wrong_setting(const OutputFile& file);
-
-// Whether colour is encoded with the sRGB curve: as asked, else in PNG, which viewers show as it is.
-bool is_srgb(const OutputFile& file);
-
-// The text by which files that have no other way say whether their colour is encoded.
-const char* color_note(bool srgb);
+ private:
+  struct Memory;
+  std::unique_ptr<Memory> memory_;
+};
 
 }  // namespace host::files

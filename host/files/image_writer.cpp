@@ -2,12 +2,16 @@
 
 #include "host/files/atomic_file.h"
 #include "host/files/encode.h"
+#include "host/files/exr/packer.h"
+#include "host/files/exr/write.h"
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -17,13 +21,19 @@ namespace host::files {
 
 namespace {
 
-WriteResult write(const WriteJob& job) {
+using Clock = std::chrono::steady_clock;
+
+double ms_since(Clock::time_point begin) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+WriteResult write(WriteJob job, Encoder& encoder, exr::Packer& own, exr::Crew& crew) {
   WriteResult result{job.frame, job.file.path, {}, {}, 0, 0};
-  const auto begin = std::chrono::steady_clock::now();
+  const auto begin = Clock::now();
   try {
-    const Encoded encoded = encode(job);
-    result.encode_ms =
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+    const Encoded encoded = encoder.encode(job, own, crew);
+    result.encode_ms = ms_since(begin) + encoded.helped_ms;
+    job.rgba.reset();  // the disk may take its time
     write_whole(job.file.path, encoded.content);
     result.bytes = encoded.content.size();
     if (!encoded.notice.empty()) result.notice = job.file.path + ": " + encoded.notice;
@@ -33,20 +43,35 @@ WriteResult write(const WriteJob& job) {
   return result;
 }
 
+// A file's work that other threads may join.
+struct Shared {
+  exr::Work& work;
+  int helpers = 0;
+  double helped_ms = 0;
+};
+
 }  // namespace
 
-struct ImageWriter::State {
+struct ImageWriter::State final : exr::Crew {
   const size_t limit;
+  const size_t count;  // of threads
   const std::function<void(const WriteResult&)> done;
   std::mutex mutex;  // guards what follows
   std::condition_variable changed;
   std::deque<WriteJob> queue;
-  size_t held = 0;  // in the queue or being encoded
+  std::vector<Shared*> shared;                     // the oldest first
+  std::vector<std::unique_ptr<Encoder>> encoders;  // at rest; the last one has worked last
+  size_t held = 0;                                 // in the queue or being encoded
   bool stopping = false;
   std::mutex telling;  // one call of `done` at a time
-  std::vector<std::thread> threads;
+  std::vector<std::thread> members;
 
-  State(size_t most, std::function<void(const WriteResult&)> tell) : limit(most), done(std::move(tell)) {}
+  State(size_t most, size_t threads, std::function<void(const WriteResult&)> tell)
+      : limit(most), count(threads), done(std::move(tell)) {
+    shared.reserve(count);
+    encoders.reserve(count);
+    for (size_t i = 0; i < count; ++i) encoders.push_back(std::make_unique<Encoder>());
+  }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
@@ -57,35 +82,78 @@ struct ImageWriter::State {
       stopping = true;
       changed.notify_all();
     }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& member : members) member.join();
   }
 
-  void encode_jobs() {
-    std::unique_lock lock(mutex);
-    while (true) {
-      changed.wait(lock, [this] { return stopping || !queue.empty(); });
-      if (queue.empty()) return;
-      WriteJob job = std::move(queue.front());
-      queue.pop_front();
-      lock.unlock();
-      const WriteResult result = write(job);
-      job = {};  // the pixels go before there is room for the next ones
-      {
-        const std::lock_guard one(telling);
-        done(result);
-      }
-      lock.lock();
-      --held;
+  size_t threads() const override {
+    return count;
+  }
+
+  double share(exr::Work& work, exr::Packer& own) override {
+    Shared here{work};
+    {
+      const std::lock_guard lock(mutex);
+      shared.push_back(&here);
       changed.notify_all();
+    }
+    work.run(own);
+    std::unique_lock lock(mutex);
+    std::erase(shared, &here);
+    changed.wait(lock, [&here] { return here.helpers == 0; });
+    return here.helped_ms;
+  }
+
+  void help(std::unique_lock<std::mutex>& lock, Shared& with, exr::Packer& own) {
+    ++with.helpers;
+    lock.unlock();
+    const auto begin = Clock::now();
+    with.work.run(own);
+    lock.lock();
+    std::erase(shared, &with);  // nothing of it is left to begin
+    with.helped_ms += ms_since(begin);
+    --with.helpers;
+    changed.notify_all();
+  }
+
+  void encode_next(std::unique_lock<std::mutex>& lock, exr::Packer& own) {
+    WriteJob job = std::move(queue.front());
+    queue.pop_front();
+    std::unique_ptr<Encoder> encoder = std::move(encoders.back());
+    encoders.pop_back();
+    lock.unlock();
+    const WriteResult result = write(std::move(job), *encoder, own, *this);
+    {
+      const std::lock_guard one(telling);
+      done(result);
+    }
+    lock.lock();
+    encoders.push_back(std::move(encoder));
+    --held;
+    changed.notify_all();
+  }
+
+  void serve() {
+    exr::Packer own;
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [this] { return stopping || !queue.empty() || !shared.empty(); });
+      if (!shared.empty()) {
+        help(lock, *shared.front(), own);
+      } else if (!queue.empty()) {
+        encode_next(lock, own);
+      } else {
+        return;
+      }
     }
   }
 };
 
-ImageWriter::ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done)
-    : state_(std::make_unique<State>(static_cast<size_t>(std::max(1, queue_limit)), std::move(done))) {
+ImageWriter::ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done) {
+  const int limit = std::max(1, queue_limit);
   const int all = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
-  const int count = std::clamp(threads > 0 ? threads : all, 1, std::max(1, queue_limit));
-  for (int i = 0; i < count; ++i) state_->threads.emplace_back([this] { state_->encode_jobs(); });
+  const auto count = static_cast<size_t>(std::clamp(threads > 0 ? threads : all, 1, limit));
+  state_ = std::make_unique<State>(static_cast<size_t>(limit), count, std::move(done));
+  for (size_t i = 0; i < count; ++i) state_->members.emplace_back([this] { state_->serve(); });
 }
 
 ImageWriter::~ImageWriter() = default;

@@ -17,7 +17,7 @@ struct OutputFile {
   enum class Color { automatic, linear, srgb };
   std::string path;                // with the frame number filled in
   Depth depth = Depth::automatic;  // half for EXR, 8 bits for PNG, 16 for TIFF
-  std::string compression;         // the format's own name for it ("zip", "dwaa", ...); "" its default
+  std::string compression;         // the format's own name for it ("zip", "zip:9", ...); "" its default
   Color color = Color::automatic;  // how colour is encoded; automatic: sRGB in PNG, else linear
   bool alpha = true;               // write alpha; otherwise RGB alone
   bool overscan = false;           // keep pixels outside the format, where the file type can
@@ -47,13 +47,14 @@ struct WriteResult {
   double encode_ms = 0;
 };
 
-// Encodes on threads of its own, which start jobs in the order of submission. A file appears whole or
-// not at all (see atomic_file.h). `done` is called once a job, on an encoding thread, never by two
+// Encodes on threads of its own, which start jobs in the order of submission; those of them that are free
+// pack an EXR file together, so that the oldest stands first. A file appears whole or not at all (see
+// atomic_file.h). `done` is called once a job, on an encoding thread, never by two
 // at a time. put from one thread at a time, finish after the last put. Destruction finishes what was put.
 class ImageWriter {
  public:
   // queue_limit: jobs held at most, those being encoded included; threads: how many encode side by
-  // side, 0 one a processor.
+  // side, 0 one a processor. No others work for it.
   ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done);
   ~ImageWriter();
   ImageWriter(const ImageWriter&) = delete;

@@ -29,6 +29,10 @@ std::string software_text(double scale) {
   return std::string(scale_mark) + std::string(digits.data(), end);
 }
 
+const char* color_note(bool srgb) {
+  return srgb ? "colour: sRGB" : "colour: linear";
+}
+
 Made made(const std::string& path) {
   const auto input = OIIO::ImageInput::open(path);
   if (!input) throw std::runtime_error(path + ": " + OIIO::geterror());

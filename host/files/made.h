@@ -19,4 +19,7 @@ Made made(const std::string& path);
 // The text by which a file tells its scale: "quorvel", or "quorvel, scale 0.5".
 std::string software_text(double scale);
 
+// The text by which files that have no other way say whether their colour is encoded.
+const char* color_note(bool srgb);
+
 }  // namespace host::files

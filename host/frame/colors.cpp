@@ -1,6 +1,6 @@
 #include "host/frame/colors.h"
 
-#include "host/files/encode.h"
+#include "host/files/container.h"
 
 #include <algorithm>
 #include <exception>

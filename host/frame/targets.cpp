@@ -1,6 +1,6 @@
 #include "host/frame/targets.h"
 
-#include "host/files/encode.h"
+#include "host/files/container.h"
 #include "host/files/path.h"
 #include "host/files/pattern.h"
 

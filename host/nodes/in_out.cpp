@@ -233,7 +233,9 @@ NodeType write() {
       choice("depth", "auto", {"auto", "half", "float", "8", "16"},
              "How a channel is stored: half or float in EXR, 8 or 16 bits in PNG, these or float in TIFF; "
              "auto: half, 8 and 16."),
-      text("compression", "", "The file type's own name for it, such as zip or dwaa:45; empty: its default."),
+      text("compression", "",
+           "The file type's own name for it, such as zip, zip:9 (from 1, fast, to 9, small) or dwaa:45; "
+           "empty: its default."),
       choice("color", "auto", {"auto", "linear", "srgb"},
              "How colour is encoded; auto: sRGB in PNG, else linear."),
       choice("channels", "rgba", {"rgba", "rgb"}, "Which channels to write."),

@@ -2,7 +2,7 @@
 
 #include <qv/io/decode.h>
 
-#include "host/files/encode.h"
+#include "host/files/made.h"
 #include "host/files/pattern.h"
 #include "host/plates/contents.h"
 #include "host/plates/open_file.h"

@@ -22,6 +22,8 @@ void* allocate(size_t size, size_t alignment) {
   if (!memory) throw std::bad_alloc();
   ++allocations.made;
   ++allocations.live;
+  size_t most = allocations.largest;
+  while (most < size && !allocations.largest.compare_exchange_weak(most, size)) continue;
   return memory;
 }
 

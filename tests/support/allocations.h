@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 // Counts and fails the allocations of the program that links allocations.cpp, its libraries
@@ -10,6 +11,7 @@ namespace support {
 struct Allocations {
   std::atomic<uint64_t> made{0};
   std::atomic<int64_t> live{0};
+  std::atomic<size_t> largest{0};    // bytes, of those since a test has set it to 0
   static thread_local int64_t left;  // on this thread, until one fails; negative: none does
 };
 extern Allocations allocations;

@@ -1,12 +1,30 @@
+#include "host/files/exr/write.h"
+
+#include "host/files/container.h"
 #include "host/files/encode.h"
+#include "host/files/exr/part.h"
+#include "host/files/exr/values.h"
 #include "host/files/image_writer.h"
 #include "host/plates/headers.h"
 #include "tests/host/render/scene.h"
+#include "tests/support/allocations.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <limits>
+#include <map>
 #include <memory>
+#include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -126,6 +144,9 @@ TEST(Writer, RefusesWhatAFileTypeDoesNotHave) {
       {"a.exr", Depth::half, "lzw",
        R"(knob "compression": .exr files have no "lzw"; they have "none", "rle", )"},
       {"a.exr", Depth::half, "piz:3", R"(.exr files have no "piz:3")"},
+      {"a.exr", Depth::half, "zip:10",
+       R"("dwab"; "zip:1" (fast) to "zip:9" (small) choose how hard it packs)"},
+      {"a.exr", Depth::half, "zips:0", R"(.exr files have no "zips:0")"},
       {"a.tif", Depth::integer16, "jpeg", R"(they have "none", "lzw", "zip", "deflate", "packbits")"},
       {"a.png", Depth::integer8, "dwaa", R"(.png files have no "dwaa")"},
       {"a.exr", Depth::half, "dwaa:45", ""},
@@ -171,6 +192,214 @@ TEST(Writer, HoldsHalvesAtTheirLimitAndCountsWhatIsNoNumber) {
   result = write(file, extreme);
   EXPECT_EQ(result.notice, file.path + ": 1 pixel is infinite; 1 pixel is not a number");
   EXPECT_EQ(write(file, picture).notice, "");
+}
+
+// A picture in memory, and the file that OpenImageIO's writer makes of what is to be stored of it.
+struct Plate {
+  WriteJob job;
+  std::vector<float> stored;  // rows of the window that a file has
+  host::Box window;
+};
+
+Plate plate_of(const host::Extent& extent, bool overscan, bool noise) {
+  Plate plate;
+  plate.job.extent = extent;
+  plate.job.file.overscan = overscan;
+  plate.window =
+      overscan ? extent.window : host::intersection(extent.window, host::format_box(extent.format));
+  const int64_t across = host::box_width(extent.window), down = host::box_height(extent.window);
+  const std::shared_ptr<float[]> pixels(new float[static_cast<size_t>(across * down * 4)]);
+  std::mt19937 random(7);
+  for (int64_t row = 0, i = 0; row < down; ++row) {
+    for (int64_t x = 0; x < across; ++x) {
+      for (int64_t c = 0; c < 4; ++c, ++i) {
+        // Noise: any number that a half has room for, in the bits of a float.
+        const float wild =
+            std::ldexp(static_cast<float>(random()) * 0x1p-32F - 0.5F, static_cast<int>(random() % 40) - 24);
+        pixels[i] = noise ? wild : 0.3F + 0.001F * static_cast<float>(x * c + row);
+        const int64_t y = extent.window[3] - 1 - row, column = extent.window[0] + x;
+        const host::Box& kept = plate.window;
+        if (column >= kept[0] && column < kept[2] && y >= kept[1] && y < kept[3])
+          plate.stored.push_back(pixels[i]);
+      }
+    }
+  }
+  plate.job.rgba = pixels;
+  return plate;
+}
+
+void write_reference(const Plate& plate, const OutputFile& file, const std::string& path) {
+  const host::Box& window = plate.window;
+  const host::Format& format = plate.job.extent.format;
+  const auto integer = [](int64_t value) { return static_cast<int>(value); };
+  OIIO::ImageSpec spec(integer(host::box_width(window)), integer(host::box_height(window)),
+                       file.alpha ? 4 : 3, file.depth == Depth::float32 ? OIIO::TypeFloat : OIIO::TypeHalf);
+  spec.x = integer(window[0]);
+  spec.y = integer(format.height - window[3]);
+  spec.full_width = integer(format.width);
+  spec.full_height = integer(format.height);
+  spec.attribute("PixelAspectRatio", static_cast<float>(format.pixel_aspect));
+  spec.attribute("Software", file.scale == 1 ? "quorvel" : "quorvel, scale 0.5");
+  spec.attribute("compression", file.compression.empty() ? "zip" : file.compression);
+  const auto output = OIIO::ImageOutput::create(path);
+  ASSERT_TRUE(output->open(path, spec)) << output->geterror();
+  ASSERT_TRUE(output->write_image(OIIO::TypeFloat, plate.stored.data(), 4 * sizeof(float)))
+      << output->geterror();
+  ASSERT_TRUE(output->close());
+}
+
+std::vector<std::byte> samples_of(const std::string& path) {
+  const auto input = OIIO::ImageInput::open(path);
+  if (!input) return {};
+  const OIIO::ImageSpec& spec = input->spec();
+  std::vector<std::byte> bytes(spec.image_bytes(true));
+  if (!input->read_image(0, 0, 0, spec.nchannels, spec.format, bytes.data())) return {};
+  return bytes;
+}
+
+// What a program says of a file, but for the lines that tell its name and the time.
+std::string told(const std::string& program, const std::string& path) {
+  FILE* const pipe = ::popen((program + " " + path + " 2>&1").c_str(), "r");
+  std::string text, line;
+  for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
+    line += static_cast<char>(c);
+    if (c != '\n') continue;
+    if (line.find(path) == std::string::npos && !line.starts_with("capDate")) text += line;
+    line.clear();
+  }
+  return ::pclose(pipe) == 0 ? text : "failed: " + text + line;
+}
+
+std::string content_of(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Every way to store an EXR, by one, two and three threads, against the files of OpenImageIO's writer.
+TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
+  std::vector<std::string> compressions = {"", "zip:1", "zip:9", "zips:6", "dwaa:100"};
+  compressions.insert(compressions.end(), host::files::exr::codec_names.begin(),
+                      host::files::exr::codec_names.end());
+  const struct {
+    const char* name;
+    host::Extent extent;
+    bool overscan, noise;
+  } plates[] = {
+      {"all", {{33, 71, 1.0}, {0, 0, 33, 71}}, false, false},
+      {"cut", {{40, 50, 2.0}, {-7, -3, 41, 66}}, false, false},
+      {"over", {{40, 50, 0.5}, {-9, -5, 20, 290}}, true, false},
+      {"noise", {{37, 60, 1.0}, {2, 3, 37, 59}}, true, true},
+      {"pixel", {{9, 9, 1.0}, {3, 4, 4, 5}}, false, false},
+  };
+  std::vector<WriteJob> jobs;
+  for (const auto& each : plates) {
+    const Plate plate = plate_of(each.extent, each.overscan, each.noise);
+    for (const Depth depth : {Depth::automatic, Depth::float32}) {
+      for (const std::string& compression : compressions) {
+        WriteJob& job = jobs.emplace_back(plate.job);
+        job.file.depth = depth;
+        job.file.compression = compression;
+        job.file.alpha = compression != "piz";
+        job.file.scale = compression == "rle" ? 0.5 : 1;
+        job.file.path =
+            std::string(each.name) + (depth == Depth::float32 ? "_float_" : "_half_") + compression + ".exr";
+        write_reference(plate, job.file, (scene::folder() / job.file.path).string());
+      }
+    }
+  }
+  const auto running = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  std::map<std::string, std::string> first;  // contents by name
+  for (const int threads : {1, 2, 3}) {
+    const auto before = running();
+    host::files::ImageWriter writer(4, threads, [&](const WriteResult& ended) {
+      EXPECT_EQ(ended.error, "");
+      EXPECT_EQ(running(), before + threads) << "no threads but the writer's own";
+    });
+    const auto ours = [threads](const WriteJob& job) {
+      return (scene::folder() / ("by" + std::to_string(threads)) / job.file.path).string();
+    };
+    for (WriteJob job : jobs) {
+      job.file.path = ours(job);
+      writer.put(std::move(job));
+    }
+    writer.finish();
+    for (const WriteJob& job : jobs) {
+      const auto [known, is_first] = first.try_emplace(job.file.path, content_of(ours(job)));
+      EXPECT_TRUE(is_first || content_of(ours(job)) == known->second) << ours(job);
+    }
+  }
+  for (const WriteJob& job : jobs) {
+    const std::string ours = (scene::folder() / "by1" / job.file.path).string();
+    const std::string reference = (scene::folder() / job.file.path).string();
+    const std::vector<std::byte> samples = samples_of(ours);
+    EXPECT_FALSE(samples.empty()) << ours;
+    EXPECT_TRUE(samples == samples_of(reference)) << ours;
+    EXPECT_EQ(told("exrheader", ours), told("exrheader", reference)) << ours;
+    EXPECT_EQ(told("exrinfo -s", ours).find("failed"), std::string::npos) << told("exrinfo -s", ours);
+  }
+  const auto size = [&first](const std::string& name) { return first.at(name + ".exr").size(); };
+  EXPECT_LT(size("all_half_zip:9"), size("all_half_zip:1"));
+  EXPECT_EQ(size("all_half_"), size("all_half_zip"));
+  // Nothing makes noise smaller: it is stored as it is, in fewer chunks than without compression.
+  EXPECT_LE(size("noise_float_zip"), size("noise_float_none"));
+}
+
+// Halves of every kind and what lies between them, laid out in every way, by both ways, against the halves
+// of OpenImageIO.
+TEST(Writer, RoundsToTheNearestHalf) {
+  std::vector<float> values;
+  for (uint32_t half = 0; half < 0x7bff; ++half) {
+    // The half, its neighbours as floats, and the same half way to the next one.
+    const float low = half < 0x400 ? std::ldexp(static_cast<float>(half), -24)
+                                   : std::bit_cast<float>((half << 13) + (112U << 23));
+    const uint32_t next = half + 1;
+    const float high = next < 0x400 ? std::ldexp(static_cast<float>(next), -24)
+                                    : std::bit_cast<float>((next << 13) + (112U << 23));
+    for (const float middle : {low, low + (high - low) / 2})
+      for (const float value : {std::nextafter(middle, -1.0F), middle, std::nextafter(middle, 1e9F)})
+        values.insert(values.end(), {value, -value});
+  }
+  std::vector<uint16_t> wanted(values.size());
+  ASSERT_TRUE(OIIO::convert_pixel_values(OIIO::TypeFloat, values.data(), OIIO::TypeHalf, wanted.data(),
+                                         static_cast<int>(values.size())));
+  for (const float odd :
+       {std::numeric_limits<float>::infinity(), 65505.0F, -1e30F, std::nanf(""), -std::nanf("77")}) {
+    for (size_t i = 5; i < 30; i += 3) values[values.size() - i * i] = odd;
+    for (const size_t step : {1U, 3U, 4U}) {
+      std::vector<float> spread((values.size() - 1) * step + 1);
+      for (size_t i = 0; i < values.size(); ++i) spread[i * step] = values[i];
+      std::vector<uint16_t> vector(values.size()), integers(values.size());
+      using namespace host::files::exr;
+      EXPECT_TRUE(to_halves(spread.data(), static_cast<ptrdiff_t>(step), values.size(), vector.data()));
+      EXPECT_TRUE(
+          to_halves_by_integers(spread.data(), static_cast<ptrdiff_t>(step), values.size(), integers.data()));
+      EXPECT_EQ(vector == integers, true) << step << " " << odd;
+      for (size_t i = 0; i < values.size() - 900; ++i) ASSERT_EQ(integers[i], wanted[i]) << values[i];
+    }
+  }
+}
+
+// The second frame of a size finds all the memory that it needs.
+TEST(Writer, AllocatesNothingForTheNextFrame) {
+  struct : host::files::exr::Crew {
+    size_t threads() const override {
+      return 1;
+    }
+    double share(host::files::exr::Work& work, host::files::exr::Packer& own) override {
+      work.run(own);
+      return 0;
+    }
+  } alone;
+  host::files::Encoder encoder;
+  host::files::exr::Packer packer;
+  Plate plate = plate_of({{300, 200, 1.0}, {0, 0, 300, 200}}, false, true);
+  plate.job.file.path = "a.exr";
+  (void)encoder.encode(plate.job, packer, alone);
+  support::allocations.largest = 0;
+  EXPECT_GT(encoder.encode(plate.job, packer, alone).content.size(), 300000U);
+  EXPECT_LT(support::allocations.largest, 4096U);
 }
 
 }  // namespace
