@@ -3,6 +3,7 @@
 #include <qv/gpu/gl/entry_points.h>
 
 #include "host/gpu/gl_functions.h"
+#include "host/gpu/wide_draws.h"
 
 #include <algorithm>
 #include <array>
@@ -58,12 +59,12 @@ void draw_in_bands(unsigned mode, int count, unsigned type, const void* indices,
 
 StoppableDraws::StoppableDraws(const std::atomic<bool>& stop) {
   stop_flag = &stop;
-  draw_whole = entry::DrawElementsInstancedBaseInstance;
-  entry::DrawElementsInstancedBaseInstance = draw_in_bands;
+  draw_whole = draw_as_seen();
+  draw_as_seen() = draw_in_bands;
 }
 
 StoppableDraws::~StoppableDraws() {
-  entry::DrawElementsInstancedBaseInstance = draw_whole;
+  draw_as_seen() = draw_whole;
 }
 
 }  // namespace host::gpu

@@ -5,12 +5,15 @@
 
 #include "host/gpu/debug.h"
 #include "host/gpu/gl_functions.h"
+#include "host/gpu/wide_draws.h"
 #include "host/programs/program_binaries.h"
 #include "host/programs/shader_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <system_error>
 
 namespace host::programs {
@@ -55,6 +58,14 @@ std::string with_defines(const std::string& text, std::string_view defines) {
   // Every image is read through a sampler of the texture pool.
   return text.substr(0, end) + "#define NEAREST_SAMPLERS\n" + std::string(defines) + text.substr(end);
 }
+
+// The passes of a blur in which a fragment may give several pixels, and the lines that make it.
+struct WidePass {
+  std::string_view file;
+  gpu::WideDraws::Shape shape;
+};
+constexpr std::array<WidePass, 2> wide_passes = {{{"blur_h.frag", {8, 1, 1}}, {"blur_v.frag", {1, 8, 4}}}};
+constexpr std::string_view wide_defines = "#define PIXELS 8\n#define FOLD 4\n";
 
 bool is_sampler(GLenum type) {
   return type == GL_SAMPLER_2D || type == GL_SAMPLER_3D;
@@ -121,6 +132,7 @@ struct ShaderLibrary::State {
   uint32_t vertex_shader = 0;  // 0 until a program is compiled
   uint32_t vertex_array = 0;
   uint32_t elements = 0;
+  std::optional<gpu::WideDraws> wide_draws;
 
   const Program& build(std::string_view name, const std::string& text, std::string_view defines = {}) {
     const std::string label(name);
@@ -218,10 +230,23 @@ std::string ShaderLibrary::source(std::string_view file) const {
   return state_->texts.source(file);
 }
 
+void ShaderLibrary::widen_blurs() {
+  state_->wide_draws.emplace();
+}
+
+const Program& ShaderLibrary::filter_program(std::string_view file) {
+  const auto* const wide = std::find_if(wide_passes.begin(), wide_passes.end(),
+                                        [file](const WidePass& pass) { return pass.file == file; });
+  if (!state_->wide_draws || wide == wide_passes.end()) return get(file);
+  const Program& program = get(file, wide_defines);
+  state_->wide_draws->add(program.name, wide->shape);
+  return program;
+}
+
 void ShaderLibrary::prepare_filter(std::string_view operation) {
   for (const std::string& file : filter::op_frags(operation)) {
     if (filter::program_get(file)) continue;
-    const Program& program = get(file);
+    const Program& program = filter_program(file);
     filter::Prog entry;
     entry.program = program.name;
     entry.vao = vertex_array();

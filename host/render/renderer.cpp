@@ -51,6 +51,7 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
   qv::transport::set_ring_size(gpu.software() ? 1 : 3);
   std::string error;
   if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
+  if (gpu.software()) shaders.widen_blurs();
   filter::scratch_sampler(pool.sampler());
   filter::scratch_cap(options.memory / 4);
 }

@@ -8,5 +8,5 @@
 #include "blur.glsl"
 
 void main() {
-  o_color = blur(0.0);
+  blur(0.0);
 }

@@ -8,5 +8,5 @@
 #include "blur.glsl"
 
 void main() {
-  o_color = blur(1.0);
+  blur(1.0);
 }

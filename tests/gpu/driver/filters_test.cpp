@@ -26,22 +26,34 @@ constexpr double float_storage = 4e-6;  // of the largest magnitude, after sums 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
-// What run_op says of textures that are read texel by texel, or through samplers that take the nearest one;
-// `out` keeps its size and receives what was drawn.
+// Textures are read texel by texel, through samplers that take the nearest one, or as the host has it
+// where a processor draws: with blurs of several pixels a fragment.
+enum class Way { texels, samplers, wide };
+
+// What run_op says; `out` keeps its size and receives what was drawn.
 int run_filter(const std::string& op, std::span<const Picture> inputs, std::span<const double> params,
-               Picture& out, bool samplers) {
+               Picture& out, Way way) {
   using namespace qv::nodes::filter;
   using host::programs::ShaderLibrary;
   namespace transport = qv::transport;
   static std::string why;
   static Gpu& gpu = *Gpu::get(why);
-  static ShaderLibrary& shaders = *new ShaderLibrary(ShaderLibrary::default_root());
-  for (const std::string& file : op_frags(op)) {
-    const auto& program = shaders.get(file, samplers ? "" : "#undef NEAREST_SAMPLERS\n");
-    program_set(file, {program.name, shaders.vertex_array(), shaders.draw_mode(), shaders.index_count(),
-                       program.samplers});
+  static ShaderLibrary& shaders = []() -> ShaderLibrary& {
+    auto* const library = new ShaderLibrary(ShaderLibrary::default_root());
+    library->widen_blurs();
+    return *library;
+  }();
+  programs_clear();
+  if (way == Way::wide) {
+    shaders.prepare_filter(op);
+  } else {
+    for (const std::string& file : op_frags(op)) {
+      const auto& program = shaders.get(file, way == Way::samplers ? "" : "#undef NEAREST_SAMPLERS\n");
+      program_set(file, {program.name, shaders.vertex_array(), shaders.draw_mode(), shaders.index_count(),
+                         program.samplers});
+    }
   }
-  const unsigned sampler = samplers ? gpu.pool.sampler() : 0;
+  const unsigned sampler = way == Way::texels ? 0 : gpu.pool.sampler();
   scratch_sampler(sampler);
   std::vector<host::gpu::TexturePtr> textures;
   std::vector<Tex> texs;
@@ -65,10 +77,14 @@ int run_filter(const std::string& op, std::span<const Picture> inputs, std::span
 
 int run_filter(const std::string& op, std::span<const Picture> inputs, std::span<const double> params,
                Picture& out) {
-  Picture sampled = out;
-  const int result = run_filter(op, inputs, params, sampled, true);
-  EXPECT_EQ(run_filter(op, inputs, params, out, false), result) << op;
-  EXPECT_EQ(std::memcmp(out.rgba.data(), sampled.rgba.data(), out.rgba.size() * sizeof(float)), 0) << op;
+  const Picture empty = out;
+  const int result = run_filter(op, inputs, params, out, Way::texels);
+  for (const Way way : {Way::samplers, Way::wide}) {
+    Picture again = empty;
+    EXPECT_EQ(run_filter(op, inputs, params, again, way), result) << op;
+    EXPECT_EQ(std::memcmp(out.rgba.data(), again.rgba.data(), out.rgba.size() * sizeof(float)), 0)
+        << op << (way == Way::wide ? ", wide" : ", samplers");
+  }
   return result;
 }
 
