@@ -29,7 +29,8 @@ namespace {
 constexpr const char* exit_codes =
     "Exit codes:\n"
     "  0    every frame stands: written, or there already with --skip-existing\n"
-    "  1    some frames failed or were seen to fail beforehand, or results could not be printed\n"
+    "  1    some frames failed or were seen to fail beforehand, images differ, or results could not be "
+    "printed\n"
     "  2    wrong usage, or a composition with errors\n"
     "  3    no frame to render\n"
     "  4    out of memory, or an image is larger than --memory\n"
@@ -100,9 +101,11 @@ struct CommandLine {
   RenderCommand render;
   InfoCommand info;
   NodesCommand nodes;
+  CompareCommand compare;
   CLI::App* render_app = nullptr;
   CLI::App* info_app = nullptr;
   CLI::App* nodes_app = nullptr;
+  CLI::App* compare_app = nullptr;
 
   CommandLine() {
     app.set_version_flag("--version", version_text());
@@ -112,9 +115,10 @@ struct CommandLine {
     add_render();
     add_info();
     add_nodes();
+    add_compare();
     // Left over arguments are reported with a suggestion, which the parser would not give.
     app.allow_extras();
-    for (CLI::App* command : {render_app, info_app, nodes_app}) command->allow_extras();
+    for (CLI::App* command : {render_app, info_app, nodes_app, compare_app}) command->allow_extras();
   }
 
  private:
@@ -194,6 +198,23 @@ struct CommandLine {
     nodes_app->add_option("type", nodes.type, "Node type")->type_name("NAME");
     nodes_app->add_flag("--schema", nodes.schema, "Print the JSON schema of compositions instead");
   }
+
+  void add_compare() {
+    compare_app =
+        app.add_subcommand("compare", "Says where two images or sequences differ, channel by channel.");
+    CLI::App& command = *compare_app;
+    command.add_option("first", compare.first, "Image; #### or %04d is the frame")
+        ->type_name("A")
+        ->required();
+    command.add_option("second", compare.second, "What to compare it with")->type_name("B")->required();
+    command.add_option("-f,--frames", compare.frames, "Frames, as for render; without it those on disk")
+        ->type_name("LIST");
+    command.add_option("--tolerance", compare.tolerance, "How far values may lie apart (default 0)")
+        ->type_name("VALUE")
+        ->check(CLI::NonNegativeNumber.description(""));
+    command.add_option("--picture", compare.picture, "Write the magnitude of the difference as an image")
+        ->type_name("PATH");
+  }
 };
 
 // The first argument that no command understood, with what may have been meant.
@@ -219,6 +240,10 @@ int dispatch(const CommandLine& line) {
     refuse_extras(*line.info_app);
     return print_info(line.info);
   }
+  if (line.compare_app->parsed()) {
+    refuse_extras(*line.compare_app);
+    return compare(line.compare);
+  }
   refuse_extras(*line.nodes_app);
   return print_nodes(line.nodes);
 }
@@ -232,9 +257,9 @@ int complain(const std::string& text, int code) {
 std::string parse_error_text(const CommandLine& line, const CLI::ParseError& error) {
   const std::vector<std::string> extras = line.app.remaining();
   if (dynamic_cast<const CLI::RequiredError*>(&error) && line.app.get_subcommands().empty()) {
-    if (extras.empty()) return "expected a command: render, info or nodes; see quorvel --help";
+    if (extras.empty()) return "expected a command: render, info, nodes or compare; see quorvel --help";
     return "unknown command \"" + extras.front() + "\"" +
-           did_you_mean(extras.front(), {"render", "info", "nodes"});
+           did_you_mean(extras.front(), {"render", "info", "nodes", "compare"});
   }
   return std::string(error.what()) + "; see --help";
 }

@@ -35,11 +35,20 @@ struct NodesCommand {
   bool schema = false;
 };
 
+// Two image files, or two sequences.
+struct CompareCommand {
+  std::string first, second;
+  std::string frames;  // as typed; "" for those on disk
+  double tolerance = 0;
+  std::string picture;  // a path for the picture of the difference, "" for none
+};
+
 // Each prints its results to standard output and returns an ExitCode. They throw UsageError,
 // shot::CompositionError, shot::FramesError, gpu::NoGpu, programs::ShaderError, and std::runtime_error for
 // the rest.
 int render_frames(const RenderCommand& command);
 int print_info(const InfoCommand& command);
 int print_nodes(const NodesCommand& command);
+int compare(const CompareCommand& command);
 
 }  // namespace host::cli

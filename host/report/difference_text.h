@@ -1,0 +1,13 @@
+#pragma once
+
+#include "host/plates/difference.h"
+
+#include <string>
+
+namespace host::report {
+
+// A line a channel that differs, under the two names; for images that are the same one line.
+std::string difference_text(const std::string& first, const std::string& second,
+                            const plates::Difference& difference);
+
+}  // namespace host::report

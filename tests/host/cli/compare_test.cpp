@@ -1,0 +1,138 @@
+#include "host/plates/difference.h"
+#include "tests/host/cli/process.h"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using process::call;
+
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+// A window of noise in a format of 24 x 16, among it what is not finite.
+OIIO::ImageBuf noise(std::mt19937& random, const std::vector<std::string>& names, OIIO::TypeDesc type) {
+  const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+  OIIO::ImageSpec spec(4 + below(20), 4 + below(12), static_cast<int>(names.size()), type);
+  spec.x = below(12) - 6;
+  spec.y = below(12) - 6;
+  spec.full_width = 24;
+  spec.full_height = 16;
+  spec.channelnames = names;
+  std::vector<float> values(static_cast<size_t>(spec.image_pixels() * names.size()));
+  const std::vector<float> odd = {nan, infinity, -infinity};
+  for (float& value : values) {
+    value = below(9) > 0 ? static_cast<float>(below(4)) / 4 : odd[static_cast<size_t>(below(3))];
+  }
+  OIIO::ImageBuf image(spec);
+  image.set_pixels(image.roi(), OIIO::TypeFloat, values.data());
+  return image;
+}
+
+struct Expected {
+  double largest = 0;
+  int64_t over = 0;
+  int64_t pixels = 0;
+};
+
+Expected by_hand(const OIIO::ImageBuf& a, int from, const OIIO::ImageBuf& b, int to, float tolerance) {
+  Expected result;
+  for (int y = -6; y < 32; ++y) {
+    for (int x = -6; x < 40; ++x) {
+      if (!OIIO::roi_union(a.roi(), b.roi()).contains(x, y)) continue;
+      ++result.pixels;
+      const float u = a.getchannel(x, y, 0, from), v = b.getchannel(x, y, 0, to);
+      if (u == v || (std::isnan(u) && std::isnan(v))) continue;
+      const float by = std::isfinite(u - v) ? std::fabs(u - v) : infinity;
+      result.largest = std::fmax(result.largest, double{by});
+      result.over += by > tolerance ? 1 : 0;
+    }
+  }
+  return result;
+}
+
+TEST(Compare, FindsWhatLoopsOverThePixelsFind) {
+  std::mt19937 random(8);
+  const fs::path folder = process::new_folder();
+  const std::string a = (folder / "a.exr").string(), b = (folder / "b.exr").string();
+  for (int round = 0; round < 40; ++round) {
+    const auto type = round % 4 ? OIIO::TypeHalf : OIIO::TypeFloat;
+    const auto first = noise(random, {"R", "G", "left.Z"}, type);
+    const auto second = noise(random, {"G", "R", "id"}, OIIO::TypeFloat);
+    ASSERT_TRUE(first.write(a) && second.write(b));
+    OIIO::ImageBuf one(a), other(b);
+    // Not through the image cache, which would go on with the file of the round before.
+    ASSERT_TRUE(one.read(0, 0, true, OIIO::TypeFloat) && other.read(0, 0, true, OIIO::TypeFloat));
+    const auto found = host::plates::difference(a, b, 0.3, false);
+    ASSERT_EQ(found.channels.size(), 2U);
+    for (int c = 0; c < 2; ++c) {
+      const auto& channel = found.channels[static_cast<size_t>(c)];
+      const Expected expected = by_hand(one, one.spec().channelindex(c ? "G" : "R"), other,
+                                        other.spec().channelindex(c ? "G" : "R"), 0.3F);
+      ASSERT_EQ(channel.name, c ? "G" : "R");
+      ASSERT_EQ(channel.largest, expected.largest);
+      ASSERT_EQ(channel.over, expected.over);
+      ASSERT_EQ(channel.pixels, expected.pixels);
+    }
+    EXPECT_EQ(found.only_in_first, std::vector<std::string>{"left.Z"});
+    EXPECT_EQ(found.only_in_second, std::vector<std::string>{"id"});
+    EXPECT_TRUE(host::plates::difference(a, a, 0, false).same());
+  }
+}
+
+TEST(Compare, EndsWithWhetherTheyDifferAndSaysWhere) {
+  const fs::path folder = process::new_folder();
+  for (int frame = 1; frame <= 3; ++frame) {
+    OIIO::ImageBuf image(OIIO::ImageSpec(8, 4, 3, OIIO::TypeHalf));
+    const std::vector<float> spot = {0, frame == 2 ? 0.5F : 0, 0};
+    image.setpixel(6, 1, spot);
+    ASSERT_TRUE(image.write((folder / ("p." + std::to_string(frame) + ".exr")).string()));
+  }
+  OIIO::ImageBuf(OIIO::ImageSpec(9, 4, 3, OIIO::TypeHalf)).write((folder / "wide.exr").string());
+  OIIO::ImageSpec ids(2, 1, 1, OIIO::TypeUInt32);
+  for (const uint32_t id : {4000000000U, 4000000001U}) {
+    const auto file = OIIO::ImageOutput::create("a.exr");
+    const uint32_t pixels[] = {7, id};
+    ASSERT_TRUE(file->open((folder / ("id" + std::to_string(id % 10) + ".exr")).string(), ids) &&
+                file->write_image(OIIO::TypeUInt32, pixels));
+  }
+  const struct {
+    const char* words;
+    int code;
+    const char* says;
+  } rows[] = {
+      {"compare p.1.exr p.3.exr", 0, "p.1.exr and p.3.exr are the same\n"},
+      {"compare p.1.exr p.2.exr", 1, "G  largest 0.5 at 6, 2; mean 0.015625; 1 of 32 pixels over"},
+      {"compare p.1.exr p.2.exr --tolerance 0.5", 0, "p.1.exr and p.2.exr are near enough"},
+      {"compare p.#.exr p.1.exr", 1, "1 of 3 frames differ"},
+      {"compare p.#.exr p.1.exr -f 3", 0, "the same"},
+      {"compare p.#.exr p.1.exr -f 4", 1, "p.4.exr"},
+      {"compare p.1.exr wide.exr", 1, "formats 8 x 4 and 9 x 4"},
+      {"compare id0.exr id1.exr", 1, "largest 1 at 1, 0"},
+      {"compare p.#.exr p.1.exr --picture d.exr", 2, "every frame would go to this file"},
+      {"compare p.1.exr p.2.exr --picture d.xyz", 2, "--picture"},
+      {"compare p.1.exr p.2.exr --tolerance -1", 2, "--tolerance"},
+      {"compare nix.#.exr p.1.exr", 2, "nix.#.exr: no such file"},
+      {"compare p.1.exr p.2.exr --picture d.exr", 1, "differ"},
+  };
+  for (const auto& row : rows) {
+    const process::Ended ended = call(row.words, folder);
+    EXPECT_EQ(ended.code, row.code) << row.words << ended.err;
+    EXPECT_NE((ended.out + ended.err).find(row.says), std::string::npos) << row.words << '\n'
+                                                                         << ended.out << ended.err;
+  }
+  const OIIO::ImageBuf picture((folder / "d.exr").string());
+  EXPECT_EQ(picture.getchannel(6, 1, 0, 1), 0.5F);
+  EXPECT_EQ(picture.getchannel(5, 1, 0, 1), 0.0F);
+}
+
+}  // namespace
