@@ -1,6 +1,6 @@
 #include "host/cli/cli.h"
 #include "host/cli/commands.h"
-#include "host/files/encode.h"
+#include "host/files/container.h"
 #include "host/files/pattern.h"
 #include "host/plates/difference.h"
 #include "host/plates/headers.h"
