@@ -98,17 +98,6 @@ ocio::ConstConfigRcPtr load_config(const std::string& path) {
   return ocio::Config::CreateFromStream(text);
 }
 
-void check_space(const ocio::Config& config, const std::string& name, const std::string& knob) {
-  if (config.getColorSpace(name.c_str())) return;
-  std::vector<std::string> known;
-  known.reserve(static_cast<size_t>(config.getNumColorSpaces()));
-  for (int i = 0; i < config.getNumColorSpaces(); ++i) known.emplace_back(config.getColorSpaceNameByIndex(i));
-  std::string list;
-  for (const std::string& each : known) list += (list.empty() ? "\"" : ", \"") + each + "\"";
-  throw std::runtime_error("knob \"" + knob + "\": no colour space \"" + name + "\"" +
-                           did_you_mean(name, known) + "; the config has " + list);
-}
-
 void replace_all(std::string& text, const std::string& from, const std::string& to) {
   for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
     text.replace(at, from.size(), to);
@@ -157,8 +146,8 @@ ColorConversion::Table take_table_3d(const ocio::GpuShaderDesc& shader, unsigned
   return table;
 }
 
-ColorConversion generate(const ocio::Config& config, const std::string& from, const std::string& to) {
-  const auto processor = config.getProcessor(from.c_str(), to.c_str());
+ColorConversion generate(const ocio::Config& config, const ocio::ConstTransformRcPtr& transform) {
+  const auto processor = config.getProcessor(transform);
   // Nothing changes after the text is made, so parameters that could are constants in it.
   constexpr auto constant = static_cast<ocio::OptimizationFlags>(ocio::OPTIMIZATION_DEFAULT |
                                                                  ocio::OPTIMIZATION_NO_DYNAMIC_PROPERTIES);
@@ -181,32 +170,36 @@ ColorConversion generate(const ocio::Config& config, const std::string& from, co
   return conversion;
 }
 
-ColorConversion make_conversion(const std::string& path, const std::string& from, const std::string& to) {
+ColorConversion make_conversion(const std::string& path, const ConversionRecipe& recipe) {
   const ocio::ConstConfigRcPtr config = load_config(path);
-  check_space(*config, from, "in");
-  check_space(*config, to, "out");
   try {
-    return generate(*config, from, to);
+    return generate(*config, recipe.make(*config));
   } catch (const ocio::Exception& error) {
-    refuse_config(path.empty() ? "the built-in config" : path, error.what());
+    throw std::runtime_error("knob \"" + recipe.knob + "\": " + error.what());
   }
 }
 
 }  // namespace
 
-std::shared_ptr<const ColorConversion> color_conversion(const std::string& config, const std::string& from,
-                                                        const std::string& to) {
+std::shared_ptr<const ColorConversion> color_conversion(const std::string& config,
+                                                        const ConversionRecipe& recipe) {
   constexpr size_t most = 64;
-  static std::map<std::tuple<ConfigVersion, std::string, std::string>, std::shared_ptr<const ColorConversion>>
-      known;
-  const ConfigVersion version = find_config(config);
-  auto key = std::tuple(version, from, to);
+  static std::map<std::pair<ConfigVersion, std::string>, std::shared_ptr<const ColorConversion>> known;
+  auto key = std::pair(find_config(config), recipe.name);
   const auto found = known.find(key);
   if (found != known.end()) return found->second;
-  auto made = std::make_shared<const ColorConversion>(make_conversion(std::get<0>(version), from, to));
+  auto made = std::make_shared<const ColorConversion>(make_conversion(std::get<0>(key.first), recipe));
   if (known.size() == most) known.clear();
   known.emplace(std::move(key), made);
   return made;
+}
+
+void refuse_name(const std::string& knob, const std::string& what, const std::string& name,
+                 const std::vector<std::string>& known) {
+  std::string list;
+  for (const std::string& each : known) list += (list.empty() ? "\"" : ", \"") + each + "\"";
+  throw std::runtime_error("knob \"" + knob + "\": no " + what + " \"" + name + "\"" +
+                           did_you_mean(name, known) + "; the config has " + list);
 }
 
 }  // namespace host::nodes

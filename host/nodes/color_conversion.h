@@ -1,12 +1,15 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <OpenColorIO/OpenColorIO.h>
+
 namespace host::nodes {
 
-// A conversion from one colour space to another, as OpenColorIO generates it for a GPU.
+// A conversion of colours, as OpenColorIO generates it for a GPU.
 struct ColorConversion {
   // What a sampler of the text reads: RGBA texels, width * height * depth of them, x fastest. Read
   // nearest: the text interpolates by itself.
@@ -24,14 +27,24 @@ struct ColorConversion {
   std::vector<Table> tables;
 };
 
-// The conversion between two spaces of a config file, by name, alias or role. With `config` empty, the
-// environment's OCIO names the file; without that, a small config of our own is used, with the spaces
-// linear, srgb, rec709, log and raw.
+// What a conversion is made of, asked for with the config that is in force. What it throws passes through;
+// an exception of OpenColorIO's is refused under `knob`.
+struct ConversionRecipe {
+  std::string name;  // stands for everything that `make` goes by, the config apart
+  std::string knob;
+  std::function<OCIO_NAMESPACE::ConstTransformRcPtr(const OCIO_NAMESPACE::Config&)> make;
+};
+
+// The conversion by a recipe in a config file. With `config` empty, the environment's OCIO names the
+// file; without that, a small config of our own is used, with the spaces linear, srgb, rec709, log and raw.
 //
 // Conversions are kept while the config file stays as it is; tables that it refers to are read once a
-// process. Throws std::runtime_error that names the knob at fault ("config", "in", "out") and, for a
-// space, those there are. Externally synchronised.
-std::shared_ptr<const ColorConversion> color_conversion(const std::string& config, const std::string& from,
-                                                        const std::string& to);
+// process. Throws std::runtime_error that names the knob at fault. Externally synchronised.
+std::shared_ptr<const ColorConversion> color_conversion(const std::string& config,
+                                                        const ConversionRecipe& recipe);
+
+// Throws std::runtime_error: knob "view": no view "flim" (did you mean "film"?); the config has ...
+[[noreturn]] void refuse_name(const std::string& knob, const std::string& what, const std::string& name,
+                              const std::vector<std::string>& known);
 
 }  // namespace host::nodes

@@ -12,6 +12,7 @@ using namespace node;  // what families are written in: every name of the room b
 // read of them. A new family adds its line here and in catalogue.cpp.
 
 std::vector<NodeType> in_out_family();     // read, constant, write
+std::vector<NodeType> picture_family();    // checkerboard, ramp
 std::vector<NodeType> merge_family();      // merge, dissolve, switch
 std::vector<NodeType> channel_family();    // copy, channel_merge, shuffle
 std::vector<NodeType> key_family();        // range_key, screen_key, edge_fill
@@ -19,6 +20,7 @@ std::vector<NodeType> filter_family();     // blur, glow, sharpen, dilate, filte
 std::vector<NodeType> transform_family();  // transform, reformat, corner_pin, crop
 std::vector<NodeType> time_family();       // time_offset, frame_hold, frame_blend, time_blur, ...
 std::vector<NodeType> color_family();      // grade, saturation, color_matrix, clamp
-std::vector<NodeType> ocio_family();       // ocio_colorspace
+std::vector<NodeType> pixel_family();      // premultiply, unpremultiply, invert, find_nan
+std::vector<NodeType> ocio_family();       // ocio_colorspace, ocio_display, ocio_file, ocio_cdl
 
 }  // namespace host::nodes

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <random>
 #include <string>
@@ -46,17 +47,24 @@ const std::map<std::string, std::string> changing = {
     {"saturation", R"("saturation": 0)"},
     {"color_matrix", R"("red": [0, 1, 0])"},
     {"clamp", R"("high": 0.25)"},
+    {"premultiply", ""},
+    {"unpremultiply", ""},
+    {"invert", ""},
+    {"find_nan", ""},
     {"ocio_colorspace", ""},
+    {"ocio_display", ""},
+    {"ocio_file", R"("file": "warm.cc")"},
+    {"ocio_cdl", R"("slope": [2, 1, 1])"},
 };
 
-void write_plate(const std::string& name, int x, int columns, unsigned seed) {
+void write_plate(const std::string& name, int x, int columns, unsigned seed, bool holes = false) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> value(0, 1);
   scene::Plate plate{columns, height - 2, {"R", "G", "B", "A"}, {}, x, 1, width, height};
   for (int i = 0; i < columns * (height - 2); ++i) {
     const float alpha = 0.25F + 0.75F * value(random);
     for (int c = 0; c < 3; ++c) plate.pixels.push_back(alpha * value(random));
-    plate.pixels.push_back(alpha);
+    plate.pixels.push_back(holes && i % 5 == 0 ? NAN : alpha);
   }
   scene::write_plate(scene::folder() / name, plate);
 }
@@ -90,8 +98,9 @@ std::string node_of(const NodeType& type, const std::string& name, bool masked, 
 
 // One node under several terms, with what it reads.
 scene::Scene scene_of(const NodeType& type) {
+  const std::string plate = type.name == "find_nan" ? "holes.exr" : "plate.exr";
   const std::string all = R"("channels": "rgba")";
-  std::string nodes = R"({"name": "plate", "type": "read", "knobs": {"file": "plate.exr"}},
+  std::string nodes = R"({"name": "plate", "type": "read", "knobs": {"file": ")" + plate + R"("}},
       {"name": "in", "type": "grade", "inputs": "plate", "knobs": {"multiply": {"keys": [[1, 0.5], [9, 1.5]]}}},
       {"name": "other", "type": "read", "knobs": {"file": "other.exr"}},
       {"name": "mask", "type": "read", "knobs": {"file": "mask.exr"}}, )";
@@ -127,6 +136,7 @@ void check(const std::string& what, const HostImage& found, const HostImage& in,
               << (part == 0 ? image[c] : made[c]);
         } else {
           const double mixed = image[c] * (1 - part) + made[c] * part;
+          if (std::isnan(mixed) && std::isnan(pixel[c])) continue;
           ASSERT_NEAR(pixel[c], mixed, 1e-6 * std::max(1.0, std::abs(mixed))) << x << " " << y << " " << c;
         }
       }
@@ -145,7 +155,10 @@ bool differs(const HostImage& a, const HostImage& b, int64_t from, int64_t to) {
 // all or nothing, else against a mixture made here of its plain result and its input.
 TEST(Around, HoldsEveryNodeToItsShare) {
   write_plate("plate.exr", 2, 12, 1);
+  write_plate("holes.exr", 2, 12, 1, true);
   write_plate("other.exr", 0, 16, 2);
+  std::ofstream(scene::folder() / "warm.cc") << R"(<ColorCorrection id="warm"><SOPNode>
+      <Slope>2 1 0.5</Slope><Offset>0 0 0</Offset><Power>1 1 1</Power></SOPNode></ColorCorrection>)";
   write_mask();
   for (const NodeType& type : host::nodes::catalogue()) {
     if (type.changes < 0 || type.inputs.empty()) continue;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -67,9 +68,14 @@ void write_config() {
     curve << "}\n";
   }
   std::ofstream config(scene::folder() / "config.ocio");
-  config << "ocio_profile_version: 2\nsearch_path: .\nroles: {default: plain, scene_linear: plain}\n"
-            "displays:\n  d:\n    - !<View> {name: v, colorspace: plain}\ncolorspaces:\n"
-            "  - !<ColorSpace> {name: plain}\n";
+  config
+      << "ocio_profile_version: 2\nsearch_path: .\nroles: {default: plain, scene_linear: plain}\n"
+         "displays:\n  d:\n    - !<View> {name: v, colorspace: plain}\n"
+         "    - !<View> {name: film, colorspace: short, looks: warm}\n"
+         "looks:\n"
+         "  - !<Look> {name: warm, process_space: plain, transform: !<CDLTransform> {slope: [1.5, 1, 0.5]}}\n"
+         "  - !<Look> {name: dark, process_space: density, transform: !<CDLTransform> {power: [2, 2, 2]}}\n"
+         "colorspaces:\n  - !<ColorSpace> {name: plain}\n";
   const auto space = [&config](const char* name, const char* transform) {
     config << "  - !<ColorSpace>\n    name: " << name << "\n    from_scene_reference: !<" << transform
            << "}\n";
@@ -93,46 +99,130 @@ scene::Plate colors() {
 }
 
 // What OpenColorIO's own processor for the CPU makes of the pixels.
-std::vector<float> reference(std::vector<float> pixels, const char* from, const char* to, bool divide) {
-  const auto config = ocio::Config::CreateFromFile((scene::folder() / "config.ocio").c_str());
-  const auto processor =
-      config->getProcessor(from, to)->getOptimizedCPUProcessor(ocio::OPTIMIZATION_LOSSLESS);
+std::vector<float> reference(std::vector<float> pixels, const ocio::ConstProcessorRcPtr& processor,
+                             bool divide) {
+  const auto on_cpu = processor->getOptimizedCPUProcessor(ocio::OPTIMIZATION_LOSSLESS);
   for (size_t at = 0; at < pixels.size(); at += 4) {
     const float alpha = divide && pixels[at + 3] > 0 ? pixels[at + 3] : 1;
     for (size_t c = 0; c < 3; ++c) pixels[at + c] /= alpha;
-    processor->applyRGBA(pixels.data() + at);
+    on_cpu->applyRGBA(pixels.data() + at);
     for (size_t c = 0; c < 3; ++c) pixels[at + c] *= alpha;
   }
   return pixels;
 }
 
-TEST(OcioColorspace, AgreesWithOpenColorIo) {
+using Processor = std::function<ocio::ConstProcessorRcPtr(const ocio::ConstConfigRcPtr&)>;
+
+Processor between(const char* from, const char* to) {
+  return [from, to](const auto& config) { return config->getProcessor(from, to); };
+}
+
+// Looks that are named through OpenColorIO's own way of overriding a view's.
+Processor shown(const char* view, const char* looks = nullptr, bool inverse = false) {
+  return [=](const auto& config) {
+    auto transform = ocio::DisplayViewTransform::Create();
+    transform->setSrc("plain");
+    transform->setDisplay("d");
+    transform->setView(view);
+    if (inverse) transform->setDirection(ocio::TRANSFORM_DIR_INVERSE);
+    if (!looks) return config->getProcessor(transform);
+    auto pipeline = ocio::LegacyViewingPipeline::Create();
+    pipeline->setDisplayViewTransform(transform);
+    pipeline->setLooksOverrideEnabled(true);
+    pipeline->setLooksOverride(looks);
+    return pipeline->getProcessor(config);
+  };
+}
+
+Processor of_file(const char* file, ocio::Interpolation interpolation, const char* id = "") {
+  return [=](const auto& config) {
+    auto transform = ocio::FileTransform::Create();
+    transform->setSrc((scene::folder() / file).c_str());
+    transform->setInterpolation(interpolation);
+    transform->setCCCId(id);
+    return config->getProcessor(transform);
+  };
+}
+
+Processor of_cdl(ocio::CDLStyle style, bool inverse = false) {
+  return [=](const auto& config) {
+    auto transform = ocio::CDLTransform::Create();
+    const double sop[] = {1.25, 0.75, 1, 0.125, 0, -0.125, 1.5, 1, 0.75};
+    transform->setSOP(sop);
+    transform->setSat(1.25);
+    transform->setStyle(style);
+    if (inverse) transform->setDirection(ocio::TRANSFORM_DIR_INVERSE);
+    return config->getProcessor(transform);
+  };
+}
+
+TEST(Ocio, AgreesWithOpenColorIo) {
   write_config();
+  std::ofstream(scene::folder() / "two.ccc")
+      << R"(<ColorCorrectionCollection><ColorCorrection id="a"></ColorCorrection><ColorCorrection id="b">
+          <SOPNode><Slope>2 1 0.5</Slope><Offset>0.25 0 0</Offset><Power>1 2 1</Power></SOPNode>
+          <SatNode><Saturation>0.5</Saturation></SatNode></ColorCorrection></ColorCorrectionCollection>)";
   const scene::Plate plate = colors();
   scene::write_plate(scene::folder() / "colors.exr", plate);
+  const std::string config = R"("config": "config.ocio", "in": "plain")";
+  const std::string cdl = R"("slope": [1.25, 0.75, 1], "offset": [0.125, 0, -0.125], "power": [1.5, 1, 0.75],
+      "saturation": 1.25)";
+  const auto space = [](const char* from, const char* to) {
+    return std::string(R"("config": "config.ocio", "in": ")") + from + R"(", "out": ")" + to + "\"";
+  };
   const struct {
-    const char* from;
-    const char* to;
+    const char* type;
+    std::string knobs;
+    Processor processor;
     bool divide;
   } cases[] = {
-      {"plain", "cube", false}, {"plain", "cube", true},    {"plain", "tetra", false},
-      {"plain", "short", true}, {"plain", "long", false},   {"plain", "cdl", true},
-      {"density", "cdl", true}, {"short", "density", true}, {"scene_linear", "plain", true},
+      {"ocio_colorspace", space("plain", "cube"), between("plain", "cube"), false},
+      {"ocio_colorspace", space("plain", "cube"), between("plain", "cube"), true},
+      {"ocio_colorspace", space("plain", "tetra"), between("plain", "tetra"), false},
+      {"ocio_colorspace", space("plain", "short"), between("plain", "short"), true},
+      {"ocio_colorspace", space("plain", "long"), between("plain", "long"), false},
+      {"ocio_colorspace", space("plain", "cdl"), between("plain", "cdl"), true},
+      {"ocio_colorspace", space("density", "cdl"), between("density", "cdl"), true},
+      {"ocio_colorspace", space("short", "density"), between("short", "density"), true},
+      {"ocio_colorspace", space("scene_linear", "plain"), between("scene_linear", "plain"), true},
+      {"ocio_display", config, shown("v"), true},
+      {"ocio_display", config + R"(, "display": "d", "view": "film")", shown("film"), true},
+      {"ocio_display", config + R"(, "view": "film", "looks": "dark")", shown("film", "dark"), false},
+      {"ocio_display", config + R"(, "view": "film", "looks": "dark, -warm")", shown("film", "dark, -warm"),
+       false},
+      {"ocio_display", config + R"(, "view": "film", "looks": "none")", between("plain", "short"), false},
+      {"ocio_display", config + R"(, "looks": "warm", "invert": true)",
+       [](const auto& given) {
+         auto look = ocio::LookTransform::Create();
+         look->setSrc("plain");
+         look->setDst("plain");
+         look->setLooks("-warm");
+         return given->getProcessor(look);
+       },
+       false},
+      {"ocio_file", R"("file": "cube.cube")", of_file("cube.cube", ocio::INTERP_BEST), true},
+      {"ocio_file", R"("file": "cube.cube", "interpolation": "linear")",
+       of_file("cube.cube", ocio::INTERP_LINEAR), false},
+      {"ocio_file", R"("file": "curve17.spi1d")", of_file("curve17.spi1d", ocio::INTERP_LINEAR), false},
+      {"ocio_file", R"("file": "two.ccc", "id": "b")", of_file("two.ccc", ocio::INTERP_BEST, "b"), true},
+      {"ocio_cdl", cdl, of_cdl(ocio::CDL_NO_CLAMP), true},
+      {"ocio_cdl", cdl + R"(, "clamp": true)", of_cdl(ocio::CDL_ASC), false},
+      {"ocio_cdl", cdl + R"(, "invert": true)", of_cdl(ocio::CDL_NO_CLAMP, true), false},
   };
+  const auto known = ocio::Config::CreateFromFile((scene::folder() / "config.ocio").c_str());
   for (const auto& each : cases) {
-    const std::string knobs = std::string(R"("config": "config.ocio", "in": ")") + each.from +
-                              R"(", "out": ")" + each.to + R"(", "unpremultiply": )" +
-                              (each.divide ? "true" : "false");
-    scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "colors.exr"}}, )" +
-                          probe::node("ocio_colorspace", R"("image": "p")", knobs),
-                      16, 16);
+    scene::Scene shot(
+        R"({"name": "p", "type": "read", "knobs": {"file": "colors.exr"}}, )" +
+            probe::node(each.type, R"("image": "p")",
+                        each.knobs + R"(, "unpremultiply": )" + (each.divide ? "true" : "false")),
+        16, 16);
     const std::vector<float> found = shot.image("n").rgba;
-    const std::vector<float> expected = reference(plate.pixels, each.from, each.to, each.divide);
+    const std::vector<float> expected = reference(plate.pixels, each.processor(known), each.divide);
     ASSERT_EQ(found.size(), expected.size());
     for (size_t i = 0; i < found.size(); ++i) {
       // A few roundings of the table's coordinate, which its slope enlarges.
       ASSERT_NEAR(found[i], expected[i], 2e-5 * std::max(1.0F, std::abs(expected[i])))
-          << each.from << " to " << each.to << ", value " << i;
+          << each.type << " " << each.knobs << ", value " << i;
     }
   }
 }
@@ -169,21 +259,32 @@ TEST(OcioColorspace, FollowsItsConfig) {
   EXPECT_NEAR(render("[3.0, 3.0, 3.0]"), 0.75, 1e-6);
 }
 
-TEST(OcioColorspace, SaysWhatIsWrong) {
+TEST(Ocio, SaysWhatIsWrong) {
   std::ofstream(scene::folder() / "broken.ocio") << "colorspaces: 7\n";
+  std::ofstream(scene::folder() / "broken.cube") << "LUT_3D_SIZE two\n";
   const struct {
+    const char* type;
     const char* knobs;
     const char* message;
   } cases[] = {
-      {R"("out": "srbg")",
+      {"ocio_display", R"("view": "plian")",
+       R"(knob "view": no view "plian" (did you mean "plain"?); the config has "plain")"},
+      {"ocio_display", R"("display": "tv")", R"(knob "display": no display "tv"; the config has "screen")"},
+      {"ocio_display", R"("looks": "warm")", R"(knob "looks": )"},
+      {"ocio_display", R"("in": "film")", R"(knob "in": no colour space "film")"},
+      {"ocio_file", "", R"(knob "file": expected a path, found none)"},
+      {"ocio_file", R"("file": "gone.cube")", "gone.cube: No such file"},
+      {"ocio_file", R"("file": "broken.cube")", R"(knob "file": )"},
+      {"ocio_colorspace", R"("out": "srbg")",
        R"(knob "out": no colour space "srbg" (did you mean "srgb"?); the config has "linear", "srgb", )"},
-      {R"("in": "film", "out": "srgb")", R"(knob "in": no colour space "film"; the config has)"},
-      {R"("config": "gone.ocio")", "gone.ocio: No such file"},
-      {R"("config": "broken.ocio")", "broken.ocio: "},
+      {"ocio_colorspace", R"("in": "film", "out": "srgb")",
+       R"(knob "in": no colour space "film"; the config has)"},
+      {"ocio_colorspace", R"("config": "gone.ocio")", "gone.ocio: No such file"},
+      {"ocio_colorspace", R"("config": "broken.ocio")", "broken.ocio: "},
   };
   for (const auto& each : cases) {
     scene::Scene shot(probe::constant("p", {1, 1, 1, 1}) +
-                      probe::node("ocio_colorspace", R"("image": "p")", each.knobs));
+                      probe::node(each.type, R"("image": "p")", each.knobs));
     const std::string found = scene::failure(shot, "n");
     EXPECT_NE(found.find(each.message), std::string::npos) << found;
   }

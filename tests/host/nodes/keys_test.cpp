@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <random>
 #include <set>
 #include <sstream>
@@ -96,6 +97,7 @@ std::vector<Pair> pairs_of(const NodeType& type, std::mt19937& random) {
     json knobs;
     for (const KnobSpec& each : type.knobs) knobs[each.name] = random_value(each, random);
     if (type.name == "read") knobs["file"] = "keys.exr";
+    if (type.name == "ocio_file") knobs["file"] = "keys.cc";
     json other = knobs;
     for (int i = 0; i < 20 && other == knobs; ++i) other[spec.name] = random_value(spec, random);
     if (other != knobs && spec.kind != KnobKind::file) pairs.push_back({spec.name, knobs, other});
@@ -179,6 +181,8 @@ TEST(Keys, CoverAllThatPixelsDependOn) {
   plate.height = height;
   for (int i = 0; i < width * height * 4; ++i) plate.pixels.push_back(value(random));
   for (const char* file : {"keys.exr", "copy.exr"}) scene::write_plate(scene::folder() / file, plate);
+  std::ofstream(scene::folder() / "keys.cc") << R"(<ColorCorrection id="k"><SOPNode><Slope>2 1 1</Slope>
+      <Offset>0 0 0</Offset><Power>1 1 1</Power></SOPNode></ColorCorrection>)";
   for (const NodeType& type : host::nodes::catalogue()) {
     const std::vector<Pair> pairs = pairs_of(type, random);
     const std::vector<int64_t> keys = keys_of(type, pairs);
