@@ -1,7 +1,5 @@
 #pragma once
 
-#include <qv/io/layers.h>
-
 #include "tests/support/files.h"
 #include "tests/support/images.h"
 
@@ -89,16 +87,4 @@ inline std::string make(const std::filesystem::path& folder, const Kind& kind, i
     }
     return output.write_deep_image(deep);
   });
-}
-
-// What a slot of an output shows at a pixel, where the part that it reads has these pixels in all.
-inline float shown(const qv::io::Slot& slot, const std::vector<qv::io::Read>& reads,
-                   const std::vector<float>& part, size_t channels, int x, int y) {
-  if (slot.read < 0) return slot.value;
-  const qv::io::Read& read = reads[static_cast<size_t>(slot.read)];
-  x -= read.x;
-  y -= read.y;
-  if (x < 0 || x >= read.width || y < 0 || y >= read.height) return 0;
-  const auto pixel = static_cast<size_t>(y) * static_cast<size_t>(read.width) + static_cast<size_t>(x);
-  return part[pixel * channels + static_cast<size_t>(read.chbegin + slot.channel)];
 }

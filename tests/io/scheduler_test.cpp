@@ -16,27 +16,25 @@
 
 namespace {
 
-// Stands in for decoding: notes the path, waits while it is held, and puts it into the result.
+using qv::io::DecodeScheduler;
+
+// Decodes nothing: notes the path, waits while it is held, and puts it into the result.
 struct Decoder {
   std::mutex mutex;
   std::condition_variable cv;
   std::vector<std::string> started;
   std::set<std::string> held;
-  bool record = true;
 
-  void decode(const std::string& path, qv::io::DecodeResult& out) {
-    std::unique_lock lock(mutex);
-    if (record) started.push_back(path);
-    cv.notify_all();
-    cv.wait(lock, [&] { return held.count(path) == 0; });
-    out.error = path;
-    out.status = 4;
-  }
-  void reset(std::set<std::string> hold, bool keep) {
-    const std::lock_guard lock(mutex);
-    started.clear();
-    held = std::move(hold);
-    record = keep;
+  int64_t submit(DecodeScheduler& scheduler, const std::string& path, int priority) {
+    const auto decode = [this, path](int, qv::io::DecodeResult& out) {
+      std::unique_lock lock(mutex);
+      started.push_back(path);
+      cv.notify_all();
+      cv.wait(lock, [&] { return held.count(path) == 0; });
+      out.error = path;
+      out.status = 4;
+    };
+    return scheduler.submit(decode, priority);
   }
   void let_go(const std::string& path) {
     const std::lock_guard lock(mutex);
@@ -48,30 +46,12 @@ struct Decoder {
     cv.wait(lock, [&] { return std::count(started.begin(), started.end(), path) > 0; });
   }
 };
-Decoder decoder;
-
-}  // namespace
-
-// Takes the place of the library's own, which the linker then leaves in the archive.
-void qv::io::decode_plain(const std::string& path, int, DecodeResult& out) {
-  decoder.decode(path, out);
-}
-
-namespace {
-
-using qv::io::DecodeScheduler;
-
-// Every other job is a function of the host's; both kinds stand in one queue.
-int64_t submit(DecodeScheduler& scheduler, int64_t number, int priority) {
-  const std::string path = std::to_string(number);
-  if (number % 2 == 0) return scheduler.submit(path, priority);
-  return scheduler.submit([path](int, qv::io::DecodeResult& out) { decoder.decode(path, out); }, priority);
-}
 
 TEST(scheduler, takes_what_a_function_of_the_hosts_says_or_throws) {
   using namespace qv::io;
-  decoder.reset({}, false);
   DecodeScheduler scheduler(1, 1, 3);
+  const auto missing = scheduler.take(scheduler.submit("/no/such/plate.exr", 0), -1);
+  ASSERT_TRUE(missing && missing->status == decode_failed && !missing->error.empty());
   auto captured = std::make_shared<int>(7);
   const std::weak_ptr<int> kept = captured;
   struct Row {
@@ -106,11 +86,12 @@ TEST(scheduler, takes_what_a_function_of_the_hosts_says_or_throws) {
 TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
   for (const bool priority_only : {false, true}) {
     std::mt19937 random(23);
-    decoder.reset({"general", "urgent"}, true);
+    Decoder decoder;
+    decoder.held = {"general", "urgent"};
     DecodeScheduler scheduler(-3, priority_only ? 1 : -1, 1);
-    const int64_t general = scheduler.submit("general", 3);
+    const int64_t general = decoder.submit(scheduler, "general", 3);
     decoder.wait_for("general");
-    if (priority_only) scheduler.submit("urgent", -5), decoder.wait_for("urgent");
+    if (priority_only) decoder.submit(scheduler, "urgent", -5), decoder.wait_for("urgent");
     struct Queued {
       int64_t id;
       int priority;
@@ -125,7 +106,7 @@ TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
         case 0:
         case 1:
           ++last;
-          queue.push_back({submit(scheduler, last, priority), std::max(0, priority)});
+          queue.push_back({decoder.submit(scheduler, std::to_string(last), priority), std::max(0, priority)});
           ASSERT_EQ(queue.back().id, last);
           break;
         case 2:
@@ -172,9 +153,10 @@ bool asleep(pid_t thread) {
 TEST(scheduler, forgetting_a_running_job_ends_the_wait_for_it) {
   for (const char* how : {"cancel", "clear", "destroy"}) {
     SCOPED_TRACE(how);
-    decoder.reset({"held"}, true);
+    Decoder decoder;
+    decoder.held = {"held"};
     auto scheduler = std::make_unique<DecodeScheduler>(1, 0, 1);
-    const int64_t held = scheduler->submit("held", 0);
+    const int64_t held = decoder.submit(*scheduler, "held", 0);
     decoder.wait_for("held");
     std::atomic<pid_t> waiting = 0;
     std::thread waiter([&, taken_from = scheduler.get()] {
@@ -184,7 +166,7 @@ TEST(scheduler, forgetting_a_running_job_ends_the_wait_for_it) {
     while (waiting == 0 || !asleep(waiting)) std::this_thread::yield();
     std::thread forgetting([&] {
       if (*how == 'd') {
-        scheduler->submit("dropped", 0);
+        decoder.submit(*scheduler, "dropped", 0);
         scheduler.reset();
       } else if (how[1] == 'l') {
         scheduler->clear();
@@ -196,7 +178,7 @@ TEST(scheduler, forgetting_a_running_job_ends_the_wait_for_it) {
     decoder.let_go("held");
     forgetting.join();
     if (scheduler) {
-      const auto next = scheduler->take(scheduler->submit("next", 0), -1);  // the worker has gone on
+      const auto next = scheduler->take(decoder.submit(*scheduler, "next", 0), -1);  // the worker has gone on
       EXPECT_TRUE(next && next->error == "next" && scheduler->state(held) == -1 &&
                   !scheduler->take(held, -1));
     }
@@ -211,7 +193,7 @@ struct Seen {
   std::set<int64_t> taken, cancelled;
 };
 
-void storm(DecodeScheduler& scheduler, Seen& seen, unsigned seed, bool clears) {
+void storm(DecodeScheduler& scheduler, Decoder& decoder, Seen& seen, unsigned seed, bool clears) {
   std::mt19937 random(seed);
   for (int step = 0; step < 400; ++step) {
     const int64_t id = static_cast<int64_t>(random() % 700) + 1;
@@ -244,7 +226,7 @@ void storm(DecodeScheduler& scheduler, Seen& seen, unsigned seed, bool clears) {
         break;
       default: {
         const std::string path = std::to_string(seed) + "/" + std::to_string(step);
-        const int64_t submitted = scheduler.submit(path, static_cast<int>(random() % 3));
+        const int64_t submitted = decoder.submit(scheduler, path, static_cast<int>(random() % 3));
         const std::lock_guard lock(seen.mutex);
         EXPECT_TRUE(seen.submitted.emplace(submitted, path).second);
       }
@@ -255,12 +237,12 @@ void storm(DecodeScheduler& scheduler, Seen& seen, unsigned seed, bool clears) {
 // Odd rounds clear now and then and end by destruction under load; even ones are accounted for.
 TEST(scheduler, loses_and_doubles_nothing_in_a_storm) {
   for (unsigned round = 0; round < 60; ++round) {
-    decoder.reset({}, false);
+    Decoder decoder;
     DecodeScheduler scheduler(2, 1, 1);
     Seen seen;
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 4; ++i)
-      threads.emplace_back([&, i] { storm(scheduler, seen, round * 4 + i, round % 2 == 1); });
+      threads.emplace_back([&, i] { storm(scheduler, decoder, seen, round * 4 + i, round % 2 == 1); });
     for (std::thread& thread : threads) thread.join();
     if (round % 2 == 1) continue;
     for (const auto& [id, path] : seen.submitted) {

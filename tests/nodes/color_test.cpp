@@ -1,4 +1,4 @@
-// What a colour node hands to its program: packed uniforms, spliced text, widened LUTs.
+// What a colour node hands to its program: packed uniforms and widened LUTs.
 #include <qv/gpu/registry.h>
 #include <qv/nodes/color/pack.h>
 #include <qv/nodes/ocio/splice.h>
@@ -87,15 +87,6 @@ TEST(Pack, FillsEveryComponentAndNothingElse) {
     ASSERT_TRUE(packed.empty() ||
                 !std::memcmp(packed.data(), expected.data(), packed.size() * sizeof packed[0]));
   }
-}
-
-TEST(Splice, OnlyWholeLinesAndExactCallsOnce) {
-  EXPECT_EQ(splice("//@OCIO\na\n //@OCIO\n", "G"), "//@OCIO\na\n //@OCIO\n");
-  EXPECT_EQ(splice("a\n//@OCIO\nb\n//@OCIO\n", "\n//@OCIO\n"), "a\n\n//@OCIO\n\nb\n\n//@OCIO\n\n");
-  std::string source = "texture(lut,p) + texture(lut3d, p) + texture(lut, texture(lut, p))";
-  EXPECT_TRUE(patch_lut3d(source, "lut") && !patch_lut3d(source, "lut"));
-  EXPECT_EQ(source,
-            "texture(lut,p) + texture(lut3d, p) + qv_lut3d_trilinear(lut, qv_lut3d_trilinear(lut, p))");
 }
 
 TEST(Lut, WidensBitByBitAtAnyAlignment) {

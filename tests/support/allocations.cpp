@@ -9,6 +9,7 @@ namespace support {
 
 constinit Allocations allocations;
 constinit thread_local int64_t Allocations::left = -1;
+constinit thread_local bool Allocations::here = false;
 
 namespace {
 
@@ -16,6 +17,7 @@ constinit thread_local int spared = 0;
 
 void* allocate(size_t size, size_t alignment) {
   if (spared == 0 && allocations.left >= 0 && allocations.left-- == 0) throw std::bad_alloc();
+  if (size != 0 && size == allocations.refused_elsewhere && !allocations.here) throw std::bad_alloc();
   const size_t whole = (std::max<size_t>(size, 1) + alignment - 1) / alignment * alignment;
   void* const memory =
       alignment > alignof(std::max_align_t) ? std::aligned_alloc(alignment, whole) : std::malloc(whole);

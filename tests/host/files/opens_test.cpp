@@ -1,5 +1,4 @@
 #include "host/plates/headers.h"
-#include "host/render/progress.h"
 #include "tests/host/render/scene.h"
 
 #include <atomic>
@@ -40,73 +39,42 @@ void count_stat(const char* path) {
   if (path && std::strstr(path, watched)) ++here.stats;
 }
 
-template <class Function>
-Function* next(Function* /*like*/, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-mode_t mode_of(int flags, va_list rest) {
-  return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : mode_t{0};
-}
-
 }  // namespace
+
+#define PASSED_ON(name, type) reinterpret_cast<type>(dlsym(RTLD_NEXT, #name))
+
+#define COUNTED_OPEN(name)                                                                \
+  int name(const char* path, int flags, ...) {                                            \
+    va_list rest;                                                                         \
+    va_start(rest, flags);                                                                \
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0U; \
+    va_end(rest);                                                                         \
+    count_open(path);                                                                     \
+    return PASSED_ON(name, int (*)(const char*, int, ...))(path, flags, mode);            \
+  }
+#define COUNTED_FOPEN(name)                                                   \
+  FILE* name(const char* path, const char* mode) {                            \
+    count_open(path);                                                         \
+    return PASSED_ON(name, FILE * (*)(const char*, const char*))(path, mode); \
+  }
+#define COUNTED_STAT(name)                                                \
+  int name(const char* path, struct name* to) noexcept {                  \
+    count_stat(path);                                                     \
+    return PASSED_ON(name, int (*)(const char*, struct name*))(path, to); \
+  }
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-  va_list rest;
-  va_start(rest, flags);
-  const mode_t mode = mode_of(flags, rest);
-  va_end(rest);
-  count_open(path);
-  return next(&::open, "open")(path, flags, mode);
-}
-
-int open64(const char* path, int flags, ...) {
-  va_list rest;
-  va_start(rest, flags);
-  const mode_t mode = mode_of(flags, rest);
-  va_end(rest);
-  count_open(path);
-  return next(&::open, "open64")(path, flags, mode);
-}
-
-FILE* fopen(const char* path, const char* mode) {
-  count_open(path);
-  return next(&::fopen, "fopen")(path, mode);
-}
-
-FILE* fopen64(const char* path, const char* mode) {
-  count_open(path);
-  return next(&::fopen, "fopen64")(path, mode);
-}
-
-int stat(const char* path, struct stat* to) noexcept {
-  count_stat(path);
-  int (*const original)(const char*, struct stat*) =
-      reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, "stat"));
-  return original(path, to);
-}
-
-int stat64(const char* path, struct stat64* to) noexcept {
-  count_stat(path);
-  int (*const original)(const char*, struct stat64*) =
-      reinterpret_cast<int (*)(const char*, struct stat64*)>(dlsym(RTLD_NEXT, "stat64"));
-  return original(path, to);
-}
+COUNTED_OPEN(open)
+COUNTED_OPEN(open64)
+COUNTED_FOPEN(fopen)
+COUNTED_FOPEN(fopen64)
+COUNTED_STAT(stat)
+COUNTED_STAT(stat64)
 
 }  // extern "C"
 
 namespace {
-
-struct Silent : host::render::Progress {
-  void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
-  void notice(const std::string& /*text*/) override {}
-  void frame(const host::render::FrameReport& report) override {
-    EXPECT_EQ(report.error, "");
-  }
-  void end(host::render::Outcome /*outcome*/, const host::render::Stats& /*stats*/) override {}
-};
 
 void write_sources(int frames) {
   scene::Plate plate;
@@ -140,9 +108,9 @@ TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
   for (const bool run : {true, false}) {
     here = {};
     opens_of_all = 0;
-    Silent progress;
+    scene::Recorder progress;
     if (run) {
-      EXPECT_EQ(shot.renderer().run(progress), host::render::Outcome::done);
+      EXPECT_EQ(shot.renderer().run(progress), host::render::Outcome::done) << progress.frames.back().error;
     } else {
       scene::Scene again(nodes);
       for (int frame = 1; frame <= frames; ++frame) again.image("b", frame);

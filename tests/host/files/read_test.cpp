@@ -1,11 +1,13 @@
 #include "host/plates/sources.h"
 #include "tests/host/render/scene.h"
+#include "tests/support/error.h"
+#include "tests/support/files.h"
+#include "tests/support/images.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <fstream>
-#include <iterator>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -32,25 +34,18 @@ struct Part {
 
 // Parts of one row; channel c of part p has 100 p + c in its first pixel.
 std::string write_parts(const std::string& name, const std::vector<Part>& parts) {
-  const std::string path = (scene::folder() / name).string();
   std::vector<OIIO::ImageSpec> specs;
   for (const Part& part : parts) {
-    OIIO::ImageSpec spec(3, 1, static_cast<int>(part.channels.size()), OIIO::TypeFloat);
-    spec.channelnames = part.channels;
-    if (!part.name.empty()) spec.attribute("oiio:subimagename", part.name);
-    specs.push_back(spec);
+    specs.emplace_back(3, 1, static_cast<int>(part.channels.size()), OIIO::TypeFloat);
+    specs.back().channelnames = part.channels;
+    if (!part.name.empty()) specs.back().attribute("oiio:subimagename", part.name);
   }
-  const auto output = OIIO::ImageOutput::create(path);
-  output->open(path, static_cast<int>(specs.size()), specs.data());
-  for (size_t p = 0; p < specs.size(); ++p) {
-    if (p > 0) output->open(path, specs[p], OIIO::ImageOutput::AppendSubimage);
+  return support::write_image(scene::folder() / name, specs, [&](OIIO::ImageOutput& output, size_t p) {
     std::vector<float> pixels;
     for (int i = 0; i < 3 * specs[p].nchannels; ++i)
       pixels.push_back(static_cast<float>(p) * 100 + static_cast<float>(i));
-    EXPECT_TRUE(output->write_image(OIIO::TypeFloat, pixels.data())) << output->geterror();
-  }
-  EXPECT_TRUE(output->close());
-  return path;
+    return output.write_image(OIIO::TypeFloat, pixels.data());
+  });
 }
 
 struct Read {
@@ -65,14 +60,12 @@ Read read(const Source& source) {
   host::Notices notices;
   Decoder decoder(headers, 2, 1 << 20, notices);
   Read result;
-  try {
+  result.error = support::error_of([&] {
     const Pixels pixels = decoder.take(source);
     std::copy_n(pixels.rgba.get(), 4, result.first.begin());
     for (size_t c = 0; c < 4; ++c) result.step[c] = pixels.rgba.get()[8 + c] - pixels.rgba.get()[c];
     result.coverage = headers.layer(source).coverage;
-  } catch (const std::runtime_error& error) {
-    result.error = error.what();
-  }
+  });
   return result;
 }
 
@@ -173,33 +166,26 @@ TEST(Layers, OfOnePartAreFoundByTheNamesOfChannels) {
 
 // A file of one row of half pixels whose header is then said to be wider.
 std::string write_wide(int width) {
-  const std::string path = (scene::folder() / "wide.exr").string();
-  OIIO::ImageSpec spec(4, 1, 4, OIIO::TypeHalf);
-  const auto output = OIIO::ImageOutput::create(path);
-  const std::vector<float> pixels(16, 0.5F);
-  EXPECT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeFloat, pixels.data()) &&
-              output->close());
-  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-  const std::string bytes(std::istreambuf_iterator<char>(file), {});
-  for (const std::string window : {"dataWindow", "displayWindow"}) {
-    const int last = width - 1;
-    file.seekp(
-        static_cast<std::streamoff>(bytes.find(window + '\0' + "box2i") + window.size() + 1 + 6 + 4 + 8));
-    file.write(reinterpret_cast<const char*>(&last), sizeof last);
-  }
-  return path;
+  const OIIO::ImageSpec spec(4, 1, 4, OIIO::TypeHalf);
+  const std::string path =
+      support::write_image(scene::folder() / "wide.exr", spec, std::vector<float>(16, 0.5F));
+  std::string bytes = support::bytes_of(path);
+  const int last = width - 1;
+  for (const std::string window : {"dataWindow", "displayWindow"})
+    std::memcpy(&bytes[bytes.find(window + '\0' + "box2i") + window.size() + 1 + 6 + 4 + 8], &last,
+                sizeof last);
+  return support::write_bytes(path, bytes);
 }
 
 std::string write_deep() {
-  const std::string path = (scene::folder() / "deep.exr").string();
   OIIO::ImageSpec spec(2, 1, 2, OIIO::TypeFloat);
   spec.channelnames = {"A", "Z"};
   spec.deep = true;
   OIIO::DeepData pixels(spec);
   pixels.set_samples(0, 2);
-  const auto output = OIIO::ImageOutput::create(path);
-  EXPECT_TRUE(output->open(path, spec) && output->write_deep_image(pixels) && output->close());
-  return path;
+  return support::write_image(scene::folder() / "deep.exr", {spec}, [&](OIIO::ImageOutput& output, size_t) {
+    return output.write_deep_image(pixels);
+  });
 }
 
 std::unique_ptr<Headers> held_to(int64_t most_side) {
@@ -211,25 +197,20 @@ std::unique_ptr<Headers> held_to(int64_t most_side) {
 TEST(Layers, ThatCannotBeReadSaySoByTheHeaderAlone) {
   EXPECT_NE(read({write_deep(), "", {}}).error.find("deep.exr: its image is deep"), std::string::npos);
   const std::string wide = write_wide(8000000);
-  try {
-    held_to(32768)->layer({wide, "", {}});
-    ADD_FAILURE();
-  } catch (const std::runtime_error& error) {
-    EXPECT_EQ(error.what(), wide + ": an image of 8000000 x 1 pixels is larger than the device's textures");
-  }
+  EXPECT_EQ(support::error_of([&] {
+              held_to(32768)->layer({wide, "", {}});
+            }),
+            wide + ": an image of 8000000 x 1 pixels is larger than the device's textures");
   const std::string fits = write_parts("fits.exr", {{"", {"R", "G", "B"}}});
   EXPECT_EQ(held_to(3)->layer({fits, "", {}}).channels[2], 2);
   EXPECT_THROW(held_to(2)->layer({fits, "", {}}), std::runtime_error);
 }
 
 TEST(Ids, AreTheNumbersThemselvesAndSayWhereAFloatEnds) {
-  const std::string path = (scene::folder() / "ids.exr").string();
   const std::vector<uint32_t> ids = {0, 1, 7, 8388609, 16777215, 16777216, 16777217, 4294967295};
   OIIO::ImageSpec spec(8, 1, 1, OIIO::TypeUInt32);
   spec.channelnames = {"id"};
-  const auto output = OIIO::ImageOutput::create(path);
-  ASSERT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeUInt32, ids.data()) &&
-              output->close());
+  const std::string path = support::write_image(scene::folder() / "ids.exr", spec, ids, OIIO::TypeUInt32);
   Headers headers;
   host::Notices notices;
   Decoder decoder(headers, 1, 1 << 20, notices);
@@ -266,14 +247,11 @@ TEST(Colors, AreSrgbInWholeNumbersUnlessTheFileSaysOtherwise) {
       {"c.jpg", OIIO::TypeUInt8, "", "", "sRGB"},
   };
   for (const auto& each : cases) {
-    const std::string path = (scene::folder() / each.name).string();
     OIIO::ImageSpec spec(4, 4, 3, each.type);
     if (*each.attribute) spec.attribute(each.attribute, each.value);
     if (std::string(each.value) == "Gamma2.2") spec.attribute("oiio:Gamma", 2.2F);
-    const std::vector<float> pixels(48, 0.5F);
-    const auto output = OIIO::ImageOutput::create(path);
-    ASSERT_TRUE(output->open(path, spec) && output->write_image(OIIO::TypeFloat, pixels.data()) &&
-                output->close());
+    const std::string path =
+        support::write_image(scene::folder() / each.name, spec, std::vector<float>(48, 0.5F));
     EXPECT_EQ(Headers().get(path)->color, each.color) << each.name;
   }
 }

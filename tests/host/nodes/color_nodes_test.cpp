@@ -1,5 +1,5 @@
-#include "tests/host/nodes/probe.h"
 #include "tests/host/render/placed_cases.h"
+#include "tests/host/render/scene.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <OpenColorIO/OpenColorIO.h>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -24,8 +25,6 @@ clamped to 1   | grade | 0.5 0.25 1 1 | "gain": 2, "clamp_white": true | 1 0.5 1
 below 0        | grade | 0.5 0.25 1 1 | "offset": [-0.75, 0, 0], "gamma": [2, 1, 1] | -0.25 0.25 1 1
 clamped to 0   | grade | 0.5 0.25 1 1 | "offset": -0.75, "clamp_black": true | 0 0 0.25 1
 by channel     | grade | 0.5 0.25 1 1 | "gain": [1, 2, 3], "lift": [0.5, 0, 0] | 0.75 0.5 3 1
-mixed          | grade | 0.5 0.25 1 1 | "offset": 0.5, "mix": 0.25 | 0.625 0.375 1.125 1
-masked         | grade | {"image": "color", "mask": "m"} | "offset": 0.5, "mix": 0.5 | 0.625 0.375 1.125 1
 thin           | grade | 0.25 0.25 0.25 0.5 | "offset": 0.5 | 0.5
 thin as it is  | grade | 0.25 0.25 0.25 0.5 | "offset": 0.5, "unpremultiply": false | 0.75 0.75 0.75 0.5
 flame          | grade | 0.5 0.25 1 0 | "offset": 0.5 | 1 0.75 1.5 0
@@ -36,12 +35,12 @@ high alone     | clamp | 0.5 0.25 1 1 | "low": 0.375, "high": 0.75, "limit_low":
 low alone      | clamp | 0.5 0.25 1 1 | "low": 0.375, "high": 0.75, "limit_high": false | 0.5 0.375 1 1
 grey           | saturation | 0.5 0.25 1 1 | "saturation": 0 | 0.3573 0.3573 0.3573 1
 vivid          | saturation | 0.5 0.25 1 1 | "saturation": 2 | 0.6427 0.1427 1.6427 1
+no alpha       | constant | [] | "color": [0.25, 0.5, 1, 0.75], "channels": "rgb" | 0.25 0.5 1 0
 rows           | color_matrix | 0.5 0.25 1 1 | "red": [0, 1, 0], "green": [1, 1, 1], "blue": [-1, 0, 2] | 0.25 1.75 1.5 1
 )";
 
 TEST(ColorCorrections, DrawWhatTheFormulasSay) {
-  scene::check_pixels(probe::constant("color", {0.5F, 0.25F, 1, 1}) + probe::constant("m", {0, 0, 0, 0.5F}),
-                      corrections);
+  scene::check_pixels("", corrections);
 }
 
 // A config with every kind of table: a cube, interpolated in two ways; a curve that fits into one row of a
@@ -211,11 +210,10 @@ TEST(Ocio, AgreesWithOpenColorIo) {
   };
   const auto known = ocio::Config::CreateFromFile((scene::folder() / "config.ocio").c_str());
   for (const auto& each : cases) {
-    scene::Scene shot(
-        R"({"name": "p", "type": "read", "knobs": {"file": "colors.exr"}}, )" +
-            probe::node(each.type, R"("image": "p")",
-                        each.knobs + R"(, "unpremultiply": )" + (each.divide ? "true" : "false")),
-        16, 16);
+    scene::Scene shot(scene::read_plate("colors.exr") + scene::node("n", "p", each.type,
+                                                                    each.knobs + R"(, "unpremultiply": )" +
+                                                                        (each.divide ? "true" : "false")),
+                      16, 16);
     const std::vector<float> found = shot.image("n").rgba;
     const std::vector<float> expected = reference(plate.pixels, each.processor(known), each.divide);
     ASSERT_EQ(found.size(), expected.size());
@@ -250,9 +248,9 @@ TEST(OcioColorspace, FollowsItsConfig) {
            "colorspaces:\n  - !<ColorSpace> {name: a}\n  - !<ColorSpace>\n    name: b\n"
            "    from_scene_reference: !<CDLTransform> {slope: "
         << slope << "}\n";
-    scene::Scene shot(probe::constant("p", {0.25F, 0.25F, 0.25F, 1}) +
-                      probe::node("ocio_colorspace", R"("image": "p")",
-                                  R"("config": "changing.ocio", "in": "a", "out": "b")"));
+    scene::Scene shot(
+        scene::constant("p", {0.25F, 0.25F, 0.25F, 1}) +
+        scene::node("n", "p", "ocio_colorspace", R"("config": "changing.ocio", "in": "a", "out": "b")"));
     return scene::pixel(shot.image("n"), 1, 1)[0];
   };
   EXPECT_NEAR(render("[2, 2, 2]"), 0.5, 1e-6);
@@ -283,8 +281,7 @@ TEST(Ocio, SaysWhatIsWrong) {
       {"ocio_colorspace", R"("config": "broken.ocio")", "broken.ocio: "},
   };
   for (const auto& each : cases) {
-    scene::Scene shot(probe::constant("p", {1, 1, 1, 1}) +
-                      probe::node(each.type, R"("image": "p")", each.knobs));
+    scene::Scene shot(scene::constant("p", {1, 1, 1, 1}) + scene::node("n", "p", each.type, each.knobs));
     const std::string found = scene::failure(shot, "n");
     EXPECT_NE(found.find(each.message), std::string::npos) << found;
   }

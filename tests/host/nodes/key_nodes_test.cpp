@@ -1,11 +1,13 @@
-#include "tests/host/nodes/probe.h"
 #include "tests/host/render/placed_cases.h"
+#include "tests/host/render/scene.h"
 
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace {
 
-using probe::Rgba;
+using scene::Rgba;
 
 // The first has the luminance 0.2126 / 4 + 0.7152 / 2 + 0.0722, the last is 0.5 behind coverage 0.5.
 constexpr const char* ranges = R"(
@@ -56,8 +58,8 @@ garbage over core          | screen_key | {"image": "edge", "core": "full", "gar
 
 TEST(Keyers, DrawWhatTheFormulasSay) {
   scene::check_pixels("", ranges);
-  scene::check_pixels(probe::constant("edge", {0.15F, 0.35F, 0.15F, 1}) +
-                          probe::constant("m", {0, 0, 0, 0.75F}) + probe::constant("full", {1, 1, 1, 1}),
+  scene::check_pixels(scene::constant("edge", {0.15F, 0.35F, 0.15F, 1}) +
+                          scene::constant("m", {0, 0, 0, 0.75F}) + scene::constant("full", {1, 1, 1, 1}),
                       screens);
 }
 
@@ -91,9 +93,7 @@ TEST(EdgeFill, FillsTheFormatFromAfar) {
   }
   scene::write_plate(scene::folder() / "far.exr", plate);
   for (const char* size : {R"("size": 2)", R"("size": 7)"}) {
-    scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "far.exr"}}, )" +
-                          probe::node("edge_fill", R"("image": "p")", size),
-                      101, 67);
+    scene::Scene shot(scene::read_plate("far.exr") + scene::node("n", "p", "edge_fill", size), 101, 67);
     const auto image = shot.image("n");
     ASSERT_EQ(image.extent.window, (host::Box{0, 0, 101, 67}));
     for (const int64_t x : {0, 8, 20, 50, 80, 92, 100}) {

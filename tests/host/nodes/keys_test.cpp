@@ -2,7 +2,8 @@
 #include "host/frame/project.h"
 #include "host/node/identity.h"
 #include "host/nodes/catalogue.h"
-#include "tests/host/nodes/probe.h"
+#include "tests/host/render/scene.h"
+#include "tests/support/error.h"
 
 #include <algorithm>
 #include <cmath>
@@ -153,12 +154,9 @@ std::vector<int64_t> keys_of(const NodeType& type, const std::vector<Pair>& pair
 }
 
 std::string drawn(scene::Scene& shot, const std::string& name, host::render::HostImage& image) {
-  try {
-    image = shot.image(name, frame);
-    return "";
-  } catch (const host::frame::FrameError& error) {
-    return std::string(error.what()).substr(std::string(error.what()).find("frame 5"));
-  }
+  const std::string error =
+      support::error_of<host::frame::FrameError>([&] { image = shot.image(name, frame); });
+  return error.substr(std::min(error.size(), error.find("frame 5")));
 }
 
 // Where a pair has one key, its pixels are drawn apart and must be one as well.
@@ -175,11 +173,7 @@ void compare(const NodeType& type, const Pair& pair) {
 // Change any knob of any node, or any key of its curve: the key changes, or the pixels do not.
 TEST(Keys, CoverAllThatPixelsDependOn) {
   std::mt19937 random(3);
-  std::uniform_real_distribution<float> value(0, 1);
-  scene::Plate plate;
-  plate.width = width;
-  plate.height = height;
-  for (int i = 0; i < width * height * 4; ++i) plate.pixels.push_back(value(random));
+  const scene::Plate plate = scene::noise(random, width, height);
   for (const char* file : {"keys.exr", "copy.exr"}) scene::write_plate(scene::folder() / file, plate);
   std::ofstream(scene::folder() / "keys.cc") << R"(<ColorCorrection id="k"><SOPNode><Slope>2 1 1</Slope>
       <Offset>0 0 0</Offset><Power>1 1 1</Power></SOPNode></ColorCorrection>)";

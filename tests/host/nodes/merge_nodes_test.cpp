@@ -1,23 +1,26 @@
-#include "tests/host/nodes/probe.h"
 #include "tests/host/render/placed_cases.h"
+#include "tests/host/render/scene.h"
+#include "tests/support/error.h"
 
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace {
 
-using probe::Rgba;
+using scene::Rgba;
 
 // What the tables below merge: two colours; two where a formula would divide by 0, exceeds 1 or takes its
 // other branch, both with alpha below 0.5; two a shade below the sum of alphas at which disjoint-over
 // changes; a mask of alpha 0.25 and red 0.5; and a node that is disabled.
 const std::string before =
-    probe::constant("A", {0.5F, 0.25F, 0, 0.5F}) + probe::constant("B", {0.25F, 0.75F, 0.5F, 0.75F}) +
-    probe::constant("C", {3, 0, 1, 0.375F}) + probe::constant("D", {0.5F, 0, 1, 0.25F}) +
-    probe::constant("E", {0.5F, 0.25F, 0, 0.625F}) + probe::constant("F", {0.25F, 0.5F, 0.125F, 0.34375F}) +
-    probe::constant("M", {0.5F, 0, 0, 0.25F}) +
-    R"({"name": "off", "type": "clamp", "inputs": "A", "knobs": {"high": 0.1}, "disabled": true, "comment": "-"}, )";
+    scene::constant("A", {0.5F, 0.25F, 0, 0.5F}) + scene::constant("B", {0.25F, 0.75F, 0.5F, 0.75F}) +
+    scene::constant("C", {3, 0, 1, 0.375F}) + scene::constant("D", {0.5F, 0, 1, 0.25F}) +
+    scene::constant("E", {0.5F, 0.25F, 0, 0.625F}) + scene::constant("F", {0.25F, 0.5F, 0.125F, 0.34375F}) +
+    scene::constant("M", {0.5F, 0, 0, 0.25F}) +
+    R"(, {"name": "off", "type": "clamp", "inputs": "A", "knobs": {"high": 0.1}, "disabled": true, "comment": "-"})";
 
 constexpr const char* merges = R"(
 atop          | merge | ["A", "B"] | "operation": "atop" | 0.5 0.5625 0.25 0.75
@@ -141,9 +144,9 @@ TEST(Merge, LaysWindowsOverEachOther) {
   scene::write_plate(scene::folder() / "a.exr", {1, 1, rgba, {1, 1, 1, 1}, 4, 0, 6, 6});
   scene::write_plate(scene::folder() / "b.exr", {3, 3, rgba, std::vector<float>(36, 0.5F), 2, 1, 6, 6});
   const std::string plates = R"({"name": "a", "type": "read", "knobs": {"file": "a.exr"}},
-                                {"name": "b", "type": "read", "knobs": {"file": "b.exr"}}, )";
+                                {"name": "b", "type": "read", "knobs": {"file": "b.exr"}})";
   for (const char* type : {"merge", "copy", "channel_merge"}) {
-    scene::Scene shot(plates + probe::node(type, R"("a": "a", "b": "b")", ""), 6, 6);
+    scene::Scene shot(plates + scene::node("n", R"({"a": "a", "b": "b"})", type, ""), 6, 6);
     const auto image = shot.image("n");
     EXPECT_EQ(image.extent.window, (host::Box{2, 2, 5, 6})) << type;
     EXPECT_EQ(scene::pixel(image, 4, 5)[3], 1) << type;
@@ -151,8 +154,7 @@ TEST(Merge, LaysWindowsOverEachOther) {
     EXPECT_EQ(scene::pixel(image, 2, 2)[0], 0.5F) << type;
   }
   // White alpha has pixels all over the format.
-  scene::Scene shot(plates + probe::node("shuffle", R"("first": "b")", R"("routing": "1 white 0 0 a 0 3")"),
-                    6, 6);
+  scene::Scene shot(plates + scene::node("n", "b", "shuffle", R"("routing": "1 white 0 0 a 0 3")"), 6, 6);
   const auto image = shot.image("n");
   EXPECT_EQ(image.extent.window, (host::Box{0, 0, 6, 6}));
   EXPECT_EQ(scene::pixel(image, 0, 0), (Rgba{0, 0, 0, 1}));
@@ -183,14 +185,9 @@ shuffle | "routing": {"red": 1} | knob "routing": expected)");
     std::getline(cases.ignore(2), knobs, '|');
     std::getline(cases, message);
     message.erase(0, 1);
-    std::string found;
-    try {
-      scene::Scene(before + R"({"name": "n", "inputs": ["A", "B"], "type": ")" + type + R"(", "knobs": {)" +
-                   knobs + "}}")
-          .image("n");
-    } catch (const host::shot::CompositionError& error) {
-      found = error.what();
-    }
+    const std::string node = scene::node("n", R"(["A", "B"])", type, knobs);
+    const std::string found =
+        support::error_of<host::shot::CompositionError>([&] { scene::Scene(before + node).image("n"); });
     EXPECT_NE(found.find(message), std::string::npos) << message << "\n" << found;
     EXPECT_EQ(found.empty(), message.empty()) << type << knobs << found;
   }

@@ -95,22 +95,8 @@ TEST(ReadNode, SaysWhatIsMissing) {
   scene::Scene outside(read_node(R"("file": "gone.%04d.exr", "first": 2, "last": 4)"));
   EXPECT_EQ(scene::failure(outside, "r", 7),
             place + folder + "/gone.0007.exr: the sequence has frames 2 to 4");
-  scene::write_plate(scene::folder() / "layers.exr", numbered(1, 1, {"R", "G", "B", "A", "depth.Z"}));
-  scene::Scene layer(read_node(R"("file": "layers.exr", "layer": "dept")"));
-  EXPECT_EQ(scene::failure(layer, "r", 7),
-            place + folder + R"(/layers.exr: has no layer "dept"; it has "depth")");
   scene::Scene nothing(read_node(R"("layer": "x")"));
   EXPECT_EQ(scene::failure(nothing, "r", 7), place + "knob \"file\": expected a path, found none");
-}
-
-TEST(ConstantNode, FillsTheFormat) {
-  scene::Scene shot(R"({"name": "c", "type": "constant", "knobs": {"color": [0.25, 0.5, 1, 0.75]}},
-                       {"name": "rgb", "type": "constant", "knobs": {"color": [0.25, 0.5, 1, 0.75], "channels": "rgb"}})",
-                    5, 3);
-  const auto image = shot.image("c");
-  EXPECT_EQ(image.extent.window, (host::Box{0, 0, 5, 3}));
-  EXPECT_EQ(scene::pixel(image, 4, 2), (Rgba{0.25F, 0.5F, 1, 0.75F}));
-  EXPECT_EQ(scene::pixel(shot.image("rgb"), 0, 0), (Rgba{0.25F, 0.5F, 1, 0}));
 }
 
 }  // namespace

@@ -67,14 +67,9 @@ class Outputs : public testing::TestWithParam<int> {
   void SetUp() override {
     setenv("LP_NUM_THREADS", std::to_string(GetParam()).c_str(), 1);
     std::mt19937 random(5);
-    std::uniform_real_distribution<float> value(0, 1);
-    for (int i = 0; i < 2 * plates; ++i) {
-      scene::Plate plate;
-      plate.width = width;
-      plate.height = height;
-      for (int k = 0; k < 4 * width * height; ++k) plate.pixels.push_back(value(random));
-      scene::write_plate(scene::folder() / file_name(i % 2 ? "b" : "a", 1 + i / 2), plate);
-    }
+    for (int i = 0; i < 2 * plates; ++i)
+      scene::write_plate(scene::folder() / file_name(i % 2 ? "b" : "a", 1 + i / 2),
+                         scene::noise(random, width, height));
   }
 };
 

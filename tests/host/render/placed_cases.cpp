@@ -1,6 +1,6 @@
 #include "tests/host/render/placed_cases.h"
 
-#include "tests/host/render/transform_plates.h"
+#include "tests/host/render/scene.h"
 
 #include <algorithm>
 #include <sstream>
@@ -78,17 +78,17 @@ void check_placed_cases(const char* table, int width, int height) {
 void check_pixels(const std::string& before, const char* table, double tolerance, int size, double scale) {
   for (const auto& columns : rows(table, 5)) {
     SCOPED_TRACE(columns[0] + columns[1] + columns[3]);
-    std::string nodes = before, inputs = columns[2];
-    if (inputs.find_first_of("\"[{") == std::string::npos) {
-      std::string color;
-      for (const double each : numbers(std::exchange(inputs, "\"p\"")))
-        color += (color.empty() ? "" : ", ") + std::to_string(each);
-      nodes += R"({"name": "p", "type": "constant", "knobs": {"color": [)" + color + "]}}, ";
+    std::string nodes = before, input = columns[2];
+    if (input.find_first_of("\"[{") == std::string::npos) {
+      const std::vector<double> color = numbers(std::exchange(input, "\"p\""));
+      Rgba rgba{};
+      for (size_t i = 0; i < 4; ++i) rgba[i] = static_cast<float>(color[i]);
+      nodes += constant("p", rgba);
     }
-    nodes += R"({"name": "n", "type": ")" + word(columns[1]) + R"(", "inputs": )" + inputs;
+    nodes += node("n", input, word(columns[1]), columns[3]);
     host::render::RenderOptions options;
     options.scale = scale;
-    Scene shot(nodes + R"(, "knobs": {)" + columns[3] + "}}", size, size, options);
+    Scene shot(nodes, size, size, options);
     std::vector<double> values = numbers(columns[4]);
     values.insert(values.begin(), {scale * size / 2, 1});
     check_pixel(shot.image("n"), values, tolerance);

@@ -13,7 +13,7 @@ namespace scene {
 // has the format of the plates.
 void check_placed_cases(const char* table, int width, int height);
 
-// Renders a node for each line behind the nodes in `before`, which end with a comma, and checks the pixel
+// Renders a node for each line behind the nodes in `before` and checks the pixel
 // right of the middle in the second row. The columns: what it is about, the node's type, its inputs or
 // the colour of the constant that it reads, the inside of its knobs, and one value or four.
 void check_pixels(const std::string& before, const char* table, double tolerance = 1e-6, int size = 2,

@@ -1,29 +1,13 @@
 #include "tests/host/render/scene.h"
 
+#include "tests/support/error.h"
+#include "tests/support/files.h"
+#include "tests/support/images.h"
+
 #include <stdexcept>
 #include <utility>
 
-#include <OpenImageIO/imageio.h>
-#include <unistd.h>
-
 namespace scene {
-
-namespace {
-
-struct Folder {
-  std::filesystem::path path =
-      std::filesystem::temp_directory_path() / ("quorvel-render-" + std::to_string(getpid()));
-  Folder() {
-    std::filesystem::create_directories(path);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() {
-    std::filesystem::remove_all(path);
-  }
-};
-
-}  // namespace
 
 host::gpu::GpuContext& gpu() {
   // Never ended: a driver that has been unloaded cannot be named where it leaks.
@@ -33,15 +17,15 @@ host::gpu::GpuContext& gpu() {
 }
 
 std::filesystem::path folder() {
-  static const Folder folder;
-  return folder.path;
+  static const std::filesystem::path folder = support::new_folder();
+  return folder;
 }
 
 Scene::Scene(const std::string& nodes, int width, int height, host::render::RenderOptions options)
-    : composition_(host::shot::parse_composition(R"({"format": {"width": )" + std::to_string(width) +
-                                                     R"(, "height": )" + std::to_string(height) +
-                                                     R"(}, "frames": "1-10", "nodes": [)" + nodes + "]}",
-                                                 folder() / "shot.json")),
+    : composition_(host::shot::parse_composition(
+          R"({"format": {"width": )" + std::to_string(width) + R"(, "height": )" + std::to_string(height) +
+              R"(}, "frames": "1-10", "nodes": [)" + nodes.substr(nodes.starts_with(",") ? 1 : 0) + "]}",
+          folder() / "shot.json")),
       renderer_(std::make_unique<host::render::Renderer>(composition_, std::move(options), gpu())) {}
 
 host::render::HostImage Scene::image(const std::string& node, int64_t frame) {
@@ -51,21 +35,27 @@ host::render::HostImage Scene::image(const std::string& node, int64_t frame) {
 }
 
 std::string failure(Scene& shot, const std::string& node, int64_t frame) {
-  try {
-    shot.image(node, frame);
-  } catch (const host::frame::FrameError& error) {
-    return error.what();
-  }
-  return "";
+  return support::error_of<host::frame::FrameError>([&] { shot.image(node, frame); });
 }
 
-std::array<float, 4> pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
+Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
   const host::Box& window = image.extent.window;
-  std::array<float, 4> rgba{};
+  Rgba rgba{};
   if (x < window[0] || x >= window[2] || y < window[1] || y >= window[3]) return rgba;
   const auto at = static_cast<size_t>((window[3] - 1 - y) * host::box_width(window) + (x - window[0])) * 4;
   for (size_t i = 0; i < 4; ++i) rgba[i] = image.rgba.at(at + i);
   return rgba;
+}
+
+Plate noise(std::mt19937& random, int width, int height, std::vector<std::string> channels) {
+  Plate plate;
+  plate.width = width;
+  plate.height = height;
+  plate.channels = std::move(channels);
+  plate.pixels.resize(static_cast<size_t>(width * height) * plate.channels.size());
+  std::uniform_real_distribution<float> value(0, 1);
+  for (float& each : plate.pixels) each = value(random);
+  return plate;
 }
 
 void write_plate(const std::filesystem::path& file, const Plate& plate) {
@@ -77,11 +67,35 @@ void write_plate(const std::filesystem::path& file, const Plate& plate) {
   spec.y = plate.y;
   spec.full_width = plate.full_width ? plate.full_width : plate.width;
   spec.full_height = plate.full_height ? plate.full_height : plate.height;
-  const auto output = OIIO::ImageOutput::create(file.string());
-  if (!output || !output->open(file.string(), spec) ||
-      !output->write_image(OIIO::TypeDesc::FLOAT, plate.pixels.data()) || !output->close()) {
-    throw std::runtime_error("cannot write " + file.string());
+  support::write_image(file, spec, plate.pixels);
+}
+
+void write_numbered(const std::string& file, int width, int height) {
+  Plate plate;
+  plate.width = width;
+  plate.height = height;
+  for (int row = height; row-- > 0;) {
+    for (int x = 0; x < width; ++x)
+      plate.pixels.insert(plate.pixels.end(), 4, static_cast<float>(1 + x + 10 * row));
   }
+  write_plate(folder() / file, plate);
+}
+
+std::string node(const std::string& name, const std::string& input, const std::string& type,
+                 const std::string& knobs) {
+  const bool by_name = input.find_first_of("[{\"") == std::string::npos;
+  return R"(, {"name": ")" + name + R"(", "inputs": )" + (by_name ? '"' + input + '"' : input) +
+         R"(, "type": ")" + type + R"(", "knobs": {)" + knobs + "}}";
+}
+
+std::string read_plate(const std::string& file) {
+  return node("p", "[]", "read", R"("file": ")" + file + '"');
+}
+
+std::string constant(const std::string& name, const Rgba& color) {
+  std::string list;
+  for (const float channel : color) list += (list.empty() ? "" : ", ") + std::to_string(channel);
+  return node(name, "[]", "constant", R"("color": [)" + list + "]");
 }
 
 }  // namespace scene

@@ -10,10 +10,13 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
 namespace scene {
+
+using Rgba = std::array<float, 4>;
 
 // The process's GPU context on the software device, so that results do not depend on the machine.
 host::gpu::GpuContext& gpu();
@@ -21,7 +24,8 @@ host::gpu::GpuContext& gpu();
 // A folder of this process, empty at first and removed at its end.
 std::filesystem::path folder();
 
-// A composition with a renderer, as a text under `folder()`; `nodes` is the inside of its list.
+// A composition with a renderer, as a text under `folder()`; `nodes` is the inside of its list, which may
+// begin with a comma.
 class Scene {
  public:
   explicit Scene(const std::string& nodes, int width = 8, int height = 8,
@@ -68,7 +72,7 @@ struct Recorder : host::render::Progress {
 };
 
 // The pixel at knob coordinates (x, y), transparent black outside the window.
-std::array<float, 4> pixel(const host::render::HostImage& image, int64_t x, int64_t y);
+Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y);
 
 // Writes an image of float channels, rows top to bottom, at (x, y) of a display window.
 struct Plate {
@@ -82,5 +86,19 @@ struct Plate {
   int full_height = 0;
 };
 void write_plate(const std::filesystem::path& file, const Plate& plate);
+
+// A plate of random values from 0 to 1.
+Plate noise(std::mt19937& random, int width, int height,
+            std::vector<std::string> channels = {"R", "G", "B", "A"});
+
+// A plate whose pixel (x, y), y up, holds 1 + x + 10 y in every channel, as a file under `folder()`.
+void write_numbered(const std::string& file, int width, int height);
+
+// Texts of nodes, each behind a comma: one that reads a file, as "p"; a constant; and any. `input` is a name,
+// or a list or object as it stands, and `knobs` the inside of the knobs.
+std::string read_plate(const std::string& file);
+std::string constant(const std::string& name, const Rgba& color);
+std::string node(const std::string& name, const std::string& input, const std::string& type,
+                 const std::string& knobs);
 
 }  // namespace scene

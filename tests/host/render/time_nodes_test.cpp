@@ -64,10 +64,7 @@ TEST(TimeNodes, ShowTheirSharesOfFrames) {
   for (const Case& each : cases) {
     const std::string what =
         std::string(each.type) + " {" + each.knobs + "} at " + std::to_string(each.frame);
-    scene::Scene shot(std::string(R"({"name": "p", "type": "read", "knobs": {"file": "time.#.exr"}},)") +
-                          R"({"name": "t", "inputs": "p", "type": ")" + each.type + R"(", "knobs": {)" +
-                          each.knobs + "}}",
-                      12, 1);
+    scene::Scene shot(scene::read_plate("time.#.exr") + scene::node("t", "p", each.type, each.knobs), 12, 1);
     const auto image = shot.image("t", each.frame);
     for (int x = 0; x < 12; ++x) {
       const auto share = each.shares.find(x);
@@ -86,11 +83,11 @@ TEST(TimeNodes, ShowTheirSharesOfFrames) {
 // Shares that differ from frame to frame although the frames read are the same are other results.
 TEST(TimeNodes, KeepResultsOfOtherSharesApart) {
   write_frames();
-  scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "time.#.exr"}},
-                       {"name": "r", "inputs": "p", "type": "retime", "knobs": {"speed": 0.25, "rounding": "blend"}},
-                       {"name": "m", "inputs": "r", "type": "transform", "knobs": {"translate": [1, 0]}},
-                       {"name": "o", "inputs": "m", "type": "time_offset", "knobs": {"offset": 1}},
-                       {"name": "n", "inputs": "o", "type": "transform", "knobs": {"translate": [-1, 0]}})",
+  scene::Scene shot(scene::read_plate("time.#.exr") +
+                        scene::node("r", "p", "retime", R"("speed": 0.25, "rounding": "blend")") +
+                        scene::node("m", "r", "transform", R"("translate": [1, 0])") +
+                        scene::node("o", "m", "time_offset", R"("offset": 1)") +
+                        scene::node("n", "o", "transform", R"("translate": [-1, 0])"),
                     12, 1);
   // Transforms fold through a node that only picks a frame.
   for (const char* name : {"r", "n"}) {

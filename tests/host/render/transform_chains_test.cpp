@@ -1,11 +1,15 @@
-#include "tests/host/render/transform_plates.h"
+#include "tests/host/render/scene.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -15,7 +19,6 @@ using host::render::HostImage;
 using scene::node;
 using scene::read_plate;
 
-// Plain double arithmetic for the random chains below.
 using Matrix = std::array<double, 9>;
 
 Matrix times(const Matrix& a, const Matrix& b) {
@@ -44,17 +47,20 @@ double kernel(const std::string& filter, double x) {
   return x < 1 ? 1 + x * x * (1.5 * x - 2.5) : 2 + x * (-4 + x * (2.5 - 0.5 * x));
 }
 
-double resampled(const HostImage& image, const Matrix& to_source, const std::string& filter, int64_t x,
+// The value of a picture's pixel, wherever it is asked for.
+using Shown = std::function<double(int64_t x, int64_t y)>;
+
+double resampled(const Shown& shown, const Matrix& to_source, const std::string& filter, int64_t x,
                  int64_t y) {
   const auto [u, v, w] = mapped(to_source, static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5);
   double sum = 0;
   const auto column = static_cast<int64_t>(std::floor(u));
   const auto row = static_cast<int64_t>(std::floor(v));
-  for (int64_t j = row - 3; w > 0 && j <= row + 3; ++j) {
-    for (int64_t i = column - 3; i <= column + 3; ++i) {
-      sum += kernel(filter, static_cast<double>(i) + 0.5 - u) *
-             kernel(filter, static_cast<double>(j) + 0.5 - v) *
-             static_cast<double>(scene::pixel(image, i, j)[2]);
+  for (int64_t j = row - 2; w > 0 && j <= row + 2; ++j) {
+    for (int64_t i = column - 2; i <= column + 2; ++i) {
+      const double weight =
+          kernel(filter, static_cast<double>(i) + 0.5 - u) * kernel(filter, static_cast<double>(j) + 0.5 - v);
+      if (weight != 0) sum += weight * shown(i, j);
     }
   }
   return sum;
@@ -63,152 +69,138 @@ double resampled(const HostImage& image, const Matrix& to_source, const std::str
 constexpr int width = 24;
 constexpr int height = 16;
 
-// A random link as knobs and as a matrix: translated, turned and scaled about a point, or pinned by
-// four corners in perspective.
-class RandomLink {
+// A chain of random nodes, and what it shows by plain arithmetic in doubles.
+class Chain {
  public:
-  explicit RandomLink(std::mt19937& random) : random_(random) {
-    const bool pinned = random() % 2 == 0;
+  Chain(unsigned seed, std::string filter) : random_(seed), filter_(std::move(filter)) {}
+
+  std::string nodes = read_plate("random.exr");
+  std::string last = "p";
+
+  // A step that keeps pixels whole: mirrored and cut, or laid into another format, or moved.
+  void add_whole_step() {
+    const std::string any_filter = flag() ? R"("filter": "cubic", )" : R"("filter": "bilinear", )";
+    if (whole(0, 3) == 0) {
+      const int dx = whole(-5, 5), dy = whole(-5, 5);
+      add("transform",
+          any_filter + "\"translate\": [" + std::to_string(dx) + ", " + std::to_string(dy) + "]");
+      steps_.push_back([dx, dy](const Shown& before) {
+        return [=](int64_t x, int64_t y) { return before(x - dx, y - dy); };
+      });
+      return;
+    }
+    const bool flip = flag(), flop = flag(), keep = flag(), same = flag();
+    const int w = width_, h = height_;
+    width_ = same ? w : whole(8, 30);
+    height_ = same ? h : whole(8, 20);
+    std::ostringstream knobs;
+    knobs << std::boolalpha << any_filter << R"("resize": "none", "center": false, "size": [)" << width_
+          << ", " << height_ << "], \"flip\": " << flip << ", \"flop\": " << flop
+          << ", \"keep_outside\": " << keep;
+    add("reformat", knobs.str());
+    steps_.push_back([=, cut_w = width_, cut_h = height_](const Shown& before) {
+      return [=](int64_t x, int64_t y) {
+        const bool inside = x >= 0 && x < cut_w && y >= 0 && y < cut_h;
+        return keep || inside ? before(flop ? w - 1 - x : x, flip ? h - 1 - y : y) : 0.0;
+      };
+    });
+  }
+
+  // Links that are folded into one resampling: translated, turned and scaled about a point, or pinned by four
+  // corners in perspective.
+  void add_links(int count) {
+    Matrix forward = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    while (count-- > 0) forward = times(add_link(), forward);
+    Matrix back = adjugate(forward);
+    // The adjugate is the inverse but for a factor, whose sign tells front from back.
+    const double sign = times(forward, back)[0] > 0 ? 1 : -1;
+    for (double& each : back) each *= sign;
+    steps_.push_back([back, filter = filter_](const Shown& before) {
+      return [=](int64_t x, int64_t y) { return resampled(before, back, filter, x, y); };
+    });
+  }
+
+  Shown shown(Shown plate) const {
+    for (const auto& step : steps_) plate = step(plate);
+    return plate;
+  }
+
+ private:
+  Matrix add_link() {
+    const bool pinned = flag();
     const double angle = number(-180, 180), scale = number(0.9, 1.15);
     const double x = number(-4, 4), y = number(-4, 4), cx = number(-5, 5), cy = number(-5, 5);
     const double turn = angle * std::acos(-1.0) / 180;
     const double c = scale * std::cos(turn), s = scale * std::sin(turn);
-    const double px = cx + width / 2.0, py = cy + height / 2.0;
-    matrix = {c, -s, px + x - c * px + s * py, s, c, py + y - s * px - c * py, 0, 0, 1};
+    const double px = cx + width_ / 2.0, py = cy + height_ / 2.0;
+    Matrix matrix = {c, -s, px + x - c * px + s * py, s, c, py + y - s * px - c * py, 0, 0, 1};
     if (pinned) matrix = times({1, 0, 0, 0, 1, 0, number(-0.004, 0.004), number(-0.004, 0.004), 1}, matrix);
-    std::ostringstream out;
-    out.precision(17);
+    std::ostringstream knobs;
+    knobs.precision(17);
+    knobs << "\"filter\": \"" << filter_ << "\", ";
     if (pinned) {
-      out << "\"to\": [";
-      for (const auto& [i, j] : {std::pair(0, 0), {width, 0}, {width, height}, {0, height}}) {
+      knobs << "\"to\": [";
+      for (const auto& [i, j] : {std::pair(0, 0), {width_, 0}, {width_, height_}, {0, height_}}) {
         const auto corner = mapped(matrix, i, j);
-        out << (i + j ? ", " : "") << corner[0] << ", " << corner[1];
+        knobs << (i + j ? ", " : "") << corner[0] << ", " << corner[1];
       }
-      out << "]";
+      knobs << "]";
     } else {
-      out << "\"translate\": [" << x << ", " << y << "], \"rotate\": " << angle << ", \"scale\": " << scale
-          << ", \"center\": [" << cx << ", " << cy << "]";
+      knobs << "\"translate\": [" << x << ", " << y << "], \"rotate\": " << angle << ", \"scale\": " << scale
+            << ", \"center\": [" << cx << ", " << cy << "]";
     }
-    type = pinned ? "corner_pin" : "transform";
-    knobs = out.str();
+    add(pinned ? "corner_pin" : "transform", knobs.str());
+    return matrix;
   }
 
-  std::string type;
-  std::string knobs;
-  Matrix matrix{};
-
- private:
+  void add(const std::string& type, const std::string& knobs) {
+    const std::string name = "t" + std::to_string(count_++);
+    nodes += node(name, std::exchange(last, name), type, knobs);
+  }
+  int whole(int least, int most) {
+    return std::uniform_int_distribution(least, most)(random_);
+  }
+  bool flag() {
+    return whole(0, 1) == 1;
+  }
   double number(double least, double most) {
     return std::uniform_real_distribution<double>(least, most)(random_);
   }
-  std::mt19937& random_;
+
+  std::mt19937 random_;
+  std::string filter_;
+  std::vector<std::function<Shown(const Shown&)>> steps_;
+  int width_ = width, height_ = height, count_ = 0;
 };
 
-// Every pixel in and around the result of a random chain, against the same in doubles: that the
-// window leaves nothing out is part of it.
+// Every pixel in and around the result of a random chain: that the window leaves nothing out, and that
+// folding changes no pixel, is part of it.
 TEST(TransformNodes, ChainsAgreeWithPlainArithmetic) {
   std::mt19937 random(11);
-  std::uniform_real_distribution<float> value(0, 1);
-  scene::Plate plate;
-  plate.width = width - 7;
-  plate.height = height - 5;
+  scene::Plate plate = scene::noise(random, width - 7, height - 5);
   plate.x = 4;
   plate.y = 1;
   plate.full_width = width;
   plate.full_height = height;
-  for (int i = 0; i < plate.width * plate.height * 4; ++i) plate.pixels.push_back(value(random));
   scene::write_plate(scene::folder() / "random.exr", plate);
-  for (int round = 0; round < 30; ++round) {
-    const std::string filter = round % 3 ? "cubic" : "bilinear";
-    std::string nodes = read_plate("random.exr"), last = "p";
-    Matrix forward = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    for (int i = 0; i <= round % 3; ++i) {
-      const RandomLink link(random);
-      const std::string name = "t" + std::to_string(i);
-      nodes += node(name, last, link.type, link.knobs + R"(, "filter": ")" + filter + "\"");
-      last = name;
-      forward = times(link.matrix, forward);
-    }
-    scene::Scene shot(nodes, width, height);
-    const HostImage source = shot.image("p");
-    const HostImage image = shot.image(last);
-    const Matrix back = adjugate(forward);
-    // The adjugate is the inverse but for a factor, whose sign tells front from back.
-    const double sign = times(forward, back)[0] > 0 ? 1 : -1;
-    Matrix to_source = back;
-    for (double& each : to_source) each *= sign;
-    double largest = 0;
-    for (int64_t y = -20; y < height + 20; ++y) {
-      for (int64_t x = -20; x < width + 20; ++x) {
-        const double expected = resampled(source, to_source, filter, x, y);
-        largest = std::max(largest, std::abs(expected - static_cast<double>(scene::pixel(image, x, y)[2])));
-      }
-    }
-    EXPECT_LT(largest, 2e-5) << "round " << round << ":\n" << nodes;
-  }
-}
-
-// A step that keeps pixels whole: mirrored and cut, or laid into another format, or moved.
-std::string whole_step(std::mt19937& random) {
-  const auto from = [&](int least, int most) { return std::uniform_int_distribution(least, most)(random); };
-  const auto flag = [&](const char* name) { return std::string(name) + (from(0, 1) ? "true" : "false"); };
-  std::ostringstream knobs;
-  knobs << R"("filter": ")" << (from(0, 1) ? "cubic" : "bilinear") << "\", ";
-  if (from(0, 3) == 0) {
-    knobs << R"("translate": [)" << from(-5, 5) << ", " << from(-5, 5) << "]";
-    return R"("type": "transform", "knobs": {)" + knobs.str() + "}";
-  }
-  knobs << R"("resize": "none", "center": false, "size": [)";
-  const bool same = from(0, 1);
-  knobs << (same ? width : from(8, 30)) << ", " << (same ? height : from(8, 20)) << "], ";
-  knobs << flag("\"flip\": ") << ", " << flag("\"flop\": ") << ", " << flag("\"keep_outside\": ");
-  return R"("type": "reformat", "knobs": {)" + knobs.str() + "}";
-}
-
-// Only one step resamples, so that folding must not change a pixel: each chain beside the same with
-// every step drawn, by a grade that doubles it.
-TEST(TransformNodes, FoldedChainsEqualUnfoldedOnes) {
-  std::mt19937 random(23);
-  std::uniform_real_distribution<double> part(-6, 6);
-  scene::Plate plate;
-  plate.width = width;
-  plate.height = height;
-  for (int i = 0; i < width * height * 4; ++i)
-    plate.pixels.push_back(i % 4 == 3 ? 1 : 0.5F + static_cast<float>(random() % 1000) / 1000);
-  scene::write_plate(scene::folder() / "folded.exr", plate);
-  for (int round = 0; round < 60; ++round) {
-    const int count = 2 + round % 4;
-    const int resampling = static_cast<int>(random() % static_cast<unsigned>(count));
-    std::string folded = read_plate("folded.exr"), unfolded = folded, last = "p";
-    for (int i = 0; i < count; ++i) {
-      std::string step = whole_step(random);
-      if (i == resampling) {
-        std::ostringstream knobs;
-        knobs << R"("type": "transform", "knobs": {"filter": ")" << (round % 3 ? "cubic" : "bilinear")
-              << R"(", "translate": [)" << part(random) << ", " << part(random) << "]";
-        if (random() % 2) knobs << R"(, "rotate": )" << 10 * part(random) << R"(, "scale": 1.2)";
-        step = knobs.str() + "}";
-      }
-      const std::string name = "t" + std::to_string(i);
-      const auto joined = [&](std::string input) {
-        return R"(, {"name": ")" + name + R"(", "inputs": ")" + input.append("\", ").append(step) + "}";
-      };
-      folded += joined(i == 0 ? "p" : "t" + std::to_string(i - 1));
-      unfolded += joined(last);
-      unfolded += node("d" + name, name, "grade", R"("multiply": 2, "unpremultiply": false)");
-      last = "d" + name;
-    }
-    scene::Scene once(folded, width, height), stepwise(unfolded, width, height);
-    const HostImage image = once.image("t" + std::to_string(count - 1));
-    const HostImage expected = stepwise.image(last);
+  for (unsigned round = 0; round < 60; ++round) {
+    Chain chain(round, round % 3 ? "cubic" : "bilinear");
+    for (unsigned before = round % 4; before > 1; --before) chain.add_whole_step();
+    chain.add_links(1 + static_cast<int>(round % 3));
+    for (unsigned after = round % 5; after > 1; --after) chain.add_whole_step();
+    scene::Scene shot(chain.nodes, width, height);
+    const HostImage source = shot.image("p"), image = shot.image(chain.last);
+    const auto plate_shown = [&](int64_t x, int64_t y) {
+      return static_cast<double>(scene::pixel(source, x, y)[2]);
+    };
+    const Shown expected = chain.shown(plate_shown);
     double largest = 0;
     for (int64_t y = -30; y < 50; ++y) {
-      for (int64_t x = -30; x < 60; ++x) {
-        const double wanted = std::ldexp(static_cast<double>(scene::pixel(expected, x, y)[2]), -count);
-        largest = std::max(largest, std::abs(wanted - static_cast<double>(scene::pixel(image, x, y)[2])));
-      }
+      for (int64_t x = -30; x < 60; ++x)
+        largest =
+            std::max(largest, std::abs(expected(x, y) - static_cast<double>(scene::pixel(image, x, y)[2])));
     }
-    EXPECT_LT(largest, 2e-5) << "round " << round << ":\n" << folded;
+    EXPECT_LT(largest, 2e-5) << "round " << round << ":\n" << chain.nodes;
   }
 }
 
