@@ -26,10 +26,10 @@ double uniform(double least, double most) {
 }
 
 // The segment that the halving search ends on, written down as it is described.
-std::size_t segment(const Keys& keys, double t) {
-  std::size_t lo = 0;
-  for (std::size_t hi = keys.size() - 1; hi - lo > 1;) {
-    const std::size_t mid = (lo + hi) / 2;
+size_t segment(const Keys& keys, double t) {
+  size_t lo = 0;
+  for (size_t hi = keys.size() - 1; hi - lo > 1;) {
+    const size_t mid = (lo + hi) / 2;
     (t >= keys[mid].time ? lo : hi) = mid;
   }
   return lo;
@@ -49,7 +49,7 @@ TEST(Curve, HasTheShapeThatItsKeysAskFor) {
     for (auto& key : keys) {
       // All keys of one kind, or each of any.
       const auto kind = round % 2 == 0 ? bits() % 9 : round / 2 % 9;
-      key = {time += uniform(0.2, 3), uniform(-9, 9),  static_cast<std::uint8_t>(kind),
+      key = {time += uniform(0.2, 3), uniform(-9, 9),  static_cast<uint8_t>(kind),
              bits() % 2 == 0,         bits() % 2 == 0, uniform(-4, 4),
              uniform(-4, 4)};
     }
@@ -62,7 +62,7 @@ TEST(Curve, HasTheShapeThatItsKeysAskFor) {
     EXPECT_NEAR(curve.value(time + 2), keys.back().value + on * out.back(), 1e-12);
     EXPECT_EQ(curve.value(time), keys.back().value);
     double last_bend = 0;
-    for (std::size_t i = 0; i + 1 < keys.size(); ++i) {
+    for (size_t i = 0; i + 1 < keys.size(); ++i) {
       const auto &a = keys[i], &b = keys[i + 1];
       const double d = b.time - a.time;
       const double t = a.time + uniform(0, 1) * d;

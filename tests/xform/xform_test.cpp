@@ -30,11 +30,11 @@ using Step = std::vector<double>;
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double inf = std::numeric_limits<double>::infinity();
-constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+constexpr int64_t highest = std::numeric_limits<int64_t>::max();
 
 bool install_routines() {
   const auto address = [](auto* routine) {
-    return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(routine));
+    return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(routine));
   };
   return set_blas(address(dgesv_), address(cblas_dgemm), address(cblas_dgemv), address(dgetrf_)) &&
          has_blas();
@@ -66,7 +66,7 @@ void expect_near(Point a, Point b) {
 
 // A pin of `n` corners of 100 x 100 pixels, each moved a little, or another step of any numbers in the ranges
 // of its kind: a transform, or a reformat.
-Step random_step(double kind, std::size_t n) {
+Step random_step(double kind, size_t n) {
   // Of each value the least and the most; of a whole one how many there are, and 0.
   static const Step ranges[] = {
       {-50, 50, -50, 50, -360, 360, .5, 2, .5, 2, -.5, .5, -.5, .5, 2, 0, 0, 200, 0, 200, 2, 0},
@@ -81,9 +81,9 @@ Step random_step(double kind, std::size_t n) {
     return step;
   }
   const double corners[] = {0, 0, 100, 0, 100, 100, 0, 100};
-  const std::size_t turn = bits() % 4 * 2;
+  const size_t turn = bits() % 4 * 2;
   step.insert(step.end(), {0, static_cast<double>(n)});
-  for (std::size_t i = 0; i < 4 * n; ++i) step.push_back(corners[(i % (2 * n) + turn) % 8] + uniform(-9, 9));
+  for (size_t i = 0; i < 4 * n; ++i) step.push_back(corners[(i % (2 * n) + turn) % 8] + uniform(-9, 9));
   step.insert(step.end(), {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
   return step;
 }
@@ -94,16 +94,16 @@ TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
     std::vector<Step> steps(bits() % 4);
     const Point start{uniform(0, 160), uniform(0, 90)};
     Point point = start;
-    std::int64_t width = 160, height = 90;
+    int64_t width = 160, height = 90;
     bool clipped = false;
     for (Step& step : steps) {
-      const std::size_t n = bits() % 6;
+      const size_t n = bits() % 6;
       step = random_step(below(3), n);
       bool clip = true;
       const Matrix m = step_matrix(step, width, height, clip).value();
       point = mapped(m, point);
       clipped = clipped || clip;
-      for (std::size_t i = 3; step[0] == 2 && i < 3 + 2 * std::min<std::size_t>(n, 4); i += 2)
+      for (size_t i = 3; step[0] == 2 && i < 3 + 2 * std::min<size_t>(n, 4); i += 2)
         expect_near(mapped(m, {step[i], step[i + 1]}), {step[i + 2 * n], step[i + 2 * n + 1]});
       Step undo = step;
       double& inverted = undo[step[0] == 0 ? 11 : 1];
@@ -125,7 +125,7 @@ TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
       least = {std::min(least.x, p.x), std::min(least.y, p.y)};
       most = {std::max(most.x, p.x), std::max(most.y, p.y)};
     }
-    const auto covers = [](std::int64_t edge, double outward, double inside) {
+    const auto covers = [](int64_t edge, double outward, double inside) {
       const auto e = static_cast<double>(edge);
       return e >= outward - 2e-6 && e < outward + 1 && e >= inside - 2e-6;
     };
@@ -150,7 +150,7 @@ Step reformat(double type, std::vector<double> sizes, double resize, std::vector
 TEST(Xform, StepsByThemselvesNeedNoRoutines) {
   EXPECT_FALSE(set_blas(1, 1, 1, 0) || has_blas() || set_blas(0, 0, 0, 0) || has_blas());
   // The step, the width and height of what it makes of 200 x 100 pixels, its matrix.
-  const std::tuple<Step, std::int64_t, std::int64_t, std::optional<Matrix>> rows[] = {
+  const std::tuple<Step, int64_t, int64_t, std::optional<Matrix>> rows[] = {
       {{0, 7, 8, 0, 1, 1, 0, 0, 0, 3, 4, 0}, 200, 100, scale(1, 1, 7, 8)},
       {{0, 0, 0, 0, 2, 3, .5, .25, 0, 0, 0, 0}, 200, 100, Matrix{2, 1, 0, .75, 3.375, 0, 0, 0, 1}},
       {{0, 0, 0, 0, 2, 3, .5, .25, 1, 0, 0, 0}, 200, 100, Matrix{2.25, 1, 0, .75, 3, 0, 0, 0, 1}},
@@ -170,17 +170,17 @@ TEST(Xform, StepsByThemselvesNeedNoRoutines) {
       {reformat(0, {100, 200}, 0, {0, nan, 1, 1}), 100, 200, Matrix{0, 1, 0, -1, 0, 200, 0, 0, 1}},
   };
   for (const auto& [step, width, height, matrix] : rows) {
-    std::int64_t w = 200, h = 100;
+    int64_t w = 200, h = 100;
     bool clip = step[0] == 0;
     EXPECT_EQ(step_matrix(step, w, h, clip), matrix);
     EXPECT_EQ(std::pair(w, h), std::pair(width, height));
     EXPECT_EQ(clip, step[0] == 1);
   }
   // The width squared is no 64-bit number, but what the height comes to is.
-  std::int64_t side = highest;
+  int64_t side = highest;
   bool clip = true;
   step_matrix(reformat(1, {0, 0, 0, 1e30, 0, 0, 4}, 0, {0, 0, 0, 0, nan}), side, side, clip);
-  EXPECT_EQ(std::pair(side, clip), std::pair(std::int64_t{1} << 61, false));
+  EXPECT_EQ(std::pair(side, clip), std::pair(int64_t{1} << 61, false));
 }
 
 TEST(Xform, ClipsMoveWithTheImageAndMeet) {
@@ -199,7 +199,7 @@ TEST(Xform, ClipsMoveWithTheImageAndMeet) {
   };
   for (const auto& [steps, clip] : rows) EXPECT_EQ(total(steps, 9, 9).clip, clip);
   for (const double points : {2., 3., 4.}) {
-    Step coincident(static_cast<std::size_t>(19 + 4 * points), 5.0);
+    Step coincident(static_cast<size_t>(19 + 4 * points), 5.0);
     coincident[0] = 2;
     coincident[2] = points;
     EXPECT_FALSE(total({coincident, {}}, 9, 9).matrix);
@@ -264,7 +264,7 @@ TEST(Xform, MotionBlurFollowsTheLongestWayOfACorner) {
   ASSERT_TRUE(install_routines());
   const auto at = [](double x) { return scale(1, 1, x); };
   const Matrix horizon{1, 0, 0, 0, 1, 0, 0, 0, 0};
-  const std::pair<std::vector<std::optional<Matrix>>, std::int64_t> rows[] = {
+  const std::pair<std::vector<std::optional<Matrix>>, int64_t> rows[] = {
       {{}, 0},
       {{std::nullopt, at(1)}, 0},
       {{at(0), at(.00009)}, 0},

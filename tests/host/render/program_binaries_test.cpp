@@ -1,15 +1,14 @@
 #include "host/programs/program_binaries.h"
 
 #include "tests/host/render/scene.h"
+#include "tests/support/files.h"
 
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,15 +18,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string content_of(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-void write(const fs::path& file, const std::string& content) {
-  std::ofstream(file, std::ios::binary) << content;
-}
 
 std::vector<fs::path> files_in(const fs::path& folder) {
   std::error_code none;
@@ -118,12 +108,12 @@ TEST(ProgramBinaries, SpareASecondStartItsCompilingUnlessTheyAreDamaged) {
     SCOPED_TRACE(row.what);
     std::vector<fs::path> files = files_in(folder);
     ASSERT_EQ(files.size(), static_cast<size_t>(count));
-    std::string other = content_of(files.back());
+    std::string other = support::bytes_of(files.back());
     for (const fs::path& file : files) {
-      const std::string whole = content_of(file);
+      const std::string whole = support::bytes_of(file);
       std::string entry = whole;
       row.damage(entry, other);
-      write(file, entry);
+      support::write_bytes(file, entry);
       other = whole;
     }
     const Start again = start();
@@ -138,7 +128,7 @@ TEST(ProgramBinaries, SpareASecondStartItsCompilingUnlessTheyAreDamaged) {
   const auto long_ago = fs::file_time_type::clock::now() - std::chrono::hours(48);
   for (int i = 0; i < 600; ++i) {
     const fs::path old = folder / ("old" + std::to_string(i) + ".bin");
-    write(old, "old");
+    support::write_bytes(old, "old");
     fs::last_write_time(old, long_ago);
   }
   fs::remove(one_of_ours);
@@ -147,7 +137,7 @@ TEST(ProgramBinaries, SpareASecondStartItsCompilingUnlessTheyAreDamaged) {
   EXPECT_EQ(start().compiled, 0);
 
   // Where no folder can be made, there is none.
-  write(scene::folder() / "file", "");
+  support::write_bytes(scene::folder() / "file", "");
   const CacheHome nowhere(scene::folder() / "file");
   EXPECT_EQ(start().compiled, count);
 }

@@ -18,16 +18,16 @@
 namespace {
 
 using namespace qv::nodes::time;
-using Frames = std::vector<std::int64_t>;
-using Weights = std::vector<std::pair<std::int64_t, double>>;
+using Frames = std::vector<int64_t>;
+using Weights = std::vector<std::pair<int64_t, double>>;
 
-constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
+constexpr int64_t highest = std::numeric_limits<int64_t>::max();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double inf = std::numeric_limits<double>::infinity();
 
 TEST(Frames, RoundBothWaysAndSaturate) {
-  const std::tuple<double, std::int64_t, std::int64_t> rows[] = {
+  const std::tuple<double, int64_t, int64_t> rows[] = {
       {2.5, 3, 2},
       {-2.5, -2, -3},
       {2.9999999999, 3, 3},
@@ -51,14 +51,14 @@ TEST(Frames, RoundBothWaysAndSaturate) {
 }
 
 TEST(Frames, EdgeModesArePeriodicUpToTheEndsOf64Bits) {
-  for (const std::int64_t base : {std::int64_t{0}, lowest + 60, highest - 60}) {
-    for (std::int64_t length = 1; length < 9; ++length) {
+  for (const int64_t base : {int64_t{0}, lowest + 60, highest - 60}) {
+    for (int64_t length = 1; length < 9; ++length) {
       // Walk outwards from the first frame, looping to the left and swinging to the right.
-      std::int64_t looped = 0;
-      std::int64_t swung = 0;
-      std::int64_t step = length > 1 ? 1 : 0;
-      for (std::int64_t away = 0; away < 60; ++away) {
-        const auto read = [&](std::int64_t f, int mode) {
+      int64_t looped = 0;
+      int64_t swung = 0;
+      int64_t step = length > 1 ? 1 : 0;
+      for (int64_t away = 0; away < 60; ++away) {
+        const auto read = [&](int64_t f, int mode) {
           return edge_frame(base + f, base, base + length - 1, mode);
         };
         EXPECT_EQ(read(-away, 1), base + looped);
@@ -132,11 +132,11 @@ TEST(Frames, WeightsSumAsPromised) {
     }
     EXPECT_NEAR(static_cast<double>(sum), 1, 1e-14);
 
-    const std::size_t mode = random() % 4;
+    const size_t mode = random() % 4;
     const double custom = uniform(random);
     const double opens[] = {t - width / 2, t, t - width, t + custom};
     const int n = static_cast<int>(random() % 40);
-    std::map<std::int64_t, double> counts;
+    std::map<int64_t, double> counts;
     for (int k = 0; k < std::max(n, 1); ++k)
       counts[whole(opens[mode] + (n < 2 ? 0.5 : static_cast<double>(k) / (n - 1)) * width, true)] += 1;
     EXPECT_EQ(shutter_weights(t, n, width, static_cast<int>(mode), custom),
