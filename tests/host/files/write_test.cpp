@@ -8,6 +8,8 @@
 #include "host/plates/headers.h"
 #include "tests/host/render/scene.h"
 #include "tests/support/allocations.h"
+#include "tests/support/files.h"
+#include "tests/support/images.h"
 
 #include <algorithm>
 #include <bit>
@@ -18,7 +20,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <limits>
 #include <map>
@@ -241,11 +242,9 @@ void write_reference(const Plate& plate, const OutputFile& file, const std::stri
   spec.attribute("PixelAspectRatio", static_cast<float>(format.pixel_aspect));
   spec.attribute("Software", file.scale == 1 ? "quorvel" : "quorvel, scale 0.5");
   spec.attribute("compression", file.compression.empty() ? "zip" : file.compression);
-  const auto output = OIIO::ImageOutput::create(path);
-  ASSERT_TRUE(output->open(path, spec)) << output->geterror();
-  ASSERT_TRUE(output->write_image(OIIO::TypeFloat, plate.stored.data(), 4 * sizeof(float)))
-      << output->geterror();
-  ASSERT_TRUE(output->close());
+  support::write_image(path, {spec}, [&](OIIO::ImageOutput& output, size_t) {
+    return output.write_image(OIIO::TypeFloat, plate.stored.data(), 4 * sizeof(float));
+  });
 }
 
 std::vector<std::byte> samples_of(const std::string& path) {
@@ -268,11 +267,6 @@ std::string told(const std::string& program, const std::string& path) {
     line.clear();
   }
   return ::pclose(pipe) == 0 ? text : "failed: " + text + line;
-}
-
-std::string content_of(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // Every way to store an EXR, by one, two and three threads, against the files of OpenImageIO's writer.
@@ -326,8 +320,8 @@ TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
     }
     writer.finish();
     for (const WriteJob& job : jobs) {
-      const auto [known, is_first] = first.try_emplace(job.file.path, content_of(ours(job)));
-      EXPECT_TRUE(is_first || content_of(ours(job)) == known->second) << ours(job);
+      const auto [known, is_first] = first.try_emplace(job.file.path, support::bytes_of(ours(job)));
+      EXPECT_TRUE(is_first || support::bytes_of(ours(job)) == known->second) << ours(job);
     }
   }
   for (const WriteJob& job : jobs) {

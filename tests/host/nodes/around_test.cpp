@@ -1,5 +1,5 @@
 #include "host/nodes/catalogue.h"
-#include "tests/host/nodes/probe.h"
+#include "tests/host/render/scene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,11 +12,13 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace {
 
 using host::node::NodeType;
 using host::render::HostImage;
-using probe::Rgba;
+using scene::Rgba;
 
 constexpr int width = 16;
 constexpr int height = 12;
@@ -92,8 +94,8 @@ std::string node_of(const NodeType& type, const std::string& name, bool masked, 
               "\"";
   }
   const std::string& own = changing.at(type.name);
-  return R"({"name": ")" + name + R"(", "type": ")" + type.name + R"(", "inputs": {)" + inputs +
-         R"(}, "knobs": {)" + own + (own.empty() || knobs.empty() ? "" : ", ") + knobs + "}}, ";
+  return scene::node(name, "{" + inputs + "}", type.name,
+                     own + (own.empty() || knobs.empty() ? "" : ", ") + knobs);
 }
 
 // One node under several terms, with what it reads.
@@ -103,7 +105,7 @@ scene::Scene scene_of(const NodeType& type) {
   std::string nodes = R"({"name": "plate", "type": "read", "knobs": {"file": ")" + plate + R"("}},
       {"name": "in", "type": "grade", "inputs": "plate", "knobs": {"multiply": {"keys": [[1, 0.5], [9, 1.5]]}}},
       {"name": "other", "type": "read", "knobs": {"file": "other.exr"}},
-      {"name": "mask", "type": "read", "knobs": {"file": "mask.exr"}}, )";
+      {"name": "mask", "type": "read", "knobs": {"file": "mask.exr"}})";
   nodes += node_of(type, "plain", false, all);
   nodes += node_of(type, "half", true, all);
   nodes += node_of(type, "other half", true, all + R"(, "invert_mask": true)");
@@ -112,7 +114,7 @@ scene::Scene scene_of(const NodeType& type) {
   nodes += node_of(type, "colour", false, R"("channels": "rgb")");
   nodes += node_of(type, "green", true, R"("channels": "green")");
   nodes += node_of(type, "none", true, R"("mix": 0)");
-  return scene::Scene(nodes.substr(0, nodes.size() - 2), width, height);
+  return scene::Scene(nodes, width, height);
 }
 
 bool same_bits(float a, float b) {

@@ -49,9 +49,6 @@ edge_blur of a point          | point | edge_blur    | "size": 3, "kernel": "box
 keyed, dilated                | keyed | dilate       | "amount": 1 | 9 9 | 1 1 8 8 | 4 4 0.25 0.5 1 1, 3 3 0.25 0.5 1 1, 2 2 0 0 0 1
 keyed, shrunk                 | keyed | dilate       | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 0.125 0.25 0.5 0.5, 3 3 0 0 0 0
 keyed, eroded by a kernel     | keyed | filter_erode | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 0.125 0.25 0.5 0.5, 3 3 0 0 0 0
-colour alone                  | keyed | dilate       | "amount": 1, "channels": "rgb" | 9 9 | 1 1 8 8 | 4 4 0.25 0.5 1 0.5, 2 2 0.25 0.5 1 0
-alpha alone of a blur         | keyed | blur         | "size": 3, "kernel": "box", "channels": "alpha", "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 0.23611111 0.47222222 0.94444444 0.94444444
-colour alone of a blur        | keyed | blur         | "size": 3, "kernel": "box", "channels": "rgb", "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 0.23611111 0.47222222 0.94444444 0.5
 depth has no matte            | depth | dilate       | "amount": -1, "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 2 2 2 1, 3 3 2 2 2 1
 disc inside a block           | block | disc_blur    | "radius": 1, "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 1, 3 3 1
 )";
