@@ -1,5 +1,5 @@
-#include "tests/host/nodes/probe.h"
 #include "tests/host/render/placed_cases.h"
+#include "tests/host/render/scene.h"
 
 #include <algorithm>
 #include <array>
@@ -11,9 +11,11 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace {
 
-using probe::Rgba;
+using scene::Rgba;
 
 // A picture of 0.5 0.25 1 behind coverage 0.5; the same divided; and a matte of 0.25 in all channels, which
 // is no coverage. Divided once, a grade does not divide again. With alpha alone, colour follows from 0.25 to
@@ -23,7 +25,7 @@ constexpr const char* before = R"(
     {"name": "u", "type": "unpremultiply", "inputs": "c"},
     {"name": "e", "type": "crop", "inputs": "c", "knobs": {"box": [0, 0, 1, 1]}},
     {"name": "m", "type": "range_key", "inputs": "c", "knobs": {"channel": "alpha", "range": [0, 2, 9, 9],
-     "output": "matte", "channels": "rgba"}}, )";
+     "output": "matte", "channels": "rgba"}})";
 
 constexpr const char* table = R"(
 premultiplied         | premultiply   | 0.5 0.25 1 0.5 | | 0.25 0.125 0.5 0.5
@@ -75,9 +77,9 @@ TEST(FindNan, ReplacesOrShowsWhatIsNoNumber) {
   }
   scene::write_plate(scene::folder() / "bad.exr", plate);
   for (const std::string replace : {"black", "neighbours", "show"}) {
-    scene::Scene shot(R"({"name": "p", "type": "read", "knobs": {"file": "bad.exr"}}, )" +
-                          probe::node("find_nan", R"("image": "p")", R"("replace": ")" + replace + "\""),
-                      side, side);
+    scene::Scene shot(
+        scene::read_plate("bad.exr") + scene::node("n", "p", "find_nan", R"("replace": ")" + replace + '"'),
+        side, side);
     const std::vector<float> found = shot.image("n").rgba;
     for (int i = 0; i < side * side; ++i) {
       const float* pixel = plate.pixels.data() + static_cast<size_t>(i) * 4;
@@ -143,13 +145,14 @@ TEST(TestPictures, DrawWhatTheFormulasSay) {
                {"ramp", R"("from": [4, 2], "to": [12, 8], "shape": "smooth")", smooth},
                {"ramp", R"("from": [4, 2], "to": [12, 8], "shape": "rings")", rings}};
   for (const auto& each : cases) {
-    scene::Scene shot(probe::node(each.type, "", each.knobs + colors), 16, 12);
+    scene::Scene shot(scene::node("n", "[]", each.type, each.knobs + colors), 16, 12);
     const auto image = shot.image("n");
-    for (int64_t y = 0; y < 12; ++y)
-      for (int64_t x = 0; x < 16; ++x)
-        probe::expect_near(scene::pixel(image, x, y),
-                           each.expected(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5), 2e-6,
-                           each.type + std::string(each.knobs));
+    for (int64_t i = 0; i < 16 * 12 * 4; ++i) {
+      const int64_t x = i / 4 % 16, y = i / 64;
+      const auto c = static_cast<size_t>(i % 4);
+      const Rgba expected = each.expected(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5);
+      EXPECT_NEAR(scene::pixel(image, x, y)[c], expected[c], 2e-6) << each.type << each.knobs << " " << i;
+    }
   }
 }
 
