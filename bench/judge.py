@@ -2,11 +2,13 @@
 """Judges runs of the benchmarks by their limits and by the ratios stored in bench/expected.json.
 
 usage: judge.py check EXPECTED [--part] PROGRAM=RUN.json ...
+       judge.py limits PROGRAM=RUN.json ...
        judge.py store EXPECTED MACHINE [--part] PROGRAM=RUN.json ...
 
 Several runs of one program, whose rows Report::finish wrote, are judged by the medians of their ratios.
 check: ends with 1 and lists the rows of which the least ratio misses the limit by more than 10 %, or a
 ratio to a peer is worse than the stored one by more than 15 %. Rows that are new or gone are named.
+limits: check without what is stored, for runs of other sizes.
 store: puts the ratios of these programs in the place of those stored, with a line on the machine.
 --part: runs of some of the rows. None is gone then, and what is stored of the others stays.
 """
@@ -45,7 +47,8 @@ def medians(runs):
 
 
 def verdicts(stored, runs, part=False):
-    """What is wrong, and what is only to be named, as two lists of lines. stored: {row: {peer: ratio}}."""
+    """What is wrong, and what is only to be named, as two lists of lines. stored: {row: {peer: ratio}}, or
+    None where there is nothing to compare with."""
     wrong, named = [], []
     rows = medians(runs)
     for name, (limit, least, peers) in rows.items():
@@ -54,13 +57,13 @@ def verdicts(stored, runs, part=False):
             continue
         if least < limit * (1 - LIMIT_SLACK):
             wrong.append(f"{name}: {least:.2f}x misses its limit of {limit:.2f}x")
-        for peer, now in peers.items():
+        for peer, now in peers.items() if stored is not None else ():
             before = stored.get(name, {}).get(peer)
             if before is None:
                 named.append(f"{name}, {peer}: new, {now:.2f}x")
             elif now < before * (1 - STORED_SLACK):
                 wrong.append(f"{name}, {peer}: {now:.2f}x, it was {before:.2f}x")
-    for name in stored if not part else ():
+    for name in stored if stored and not part else ():
         gone = [peer for peer in stored[name] if name not in rows or peer not in rows[name][2]]
         named += [f"{name}, {peer}: gone, it was {stored[name][peer]:.2f}x" for peer in gone]
     return wrong, named
@@ -78,10 +81,11 @@ def read_runs(arguments):
 def check(stored, runs, part):
     failed = 0
     for program, each in runs.items():
-        wrong, named = verdicts(stored.get(program, {}).get("ratios", {}), each, part)
+        ratios = None if stored is None else stored.get(program, {}).get("ratios", {})
+        wrong, named = verdicts(ratios, each, part)
         failed += len(wrong)
-        print("\n".join([f"bench {program}: {line}" for line in named] + [f"bench {program}: WRONG: {line}" for line in wrong]
-                        or [f"bench {program}: as stored or better"]))
+        said = named + [f"WRONG: {line}" for line in wrong] or ["as it should be"]
+        print("\n".join(f"bench {program}: {line}" for line in said))
     return 1 if failed else 0
 
 
@@ -100,9 +104,11 @@ def store(path, stored, runs, machine, part):
 
 
 def main(arguments):
-    if len(arguments) < 3 or arguments[0] not in ("check", "store"):
+    if len(arguments) < 2 or arguments[0] not in ("check", "limits", "store"):
         print(__doc__, file=sys.stderr)
         return 2
+    if arguments[0] == "limits":
+        return check(None, read_runs(arguments[1:]), False)
     part = "--part" in arguments
     verb, file, *rest = [argument for argument in arguments if argument != "--part"]
     path = pathlib.Path(file)

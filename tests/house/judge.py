@@ -25,7 +25,8 @@ TABLE = [
 
 def said(judge, better, times, limit, stored, part=False):
     value = lambda ms: None if ms is None else ms if better == "less" else 1e4 / ms if ms else float("inf")
-    row = lambda ms: {"row": "r", "better": better, "ours": value(ms), "peers": {"far": value(400), "p": value(100)}, "limit": limit}
+    peers = {"far": value(400), "p": value(100)}
+    row = lambda ms: {"row": "r", "better": better, "ours": value(ms), "peers": peers, "limit": limit}
     runs = [[row(ms)] for ms in times] if times else [[]] * 3
     wrong, named = judge.verdicts({"r": {"p": stored}} if stored else {}, runs, part)
     words = [f"WRONG {w}" for line in wrong for w in ("limit", "was", "number") if w in line]
@@ -44,6 +45,9 @@ def main():
                 faults.append(f"{name}, {better} is better: '{got}', not '{want}'")
     if said(judge, "less", None, 0, 2.0, part=True):
         faults.append("a run of some rows misses others")
+    row = {"row": "r", "better": "less", "ours": 1, "peers": {"p": 1}, "limit": 1.2}
+    if len(judge.verdicts(None, [[row]])[0]) != 1 or judge.verdicts(None, [[row | {"limit": 1}]]) != ([], []):
+        faults.append("limits alone")
     print("\n".join(faults) or f"{len(TABLE)} rows judged as they should be")
     return 1 if faults else 0
 
