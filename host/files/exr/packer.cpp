@@ -92,8 +92,8 @@ class CoreEncoder {
     check(exr_encoding_choose_default_routines(pipeline_.context, part_, &pipeline_));
     pipeline_.encoding_user_data = &rows_;
     pipeline_.convert_and_pack_fn = fill;
-    pipeline_.yield_until_ready_fn =
-        go_on;  // the core's own would only take the chunk that is next in the file
+    // The core's own would only take the chunk that is next in the file.
+    pipeline_.yield_until_ready_fn = go_on;
     pipeline_.write_fn = go_on;
     check(exr_encoding_run(pipeline_.context, part_, &pipeline_));
     return {static_cast<const uint8_t*>(pipeline_.compressed_buffer), pipeline_.compressed_bytes};

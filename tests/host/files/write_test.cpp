@@ -309,7 +309,7 @@ TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
     const auto before = running();
     host::files::ImageWriter writer(4, threads, [&](const WriteResult& ended) {
       EXPECT_EQ(ended.error, "");
-      EXPECT_EQ(running(), before + threads) << "no threads but the writer's own";
+      EXPECT_LE(running(), before + threads) << "others than the writer's own";
     });
     const auto ours = [threads](const WriteJob& job) {
       return (scene::folder() / ("by" + std::to_string(threads)) / job.file.path).string();
@@ -375,25 +375,75 @@ TEST(Writer, RoundsToTheNearestHalf) {
   }
 }
 
+// Does everything itself.
+struct Alone final : host::files::exr::Crew {
+  size_t threads() const override {
+    return 1;
+  }
+  double share(host::files::exr::Work& work, host::files::exr::Packer& own) override {
+    work.run(own);
+    return 0;
+  }
+};
+
 // The second frame of a size finds all the memory that it needs.
 TEST(Writer, AllocatesNothingForTheNextFrame) {
-  struct : host::files::exr::Crew {
-    size_t threads() const override {
-      return 1;
-    }
-    double share(host::files::exr::Work& work, host::files::exr::Packer& own) override {
-      work.run(own);
-      return 0;
-    }
-  } alone;
+  Alone alone;
   host::files::Encoder encoder;
   host::files::exr::Packer packer;
   Plate plate = plate_of({{300, 200, 1.0}, {0, 0, 300, 200}}, false, true);
   plate.job.file.path = "a.exr";
   (void)encoder.encode(plate.job, packer, alone);
-  support::allocations.largest = 0;
+  EXPECT_GT(support::allocations.largest.exchange(0), 300000U);
   EXPECT_GT(encoder.encode(plate.job, packer, alone).content.size(), 300000U);
   EXPECT_LT(support::allocations.largest, 4096U);
+}
+
+TEST(Writer, PartsHaveTheirOwnWindowsTypesAndCodecs) {
+  using namespace host::files::exr;
+  std::vector<float> values(60 * 50);
+  for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i % 2001) / 2;
+  const float* const first = values.data();
+  std::vector<Part> parts(3);
+  parts[0] = {"beauty", {0, 0, 70, 60}, {5, -4, 30, 40}, 1, Codec::zip, -1, {{"view", "left"}}, {}};
+  parts[0].channels = {{"A", Type::half, first + 3, 2, 60}, {"Z", Type::real, first, 2, 60}};
+  parts[1] = {
+      "depth", {0, 0, 70, 60}, {0, 0, 60, 50}, 1, Codec::piz, -1, {}, {{"Z", Type::real, first, 1, 60}}};
+  parts[2] = {
+      "matte", {0, 0, 70, 60}, {69, 59, 1, 1}, 1, Codec::dwaa, -1, {}, {{"A", Type::half, first, 1, 60}}};
+  Alone alone;
+  Packer packer;
+  Memory memory;
+  (void)write(parts, packer, alone, memory);
+  const std::string path = (scene::folder() / "parts.exr").string();
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(memory.content.data()),
+             static_cast<std::streamsize>(memory.content.size()));
+  EXPECT_EQ(told("exrinfo -s", path).find("failed"), std::string::npos);
+  const auto input = OIIO::ImageInput::open(path);
+  ASSERT_TRUE(input);
+  for (int i = 0; i < 3; ++i) {
+    const Part& part = parts[static_cast<size_t>(i)];
+    const OIIO::ImageSpec spec = input->spec(i, 0);
+    EXPECT_EQ(spec.get_string_attribute("name"), part.name);
+    EXPECT_EQ(spec.x, part.data.x);
+    EXPECT_EQ(spec.y, part.data.y);
+    ASSERT_EQ(spec.width, part.data.width);
+    ASSERT_EQ(spec.height, part.data.height);
+    ASSERT_EQ(spec.channelnames.size(), part.channels.size());
+    for (int c = 0; c < spec.nchannels; ++c) {
+      const auto channel = std::find_if(part.channels.begin(), part.channels.end(), [&](const Channel& each) {
+        return each.name == spec.channelnames[static_cast<size_t>(c)];
+      });
+      ASSERT_NE(channel, part.channels.end());
+      EXPECT_EQ(spec.channelformat(c), channel->type == Type::half ? OIIO::TypeHalf : OIIO::TypeFloat);
+      std::vector<float> stored(static_cast<size_t>(spec.width * spec.height));
+      ASSERT_TRUE(input->read_image(i, 0, c, c + 1, OIIO::TypeFloat, stored.data()));
+      for (ptrdiff_t y = 0, at = 0; y < spec.height; ++y)
+        for (ptrdiff_t x = 0; x < spec.width; ++x, ++at)
+          ASSERT_EQ(stored[static_cast<size_t>(at)], channel->first[y * channel->row + x * channel->pixel]);
+    }
+  }
 }
 
 }  // namespace
