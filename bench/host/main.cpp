@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -224,24 +225,45 @@ std::vector<double> draw_seconds(const Setup& setup, const std::vector<std::stri
   return least;
 }
 
+// One node beside another, by what their draws take; behind both stands a crop, so that little is written.
+void compare_nodes(bench::Report& report, const Setup& setup, const std::string& name, int width, int height,
+                   const std::string& before, const std::string& ours,
+                   const std::pair<std::string, std::string>& peer, double limit) {
+  if (!report.wants(name)) return;
+  const std::string end =
+      R"(, {"name": "c", "type": "crop", "inputs": "n", "knobs": {"box": [0, 0, 16, 16]}})";
+  write_composition(setup, "ours.json", before + ours + end, "c", width, height);
+  write_composition(setup, "peer.json", before + peer.second + end, "c", width, height);
+  const std::vector<double> seconds = draw_seconds(setup, {"ours.json", "peer.json"});
+  report.row(name + ", " + std::to_string(setup.frames) + " frames of " + std::to_string(width) + "x" +
+                 std::to_string(height),
+             "s", bench::Better::less, seconds[0], {{peer.first, seconds[1]}}, limit);
+}
+
 // What mask and mix cost beside the operation that they hold back.
 void hold_back_grade(bench::Report& report, const Setup& setup) {
-  if (!report.wants("mask and mix")) return;
-  const std::string start =
+  const std::string before =
       R"({"name": "p", "type": "constant", "knobs": {"color": [0.2, 0.4, 0.6, 0.8]}},
       {"name": "m", "type": "constant", "knobs": {"color": [0.2, 0.4, 0.6, 0.3]}},
-      {"name": "g", "type": "grade", "inputs": )";
+      {"name": "n", "type": "grade", "inputs": )";
   const std::string knobs = R"("lift": 0.01, "offset": 0.02, "gamma": 1.2, "whitepoint": 0.95,
-      "gain": {"keys": [[1, 0.5], [10, 1.5]]})";
-  const std::string end =
-      R"(}}, {"name": "c", "type": "crop", "inputs": "g", "knobs": {"box": [0, 0, 16, 16]}})";
-  write_composition(setup, "grade.json", start + R"("p", "knobs": {)" + knobs + end, "c", 3840, 2160);
-  write_composition(setup, "masked.json",
-                    start + R"({"image": "p", "mask": "m"}, "knobs": {"mix": 0.5, )" + knobs + end, "c", 3840,
-                    2160);
-  const std::vector<double> seconds = draw_seconds(setup, {"masked.json", "grade.json"});
-  report.row("mask and mix on a grade, " + std::to_string(setup.frames) + " frames of 3840x2160", "s",
-             bench::Better::less, seconds[0], {{"grade alone", seconds[1]}}, 1.3);
+      "gain": {"keys": [[1, 0.5], [10, 1.5]]}}})";
+  compare_nodes(report, setup, "mask and mix on a grade", 3840, 2160, before,
+                R"({"image": "p", "mask": "m"}, "knobs": {"mix": 0.5, )" + knobs,
+                {"grade alone", R"("p", "knobs": {)" + knobs}, 1.3);
+}
+
+// A picture with depths from near to far, all discs up to 32 pixels among them.
+void defocus_depths(bench::Report& report, const Setup& setup) {
+  const std::string before =
+      R"({"name": "p", "type": "checkerboard"},
+      {"name": "z", "type": "ramp", "knobs": {"first": [0.5, 0, 0, 1], "second": [8, 0, 0, 1]}}, )";
+  compare_nodes(report, setup, "defocus up to a radius of 32", 1920, 1080, before,
+                R"({"name": "n", "type": "defocus", "inputs": ["p", "z"], "knobs": {"size": 32,
+                    "focus": {"keys": [[1, 1.5], [10, 2]]}}})",
+                {"disc_blur of 32", R"({"name": "n", "type": "disc_blur", "inputs": "p", "knobs": {"radius":
+                    {"keys": [[1, 31.9], [10, 32]]}}})"},
+                3);
 }
 
 // Takes "--frames N" out of the arguments; the report knows the others.
@@ -274,6 +296,7 @@ int main(int argc, char** argv) {
   count_static_branch(report, setup);
   hold_memory(report, setup);
   hold_back_grade(report, setup);
+  defocus_depths(report, setup);
   fs::remove_all(setup.folder);
   return report.finish();
 }

@@ -17,6 +17,7 @@ std::vector<NodeType> merge_family();      // merge, dissolve, switch
 std::vector<NodeType> channel_family();    // copy, channel_merge, shuffle
 std::vector<NodeType> key_family();        // range_key, screen_key, edge_fill
 std::vector<NodeType> filter_family();     // blur, glow, sharpen, dilate, filter_erode, erode, ...
+std::vector<NodeType> defocus_family();    // defocus
 std::vector<NodeType> transform_family();  // transform, reformat, corner_pin, crop
 std::vector<NodeType> time_family();       // time_offset, frame_hold, frame_blend, time_blur, ...
 std::vector<NodeType> color_family();      // grade, saturation, color_matrix, clamp

@@ -40,6 +40,7 @@ const std::map<std::string, std::string> changing = {
     {"erode", R"("amount": 1)"},
     {"edge_blur", R"("size": 3)"},
     {"disc_blur", R"("radius": 2)"},
+    {"defocus", R"("size": 3, "focus": 0.25)"},
     {"transform", R"("translate": [1.5, 0.5])"},
     {"corner_pin", R"("to": [1.5, 0.5])"},
     {"frame_blend", R"("count": 3)"},
