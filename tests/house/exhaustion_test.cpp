@@ -126,6 +126,10 @@ std::vector<Row> rows() {
     return text(filter::stats().in_use, filter::stats().pooled - fake_egl::texture_bytes(),
                 fake_egl::alive("texture") - fake_egl::alive("framebuffer"), fake_egl::misuse().size());
   };
+  static const qv::gpu::UniformInfo uniform = {3, 0, 1};
+  static const filter::Prog few = {1, 2, 3, 4, {{"u_a", 5}}};
+  static const filter::Prog many = {6, 7, 8, 9, {{long_name, 1}, {long_name, 2}, {"u_b", 3}}};
+  static const std::vector<std::vector<int>> two = {{}, {0}}, three = {{}, {}, {0, 1}};
   std::vector<Row> all = {
       {"gl::load, a function missing",
        [] {
@@ -141,17 +145,10 @@ std::vector<Row> rows() {
       {"slopes", [] { in = out = {7}; }, [] { qv::anim::slopes(keys, in, out); },
        [] { return text(in.size(), out.size(), in.back(), out.back()); }},
       {"program_add", [] { qv::gpu::program_forget(77); },
-       [] {
-         qv::gpu::program_add(77, long_name, {3, 0, 1});
-       },
+       [] { qv::gpu::program_add(77, long_name, uniform); },
        [] { return text(qv::gpu::program_known(77), qv::gpu::uniform_info(77, long_name) != nullptr); }},
-      {"program_set",
-       [] {
-         filter::program_set(long_name, {1, 2, 3, 4, {{"u_a", 5}}});
-       },
-       [] {
-         filter::program_set(long_name, {6, 7, 8, 9, {{long_name, 1}, {long_name, 2}, {"u_b", 3}}});
-       },
+      {"program_set", [] { filter::program_set(long_name, few); },
+       [] { filter::program_set(long_name, many); },
        [] {
          const filter::Prog* const prog = filter::program_get(long_name);
          return text(prog->program, prog->count, prog->samplers.size(), prog->samplers.back().second);
@@ -188,19 +185,14 @@ std::vector<Row> rows() {
       {"Schedule::build",
        [] {
          schedule = {};
-         schedule.build({{}, {0}}, {});
+         schedule.build(two, {});
        },
-       [] {
-         schedule.build({{}, {}, {0, 1}}, {1});
-       },
+       [] { schedule.build(three, {}); },
        [] { return text(schedule.offsets.size(), schedule.inputs.size(), schedule.flags.size()); }},
       {"DecodeScheduler", [] { scheduler = std::make_unique<qv::io::DecodeScheduler>(1, 0, 1); },
        [] { EXPECT_EQ(scheduler->submit("/dev/null as " + long_name, 0), 1); },
        [] { return text(scheduler->state(1) >= 0); }},
-      {"what keeps nothing",
-       [] {
-         schedule.build({{}, {0}}, {});
-       },
+      {"what keeps nothing", [] { schedule.build(two, {}); },
        [] {
          ResultCache cache;
          EXPECT_EQ(schedule.run({1, 2}, cache, true).order.size(), 2U);

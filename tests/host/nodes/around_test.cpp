@@ -60,39 +60,51 @@ const std::map<std::string, std::string> changing = {
     {"ocio_cdl", R"("slope": [2, 1, 1])"},
 };
 
-void write_plate(const std::string& name, int x, int columns, unsigned seed, bool holes = false) {
+// Noise in a part of the picture. A mask is half the picture: its alpha is 1 where it has pixels.
+void write_plate(const std::string& name, unsigned seed, int x, int columns) {
   std::mt19937 random(seed);
-  std::uniform_real_distribution<float> value(0, 1);
-  scene::Plate plate{columns, height - 2, {"R", "G", "B", "A"}, {}, x, 1, width, height};
-  for (int i = 0; i < columns * (height - 2); ++i) {
-    const float alpha = 0.25F + 0.75F * value(random);
-    for (int c = 0; c < 3; ++c) plate.pixels.push_back(alpha * value(random));
-    plate.pixels.push_back(holes && i % 5 == 0 ? NAN : alpha);
+  scene::Plate plate = scene::noise(random, columns, name == "mask.exr" ? height : height - 2);
+  plate.x = x;
+  plate.y = (height - plate.height) / 2;
+  plate.full_width = width;
+  plate.full_height = height;
+  for (size_t i = 0; i < plate.pixels.size(); i += 4) {
+    if (name == "holes.exr" && i % 5 == 0) plate.pixels[i + 3] = NAN;
+    if (name != "mask.exr") continue;
+    plate.pixels[i] = 1.5F * plate.pixels[i] - 0.25F;
+    plate.pixels[i + 3] = 1;
   }
   scene::write_plate(scene::folder() / name, plate);
 }
 
-// Half the picture: its alpha is 1 where it has pixels, its red a part that it has there.
-void write_mask() {
-  std::mt19937 random(9);
-  std::uniform_real_distribution<float> value(-0.25F, 1.25F);
-  scene::Plate plate{width / 2, height, {"R", "G", "B", "A"}, {}, 0, 0, width, height};
-  for (int i = 0; i < width / 2 * height; ++i)
-    plate.pixels.insert(plate.pixels.end(), {value(random), 0, 0, 1});
-  scene::write_plate(scene::folder() / "mask.exr", plate);
-}
+// How a node is told to be seen, and how much of it then is, 0 to 1, of a channel at a pixel inside the mask
+// or not, whose red there is this.
+const std::string all = R"("channels": "rgba")";
+struct Term {
+  const char* name;
+  bool masked;
+  std::string knobs;
+  double (*amount)(bool inside, double red, size_t c);
+};
+const Term terms[] = {
+    {"half", true, all, [](bool inside, double, size_t) { return inside ? 1.0 : 0.0; }},
+    {"other half", true, all + R"(, "invert_mask": true)",
+     [](bool inside, double, size_t) { return inside ? 0.0 : 1.0; }},
+    {"part", true, all + R"(, "mask_channel": "red", "mix": 0.75)",
+     [](bool, double red, size_t) { return 0.75 * std::clamp(red, 0.0, 1.0); }},
+    {"mixed", false, all + R"(, "mix": 0.25)", [](bool, double, size_t) { return 0.25; }},
+    {"colour", false, R"("channels": "rgb")", [](bool, double, size_t c) { return c < 3 ? 1.0 : 0.0; }},
+    {"green", true, R"("channels": "green")",
+     [](bool inside, double, size_t c) { return inside && c == 1 ? 1.0 : 0.0; }},
+};
 
 std::string node_of(const NodeType& type, const std::string& name, bool masked, const std::string& knobs) {
   std::string inputs;
   for (size_t i = 0; i < type.inputs.size(); ++i) {
     const std::string& input = type.inputs[i].name;
-    const bool base = static_cast<int>(i) == type.changes;
     if (input == "mask" && !masked) continue;
-    inputs += (inputs.empty() ? "\"" : ", \"") + input + "\": \"" +
-              (base              ? "in"
-               : input == "mask" ? "mask"
-                                 : "other") +
-              "\"";
+    const std::string from = static_cast<int>(i) == type.changes ? "in" : input == "mask" ? "mask" : "other";
+    inputs += (inputs.empty() ? "\"" : ", \"") + input + "\": \"" + from + "\"";
   }
   const std::string& own = changing.at(type.name);
   return scene::node(name, "{" + inputs + "}", type.name,
@@ -102,18 +114,12 @@ std::string node_of(const NodeType& type, const std::string& name, bool masked, 
 // One node under several terms, with what it reads.
 scene::Scene scene_of(const NodeType& type) {
   const std::string plate = type.name == "find_nan" ? "holes.exr" : "plate.exr";
-  const std::string all = R"("channels": "rgba")";
   std::string nodes = R"({"name": "plate", "type": "read", "knobs": {"file": ")" + plate + R"("}},
       {"name": "in", "type": "grade", "inputs": "plate", "knobs": {"multiply": {"keys": [[1, 0.5], [9, 1.5]]}}},
       {"name": "other", "type": "read", "knobs": {"file": "other.exr"}},
       {"name": "mask", "type": "read", "knobs": {"file": "mask.exr"}})";
   nodes += node_of(type, "plain", false, all);
-  nodes += node_of(type, "half", true, all);
-  nodes += node_of(type, "other half", true, all + R"(, "invert_mask": true)");
-  nodes += node_of(type, "part", true, all + R"(, "mask_channel": "red", "mix": 0.75)");
-  nodes += node_of(type, "mixed", false, all + R"(, "mix": 0.25)");
-  nodes += node_of(type, "colour", false, R"("channels": "rgb")");
-  nodes += node_of(type, "green", true, R"("channels": "green")");
+  for (const auto& term : terms) nodes += node_of(type, term.name, term.masked, term.knobs);
   nodes += node_of(type, "none", true, R"("mix": 0)");
   return scene::Scene(nodes, width, height);
 }
@@ -122,24 +128,22 @@ bool same_bits(float a, float b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// What is seen of the node at one pixel and channel: nothing, all, or a part.
-template <class Amount>
-void check(const std::string& what, const HostImage& found, const HostImage& in, const HostImage& plain,
-           Amount&& amount) {
-  SCOPED_TRACE(what);
+// Bit for bit where a term lets all or nothing be seen, else against a mixture made here.
+void check(const Term& term, const HostImage& found, const HostImage& in, const HostImage& plain,
+           const HostImage& mask) {
+  SCOPED_TRACE(term.name);
   for (int64_t y = -4; y < height + 4; ++y) {
     for (int64_t x = -4; x < width + 4; ++x) {
-      const Rgba image = scene::pixel(in, x, y), made = scene::pixel(plain, x, y);
-      const Rgba pixel = scene::pixel(found, x, y);
+      const Rgba image = scene::pixel(in, x, y), made = scene::pixel(plain, x, y),
+                 pixel = scene::pixel(found, x, y);
+      const bool inside = x >= 0 && x < width / 2 && y >= 0 && y < height;
       for (size_t c = 0; c < 4; ++c) {
-        const double part = amount(x, y, c);
+        const double part = term.amount(inside, static_cast<double>(scene::pixel(mask, x, y)[0]), c);
+        const double mixed = image[c] * (1 - part) + made[c] * part;
         if (part == 0 || part == 1) {
           ASSERT_TRUE(same_bits(pixel[c], part == 0 ? image[c] : made[c]))
-              << x << " " << y << " channel " << c << ": " << pixel[c] << " not "
-              << (part == 0 ? image[c] : made[c]);
-        } else {
-          const double mixed = image[c] * (1 - part) + made[c] * part;
-          if (std::isnan(mixed) && std::isnan(pixel[c])) continue;
+              << x << " " << y << " channel " << c << ": " << pixel[c] << " not " << mixed;
+        } else if (!std::isnan(mixed) || !std::isnan(pixel[c])) {
           ASSERT_NEAR(pixel[c], mixed, 1e-6 * std::max(1.0, std::abs(mixed))) << x << " " << y << " " << c;
         }
       }
@@ -154,15 +158,13 @@ bool differs(const HostImage& a, const HostImage& b, int64_t from, int64_t to) {
   return false;
 }
 
-// Every node that changes an image is seen as far as mask, mix and channels say: bit for bit where that is
-// all or nothing, else against a mixture made here of its plain result and its input.
 TEST(Around, HoldsEveryNodeToItsShare) {
-  write_plate("plate.exr", 2, 12, 1);
-  write_plate("holes.exr", 2, 12, 1, true);
-  write_plate("other.exr", 0, 16, 2);
+  write_plate("plate.exr", 1, 2, 12);
+  write_plate("holes.exr", 1, 2, 12);
+  write_plate("other.exr", 2, 0, 16);
+  write_plate("mask.exr", 9, 0, width / 2);
   std::ofstream(scene::folder() / "warm.cc") << R"(<ColorCorrection id="warm"><SOPNode>
       <Slope>2 1 0.5</Slope><Offset>0 0 0</Offset><Power>1 1 1</Power></SOPNode></ColorCorrection>)";
-  write_mask();
   for (const NodeType& type : host::nodes::catalogue()) {
     if (type.changes < 0 || type.inputs.empty()) continue;
     SCOPED_TRACE(type.name);
@@ -170,20 +172,8 @@ TEST(Around, HoldsEveryNodeToItsShare) {
     scene::Scene shot = scene_of(type);
     const HostImage in = shot.image("in", frame), plain = shot.image("plain", frame);
     const HostImage mask = shot.image("mask", frame);
-    const auto inside = [](int64_t x, int64_t y) { return x >= 0 && x < width / 2 && y >= 0 && y < height; };
     ASSERT_TRUE(differs(in, plain, 0, width / 2) && differs(in, plain, width / 2, width));
-    check("half", shot.image("half", frame), in, plain,
-          [&](int64_t x, int64_t y, size_t) { return inside(x, y) ? 1.0 : 0.0; });
-    check("other half", shot.image("other half", frame), in, plain,
-          [&](int64_t x, int64_t y, size_t) { return inside(x, y) ? 0.0 : 1.0; });
-    check("part", shot.image("part", frame), in, plain, [&](int64_t x, int64_t y, size_t) {
-      return 0.75 * std::clamp<double>(scene::pixel(mask, x, y)[0], 0, 1);
-    });
-    check("mixed", shot.image("mixed", frame), in, plain, [](int64_t, int64_t, size_t) { return 0.25; });
-    check("colour", shot.image("colour", frame), in, plain,
-          [](int64_t, int64_t, size_t c) { return c < 3 ? 1.0 : 0.0; });
-    check("green", shot.image("green", frame), in, plain,
-          [&](int64_t x, int64_t y, size_t c) { return c == 1 && inside(x, y) ? 1.0 : 0.0; });
+    for (const auto& term : terms) check(term, shot.image(term.name, frame), in, plain, mask);
     EXPECT_EQ(shot.image("none", frame).extent, in.extent);
   }
 }

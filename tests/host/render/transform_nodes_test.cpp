@@ -21,8 +21,6 @@ using scene::read_plate;
 // takes the mean half way between two pixels; Catmull-Rom takes 9/16 of both and -1/16 of the next two.
 // Pixels twice as wide as they are high show the same on half the columns.
 constexpr const char* placed = R"(
-by whole pixels               | numbered | transform  | "translate": [3, -2] | 4 2 | 3 -2 7 0 | 3 -2 1, 6 -1 14
-a quarter turn about a corner | numbered | transform  | "rotate": 90, "center": [-2, -1] | 4 2 | -2 0 0 4 | -1 0 1, -2 0 11, -1 3 4
 undone                        | numbered | transform  | "translate": [3, -2], "rotate": 180, "invert": true | 4 2 | 3 -2 7 0 | 3 -2 14
 by half a pixel               | numbered | transform  | "translate": [0.5, 0], "filter": "bilinear" | 4 2 | -2 -2 7 4 | 1 0 1.5, 0 0 0.5, 4 1 7, 5 1 0
 sharp by half a pixel         | numbered | transform  | "translate": [0.5, 0] | 4 2 | -3 -3 8 5 | 2 0 2.5, 0 0 0.4375, -1 0 -0.0625
@@ -34,11 +32,9 @@ fill and keep                 | numbered | reformat   | "size": [8, 8], "filter"
 distort                       | numbered | reformat   | "size": [8, 8], "filter": "nearest", "resize": "distort" | 8 8 | 0 0 8 8 | 0 0 1, 7 3 4, 7 4 14
 by height                     | numbered | reformat   | "size": [4, 4], "filter": "nearest", "resize": "height" | 4 4 | 0 0 4 4 | 0 0 2, 3 3 13
 by width                      | numbered | reformat   | "size": [8, 2], "filter": "nearest", "resize": "width" | 8 2 | 0 0 8 2 | 0 0 1, 7 1 14
-upside down                   | numbered | reformat   | "to": "scale", "flip": true | 4 2 | 0 0 4 2 | 0 0 11, 3 1 4
 mirrored                      | numbered | transform  | "scale": [-1, 1] | 4 2 | 0 0 4 2 | 0 0 4, 3 1 11
 a pixel for four              | numbered | transform  | "scale": 0.5, "center": [-2, -1] | 4 2 | -2 -2 4 3 | 0 0 6.5, 1 0 8.5, 2 0 0
 fit in the corner             | numbered | reformat   | "size": [8, 8], "filter": "nearest", "center": false | 8 8 | 0 0 8 4 | 0 0 1, 7 3 14
-left to right                 | numbered | reformat   | "to": "scale", "flop": true | 4 2 | 0 0 4 2 | 0 0 4, 3 1 11
 pinned by one point           | numbered | corner_pin | "from": [1, 1], "to": [2, 4] | 4 2 | 1 3 5 5 | 1 3 1
 pinned by two                 | numbered | corner_pin | "from": [0, 0, 4, 0], "to": [0, 0, 0, 4] | 4 2 | -2 0 0 4 | -1 0 1, -2 3 14
 cut                           | numbered | reformat   | "size": [2, 8], "resize": "none" | 2 8 | 0 3 2 5 | 0 3 2, 1 4 13
