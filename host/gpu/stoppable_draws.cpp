@@ -15,8 +15,9 @@ namespace {
 
 namespace entry = qv::gpu::gl;
 
-constexpr int64_t few_pixels = 1 << 16;    // an image so small is drawn in one piece
-constexpr int64_t first_pixels = 1 << 14;  // of the band that tells how long the others will take
+// Fragments of the band that tells how long the others will take. One may give several pixels
+// (wide_draws.h), and a blur read thousands for each, so no more than this is drawn in one piece unasked.
+constexpr int first_fragments = 1 << 14;
 constexpr double band_ms = 100;
 constexpr double most_growth = 1000;
 
@@ -39,8 +40,7 @@ void draw_in_bands(unsigned mode, int count, unsigned type, const void* indices,
   std::array<GLint, 4> viewport{};
   gl.GetIntegerv(GL_VIEWPORT, viewport.data());
   const auto [x, y, width, height] = viewport;
-  const bool small = int64_t{width} * height <= few_pixels;
-  const int fewest = small ? height : static_cast<int>(std::max<int64_t>(1, first_pixels / width));
+  const int fewest = std::max(1, first_fragments / std::max(1, width));
   int rows = fewest;
   gl.Enable(GL_SCISSOR_TEST);
   for (int row = 0; row < height && !*stop_flag;) {
