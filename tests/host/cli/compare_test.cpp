@@ -1,5 +1,6 @@
 #include "host/plates/difference.h"
 #include "tests/host/cli/process.h"
+#include "tests/support/images.h"
 
 #include <cmath>
 #include <cstdint>
@@ -100,10 +101,8 @@ TEST(Compare, EndsWithWhetherTheyDifferAndSaysWhere) {
   OIIO::ImageBuf(OIIO::ImageSpec(9, 4, 3, OIIO::TypeHalf)).write((folder / "wide.exr").string());
   OIIO::ImageSpec ids(2, 1, 1, OIIO::TypeUInt32);
   for (const uint32_t id : {4000000000U, 4000000001U}) {
-    const auto file = OIIO::ImageOutput::create("a.exr");
-    const uint32_t pixels[] = {7, id};
-    ASSERT_TRUE(file->open((folder / ("id" + std::to_string(id % 10) + ".exr")).string(), ids) &&
-                file->write_image(OIIO::TypeUInt32, pixels));
+    support::write_image(folder / ("id" + std::to_string(id % 10) + ".exr"), ids,
+                         std::vector<uint32_t>{7, id}, OIIO::TypeUInt32);
   }
   const struct {
     const char* words;

@@ -16,7 +16,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -258,15 +257,11 @@ std::vector<std::byte> samples_of(const std::string& path) {
 
 // What a program says of a file, but for the lines that tell its name and the time.
 std::string told(const std::string& program, const std::string& path) {
-  FILE* const pipe = ::popen((program + " " + path + " 2>&1").c_str(), "r");
-  std::string text, line;
-  for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-    line += static_cast<char>(c);
-    if (c != '\n') continue;
-    if (line.find(path) == std::string::npos && !line.starts_with("capDate")) text += line;
-    line.clear();
-  }
-  return ::pclose(pipe) == 0 ? text : "failed: " + text + line;
+  const std::string out = (scene::folder() / "told").string();
+  const std::string line =
+      program + " " + path + " >" + out + " 2>&1 && sed -i '/^capDate/d; \\|" + path + "|d' " + out;
+  const int status = std::system(line.c_str());
+  return (status == 0 ? "" : "failed: ") + support::bytes_of(out);
 }
 
 // Every way to store an EXR, by one, two and three threads, against the files of OpenImageIO's writer.
