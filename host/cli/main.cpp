@@ -2,6 +2,7 @@
 #include "host/cli/cli.h"
 
 #include <array>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -9,26 +10,44 @@
 #include <string_view>
 
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr std::string_view blas_threads = "OPENBLAS_NUM_THREADS=";
 constexpr size_t most_variables = 4096;
+constexpr int most_loading_seconds = 10;
 
 bool address_space_is_limited() {
   rlimit limit{};
   return getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
 }
 
-// A library that finds no memory while it is loaded, or a thread that finds none: nobody is there to
-// catch what they throw.
 [[noreturn]] void end_out_of_memory() {
   constexpr std::string_view text = "quorvel: out of memory or threads (see ulimit -v and -u)\n";
-  const bool memory = std::current_exception() != nullptr && address_space_is_limited();
-  if (!memory) std::abort();
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
   _exit(host::cli::exit_memory);
+}
+
+// A library that finds no memory while it is loaded, or a thread that finds none: nobody is there to
+// catch what they throw.
+[[noreturn]] void end_uncaught() {
+  if (std::current_exception() == nullptr || !address_space_is_limited()) std::abort();
+  end_out_of_memory();
+}
+
+void end_waiting(int /*signal*/) {
+  end_out_of_memory();
+}
+
+// One that asks again and again for what it does not get never comes back from being loaded (OpenBLAS
+// 0.3.29): it may take so many seconds of processor time, 0 for any number.
+void bound_loading(int seconds) {
+  std::signal(SIGPROF, seconds > 0 ? end_waiting : SIG_DFL);
+  itimerval timer{};
+  timer.it_value.tv_sec = seconds;
+  setitimer(ITIMER_PROF, &timer, nullptr);
 }
 
 // Before any library is set up. The linear algebra that image libraries bring along starts its threads
@@ -36,7 +55,8 @@ bool address_space_is_limited() {
 // environment. Nothing is allocated here.
 void before_libraries(int /*argc*/, char** argv, char** environment) {
   if (!address_space_is_limited()) return;
-  std::set_terminate(end_out_of_memory);
+  std::set_terminate(end_uncaught);
+  bound_loading(most_loading_seconds);
   std::array<char*, most_variables> variables{};
   size_t count = 0;
   for (; environment[count]; ++count) {
@@ -55,6 +75,7 @@ void before_libraries(int /*argc*/, char** argv, char** environment) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (address_space_is_limited()) bound_loading(0);
   host::keep_freed_memory();
   return host::cli::run(argc, argv);
 }
