@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -62,7 +63,7 @@ inline void check_random_plan(const std::string& path, const std::vector<Part>& 
     for (int i = 0; i < w * h * 4; ++i) {
       const float got = pixels[o][static_cast<size_t>(i)];
       const float wanted = shown(slots[o][static_cast<size_t>(i % 4)], reads, parts, i / 4 % w, i / 4 / w);
-      if (got != wanted)
+      if (std::memcmp(&got, &wanted, sizeof got) != 0)
         FAIL() << "output " << o << " float " << i << " of " << w << " x " << h << ": " << got << ", not "
                << wanted;
     }
