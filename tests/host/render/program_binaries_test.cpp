@@ -26,22 +26,10 @@ std::vector<fs::path> files_in(const fs::path& folder) {
   return files;
 }
 
-// The user's folder is another one for as long as this lives.
-class CacheHome {
- public:
-  explicit CacheHome(const fs::path& folder) {
-    if (const char* before = std::getenv("XDG_CACHE_HOME")) before_ = before;
-    setenv("XDG_CACHE_HOME", folder.c_str(), 1);
-  }
-  ~CacheHome() {
-    setenv("XDG_CACHE_HOME", before_.c_str(), 1);
-  }
-  CacheHome(const CacheHome&) = delete;
-  CacheHome& operator=(const CacheHome&) = delete;
-
- private:
-  std::string before_;
-};
+// Makes another folder the user's.
+void set_cache_home(const fs::path& folder) {
+  setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+}
 
 struct Start {
   int64_t compiled = 0;
@@ -73,7 +61,7 @@ void sign(std::string& entry) {
 
 TEST(ProgramBinaries, SpareASecondStartItsCompilingUnlessTheyAreDamaged) {
   scene::gpu();
-  const CacheHome home(scene::folder() / "cache");
+  set_cache_home(scene::folder() / "cache");
   const fs::path folder = scene::folder() / "cache" / "quorvel" / "programs";
   const Start first = start();
   const int64_t count = first.compiled;
@@ -138,7 +126,7 @@ TEST(ProgramBinaries, SpareASecondStartItsCompilingUnlessTheyAreDamaged) {
 
   // Where no folder can be made, there is none.
   support::write_bytes(scene::folder() / "file", "");
-  const CacheHome nowhere(scene::folder() / "file");
+  set_cache_home(scene::folder() / "file");
   EXPECT_EQ(start().compiled, count);
 }
 
