@@ -240,12 +240,13 @@ void compare_nodes(bench::Report& report, const Setup& setup, const std::string&
              "s", bench::Better::less, seconds[0], {{peer.first, seconds[1]}}, limit);
 }
 
-// What mask and mix cost beside the operation that they hold back.
+// What mask and mix cost beside the operation that they hold back; both draw the mask.
 void hold_back_grade(bench::Report& report, const Setup& setup) {
   const std::string before =
       R"({"name": "p", "type": "constant", "knobs": {"color": [0.2, 0.4, 0.6, 0.8]}},
       {"name": "m", "type": "constant", "knobs": {"color": [0.2, 0.4, 0.6, 0.3]}},
-      {"name": "n", "type": "grade", "inputs": )";
+      {"name": "n", "type": "merge", "inputs": {"a": "m", "b": "g"}, "knobs": {"mix": 0}},
+      {"name": "g", "type": "grade", "inputs": )";
   const std::string knobs = R"("lift": 0.01, "offset": 0.02, "gamma": 1.2, "whitepoint": 0.95,
       "gain": {"keys": [[1, 0.5], [10, 1.5]]}}})";
   compare_nodes(report, setup, "mask and mix on a grade", 3840, 2160, before,

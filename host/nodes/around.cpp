@@ -86,6 +86,7 @@ Image shown(Drawing drawing, const Share& share, const Image& base, const Image&
   if (share.masked) {
     const bool values = share.mask_channel == 3 && !mask.coverage;  // of data
     defines += "#define MASK_CHANNEL " + std::to_string(values ? 0 : share.mask_channel) + "\n";
+    if (covers(mask.extent.window, extent.window)) defines += "#define MASK_COVERS\n";
     drawing.images.emplace_back("u_around_mask", mask);
   }
   const bool follows = share.channels == "alpha" && base.coverage;
