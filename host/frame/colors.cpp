@@ -40,7 +40,8 @@ class Search {
     if (place < 0 || seen_[static_cast<size_t>(place)]) return;
     seen_[static_cast<size_t>(place)] = true;
     const node::Node& node = at(place);
-    if (node.type->name.starts_with("ocio")) return;
+    // These convert; a decision list only grades.
+    if (node.type->name.starts_with("ocio") && node.type->name != "ocio_cdl") return;
     const auto color = node.type->operation->color(node.call_at(frame_, project_));
     if (color && !color->decoded) note(node, color->space);
     for (size_t i = 0; i < node.inputs.size(); ++i) {
