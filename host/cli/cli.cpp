@@ -168,8 +168,9 @@ struct CommandLine {
               options.memory = parse_bytes(given.at(0));
               return true;
             },
-            "Memory for images kept on the device, such as 512M or 4G (default 2G); beside it stand what "
-            "one node works on and what is being decoded and encoded")
+            "Memory for images, on the device, decoded and on their way to files, such as 512M or 4G "
+            "(default "
+            "2G); beside it stand what one node works on, and the program itself")
         ->type_name("BYTES");
     command.add_option("--gpu", render.gpu, "Device: auto (the default), software, or its number")
         ->type_name("DEVICE");

@@ -13,6 +13,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -37,6 +38,8 @@ WriteResult write(WriteJob job, Encoder& encoder, exr::Packer& own, exr::Crew& c
     write_whole(job.file.path, encoded.content);
     result.bytes = encoded.content.size();
     if (!encoded.notice.empty()) result.notice = job.file.path + ": " + encoded.notice;
+  } catch (const std::bad_alloc&) {
+    result.error = job.file.path + ": out of memory";
   } catch (const std::exception& failure) {
     result.error = job.file.path + ": " + failure.what();
   }

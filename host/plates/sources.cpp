@@ -126,9 +126,14 @@ struct Decoder::State {
     return under_way.size() < threads || (unmeasured == 0 && more && bytes + *more <= most_bytes);
   }
 
+  void note_more(uint64_t more) {
+    bytes += more;
+    stats.peak_bytes = std::max(stats.peak_bytes, bytes);
+  }
+
   void add(const Source& source, Entry entry) {
     if (entry.bytes) {
-      bytes += *entry.bytes;
+      note_more(*entry.bytes);
     } else {
       ++unmeasured;
     }
@@ -154,7 +159,7 @@ struct Decoder::State {
       const Size size = size_of(source);
       if (!size.known) continue;
       entry.bytes = size.bytes.value_or(0);
-      bytes += *entry.bytes;
+      note_more(*entry.bytes);
       --unmeasured;
     }
   }
@@ -327,6 +332,10 @@ Pixels Decoder::take(const Source& source) {
   job->sources.push_back(source);
   state_->submit(job, 0);
   return state_->decoded(source, *job);
+}
+
+uint64_t Decoder::bytes() const {
+  return state_->bytes;
 }
 
 DecoderStats Decoder::stats() const {

@@ -30,6 +30,7 @@ struct Pixels {
 struct DecoderStats {
   int64_t files = 0;
   double decode_ms = 0;
+  uint64_t peak_bytes = 0;  // of sources decoded or being decoded, as far as their headers were known
 };
 
 // Decodes sources in the background ahead of need, all in one queue, and opens them there for their headers
@@ -56,6 +57,9 @@ class Decoder {
   Pixels take(const Source& source);
 
   DecoderStats stats() const;
+
+  // Of sources decoded or being decoded now, as far as their headers are known.
+  uint64_t bytes() const;
 
  private:
   struct State;

@@ -26,8 +26,9 @@ files::WriteResult failed(int64_t frame, const std::string& path, const std::str
 
 }  // namespace
 
-Delivery::Delivery(int threads, Notices& notices)
+Delivery::Delivery(int threads, BufferPool& buffers, Notices& notices)
     : notices_(notices),
+      buffers_(buffers),
       writer_(threads, threads, [this](const files::WriteResult& result) { written(result); }) {}
 
 Delivery::~Delivery() {

@@ -22,8 +22,8 @@ namespace host::render {
 // GL thread only. Destruction waits for everything that was sent.
 class Delivery {
  public:
-  // threads: for the encoders. `notices` outlives it.
-  Delivery(int threads, Notices& notices);
+  // threads: for the encoders. `buffers` and `notices` outlive it.
+  Delivery(int threads, BufferPool& buffers, Notices& notices);
   ~Delivery();
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -64,7 +64,7 @@ class Delivery {
   void written(const files::WriteResult& result);
 
   Notices& notices_;
-  BufferPool buffers_;
+  BufferPool& buffers_;
   std::mutex mutex_;  // guards what follows, up to the writer
   std::deque<Open> open_;
   Stats totals_;

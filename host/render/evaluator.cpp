@@ -86,7 +86,7 @@ struct Evaluator::Run {
 
 Evaluator::Evaluator(const shot::Composition& composition, const node::Project& project,
                      gpu::TexturePool& pool, node::RenderContext& context, ResultStore& store, Stats& stats,
-                     uint64_t memory, bool time_device, const std::atomic<bool>* stop)
+                     uint64_t memory, bool time_device, Elsewhere elsewhere, const std::atomic<bool>* stop)
     : composition_(composition),
       project_(project),
       pool_(pool),
@@ -94,6 +94,7 @@ Evaluator::Evaluator(const shot::Composition& composition, const node::Project& 
       store_(store),
       stats_(stats),
       memory_(memory),
+      elsewhere_(std::move(elsewhere)),
       stop_(stop) {
   if (time_device) timer_.emplace();
 }
@@ -229,7 +230,7 @@ void Evaluator::make_room(const shot::Composition& composition, const frame::Ins
                              std::to_string(box_height(window)) + " pixels needs " + std::to_string(wanted) +
                              " bytes, the memory limit is " + std::to_string(memory_));
   }
-  const uint64_t used = pool_.bytes_in_use() + qv::nodes::filter::stats().bytes + wanted;
+  const uint64_t used = pool_.bytes_in_use() + qv::nodes::filter::stats().bytes + elsewhere_() + wanted;
   if (used <= memory_) return;
   const uint64_t over = used - memory_;
   stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over));
@@ -238,7 +239,7 @@ void Evaluator::make_room(const shot::Composition& composition, const frame::Ins
 // A filter's scratch textures and those that wait for their next use are worth keeping only while
 // there is room for them.
 void Evaluator::hold_to_memory() {
-  const uint64_t room = memory_ - std::min(memory_, pool_.bytes_in_use());
+  const uint64_t room = memory_ - std::min(memory_, pool_.bytes_in_use() + elsewhere_());
   if (qv::nodes::filter::stats().bytes > room) qv::nodes::filter::scratch_trim(room);
   pool_.trim(room - std::min(room, qv::nodes::filter::stats().bytes));
   const uint64_t bytes = pool_.bytes_in_use() + pool_.bytes_idle() + qv::nodes::filter::stats().bytes;

@@ -21,11 +21,14 @@ class Evaluator {
   // Whether a result is worth keeping for later frames.
   using Keep = std::function<bool(int64_t key)>;
 
-  // memory: bytes that textures may have together; time_device: ask the device for its times;
-  // stop: ends an evaluation between two nodes, may be null.
+  // Bytes that images have outside of textures.
+  using Elsewhere = std::function<uint64_t()>;
+
+  // memory: bytes that textures may have together with what is `elsewhere`; time_device: ask the device for
+  // its times; stop: ends an evaluation between two nodes, may be null.
   Evaluator(const shot::Composition& composition, const node::Project& project, gpu::TexturePool& pool,
             node::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory, bool time_device,
-            const std::atomic<bool>* stop);
+            Elsewhere elsewhere, const std::atomic<bool>* stop);
 
   // How much of an output is wanted: a transform at the end of a graph is drawn no further.
   enum class Part { whole, in_format };
@@ -58,6 +61,7 @@ class Evaluator {
   ResultStore& store_;
   Stats& stats_;
   uint64_t memory_;
+  Elsewhere elsewhere_;
   const std::atomic<bool>* stop_;
   std::optional<gpu::Timer> timer_;
 };

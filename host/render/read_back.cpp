@@ -4,12 +4,11 @@
 
 #include "host/gpu/gl_functions.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace host::render {
 namespace {
-
-constexpr size_t most_spare_buffers = 4;
 
 // Alive until the ring has run the callback.
 struct Transfer {
@@ -42,25 +41,63 @@ class BoundForDrawing {
 
 }  // namespace
 
-std::shared_ptr<float[]> BufferPool::acquire(size_t floats) {
+BufferPool::BufferPool(size_t most) {
+  state_->most = std::max<size_t>(1, most);
+  state_->kept.reserve(state_->most);
+}
+
+// The three of State are called with its mutex held.
+void BufferPool::State::drop_kept() {
+  bytes -= kept.size() * floats * sizeof(float);
+  kept.clear();
+}
+
+std::unique_ptr<float[]> BufferPool::State::take(size_t wanted) {
+  if (floats != wanted) drop_kept();
+  floats = wanted;
   std::unique_ptr<float[]> buffer;
-  {
-    const std::lock_guard lock(spare_->mutex);
-    if (spare_->floats != floats) spare_->buffers.clear();
-    spare_->floats = floats;
-    if (!spare_->buffers.empty()) {
-      buffer = std::move(spare_->buffers.back());
-      spare_->buffers.pop_back();
-    }
+  if (kept.empty()) {
+    buffer.reset(new float[wanted]);
+    bytes += wanted * sizeof(float);
+    peak_bytes = std::max(peak_bytes, bytes);
+  } else {
+    buffer = std::move(kept.back());
+    kept.pop_back();
   }
-  if (!buffer) buffer.reset(new float[floats]);
-  return {buffer.release(), [floats, spare = spare_](float* returned) {
-            std::unique_ptr<float[]> owned(returned);
-            const std::lock_guard lock(spare->mutex);
-            if (spare->floats == floats && spare->buffers.size() < most_spare_buffers) {
-              spare->buffers.push_back(std::move(owned));
-            }
+  ++out;
+  return buffer;
+}
+
+void BufferPool::State::give_back(std::unique_ptr<float[]> buffer, size_t size) {
+  --out;
+  back.notify_one();
+  if (size == floats && kept.size() < most) {
+    kept.push_back(std::move(buffer));
+  } else {
+    bytes -= size * sizeof(float);
+  }
+}
+
+std::shared_ptr<float[]> BufferPool::acquire(size_t floats) {
+  std::unique_lock lock(state_->mutex);
+  state_->back.wait(lock, [this] { return state_->out < state_->most; });
+  // Where there is no room for the holder, its deleter is called.
+  float* const buffer = state_->take(floats).release();
+  lock.unlock();
+  return {buffer, [floats, state = state_](float* returned) {
+            const std::lock_guard held(state->mutex);
+            state->give_back(std::unique_ptr<float[]>(returned), floats);
           }};
+}
+
+uint64_t BufferPool::bytes() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->bytes;
+}
+
+uint64_t BufferPool::peak_bytes() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->peak_bytes;
 }
 
 uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers,

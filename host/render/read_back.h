@@ -2,6 +2,8 @@
 
 #include "host/node/image.h"
 
+#include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -14,16 +16,33 @@ namespace host::render {
 // filling it. Thread-safe; a buffer outlives the pool if it must.
 class BufferPool {
  public:
-  // Room for this many floats, undefined contents. Comes back when the last holder lets go.
+  // most: buffers that are out at a time, at least 1.
+  explicit BufferPool(size_t most);
+
+  // Room for this many floats, undefined contents. Comes back when the last holder lets go, which is waited
+  // for while `most` are out.
   std::shared_ptr<float[]> acquire(size_t floats);
 
+  // Bytes of the buffers that are out and of those kept; and the most that there were.
+  uint64_t bytes() const;
+  uint64_t peak_bytes() const;
+
  private:
-  struct Spare {
+  struct State {
     std::mutex mutex;
-    size_t floats = 0;  // of each buffer; those of another size are not kept
-    std::vector<std::unique_ptr<float[]>> buffers;
+    std::condition_variable back;
+    size_t most = 1;
+    size_t out = 0;
+    size_t floats = 0;  // of each kept buffer; those of another size are not kept
+    std::vector<std::unique_ptr<float[]>> kept;
+    uint64_t bytes = 0;
+    uint64_t peak_bytes = 0;
+
+    std::unique_ptr<float[]> take(size_t wanted);
+    void give_back(std::unique_ptr<float[]> buffer, size_t size);
+    void drop_kept();
   };
-  std::shared_ptr<Spare> spare_ = std::make_shared<Spare>();
+  std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 // Pixels that have left the GPU; rgba is null when the driver let the transfer down.

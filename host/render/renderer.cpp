@@ -39,8 +39,10 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       pool(options.memory, gpu.max_texture_size()),
       context(shaders, pool, decoder),
       targets(composition, project, options.output),
-      evaluator(composition, project, pool, context, store, stats, options.memory, !gpu.software(),
-                options.stop),
+      buffers(static_cast<size_t>(std::max(2, threads))),
+      evaluator(
+          composition, project, pool, context, store, stats, options.memory, !gpu.software(),
+          [this] { return decoder.bytes() + buffers.bytes(); }, options.stop),
       keys(composition, project),
       single_keys(composition, project),
       gpu_before(qv::gpu::stats()),
@@ -74,6 +76,8 @@ void Renderer::State::gather_stats() {
   stats.textures_created = static_cast<int64_t>(pool.created() + filter::stats().created - scratch_before);
   stats.bytes_read_back = qv::transport::stats().bytes - read_back_before;
   stats.files_read = files.files;
+  stats.peak_decoded_bytes = files.peak_bytes;
+  stats.peak_sent_bytes = buffers.peak_bytes();
   stats.decode_ms = files.decode_ms;
   stats.wait_decode_ms = context.times().wait_decode_ms;
   stats.upload_ms = context.times().upload_ms;
@@ -102,9 +106,8 @@ HostImage Renderer::image(int node, int64_t frame) {
   HostImage result{image.extent, {}};
   if (!image.texture) return result;
   ReadBack pixels;
-  BufferPool buffers;
   qv::transport::wait(
-      read_back(image, image.extent.window, buffers, [&](ReadBack read) { pixels = std::move(read); }));
+      read_back(image, image.extent.window, state.buffers, [&](ReadBack read) { pixels = std::move(read); }));
   if (!pixels.rgba) {
     throw frame::FrameError(frame::frame_place(state.composition, node, frame) +
                             "the image could not be read back from the device");

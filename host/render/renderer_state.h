@@ -10,6 +10,7 @@
 #include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
 #include "host/render/evaluator.h"
+#include "host/render/read_back.h"
 #include "host/render/renderer.h"
 #include "host/render/result_store.h"
 
@@ -42,6 +43,7 @@ struct Renderer::State {
   node::RenderContext context;
   frame::Targets targets;
   ResultStore store;
+  BufferPool buffers;  // of images on their way to files
   Evaluator evaluator;
   frame::FrameKeys keys;         // of the composition's outputs
   frame::FrameKeys single_keys;  // of whatever image() asks for

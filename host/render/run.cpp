@@ -37,7 +37,7 @@ class Run {
         progress_(progress),
         frames_(checked_frames(state)),
         upcoming_(state.composition, state.project, state.keys, unfinished(), frames_ahead(state.threads)),
-        delivery_(state.threads, state.notices) {}
+        delivery_(state.threads, state.buffers, state.notices) {}
 
   Outcome render_all() {
     if (frames_.empty()) return Outcome::nothing;

@@ -34,6 +34,8 @@ struct Stats {
   uint64_t bytes_written = 0;
   uint64_t bytes_read_back = 0;     // from the device
   uint64_t peak_texture_bytes = 0;  // images, scratch and cached results together
+  uint64_t peak_decoded_bytes = 0;  // sources on their way from files, until they are taken
+  uint64_t peak_sent_bytes = 0;     // images on their way to files, as they were drawn
 };
 
 }  // namespace host::render

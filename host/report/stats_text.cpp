@@ -45,7 +45,10 @@ std::string stats_text(const render::Stats& stats) {
                 whole(stats.files_written), mebibytes(stats.bytes_written), mebibytes(stats.bytes_read_back));
   text += formatted("beside it  decoding %.0f ms, encoding %.0f ms on other threads\n", stats.decode_ms,
                     stats.encode_ms);
-  text += formatted("memory     %.1f MiB of textures at most\n", mebibytes(stats.peak_texture_bytes));
+  text += formatted(
+      "memory     %.1f MiB of textures at most, %.1f MiB decoded ahead, %.1f MiB on the way to files\n",
+      mebibytes(stats.peak_texture_bytes), mebibytes(stats.peak_decoded_bytes),
+      mebibytes(stats.peak_sent_bytes));
   return text;
 }
 
@@ -76,7 +79,9 @@ std::string stats_json(const render::Stats& stats) {
                                        {"files_written", stats.files_written},
                                        {"bytes_written", stats.bytes_written},
                                        {"bytes_read_back", stats.bytes_read_back},
-                                       {"peak_texture_bytes", stats.peak_texture_bytes}};
+                                       {"peak_texture_bytes", stats.peak_texture_bytes},
+                                       {"peak_decoded_bytes", stats.peak_decoded_bytes},
+                                       {"peak_sent_bytes", stats.peak_sent_bytes}};
   return json.dump(2) + "\n";
 }
 

@@ -56,7 +56,8 @@ bool by_name(const Channel& a, const Channel& b) {
 }  // namespace
 
 void check(exr_result_t result) {
-  if (result == EXR_ERR_OUT_OF_MEMORY) throw std::bad_alloc();
+  // What is written goes to memory, see put.
+  if (result == EXR_ERR_OUT_OF_MEMORY || result == EXR_ERR_WRITE_IO) throw std::bad_alloc();
   if (result != EXR_ERR_SUCCESS) throw std::runtime_error(exr_get_default_error_message(result));
 }
 
