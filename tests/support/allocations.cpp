@@ -48,6 +48,13 @@ void* operator new(size_t size) {
 void* operator new(size_t size, std::align_val_t alignment) {
   return support::allocate(size, static_cast<size_t>(alignment));
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return support::allocate(size, 1);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* memory) noexcept {
   support::release(memory);
 }
