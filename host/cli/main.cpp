@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <initializer_list>
 #include <string_view>
 
 #include <sys/resource.h>
@@ -37,14 +38,14 @@ bool address_space_is_limited() {
   end_out_of_memory();
 }
 
-void end_waiting(int /*signal*/) {
+void end_by_signal(int /*signal*/) {
   end_out_of_memory();
 }
 
 // One that asks again and again for what it does not get never comes back from being loaded (OpenBLAS
 // 0.3.29): it may take so many seconds of processor time, 0 for any number.
 void bound_loading(int seconds) {
-  std::signal(SIGPROF, seconds > 0 ? end_waiting : SIG_DFL);
+  std::signal(SIGPROF, seconds > 0 ? end_by_signal : SIG_DFL);
   itimerval timer{};
   timer.it_value.tv_sec = seconds;
   setitimer(ITIMER_PROF, &timer, nullptr);
@@ -57,6 +58,8 @@ void before_libraries(int /*argc*/, char** argv, char** environment) {
   if (!address_space_is_limited()) return;
   std::set_terminate(end_uncaught);
   bound_loading(most_loading_seconds);
+  // Some drivers go on with what they were not given, or abort.
+  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT}) std::signal(signal, end_by_signal);
   std::array<char*, most_variables> variables{};
   size_t count = 0;
   for (; environment[count]; ++count) {

@@ -169,7 +169,7 @@ class Around final : public Operation {
       const std::optional<Drawing> drawing = drawn_->drawing(call, own, context);
       return drawing ? held(*drawing, share, inputs, extent, context) : inputs[0];
     }
-    const Image made = settle(inner_->render(call, own, full, context), context);
+    Image made = settle(inner_->render(call, own, full, context), context);
     if (is_same(made, inputs[0])) return made;
     return held({"window.frag", {{"u_repeat", 0.0}}, {{"u_image", made}}}, share, inputs, extent, context);
   }

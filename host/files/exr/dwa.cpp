@@ -39,7 +39,7 @@ class Stream final : public Imf::OStream {
 
 std::span<const uint8_t> pack_dwa(const Part& part, std::span<const uint8_t> rows,
                                   std::vector<uint8_t>& file) {
-  const size_t bytes = row_bytes(part);
+  const size_t bytes = std::max<size_t>(1, row_bytes(part));
   Imf::Header header(part.data.width, static_cast<int>(rows.size() / bytes));
   header.compression() = part.codec == Codec::dwaa ? Imf::DWAA_COMPRESSION : Imf::DWAB_COMPRESSION;
   header.dwaCompressionLevel() = static_cast<float>(level_of(part));

@@ -74,10 +74,12 @@ class CoreEncoder {
     check(exr_encoding_initialize(file.handle(), part_, &info, &pipeline_));
     for (int i = 0; i < pipeline_.channel_count; ++i) {
       exr_coding_channel_info_t& channel = pipeline_.channels[i];
-      channel.user_bytes_per_element = channel.bytes_per_element;
+      // A signed byte to the library, though it is a size.
+      const auto bytes = static_cast<uint8_t>(channel.bytes_per_element);
+      channel.user_bytes_per_element = bytes;
       channel.user_data_type = channel.data_type;
-      channel.user_pixel_stride = channel.bytes_per_element;
-      channel.user_line_stride = channel.bytes_per_element * channel.width;
+      channel.user_pixel_stride = bytes;
+      channel.user_line_stride = bytes * channel.width;
       channel.encode_from_ptr = rows.data();  // not looked at, but it must be there
     }
   }

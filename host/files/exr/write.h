@@ -13,24 +13,28 @@ namespace host::files::exr {
 // Thread-safe.
 class Work {
  public:
-  virtual void run(Packer& packer) noexcept = 0;
+  Work() = default;
+  virtual ~Work() = default;
+  Work(const Work&) = delete;
+  Work& operator=(const Work&) = delete;
 
- protected:
-  ~Work() = default;
+  virtual void run(Packer& packer) noexcept = 0;
 };
 
 // The threads that write files, as the one of them sees them that writes this one.
 class Crew {
  public:
+  Crew() = default;
+  virtual ~Crew() = default;
+  Crew(const Crew&) = delete;
+  Crew& operator=(const Crew&) = delete;
+
   // At most so many threads are in a piece of work.
   virtual size_t threads() const = 0;
 
   // Runs `work` on this thread, and on others that have nothing older to do; returns when all have left it,
   // with the milliseconds that the others spent in it.
   virtual double share(Work& work, Packer& own) = 0;
-
- protected:
-  ~Crew() = default;
 };
 
 // What a file in the making needs beside its packers, to be used again for the next one.
