@@ -69,8 +69,8 @@ class OcioNode : public Drawn {
 
 void check_space(const ocio::Config& config, const std::string& name, const std::string& knob) {
   if (config.getColorSpace(name.c_str())) return;
-  std::vector<std::string> known;
-  for (int i = 0; i < config.getNumColorSpaces(); ++i) known.emplace_back(config.getColorSpaceNameByIndex(i));
+  std::vector<std::string> known(static_cast<size_t>(config.getNumColorSpaces()));
+  for (size_t i = 0; i < known.size(); ++i) known[i] = config.getColorSpaceNameByIndex(static_cast<int>(i));
   refuse_name(knob, "colour space", name, known);
 }
 
@@ -105,8 +105,8 @@ template <class Name>
 std::string named(const std::string& given, const std::string& otherwise, const std::string& knob, int count,
                   Name&& name) {
   if (given.empty()) return otherwise;
-  std::vector<std::string> known;
-  for (int i = 0; i < count; ++i) known.emplace_back(name(i));
+  std::vector<std::string> known(static_cast<size_t>(count));
+  for (size_t i = 0; i < known.size(); ++i) known[i] = name(static_cast<int>(i));
   for (const std::string& each : known)
     if (each == given) return given;
   refuse_name(knob, knob, given, known);
