@@ -79,7 +79,7 @@ struct ImageWriter::State final : exr::Crew {
   State& operator=(const State&) = delete;
 
   // Ends the threads, be it only those that could be started.
-  ~State() {
+  ~State() override {
     {
       const std::lock_guard lock(mutex);
       stopping = true;

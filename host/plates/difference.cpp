@@ -18,7 +18,7 @@ class Part {
     if (spec_.deep) throw std::runtime_error(path + ": deep images cannot be compared");
     const auto count = static_cast<size_t>(spec_.image_pixels()) * static_cast<size_t>(spec_.nchannels);
     values_.resize(count);
-    const auto read = [&](int begin, int end, OIIO::TypeDesc type, void* to) {
+    const auto read = [&](int begin, int end, const OIIO::TypeDesc& type, void* to) {
       if (input.read_image(index, 0, begin, end, type, to)) return;
       throw std::runtime_error(path + ": " + input.geterror());
     };
