@@ -251,7 +251,7 @@ void hold_back_grade(bench::Report& report, const Setup& setup) {
       "gain": {"keys": [[1, 0.5], [10, 1.5]]}}})";
   compare_nodes(report, setup, "mask and mix on a grade", 3840, 2160, before,
                 R"({"image": "p", "mask": "m"}, "knobs": {"mix": 0.5, )" + knobs,
-                {"grade alone", R"("p", "knobs": {)" + knobs}, 1.3);
+                {"grade alone", R"("p", "knobs": {)" + knobs}, 1 / 1.3);
 }
 
 // A picture with depths from near to far, all discs up to 32 pixels among them.
@@ -264,7 +264,7 @@ void defocus_depths(bench::Report& report, const Setup& setup) {
                     "focus": {"keys": [[1, 1.5], [10, 2]]}}})",
                 {"disc_blur of 32", R"({"name": "n", "type": "disc_blur", "inputs": "p", "knobs": {"radius":
                     {"keys": [[1, 31.9], [10, 32]]}}})"},
-                3);
+                1 / 3.0);
 }
 
 // Takes "--frames N" out of the arguments; the report knows the others.
