@@ -169,8 +169,7 @@ struct CommandLine {
               return true;
             },
             "Memory for images, on the device, decoded and on their way to files, such as 512M or 4G "
-            "(default "
-            "2G); beside it stand what one node works on, and the program itself")
+            "(default 2G); beside it stand what one node works on, and the program itself")
         ->type_name("BYTES");
     command.add_option("--gpu", render.gpu, "Device: auto (the default), software, or its number")
         ->type_name("DEVICE");

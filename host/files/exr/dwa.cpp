@@ -37,15 +37,15 @@ class Stream final : public Imf::OStream {
 
 }  // namespace
 
-std::span<const uint8_t> pack_dwa(const Part& part, std::span<const uint8_t> rows,
+std::span<const uint8_t> pack_dwa(const Part& part, int32_t rows, std::span<const uint8_t> values,
                                   std::vector<uint8_t>& file) {
-  const size_t bytes = std::max<size_t>(1, row_bytes(part));
-  Imf::Header header(part.data.width, static_cast<int>(rows.size() / bytes));
+  const size_t bytes = row_bytes(part);
+  Imf::Header header(part.data.width, rows);
   header.compression() = part.codec == Codec::dwaa ? Imf::DWAA_COMPRESSION : Imf::DWAB_COMPRESSION;
   header.dwaCompressionLevel() = static_cast<float>(level_of(part));
   Imf::FrameBuffer buffer;
   // The library reads here, whatever its types say.
-  char* first = reinterpret_cast<char*>(const_cast<uint8_t*>(rows.data()));
+  char* first = reinterpret_cast<char*>(const_cast<uint8_t*>(values.data()));
   for (const Channel& channel : part.channels) {
     const Imf::PixelType type = channel.type == Type::half ? Imf::HALF : Imf::FLOAT;
     const size_t size = channel.type == Type::half ? 2 : 4;
@@ -59,7 +59,7 @@ std::span<const uint8_t> pack_dwa(const Part& part, std::span<const uint8_t> row
   // The chunk stands behind what is there now: its row and its size, 4 bytes each, and itself.
   const size_t begin = file.size() + 8;
   output.setFrameBuffer(buffer);
-  output.writePixels(static_cast<int>(rows.size() / bytes));
+  output.writePixels(rows);
   if (file.size() <= begin) throw std::runtime_error("the encoder failed");
   return std::span<const uint8_t>(file).subspan(begin);
 }

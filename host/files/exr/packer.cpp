@@ -118,17 +118,12 @@ class CoreEncoder {
   exr_encode_pipeline_t pipeline_ = new_pipeline();
 };
 
-}  // namespace
-
-uint8_t* Bytes::fit(size_t size) {
-  if (size > size_) {
-    bytes_.reset();
-    size_ = 0;
-    bytes_.reset(new uint8_t[size]);
-    size_ = size;
-  }
-  return bytes_.get();
+uint8_t* fit(Bytes& bytes, size_t size) {
+  if (bytes.size() < size) bytes.resize(size);
+  return bytes.data();
 }
+
+}  // namespace
 
 void Packer::Free::operator()(libdeflate_compressor* compressor) const {
   libdeflate_free_compressor(compressor);
@@ -142,8 +137,8 @@ size_t Packer::deflate(const Part& part, const Chunk& chunk, std::span<uint8_t> 
   if (!compressor_) throw std::bad_alloc();
   level_ = level;
   const size_t bytes = row_bytes(part), size = bytes * static_cast<size_t>(chunk.rows);
-  auto* const row_words = reinterpret_cast<uint16_t*>(row_.fit(bytes));
-  uint8_t* const planes = planes_.fit(size);
+  auto* const row_words = reinterpret_cast<uint16_t*>(fit(row_, bytes));
+  uint8_t* const planes = fit(planes_, size);
   Differences differences(planes, size);
   for (int32_t row = chunk.row; row < chunk.row + chunk.rows; ++row) {
     lay_out_row(part, row, row_words, found);
@@ -158,7 +153,7 @@ std::span<const uint8_t> Packer::pack(const File& file, const Part& part, const 
   const size_t size = row_bytes(part) * static_cast<size_t>(chunk.rows);
   // libdeflate wants some room behind what it writes.
   constexpr size_t room = 64;
-  uint8_t* const bytes = to.fit(size + room);
+  uint8_t* const bytes = fit(to, size + room);
   const auto kept = [&](std::span<const uint8_t> packed) -> std::span<const uint8_t> {
     if (packed.size() >= size) return {bytes, size};
     std::copy(packed.begin(), packed.end(), bytes);
@@ -179,7 +174,7 @@ std::span<const uint8_t> Packer::pack(const File& file, const Part& part, const 
     case Codec::dwaa:
     case Codec::dwab:
       lay_out(part, chunk, bytes, found);
-      return kept(pack_dwa(part, {bytes, size}, dwa_));
+      return kept(pack_dwa(part, chunk.rows, {bytes, size}, dwa_));
     default:
       lay_out(part, chunk, bytes, found);
       return kept(CoreEncoder(file, part, chunk, {bytes, size}).run());

@@ -14,16 +14,8 @@ struct libdeflate_compressor;
 
 namespace host::files::exr {
 
-// Bytes of no particular value that grow and are used again.
-class Bytes {
- public:
-  // At least `size` of them. Throws std::bad_alloc.
-  uint8_t* fit(size_t size);
-
- private:
-  std::unique_ptr<uint8_t[]> bytes_;
-  size_t size_ = 0;
-};
+// Grown and never shrunk, so that the next chunk need not allocate.
+using Bytes = std::vector<uint8_t>;
 
 // Rows [row, row + rows) of a part, counted from its window's first.
 struct Chunk {
@@ -47,8 +39,7 @@ class Packer {
   size_t deflate(const Part& part, const Chunk& chunk, std::span<uint8_t> to, Extremes& found);
   std::unique_ptr<libdeflate_compressor, Free> compressor_;
   int level_ = 0;
-  Bytes row_, planes_;
-  std::vector<uint8_t> dwa_;
+  Bytes row_, planes_, dwa_;
 };
 
 }  // namespace host::files::exr
