@@ -13,7 +13,7 @@ enum ExitCode : int {
   exit_interrupted = 130,
 };
 
-// The command line: render, info, nodes, compare. Prints results to standard output, messages and progress to
+// The command line, as its table has it. Prints results to standard output, messages and progress to
 // standard error. Returns an ExitCode and never throws.
 int run(int argc, char** argv);
 

@@ -1,5 +1,6 @@
 #include "host/cli/cli.h"
-#include "host/cli/commands.h"
+#include "host/cli/options.h"
+#include "host/cli/table.h"
 #include "host/files/container.h"
 #include "host/files/pattern.h"
 #include "host/plates/difference.h"
@@ -9,11 +10,22 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 namespace host::cli {
 namespace {
+
+// Two image files, or two sequences.
+struct CompareCommand {
+  std::string first, second;
+  std::string frames;  // as typed; "" for those on disk
+  double tolerance = 0;
+  std::string picture;  // a path for the picture of the difference, "" for none
+};
 
 // Those asked for, else from the first to the last that either sequence has; one for single files.
 std::vector<int64_t> frames_to_compare(const CompareCommand& command) {
@@ -63,8 +75,6 @@ bool same_at(const CompareCommand& command, int64_t frame) {
   }
 }
 
-}  // namespace
-
 int compare(const CompareCommand& command) {
   const std::vector<int64_t> frames = frames_to_compare(command);
   if (!command.picture.empty()) {
@@ -81,6 +91,24 @@ int compare(const CompareCommand& command) {
     std::cout << differing << " of " << frames.size() << " frames differ\n";
   }
   return differing == 0 ? exit_done : exit_some_failed;
+}
+
+}  // namespace
+
+Command add_compare(CLI::App& program) {
+  CLI::App* const options =
+      program.add_subcommand("compare", "Says where two images or sequences differ, channel by channel.");
+  const auto given = std::make_shared<CompareCommand>();
+  options->add_option("first", given->first, "Image; #### or %04d is the frame")->type_name("A")->required();
+  options->add_option("second", given->second, "What to compare it with")->type_name("B")->required();
+  options->add_option("-f,--frames", given->frames, "Frames, as for render; without it those on disk")
+      ->type_name("LIST");
+  options->add_option("--tolerance", given->tolerance, "How far values may lie apart (default 0)")
+      ->type_name("VALUE")
+      ->check(CLI::NonNegativeNumber.description(""));
+  options->add_option("--picture", given->picture, "Write the magnitude of the difference as an image")
+      ->type_name("PATH");
+  return {options, [given] { return compare(*given); }};
 }
 
 }  // namespace host::cli

@@ -1,29 +1,28 @@
-#include "host/cli/commands.h"
-
 #include "host/base/library_threads.h"
-#include "host/base/suggest.h"
 #include "host/cli/cli.h"
 #include "host/cli/interrupt.h"
+#include "host/cli/options.h"
+#include "host/cli/table.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
-#include "host/nodes/catalogue.h"
+#include "host/gpu/gpu_context.h"
 #include "host/plates/headers.h"
-#include "host/report/describe.h"
 #include "host/report/info.h"
 #include "host/report/stats_text.h"
 #include "host/shot/composition.h"
 #include "host/shot/frames.h"
-#include "host/shot/schema.h"
 
-#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <unistd.h>
 
 namespace host::cli {
@@ -80,12 +79,6 @@ void hold_threads(int threads) {
   setenv("LP_NUM_THREADS", std::to_string(threads).c_str(), 0);
 }
 
-bool writes_everything(const shot::Composition& composition) {
-  return std::all_of(composition.outputs.begin(), composition.outputs.end(), [&](int output) {
-    return composition.nodes[static_cast<size_t>(output)].type->writes_files;
-  });
-}
-
 int dry_run(frame::Planner& planner, const std::vector<int64_t>& frames) {
   std::string text;  // kept until it is known that nothing is written over an input
   const auto add = [&text](const frame::FramePlan& plan) { text += report::plan_text(plan); };
@@ -117,15 +110,6 @@ class Device {
   std::optional<gpu::GpuContext> context_;
 };
 
-// For a composition that may be rendered elsewhere: what this machine's device takes, if it has one.
-int side_of_any_device() {
-  try {
-    return gpu::GpuContext::open({}).max_texture_size();
-  } catch (const gpu::NoGpu&) {
-    return 0;
-  }
-}
-
 void report_stats(const std::string& where, const render::Stats& stats) {
   if (where.empty()) return;
   if (where == "-") {
@@ -136,10 +120,7 @@ void report_stats(const std::string& where, const render::Stats& stats) {
   files::write_whole(where, {reinterpret_cast<const unsigned char*>(json.data()), json.size()});
 }
 
-}  // namespace
-
-int render_frames(const RenderCommand& given) {
-  RenderCommand command = given;
+int render_frames(RenderCommand command) {
   const gpu::DeviceChoice device = device_choice(command.gpu);
   const shot::Composition composition = shot::read_composition(command.file);
   std::vector<int64_t>& frames = command.options.frames;
@@ -173,45 +154,14 @@ int render_frames(const RenderCommand& given) {
   return exit_code(outcome);
 }
 
-int print_info(const InfoCommand& command) {
-  const shot::Composition composition = shot::read_composition(command.file);
-  if (command.dot) {
-    std::cout << report::graphviz(composition);
-    return exit_done;
-  }
-  // Files that stand are no fault of a composition.
-  frame::Planner planner(composition, {1, "", frame::Existing::overwrite, side_of_any_device, {}});
-  int code = exit_done;
-  std::vector<std::string> problems;
-  try {
-    if (writes_everything(composition)) planner.targets().check(composition.frames);
-    problems = planner.look_ahead(composition.frames, {}).problems;
-    if (!problems.empty()) code = exit_some_failed;
-  } catch (const frame::TargetError& error) {
-    problems = {error.what()};
-    code = exit_usage;
-  }
-  std::cout << report::info_text(composition, planner, problems);
-  return code;
-}
+}  // namespace
 
-int print_nodes(const NodesCommand& command) {
-  if (command.schema) {
-    std::cout << shot::composition_schema();
-    return exit_done;
-  }
-  if (command.type.empty()) {
-    std::cout << report::describe_catalogue();
-    return exit_done;
-  }
-  const node::NodeType* type = nodes::find_type(command.type);
-  if (!type) {
-    std::vector<std::string> names;
-    for (const node::NodeType& each : nodes::catalogue()) names.push_back(each.name);
-    throw UsageError("unknown node type \"" + command.type + "\"" + did_you_mean(command.type, names));
-  }
-  std::cout << report::describe(*type);
-  return exit_done;
+Command add_render(CLI::App& program) {
+  CLI::App* const options = program.add_subcommand("render", "Renders frames of a composition to files.");
+  const auto given = std::make_shared<RenderCommand>();
+  add_composition(*options, given->file);
+  add_render_options(*options, *given);
+  return {options, [given] { return render_frames(*given); }};
 }
 
 }  // namespace host::cli

@@ -1,0 +1,144 @@
+#include "host/cli/options.h"
+
+#include "host/base/suggest.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <map>
+#include <system_error>
+
+#include <CLI/CLI.hpp>
+
+namespace host::cli {
+namespace {
+
+// "4G", "512M", "1.5GiB", "1000000": bytes, the letters standing for powers of 1024.
+uint64_t parse_bytes(const std::string& text) {
+  const auto refuse = [&text]() -> uint64_t {
+    throw CLI::ValidationError("--memory", "expected a size such as 4G or 512M, found \"" + text + "\"");
+  };
+  double amount = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
+  if (error != std::errc()) return refuse();
+  const std::string unit(end, text.data() + text.size());
+  static const std::map<std::string, int> powers = {
+      {"", 0},    {"B", 0}, {"k", 1},  {"K", 1},   {"KB", 1}, {"KiB", 1}, {"M", 2},  {"MB", 2},
+      {"MiB", 2}, {"G", 3}, {"GB", 3}, {"GiB", 3}, {"T", 4},  {"TB", 4},  {"TiB", 4}};
+  const auto power = powers.find(unit);
+  if (power == powers.end()) return refuse();
+  const double bytes = amount * std::pow(1024.0, power->second);
+  if (!(bytes >= 1) || bytes > 1e18) return refuse();
+  return static_cast<uint64_t>(bytes);
+}
+
+double parse_scale(const std::string& text) {
+  double scale = 0;
+  const char* end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, scale);
+  if (parsed.ec != std::errc() || parsed.ptr != end || !(scale > 0 && scale <= 1)) {
+    throw CLI::ValidationError("--proxy", "expected a number above 0 and at most 1, found \"" + text + "\"");
+  }
+  return scale;
+}
+
+// An option that takes one of a few words, which its help names and shells complete.
+template <class Value>
+void add_choice(CLI::App& command, const std::string& name,
+                std::vector<std::pair<std::string, Value>> choices, Value& chosen, const std::string& help) {
+  std::string words, quoted;
+  std::vector<std::string> names;
+  for (const auto& choice : choices) {
+    words += (words.empty() ? "" : "|") + choice.first;
+    quoted += (quoted.empty() ? "\"" : ", \"") + choice.first + "\"";
+    names.push_back(choice.first);
+  }
+  const auto parse = [=, &chosen](const CLI::results_t& given) {
+    for (const auto& [word, value] : choices) {
+      if (word != given.at(0)) continue;
+      chosen = value;
+      return true;
+    }
+    throw CLI::ValidationError(name, "expected one of " + quoted + ", found \"" + given.at(0) + "\"" +
+                                         did_you_mean(given.at(0), names));
+  };
+  command.add_option(name, parse, help)->type_name(words);
+}
+
+}  // namespace
+
+const char* const exit_codes =
+    "Exit codes:\n"
+    "  0    every frame stands: written, or there already with --skip-existing\n"
+    "  1    some frames failed or were seen to fail beforehand, images differ, or results could not be "
+    "printed\n"
+    "  2    wrong usage, or a composition with errors\n"
+    "  3    no frame to render\n"
+    "  4    out of memory, or an image is larger than --memory\n"
+    "  5    no usable OpenGL\n"
+    "  130  interrupted; files are whole or not there\n";
+
+void add_composition(CLI::App& command, std::string& file) {
+  command.add_option("composition", file, "Composition, a JSON file")->type_name("FILE")->required();
+}
+
+void add_render_options(CLI::App& command, RenderCommand& given) {
+  render::RenderOptions& options = given.options;
+  command.footer(exit_codes);
+  command
+      .add_option("-f,--frames", given.frames,
+                  "Frames: 7  1-10  1-100x10 (every tenth)  3,7,9  -5--1  ^5 (leave out)")
+      ->type_name("LIST");
+  command
+      .add_option("-o,--output", options.output,
+                  "Path of the output, in place of the composition's; #### or %04d is the frame")
+      ->type_name("PATH");
+  command.add_flag(
+      "--overwrite", [&options](int64_t) { options.existing = frame::Existing::overwrite; },
+      "Replace files that are there already");
+  command
+      .add_flag(
+          "--skip-existing", [&options](int64_t) { options.existing = frame::Existing::skip; },
+          "Leave frames alone whose files are there already")
+      ->excludes("--overwrite");
+  command.add_flag("--keep-going", options.keep_going, "Go on after a frame that failed");
+  command.add_flag("--dry-run", given.dry_run,
+                   "Print what would be computed, read and written, and what is missing");
+  command
+      .add_option(
+          "--proxy",
+          [&options](const CLI::results_t& typed) {
+            options.scale = parse_scale(typed.at(0));
+            return true;
+          },
+          "Render at this scale, above 0 and at most 1")
+      ->type_name("SCALE");
+  command
+      .add_option("--threads", options.threads,
+                  "Threads that decode and encode, and as many that draw in software; 0: one a processor")
+      ->type_name("N")
+      ->check(CLI::Range(0, 1024).description(""));
+  command
+      .add_option(
+          "--memory",
+          [&options](const CLI::results_t& typed) {
+            options.memory = parse_bytes(typed.at(0));
+            return true;
+          },
+          "Memory for images, on the device, decoded and on their way to files, such as 512M or 4G "
+          "(default 2G); beside it stand what one node works on, and the program itself")
+      ->type_name("BYTES");
+  command.add_option("--gpu", given.gpu, "Device: auto (the default), software, or its number")
+      ->type_name("DEVICE");
+  using Style = report::ProgressStyle;
+  add_choice<Style>(
+      command, "--progress",
+      {{"auto", Style::automatic}, {"plain", Style::plain}, {"jsonl", Style::jsonl}, {"none", Style::none}},
+      given.progress,
+      "A bar on a terminal and else lines (auto), lines, events on standard output (jsonl), what is wrong "
+      "alone (none)");
+  command.add_flag("--stats{-}", given.stats,
+                   "Say where time and memory went; --stats=FILE writes it as JSON");
+}
+
+}  // namespace host::cli
