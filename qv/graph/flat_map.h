@@ -51,8 +51,12 @@ class FlatMap {
   // The value of a key, added as T{} where it was absent, and whether it was added.
   std::pair<T*, bool> insert(int64_t key);
 
-  // Removes a key; false where it was absent.
-  bool erase(int64_t key);
+  // Removes a key; false where it was absent. erase_if also keeps a key whose value `goes` says false of.
+  bool erase(int64_t key) {
+    return erase_if(key, [](const T&) { return true; });
+  }
+  template <class Goes>
+  bool erase_if(int64_t key, const Goes& goes);
 
   // Removes every key and keeps the storage.
   void clear();
@@ -64,6 +68,11 @@ class FlatMap {
 
   // Makes the next `more` inserts unable to fail or to move a value.
   void reserve(uint64_t more);
+
+  // Whether the next `more` inserts, of keys that are there or not, leave the table as large as it is.
+  bool has_room(uint64_t more) const {
+    return (count_ + more) * 4 <= slots_.size() * 3;
+  }
 
   // The number of keys, and of slots (0 or a power of two).
   uint64_t size() const {
@@ -92,9 +101,6 @@ class FlatMap {
   }
   uint64_t home(int64_t key) const {
     return h(key) & mask_;
-  }
-  bool has_room(uint64_t more) const {
-    return (count_ + more) * 4 <= slots_.size() * 3;
   }
   void grow() {
     rebuild(slots_.empty() ? 64 : slots_.size() * 2);
@@ -139,12 +145,14 @@ std::pair<T*, bool> FlatMap<T>::insert(int64_t key) {
 }
 
 template <class T>
-bool FlatMap<T>::erase(int64_t key) {
+template <class Goes>
+bool FlatMap<T>::erase_if(int64_t key, const Goes& goes) {
   if (count_ == 0) return false;
   S* const slots = slots_.data();
   uint64_t i = home(key);
   for (; slots[i].key != key || !slots[i].used; i = (i + 1) & mask_)
     if (!slots[i].used) return false;
+  if (!goes(slots[i].value)) return false;
 
   // Close the hole: every entry of the run behind it whose home does not lie between the hole and
   // itself would no longer be found, so it moves into the hole and leaves one of its own.

@@ -20,15 +20,13 @@ bool ResultCache::count(Ref& ref, int list, int delta) {
 
 // Counts the entry's buffers in or out of one order. Taking out never fails; taking in allocates nothing
 // where refs_ has room for those that are not there, which put reserves and buffers just taken out leave.
-// Looks first, because an insert may grow the table for a buffer that is there.
+// A full table is only looked into, because an insert would grow it for a buffer that is there.
 void ResultCache::hold(const Holds& holds, int list, int delta) {
   for (const auto& [buffer, size] : holds) {
-    Ref* ref = refs_.find(buffer);
-    if (!ref) {
-      if (delta < 0) continue;
-      ref = refs_.insert(buffer).first;
-      ref->size = size;
-    }
+    const bool takes_in = delta > 0 && refs_.has_room(1);
+    const auto [ref, added] = takes_in ? refs_.insert(buffer) : std::pair{refs_.find(buffer), false};
+    if (!ref) continue;
+    if (added) ref->size = size;
     if (!count(*ref, list, delta)) refs_.erase(buffer);
   }
 }
@@ -74,8 +72,8 @@ void ResultCache::prefetch_removal(const Entry& e) const {
   for (const auto& [buffer, size] : e.holds) refs_.prefetch(buffer);
 }
 
-bool ResultCache::is_touched(int entry) const {
-  return touched_in_[static_cast<size_t>(entry)] == cycle_;
+bool ResultCache::is_touched(const Entry& e) const {
+  return e.touched_in == cycle_;
 }
 
 void ResultCache::remove(int entry) {
@@ -88,7 +86,7 @@ void ResultCache::remove(int entry) {
 void ResultCache::release(int entry) {
   Entry& e = at(entry);
   unlink_order(entry);
-  if (is_touched(entry)) touched_.insert(e.key);
+  if (is_touched(e)) touched_.insert(e.key);
   index_.erase(e.key);
   e.slot = -1;
   e.holds.clear();
@@ -109,7 +107,6 @@ int ResultCache::spare_entry() {
   if (free_.empty()) {
     if (entries_.size() >= std::numeric_limits<int32_t>::max()) throw std::length_error("vector too long");
     if (free_.capacity() <= entries_.size()) free_.reserve(2 * entries_.size() + 16);
-    touched_in_.resize(entries_.size() + 1);
     entries_.emplace_back();
     free_.push_back(static_cast<int32_t>(entries_.size() - 1));
   }
@@ -138,10 +135,10 @@ int64_t ResultCache::put(int64_t key, int64_t slot, const std::pair<int64_t, int
     hold(e.holds, e.list, -1);
   } else {
     free_.pop_back();
-    touched_in_[static_cast<size_t>(entry)] = 0;
+    e.touched_in = 0;
     *index_.insert(key).first = entry;
   }
-  if (pinned) note_touch(entry);
+  if (pinned) note_touch(e);
   e.key = key;
   e.slot = slot;
   e.cost = cost;
@@ -159,7 +156,7 @@ int64_t ResultCache::get(int64_t key, bool pin) {
     if (pin && touching) touched_.insert(key);
     return -1;
   }
-  if (pin) note_touch(*entry);
+  if (pin) note_touch(at(*entry));
   const int64_t slot = at(*entry).slot;
   if (pin && at(*entry).list == 0) {
     settle_order();
@@ -176,14 +173,14 @@ void ResultCache::move(int64_t key, bool pinned) {
   if (const int* const entry = index_.find(key)) transfer(*entry, pinned ? 1 : 0);
 }
 
-// Notes a cached key beside its entry, where there is room for it.
-void ResultCache::note_touch(int entry) {
-  if (touching) touched_in_[static_cast<size_t>(entry)] = cycle_;
+// Notes a cached key in its entry, where there is room for it.
+void ResultCache::note_touch(Entry& e) const {
+  if (touching) e.touched_in = cycle_;
 }
 
 void ResultCache::touch(int64_t key) {
   if (const int* const entry = index_.find(key))
-    note_touch(*entry);
+    note_touch(at(*entry));
   else if (touching)
     touched_.insert(key);
 }
@@ -194,12 +191,12 @@ void ResultCache::end_touch(const std::vector<int64_t>& keys) {
     const int* const entry = index_.find(key);
     if (!entry) continue;
     if (at(*entry).list == 0) transfer(*entry, 1);
-    touched_in_[static_cast<size_t>(*entry)] = cycle_;
+    at(*entry).touched_in = cycle_;
   }
   // An entry that moves leaves the pinned order, and those behind it are looked at all the same.
   for (int entry = head_[1]; entry >= 0;) {
     const int next = at(entry).next;
-    if (!is_touched(entry) && !touched_.contains(at(entry).key)) transfer(entry, 0);
+    if (!is_touched(at(entry)) && !touched_.contains(at(entry).key)) transfer(entry, 0);
     entry = next;
   }
   touching = false;
@@ -208,7 +205,10 @@ void ResultCache::end_touch(const std::vector<int64_t>& keys) {
 
 void ResultCache::forget_touched() {
   if (touched_.size() > 0) touched_.clear();
-  ++cycle_;
+  if (++cycle_ != 0) return;
+  // The numbers begin again, so that no entry may bear an old one.
+  for (Entry& e : entries_) e.touched_in = 0;
+  cycle_ = 1;
 }
 
 CachePopped ResultCache::popped(int entry) const {
@@ -236,7 +236,7 @@ std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t 
         const Entry& e = at(entry);
         if (e.next >= 0) prefetch_removal(at(e.next));
         result.push_back(popped(entry));
-        touched += is_touched(entry) ? 1 : 0;
+        touched += is_touched(e) ? 1 : 0;
         count_all(e, -1);
         ++gone[list];
         entry = e.next;
@@ -253,8 +253,7 @@ std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t 
     for (; gone[list] > 0; --gone[list]) {
       const int entry = head_[list];
       for (const auto& [buffer, size] : at(entry).holds)
-        if (const Ref* const ref = refs_.find(buffer); ref && !ref->users[0] && !ref->users[1])
-          refs_.erase(buffer);
+        refs_.erase_if(buffer, [](const Ref& ref) { return !ref.users[0] && !ref.users[1]; });
       release(entry);
     }
   return result;
@@ -263,7 +262,7 @@ std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t 
 bool ResultCache::pop1(int64_t key, CachePopped& out) {
   const int* const entry = index_.find(key);
   if (!entry) return false;
-  if (is_touched(*entry)) touched_.reserve(1);
+  if (is_touched(at(*entry))) touched_.reserve(1);
   settle_order();
   out = popped(*entry);
   remove(*entry);
@@ -298,7 +297,6 @@ void ResultCache::clear() {
   free_.clear();
   index_.clear();
   refs_.clear();
-  touched_in_.clear();
   forget_touched();
   for (const int list : {0, 1}) {
     head_[list] = tail_[list] = -1;

@@ -42,6 +42,7 @@ class ResultCache {
     int32_t next = -1;
     int32_t list = 0;
     bool flag = true;
+    uint16_t touched_in = 0;  // the touch cycle that last recorded the key, as the cache counts cycles
     std::vector<std::pair<int64_t, int64_t>> holds;
   };
 
@@ -131,8 +132,8 @@ class ResultCache {
   void prefetch_removal(const Entry& e) const;
   void remove(int entry);
   void release(int entry);
-  bool is_touched(int entry) const;
-  void note_touch(int entry);
+  bool is_touched(const Entry& e) const;
+  void note_touch(Entry& e) const;
   void forget_touched();
   void transfer(int entry, int list);
   int spare_entry();
@@ -152,9 +153,8 @@ class ResultCache {
   bool touching = false;
 
  private:
-  // What the open cycle has recorded: the cycle in which an entry was touched, and keys that are not cached.
-  uint64_t cycle_ = 1;
-  std::vector<uint64_t> touched_in_;
+  // What the open cycle has recorded: entries that bear its number, and keys that are not cached.
+  uint16_t cycle_ = 1;
   FlatMap<char> touched_;
 
   // Entries that get found and that still have to become the most recent of their orders, oldest
