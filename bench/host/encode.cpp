@@ -18,8 +18,8 @@
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfHeader.h>
-#include <OpenEXR/ImfIO.h>
 #include <OpenEXR/ImfOutputFile.h>
+#include <OpenEXR/ImfStdIO.h>
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
 #include <sys/resource.h>
@@ -82,27 +82,6 @@ void by_oiio(const Pixels& pixels, int threads) {
   }
 }
 
-class MemoryStream final : public Imf::OStream {
- public:
-  MemoryStream() : Imf::OStream("memory") {}
-  void write(const char from[], int n) override {
-    const auto size = static_cast<size_t>(n);
-    bytes_.resize(std::max(bytes_.size(), at_ + size));
-    std::copy_n(from, size, bytes_.begin() + static_cast<ptrdiff_t>(at_));
-    at_ += size;
-  }
-  uint64_t tellp() override {
-    return at_;
-  }
-  void seekp(uint64_t at) override {
-    at_ = at;
-  }
-
- private:
-  std::vector<char> bytes_;
-  size_t at_ = 0;
-};
-
 void by_openexr(const Pixels& pixels, int threads) {
   std::vector<half> halves(size_t{4} * width * height);
   for (int frame = 0; frame < frames; ++frame) {
@@ -115,7 +94,7 @@ void by_openexr(const Pixels& pixels, int threads) {
       buffer.insert(name, Imf::Slice(Imf::HALF, reinterpret_cast<char*>(halves.data() + c), 4 * sizeof(half),
                                      width * 4 * sizeof(half)));
     }
-    MemoryStream stream;
+    Imf::StdOSStream stream;
     Imf::OutputFile file(stream, header, threads == 1 ? 0 : threads);
     file.setFrameBuffer(buffer);
     file.writePixels(height);
