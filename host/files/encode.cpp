@@ -57,7 +57,7 @@ exr::Part part_of(const WriteJob& job, const Raster& raster) {
                as_int(box_width(raster.window)), as_int(box_height(raster.window))};
   part.pixel_aspect = static_cast<float>(format.pixel_aspect);
   set_codec(job.file.compression, part);
-  part.texts.emplace_back("Software", software_text(job.file.scale));
+  part.texts.emplace_back("Software", software_text(job.file.scale, job.file.digest));
   if (is_srgb(job.file)) part.texts.emplace_back("comments", color_note(true));
   const bool real = job.file.depth == OutputFile::Depth::float32;
   constexpr std::array<const char*, 4> names = {"R", "G", "B", "A"};
@@ -74,7 +74,7 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   OIIO::ImageSpec spec(as_int(box_width(raster.window)), as_int(box_height(raster.window)), raster.channels,
                        type);
   spec.attribute("PixelAspectRatio", static_cast<float>(format.pixel_aspect));
-  spec.attribute("Software", software_text(job.file.scale));
+  spec.attribute("Software", software_text(job.file.scale, job.file.digest));
   // The writer would put the time of day here, and the same image would be another file each time.
   spec.attribute("DateTime", "");
   if (!job.file.compression.empty()) spec.attribute("compression", job.file.compression);

@@ -22,6 +22,7 @@ struct OutputFile {
   bool alpha = true;               // write alpha; otherwise RGB alone
   bool overscan = false;           // keep pixels outside the format, where the file type can
   double scale = 1;                // --proxy, which the file says of itself
+  std::string digest;              // what the image is made from, as the file is to say it; "" for nothing
 };
 
 // One image to be encoded. Takes shared ownership of the pixels: premultiplied RGBA float, rows top

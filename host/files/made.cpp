@@ -1,32 +1,55 @@
 #include "host/files/made.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstddef>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include <OpenImageIO/imageio.h>
 
 namespace host::files {
 namespace {
 
-constexpr std::string_view scale_mark = "quorvel, scale ";
+constexpr std::string_view name = "quorvel";
+constexpr std::string_view scale_mark = ", scale ";
+constexpr std::string_view digest_mark = ", made from ";
 
-double scale_of(std::string_view software) {
-  if (!software.starts_with(scale_mark)) return 1;
-  software.remove_prefix(scale_mark.size());
-  double scale = 1;
-  std::from_chars(software.data(), software.data() + software.size(), scale);
-  return scale;
+// What stands behind a mark, up to the next one; "" where the text has none.
+std::string_view behind(std::string_view software, std::string_view mark) {
+  const size_t at = software.starts_with(name) ? software.find(mark) : std::string_view::npos;
+  if (at == std::string_view::npos) return {};
+  const std::string_view rest = software.substr(at + mark.size());
+  return rest.substr(0, rest.find(','));
+}
+
+Made made_of(const OIIO::ImageSpec& spec) {
+  const std::string software = spec.get_string_attribute("Software");
+  Made made{spec.full_width, spec.full_height, 1, std::string(behind(software, digest_mark))};
+  const std::string_view scale = behind(software, scale_mark);
+  std::from_chars(scale.data(), scale.data() + scale.size(), made.scale);
+  return made;
+}
+
+std::unique_ptr<OIIO::ImageInput> opened(const std::string& path) {
+  auto input = OIIO::ImageInput::open(path);
+  if (!input) throw std::runtime_error(path + ": " + OIIO::geterror());
+  return input;
 }
 
 }  // namespace
 
-std::string software_text(double scale) {
-  if (scale == 1) return "quorvel";
-  std::array<char, 32> digits{};  // enough for the shortest text of any double
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), scale).ptr;
-  return std::string(scale_mark) + std::string(digits.data(), end);
+std::string software_text(double scale, const std::string& digest) {
+  std::string text(name);
+  if (scale != 1) {
+    std::array<char, 32> digits{};  // enough for the shortest text of any double
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), scale).ptr;
+    text += std::string(scale_mark) + std::string(digits.data(), end);
+  }
+  return digest.empty() ? text : text + std::string(digest_mark) + digest;
 }
 
 const char* color_note(bool srgb) {
@@ -34,10 +57,26 @@ const char* color_note(bool srgb) {
 }
 
 Made made(const std::string& path) {
-  const auto input = OIIO::ImageInput::open(path);
-  if (!input) throw std::runtime_error(path + ": " + OIIO::geterror());
+  return made_of(opened(path)->spec());
+}
+
+Made made_whole(const std::string& path) {
+  const auto input = opened(path);
   const OIIO::ImageSpec spec = input->spec();
-  return {spec.full_width, spec.full_height, scale_of(spec.get_string_attribute("Software"))};
+  constexpr int strip = 256;
+  const int rows = spec.tile_height > 0 ? spec.tile_height : std::min(strip, spec.height);
+  std::vector<unsigned char> pixels(static_cast<size_t>(rows) * spec.scanline_bytes(true));
+  for (int row = 0; row < spec.height; row += rows) {
+    const int begin = spec.y + row;
+    const int end = std::min(begin + rows, spec.y + spec.height);
+    const bool read = spec.tile_width > 0
+                          ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, begin, end, spec.z,
+                                              spec.z + 1, 0, spec.nchannels, OIIO::TypeUnknown, pixels.data())
+                          : input->read_scanlines(0, 0, begin, end, spec.z, 0, spec.nchannels,
+                                                  OIIO::TypeUnknown, pixels.data());
+    if (!read) throw std::runtime_error(path + ": " + input->geterror());
+  }
+  return made_of(spec);
 }
 
 }  // namespace host::files

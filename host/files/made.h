@@ -9,15 +9,21 @@ namespace host::files {
 struct Made {
   int64_t width = 0;  // of the format, pixels
   int64_t height = 0;
-  double scale = 1;  // --proxy; 1 where a file of another program says nothing
+  double scale = 1;    // --proxy; 1 where a file of another program says nothing
+  std::string digest;  // of what it was made from; "" where the file does not say
 };
 
 // Opens a file for its header alone. Throws std::runtime_error that names the path when it is no image
 // that can be read. Thread-safe.
 Made made(const std::string& path);
 
-// The text by which a file tells its scale: "quorvel", or "quorvel, scale 0.5".
-std::string software_text(double scale);
+// The same of a file whose pixels are decoded too, and let go: throws where they cannot be. Holds a strip of
+// the image at a time.
+Made made_whole(const std::string& path);
+
+// The text by which a file tells its scale and what it was made from: "quorvel", or "quorvel, scale 0.5, made
+// from DIGEST".
+std::string software_text(double scale, const std::string& digest);
 
 // The text by which files that have no other way say whether their colour is encoded.
 const char* color_note(bool srgb);

@@ -43,9 +43,10 @@ Planner::Planner(const shot::Composition& composition, PlanOptions options)
     : composition_(composition),
       options_(std::move(options)),
       headers_(options_.headers ? options_.headers : std::make_shared<plates::Headers>()),
-      project_(make_project(composition, options_.scale, *headers_)),
+      project_(make_project(composition, options_.scale, *headers_, options_.by_content)),
       targets_(composition, project_, options_.output),
       keys_(composition, project_),
+      digests_(composition, project_),
       upstream_(upstream_of_outputs(composition)) {}
 
 bool Planner::too_large(const Box& window) const {
@@ -127,7 +128,18 @@ FramePlan Planner::frame(int64_t frame) {
   return plan;
 }
 
-void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) const {
+// Whether the files of a frame are there and are to stay.
+bool Planner::stays(const FramePlan& plan, const std::vector<Target>& targets) {
+  const bool asked = options_.existing == Existing::skip || options_.existing == Existing::current;
+  const auto exists = [](const PlannedFile& file) { return file.exists; };
+  if (!asked || targets.empty() || !std::all_of(plan.writes.begin(), plan.writes.end(), exists)) return false;
+  if (options_.existing == Existing::skip) return true;
+  if (!plan.error.empty()) return false;
+  return std::all_of(targets.begin(), targets.end(),
+                     [&](const Target& target) { return digests_.current(target, plan.frame); });
+}
+
+void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) {
   std::vector<Target> targets;
   try {
     targets = targets_.at(plan.frame);
@@ -140,9 +152,7 @@ void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) c
     const std::string& name = composition_.nodes[static_cast<size_t>(target.node)].name;
     plan.writes.push_back({name, plan.frame, target.file.path, "", "", stands(target.file.path)});
   }
-  const auto exists = [](const PlannedFile& file) { return file.exists; };
-  plan.skipped = options_.existing == Existing::skip && !plan.writes.empty() &&
-                 std::all_of(plan.writes.begin(), plan.writes.end(), exists);
+  plan.skipped = stays(plan, targets);
   // What is skipped needs nothing that it was made of.
   if (plan.skipped) plan.fails = false;
   for (size_t i = 0; i < targets.size(); ++i) {
@@ -150,7 +160,7 @@ void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) c
     std::string reason = obstacle(file.path);
     if (reason.empty() && file.exists && options_.existing == Existing::refuse)
       reason = exists_text(file.path);
-    if (reason.empty() && plan.skipped) {
+    if (reason.empty() && plan.skipped && options_.existing == Existing::skip) {
       reason = stale_reason(file.path, project_.scale, i < extents.size() ? &extents[i].format : nullptr);
     }
     if (reason.empty()) continue;
@@ -165,7 +175,10 @@ Outlook Planner::look_ahead(const std::vector<int64_t>& frames,
   for (const int64_t frame : frames) {
     const FramePlan plan = this->frame(frame);
     if (each) each(plan);
-    if (!plan.fails) continue;
+    if (!plan.fails) {
+      if (plan.skipped) outlook.kept.insert(frame);
+      continue;
+    }
     ++outlook.failing;
     for (const PlannedFile& file : plan.writes) {
       add_problem(file.error, outlook.problems);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/frame/digest.h"
 #include "host/frame/existing.h"
 #include "host/frame/keyed_frame.h"
 #include "host/frame/targets.h"
@@ -44,6 +45,7 @@ struct FramePlan {
 struct Outlook {
   int64_t failing = 0;                // frames
   std::vector<std::string> problems;  // a line for everything that keeps frames from being rendered
+  std::set<int64_t> kept;             // frames whose files stand and stay
   // Frames that would be skipped, were their files not of another size or scale; and why.
   std::map<int64_t, std::string> stale;
 };
@@ -57,6 +59,7 @@ struct PlanOptions {
   std::function<int()> largest_side;
   // What is known of files, for a renderer to go on with; null: the planner's own.
   std::shared_ptr<plates::Headers> headers;
+  bool by_content = false;  // as --content
 };
 
 // Plans one frame after another as they would be rendered with enough memory for all results: the
@@ -93,7 +96,8 @@ class Planner {
   PlannedFile planned_read(const Instance& instance, const plates::Source& source);
   std::string read_error(const plates::Source& source);
   std::vector<Extent> output_extents(const FrameGraph& graph) const;
-  void plan_writes(FramePlan& plan, const std::vector<Extent>& extents) const;
+  void plan_writes(FramePlan& plan, const std::vector<Extent>& extents);
+  bool stays(const FramePlan& plan, const std::vector<Target>& targets);
   bool too_large(const Box& window) const;
   void note_inputs(int64_t frame);
   void refuse_own_inputs(const std::vector<int64_t>& frames);
@@ -104,6 +108,7 @@ class Planner {
   node::Project project_;
   Targets targets_;
   FrameKeys keys_;
+  Digests digests_;
   std::vector<bool> upstream_;                           // of the outputs, by position
   std::set<int64_t> made_;                               // keys of results that earlier frames computed
   std::set<int64_t> unreadable_;                         // those of them whose file cannot be read

@@ -5,7 +5,8 @@
 
 namespace host::frame {
 
-node::Project make_project(const shot::Composition& composition, double scale, plates::Headers& headers) {
+node::Project make_project(const shot::Composition& composition, double scale, plates::Headers& headers,
+                           bool by_content) {
   const auto scaled = [scale](int64_t side) {
     return std::max<int64_t>(1, std::llround(static_cast<double>(side) * scale));
   };
@@ -18,6 +19,7 @@ node::Project make_project(const shot::Composition& composition, double scale, p
   project.last_frame = *last;
   project.folder = composition.folder.string();
   project.headers = &headers;
+  project.by_content = by_content;
   return project;
 }
 

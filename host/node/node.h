@@ -27,6 +27,7 @@ struct Project {
   int64_t last_frame = 1;
   std::string folder;  // that file knobs are relative to
   plates::Headers* headers = nullptr;
+  bool by_content = false;  // --content: files that are read are known by their bytes, not by size and date
 };
 
 // A file knob's path, "~" and $NAME replaced, made absolute against the project's folder; a frame

@@ -20,13 +20,20 @@ const std::vector<std::string> edge_names = {"error", "loop", "bounce", "hold", 
 class Read final : public Operation {
  public:
   void identify(const Call& call, Identity& identity) const override {
-    const auto path = file_of(call);
-    if (!path) {
+    const std::string pattern = pattern_of(call);
+    const auto frame = frame_of(call, pattern);
+    if (!frame) {
       identity.add("black");
       return;
     }
-    const plates::Attributes file = call.project.headers->attributes(*path);
-    identity.add(*path);
+    // As written, so that another machine, where the folder is called otherwise, comes to the same.
+    identity.add(files::frame_path(call.knobs.text("file"), *frame));
+    const std::string path = files::frame_path(pattern, *frame);
+    if (call.project.by_content) {
+      identity.add(call.project.headers->content(path));
+      return;
+    }
+    const plates::Attributes file = call.project.headers->attributes(path);
     identity.add(file.size);
     identity.add(file.mtime_ns);
   }
@@ -82,21 +89,31 @@ class Read final : public Operation {
  private:
   // The file of the call's frame, or nothing where the sequence is black.
   static std::optional<std::string> file_of(const Call& call) {
+    const std::string pattern = pattern_of(call);
+    const auto frame = frame_of(call, pattern);
+    return frame ? std::optional(files::frame_path(pattern, *frame)) : std::nullopt;
+  }
+
+  static std::string pattern_of(const Call& call) {
     const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
     if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
-    if (!files::has_frame(pattern)) return pattern;
+    return pattern;
+  }
+
+  // Of a pattern without a frame number, any.
+  static std::optional<int64_t> frame_of(const Call& call, const std::string& pattern) {
+    if (!files::has_frame(pattern)) return call.frame;
     const bool unbounded = call.knobs.text("before") == "error" && call.knobs.text("after") == "error";
     const int64_t first = call.knobs.integer("first");
     const int64_t last = call.knobs.integer("last");
     const bool given = first != 0 || last != 0;
-    if (!given && unbounded) return files::frame_path(pattern, call.frame);
+    if (!given && unbounded) return call.frame;
     const auto range = given ? std::pair(first, last) : call.project.headers->frames_on_disk(pattern);
-    if (!range) return files::frame_path(pattern, call.frame);
-    return file_in(call, pattern, *range);
+    return range ? frame_in(call, pattern, *range) : call.frame;
   }
 
-  static std::optional<std::string> file_in(const Call& call, const std::string& pattern,
-                                            const std::pair<int64_t, int64_t>& range) {
+  static std::optional<int64_t> frame_in(const Call& call, const std::string& pattern,
+                                         const std::pair<int64_t, int64_t>& range) {
     const auto [first, last] = range;
     if (first > last) {
       throw std::runtime_error("knob \"last\": expected a frame from " + std::to_string(first) +
@@ -108,9 +125,7 @@ class Read final : public Operation {
       throw std::runtime_error(files::frame_path(pattern, call.frame) + ": the sequence has frames " +
                                std::to_string(first) + " to " + std::to_string(last));
     }
-    const auto frame = qv::nodes::time::edge_frame(call.frame, first, last, call.knobs.choice(edge));
-    if (!frame) return std::nullopt;
-    return files::frame_path(pattern, *frame);
+    return qv::nodes::time::edge_frame(call.frame, first, last, call.knobs.choice(edge));
   }
 
   static plates::Source source_of(const Call& call, const std::string& path) {

@@ -73,6 +73,10 @@ class Headers {
   // Asks the system now, and forgets a header that was read under other attributes.
   Attributes attributes(const std::string& path);
 
+  // A number that stands for the bytes of a file, read now unless it was already under these attributes; 0
+  // of what cannot be read.
+  int64_t content(const std::string& path);
+
   // Waits for a header that is promised; one that nobody promised is read on the calling thread.
   HeaderPtr get(const std::string& path);
 
@@ -100,6 +104,7 @@ class Headers {
   struct Entry {
     Attributes attributes;
     HeaderPtr header;  // null until it has been read
+    std::optional<int64_t> content;
   };
 
   Entry& entry(const std::string& path, const Attributes& attributes);

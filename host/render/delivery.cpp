@@ -95,6 +95,7 @@ void Delivery::end(const FrameReport& drawn) {
   open.report.skipped = drawn.skipped;
   open.report.computed = drawn.computed;
   open.report.cached = drawn.cached;
+  open.report.digest = drawn.digest;
   if (!drawn.error.empty()) open.report.error = drawn.error;
   note_time(open);
 }
@@ -111,6 +112,7 @@ void Delivery::written(const files::WriteResult& result) {
   totals_.encode_ms += result.encode_ms;
   if (result.error.empty()) {
     open.report.files.push_back(result.path);
+    open.report.bytes += result.bytes;
     totals_.bytes_written += result.bytes;
     ++totals_.files_written;
   } else if (open.report.error.empty()) {

@@ -16,7 +16,9 @@ struct FrameReport {
   bool skipped = false;            // its files were there already
   int computed = 0;
   int cached = 0;
-  double ms = 0;  // from the frame's start to its last file
+  double ms = 0;       // from the frame's start to its last file
+  uint64_t bytes = 0;  // of its files
+  std::string digest;  // what its files are made from, see frame/digest.h; one a file, with spaces between
 };
 
 // How a run ended, as its exit code tells.

@@ -33,7 +33,7 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       gpu(gpu_context),
       threads(thread_count(options.threads)),
       headers(options.headers ? options.headers : std::make_shared<plates::Headers>()),
-      project(frame::make_project(shot, options.scale, *headers)),
+      project(frame::make_project(shot, options.scale, *headers, options.by_content)),
       decoder(*headers, threads, options.memory / 4, notices),
       shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
       pool(options.memory, gpu.max_texture_size()),

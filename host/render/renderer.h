@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct RenderOptions {
   int threads = 0;                      // decoders and encoders; 0: one a processor
   uint64_t memory = uint64_t{2} << 30;  // bytes of images kept; what one node works on may go beyond
   frame::Existing existing = frame::Existing::refuse;
+  std::set<int64_t> kept;                    // with Existing::current: frames whose files stay
+  bool by_content = false;                   // --content: files that are read are known by their bytes
   std::map<int64_t, std::string> stale;      // frames that fail for what stands in their place, and why
   bool keep_going = false;                   // a failed frame does not end the run
   std::shared_ptr<plates::Headers> headers;  // what is known of files already; null: nothing

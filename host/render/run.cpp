@@ -1,5 +1,6 @@
 #include "host/base/stopwatch.h"
 #include "host/frame/colors.h"
+#include "host/frame/digest.h"
 #include "host/frame/obstacles.h"
 #include "host/gpu/stoppable_draws.h"
 #include "host/render/delivery.h"
@@ -85,7 +86,7 @@ class Run {
     const int64_t computed = state_.stats.computed;
     const int64_t hits = state_.stats.cache_hits;
     try {
-      draw_and_send(frame);
+      draw_and_send(frame, report);
     } catch (const frame::MemoryLimit& error) {
       over_memory_ = true;
       report.error = error.what();
@@ -100,25 +101,31 @@ class Run {
 
   // The frames that are to be rendered; notes those whose files are there and may stay.
   std::vector<int64_t> unfinished() {
-    if (state_.options.existing != frame::Existing::skip) return frames_;
+    const frame::Existing existing = state_.options.existing;
+    if (existing != frame::Existing::skip && existing != frame::Existing::current) return frames_;
     std::vector<int64_t> left;
     for (const int64_t frame : frames_) (stands_already(frame) ? finished_before_ : left).push_back(frame);
     return left;
   }
 
   bool stands_already(int64_t frame) const {
+    if (state_.options.existing == frame::Existing::current) return state_.options.kept.count(frame) > 0;
     if (state_.options.stale.count(frame) > 0) return false;
     const std::vector<frame::Target> targets = state_.targets.at(frame);
     return std::all_of(targets.begin(), targets.end(),
                        [](const frame::Target& target) { return frame::stands(target.file.path); });
   }
 
-  void draw_and_send(const Upcoming& frame) {
+  void draw_and_send(const Upcoming& frame, FrameReport& report) {
     if (!frame.error.empty()) throw frame::FrameError(frame.error);
     const auto stale = state_.options.stale.find(frame.frame);
     if (stale != state_.options.stale.end()) throw frame::FrameError(stale->second);
-    const std::vector<frame::Target> targets = state_.targets.at(frame.frame);
+    std::vector<frame::Target> targets = state_.targets.at(frame.frame);
     refuse_existing(targets, frame.frame);
+    for (frame::Target& target : targets) {
+      target.file.digest = frame::digest(state_.composition, frame.keyed, target, state_.project);
+      report.digest += (report.digest.empty() ? "" : " ") + target.file.digest;
+    }
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
     note_colors(frame.frame);
     std::vector<Evaluator::Part> parts;

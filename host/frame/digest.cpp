@@ -1,0 +1,102 @@
+#include "host/frame/digest.h"
+
+#include <qv/version.h>
+
+#include "host/files/container.h"
+#include "host/files/made.h"
+#include "host/frame/obstacles.h"
+#include "host/node/identity.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace host::frame {
+namespace {
+
+constexpr char by_date_mark = 'd';
+constexpr char by_content_mark = 'c';
+
+// The key of the image that goes to the file. A node that writes hands its input on, and what its knobs say
+// of the file is in the target.
+int64_t image_key(const shot::Composition& composition, const KeyedFrame& keyed, int node) {
+  const auto at = std::find(composition.outputs.begin(), composition.outputs.end(), node);
+  const int output = keyed.graph.outputs.at(static_cast<size_t>(at - composition.outputs.begin()));
+  const Instance& instance = keyed.graph.instances[static_cast<size_t>(output)];
+  const bool hands_on = composition.nodes[static_cast<size_t>(node)].type->writes_files;
+  const int image = hands_on && !instance.reads.empty() ? instance.reads[0] : output;
+  return image < 0 ? -1 : keyed.keys[static_cast<size_t>(image)];
+}
+
+}  // namespace
+
+std::string digest(const shot::Composition& composition, const KeyedFrame& keyed, const Target& target,
+                   const node::Project& project) {
+  const files::OutputFile& file = target.file;
+  node::Identity identity;
+  identity.add(std::string_view(qv::core_version()));
+  identity.add(image_key(composition, keyed, target.node));
+  identity.add(static_cast<int64_t>(files::container_of(file.path)));
+  identity.add(static_cast<int64_t>(file.depth));
+  identity.add(file.compression);
+  identity.add(int64_t{files::is_srgb(file)});
+  identity.add(int64_t{file.alpha});
+  identity.add(int64_t{file.overscan});
+  identity.add(project.format.width);
+  identity.add(project.format.height);
+  identity.add(project.format.pixel_aspect);
+  identity.add(project.scale);
+  std::array<char, 17> text{};
+  text[0] = project.by_content ? by_content_mark : by_date_mark;
+  const auto end = std::to_chars(text.data() + 1, text.data() + text.size(), identity.key(), 16).ptr;
+  return {text.data(), end};
+}
+
+// The frame that was asked for last, whose other targets come next.
+struct Digests::Known {
+  Known(const shot::Composition& composition, const node::Project& given, bool by_content)
+      : project(given), keys(composition, project) {
+    project.by_content = by_content;
+  }
+  node::Project project;
+  FrameKeys keys;
+  std::optional<KeyedFrame> keyed;
+};
+
+Digests::Digests(const shot::Composition& composition, const node::Project& project)
+    : composition_(composition), project_(project) {}
+
+Digests::~Digests() = default;
+
+Digests::Known& Digests::known(bool by_content) {
+  std::unique_ptr<Known>& known = by_content ? by_content_ : by_date_;
+  if (!known) known = std::make_unique<Known>(composition_, project_, by_content);
+  return *known;
+}
+
+std::string Digests::of(const Target& target, int64_t frame, std::string_view like) {
+  Known& way = known(like.empty() ? project_.by_content : like.front() == by_content_mark);
+  if (!way.keyed || way.keyed->graph.frame != frame) {
+    way.keyed.reset();
+    way.keyed = way.keys.frame(composition_.outputs, frame);
+  }
+  return digest(composition_, *way.keyed, target, way.project);
+}
+
+bool Digests::current(const Target& target, int64_t frame) {
+  if (!stands(target.file.path)) return false;
+  try {
+    const std::string said = files::made(target.file.path).digest;
+    return !said.empty() && said == of(target, frame, said);
+  } catch (const FrameError&) {
+    throw;
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+}
+
+}  // namespace host::frame
