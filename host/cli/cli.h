@@ -10,6 +10,7 @@ enum ExitCode : int {
   exit_nothing = 3,  // no frame to render
   exit_memory = 4,
   exit_no_gl = 5,
+  exit_put_back = 75,  // SIGTERM, as a scheduler sends it: start me again elsewhere
   exit_interrupted = 130,
 };
 

@@ -7,9 +7,11 @@ namespace host::cli {
 namespace {
 
 std::atomic<bool> raised_flag = false;
+std::atomic<bool> terminate_flag = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not wait for a lock");
 
-extern "C" void raise_flag(int /*signal*/) {
+extern "C" void raise_flag(int signal) {
+  if (signal == SIGTERM) terminate_flag = true;
   raised_flag = true;
 }
 
@@ -25,7 +27,7 @@ void handle(int signal, void (*handler)(int)) {
 }  // namespace
 
 InterruptFlag::InterruptFlag() {
-  raised_flag = false;
+  raised_flag = terminate_flag = false;
   for (const int signal : {SIGINT, SIGTERM}) handle(signal, raise_flag);
 }
 
@@ -35,6 +37,10 @@ InterruptFlag::~InterruptFlag() {
 
 const std::atomic<bool>& InterruptFlag::raised() const {
   return raised_flag;
+}
+
+bool InterruptFlag::terminated() const {
+  return terminate_flag;
 }
 
 }  // namespace host::cli

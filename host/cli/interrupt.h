@@ -16,6 +16,9 @@ class InterruptFlag {
 
   // Thread-safe; the address holds for the life of the process.
   const std::atomic<bool>& raised() const;
+
+  // Whether it was a request to terminate, as a scheduler sends that wants the machine back.
+  bool terminated() const;
 };
 
 }  // namespace host::cli

@@ -1,6 +1,7 @@
 #include "host/cli/options.h"
 
 #include "host/base/suggest.h"
+#include "host/shot/frames.h"
 
 #include <charconv>
 #include <cmath>
@@ -69,22 +70,22 @@ void add_choice(CLI::App& command, const std::string& name,
 
 const char* const exit_codes =
     "Exit codes:\n"
-    "  0    every frame stands: written, or there already with --skip-existing\n"
+    "  0    every frame stands: written, or there already with --skip-existing or --skip-current\n"
     "  1    some frames failed or were seen to fail beforehand, images differ, or results could not be "
     "printed\n"
     "  2    wrong usage, or a composition with errors\n"
     "  3    no frame to render\n"
     "  4    out of memory, or an image is larger than --memory\n"
     "  5    no usable OpenGL\n"
+    "  75   ended by SIGTERM: to be started again; files are whole or not there\n"
     "  130  interrupted; files are whole or not there\n";
 
 void add_composition(CLI::App& command, std::string& file) {
   command.add_option("composition", file, "Composition, a JSON file")->type_name("FILE")->required();
 }
 
-void add_render_options(CLI::App& command, RenderCommand& given) {
+void add_target_options(CLI::App& command, RenderCommand& given) {
   render::RenderOptions& options = given.options;
-  command.footer(exit_codes);
   command
       .add_option("-f,--frames", given.frames,
                   "Frames: 7  1-10  1-100x10 (every tenth)  3,7,9  -5--1  ^5 (leave out)")
@@ -93,17 +94,6 @@ void add_render_options(CLI::App& command, RenderCommand& given) {
       .add_option("-o,--output", options.output,
                   "Path of the output, in place of the composition's; #### or %04d is the frame")
       ->type_name("PATH");
-  command.add_flag(
-      "--overwrite", [&options](int64_t) { options.existing = frame::Existing::overwrite; },
-      "Replace files that are there already");
-  command
-      .add_flag(
-          "--skip-existing", [&options](int64_t) { options.existing = frame::Existing::skip; },
-          "Leave frames alone whose files are there already")
-      ->excludes("--overwrite");
-  command.add_flag("--keep-going", options.keep_going, "Go on after a frame that failed");
-  command.add_flag("--dry-run", given.dry_run,
-                   "Print what would be computed, read and written, and what is missing");
   command
       .add_option(
           "--proxy",
@@ -113,11 +103,16 @@ void add_render_options(CLI::App& command, RenderCommand& given) {
           },
           "Render at this scale, above 0 and at most 1")
       ->type_name("SCALE");
-  command
-      .add_option("--threads", options.threads,
-                  "Threads that decode and encode, and as many that draw in software; 0: one a processor")
-      ->type_name("N")
-      ->check(CLI::Range(0, 1024).description(""));
+}
+
+void add_threads(CLI::App& command, int& threads, const std::string& help) {
+  command.add_option("--threads", threads, help)->type_name("N")->check(CLI::Range(0, 1024).description(""));
+}
+
+void add_machine_options(CLI::App& command, RenderCommand& given) {
+  render::RenderOptions& options = given.options;
+  add_threads(command, options.threads,
+              "Threads that decode and encode, and as many that draw in software; 0: one a processor");
   command
       .add_option(
           "--memory",
@@ -130,6 +125,37 @@ void add_render_options(CLI::App& command, RenderCommand& given) {
       ->type_name("BYTES");
   command.add_option("--gpu", given.gpu, "Device: auto (the default), software, or its number")
       ->type_name("DEVICE");
+  command.add_flag("--content", options.by_content,
+                   "Know files that are read by their bytes, not by size and date, for --skip-current");
+}
+
+void add_existing_options(CLI::App& command, frame::Existing& existing) {
+  command.add_flag(
+      "--overwrite", [&existing](int64_t) { existing = frame::Existing::overwrite; },
+      "Replace files that are there already");
+  command
+      .add_flag(
+          "--skip-existing", [&existing](int64_t) { existing = frame::Existing::skip; },
+          "Leave frames alone whose files are there already")
+      ->excludes("--overwrite");
+  command
+      .add_flag(
+          "--skip-current", [&existing](int64_t) { existing = frame::Existing::current; },
+          "Leave frames alone whose files were made from what the composition and its inputs are now, and "
+          "replace other files")
+      ->excludes("--overwrite")
+      ->excludes("--skip-existing");
+}
+
+void add_render_options(CLI::App& command, RenderCommand& given) {
+  render::RenderOptions& options = given.options;
+  command.footer(exit_codes);
+  add_target_options(command, given);
+  add_existing_options(command, options.existing);
+  command.add_flag("--keep-going", options.keep_going, "Go on after a frame that failed");
+  command.add_flag("--dry-run", given.dry_run,
+                   "Print what would be computed, read and written, and what is missing");
+  add_machine_options(command, given);
   using Style = report::ProgressStyle;
   add_choice<Style>(
       command, "--progress",
@@ -139,6 +165,17 @@ void add_render_options(CLI::App& command, RenderCommand& given) {
       "alone (none)");
   command.add_flag("--stats{-}", given.stats,
                    "Say where time and memory went; --stats=FILE writes it as JSON");
+  command
+      .add_option("--journal", given.journal,
+                  "Append a line of JSON for every frame to this file, which several renderings may share")
+      ->type_name("FILE");
+}
+
+std::vector<int64_t> frames_to_render(const shot::Composition& composition, const std::string& asked) {
+  if (asked.empty()) return composition.frames;
+  std::vector<int64_t> frames = shot::parse_frames(asked);
+  if (!frames.empty() || asked.front() != '^') return frames;
+  return shot::parse_frames(shot::frames_text(composition.frames) + "," + asked);
 }
 
 }  // namespace host::cli

@@ -2,9 +2,12 @@
 
 #include "host/render/renderer.h"
 #include "host/report/progress.h"
+#include "host/shot/composition.h"
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -28,6 +31,7 @@ struct RenderCommand {
   std::string gpu = "auto";
   std::string stats;  // "" none, "-" for people, else the path of a JSON file
   report::ProgressStyle progress = report::ProgressStyle::automatic;
+  std::string journal;  // a path, "" for none
   bool dry_run = false;
   render::RenderOptions options;  // all but `frames` and `stop`, which the command fills in
 };
@@ -35,7 +39,18 @@ struct RenderCommand {
 // The composition, the argument of every command that reads one.
 void add_composition(CLI::App& command, std::string& file);
 
+// What decides on the files and what is in them: frames, --output, --proxy.
+void add_target_options(CLI::App& command, RenderCommand& given);
+
+// What a rendering takes of a machine: --threads, --memory, --gpu; and how files that are read are known.
+void add_machine_options(CLI::App& command, RenderCommand& given);
+
+void add_threads(CLI::App& command, int& threads, const std::string& help);
+
 // Everything that a rendering takes; `given` is filled in as the command line is parsed and outlives it.
 void add_render_options(CLI::App& command, RenderCommand& given);
+
+// What was asked for, or the composition's own; a list that only leaves out does so from those.
+std::vector<int64_t> frames_to_render(const shot::Composition& composition, const std::string& asked);
 
 }  // namespace host::cli

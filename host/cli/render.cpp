@@ -3,6 +3,7 @@
 #include "host/cli/interrupt.h"
 #include "host/cli/options.h"
 #include "host/cli/table.h"
+#include "host/farm/journal.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
@@ -11,7 +12,6 @@
 #include "host/report/info.h"
 #include "host/report/stats_text.h"
 #include "host/shot/composition.h"
-#include "host/shot/frames.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -36,14 +36,6 @@ gpu::DeviceChoice device_choice(const std::string& text) {
   }
 }
 
-// What was asked for; a list that only leaves out does so from the composition's frames.
-std::vector<int64_t> frames_to_render(const shot::Composition& composition, const std::string& asked) {
-  if (asked.empty()) return composition.frames;
-  std::vector<int64_t> frames = shot::parse_frames(asked);
-  if (!frames.empty() || asked.front() != '^') return frames;
-  return shot::parse_frames(shot::frames_text(composition.frames) + "," + asked);
-}
-
 // What earlier runs left half written where this one will write.
 void tidy_folders(const frame::Targets& targets, const std::vector<int64_t>& frames) {
   std::set<std::filesystem::path> folders;
@@ -55,7 +47,7 @@ void tidy_folders(const frame::Targets& targets, const std::vector<int64_t>& fra
   for (const auto& folder : folders) files::remove_leftovers(folder);
 }
 
-int exit_code(render::Outcome outcome) {
+int exit_code(render::Outcome outcome, const InterruptFlag& interrupt) {
   switch (outcome) {
     case render::Outcome::done:
       return exit_done;
@@ -64,7 +56,7 @@ int exit_code(render::Outcome outcome) {
     case render::Outcome::memory:
       return exit_memory;
     case render::Outcome::interrupted:
-      return exit_interrupted;
+      return interrupt.terminated() ? exit_put_back : exit_interrupted;
     case render::Outcome::some_failed:
       break;
   }
@@ -132,9 +124,9 @@ int render_frames(RenderCommand command) {
   render::RenderOptions& options = command.options;
   options.headers = std::make_shared<plates::Headers>();
   Device opened(device);
-  frame::Planner planner(composition,
-                         {options.scale, options.output, options.existing,
-                          [&opened] { return opened.context().max_texture_size(); }, options.headers});
+  frame::Planner planner(composition, {options.scale, options.output, options.existing,
+                                       [&opened] { return opened.context().max_texture_size(); },
+                                       options.headers, options.by_content});
   planner.targets().check(frames);
   if (command.dry_run) return dry_run(planner, frames);
 
@@ -142,6 +134,7 @@ int render_frames(RenderCommand command) {
   const frame::Outlook outlook = planner.look_ahead(frames, {});
   if (outlook.failing > 0 && !options.keep_going) return refuse(outlook, frames.size());
   options.stale = outlook.stale;
+  options.kept = outlook.kept;
   const InterruptFlag interrupt;
   options.stop = &interrupt.raised();
   tidy_folders(planner.targets(), frames);
@@ -149,9 +142,15 @@ int render_frames(RenderCommand command) {
   const bool events = command.progress == report::ProgressStyle::jsonl;
   const auto progress =
       report::make_progress(command.progress, events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
-  const render::Outcome outcome = renderer.run(*progress);
+  std::unique_ptr<farm::Journal> journal;
+  std::unique_ptr<render::Progress> noted;
+  if (!command.journal.empty()) {
+    journal = std::make_unique<farm::Journal>(files::expanded(command.journal));
+    noted = farm::journalled(*progress, *journal);
+  }
+  const render::Outcome outcome = renderer.run(noted ? *noted : *progress);
   report_stats(command.stats, renderer.stats());
-  return exit_code(outcome);
+  return exit_code(outcome, interrupt);
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ Table::Table()
   program_->footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);
   // Left over arguments are reported with a suggestion, which the parser would not give.
   program_->allow_extras();
-  for (const auto add : {add_render, add_info, add_nodes, add_compare}) {
+  for (const auto add : {add_render, add_info, add_nodes, add_compare, add_verify}) {
     Command& command = commands_.emplace_back(add(*program_));
     command.options->allow_extras();
   }

@@ -23,6 +23,7 @@ Command add_render(CLI::App& program);
 Command add_info(CLI::App& program);
 Command add_nodes(CLI::App& program);
 Command add_compare(CLI::App& program);
+Command add_verify(CLI::App& program);
 
 // The command line: every command with its options, and the variables that these fill in.
 class Table {

@@ -103,7 +103,7 @@ TEST(Interrupted, ALongDrawEndsSoonAndSaysSo) {
     for (const std::string style : {"jsonl", "plain"}) {
       const auto begin = std::chrono::steady_clock::now();
       const Interrupted ended(folder, "--progress " + style, signal, milliseconds(1000));
-      EXPECT_EQ(ended.code, 130) << ended.said;
+      EXPECT_EQ(ended.code, signal == SIGTERM ? 75 : 130) << ended.said;
       // Far less than the draw, and more than a second for a machine that has other things to do.
       EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
       const std::string words =
