@@ -2,8 +2,8 @@
 
 namespace host::frame {
 
-// What happens to a file that stands already where a frame is to go. `current`: it stays where it was made from
-// what the frame is made from now, and is replaced otherwise.
+// What happens to a file that stands already where a frame is to go. `current`: it stays where it was made
+// from what the frame is made from now, and is replaced otherwise.
 enum class Existing { overwrite, skip, current, refuse };
 
 }  // namespace host::frame
