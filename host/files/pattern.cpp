@@ -1,6 +1,8 @@
 #include "host/files/pattern.h"
 
+#include <charconv>
 #include <optional>
+#include <system_error>
 
 namespace host::files {
 namespace {
@@ -53,6 +55,19 @@ std::string frame_path(std::string_view pattern, int64_t frame) {
   if (digits.size() < field->digits) digits.insert(0, field->digits - digits.size(), '0');
   return std::string(pattern.substr(0, field->begin)) + (negative ? "-" : "") + digits +
          std::string(pattern.substr(field->end));
+}
+
+std::optional<int64_t> frame_of(std::string_view pattern, std::string_view name) {
+  // Every run of digits is a candidate; the one that leads back to the name is the frame.
+  for (size_t begin = 0; begin < name.size(); ++begin) {
+    const bool digit = name[begin] >= '0' && name[begin] <= '9';
+    const bool starts = begin == 0 || name[begin - 1] < '0' || name[begin - 1] > '9';
+    if (!(digit && starts) && name[begin] != '-') continue;
+    int64_t frame = 0;
+    const auto result = std::from_chars(name.data() + begin, name.data() + name.size(), frame);
+    if (result.ec == std::errc() && frame_path(pattern, frame) == name) return frame;
+  }
+  return std::nullopt;
 }
 
 }  // namespace host::files

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,5 +15,8 @@ bool has_frame(std::string_view pattern);
 
 // The name at a frame; a pattern without a frame number is returned as it stands.
 std::string frame_path(std::string_view pattern, int64_t frame);
+
+// The frame at which the pattern has this name, if there is one.
+std::optional<int64_t> frame_of(std::string_view pattern, std::string_view name);
 
 }  // namespace host::files

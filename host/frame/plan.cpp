@@ -2,6 +2,7 @@
 
 #include "host/files/path.h"
 #include "host/frame/colors.h"
+#include "host/frame/frame_notices.h"
 #include "host/frame/obstacles.h"
 #include "host/frame/project.h"
 
@@ -119,6 +120,7 @@ FramePlan Planner::frame(int64_t frame) {
   try {
     const KeyedFrame keyed = keys_.frame(composition_.outputs, frame);
     plan_results(keyed, plan);
+    plan.notices = frame_notices(composition_, keyed.graph, project_);
     if (!plan.fails) extents = output_extents(keyed.graph);
   } catch (const FrameError& error) {
     plan.error = error.what();

@@ -36,9 +36,10 @@ struct FramePlan {
   std::vector<std::string> reuses;    // the same, of results that an earlier frame of the plan made
   std::vector<PlannedFile> reads;     // of what is computed
   std::vector<PlannedFile> writes;
-  std::string error;     // why the frame cannot be rendered at all; names file, node and frame
-  bool skipped = false;  // its files stand and stay
-  bool fails = false;    // something above keeps it from being rendered, or did so at an earlier frame
+  std::vector<std::string> notices;  // that rendering would give
+  std::string error;                 // why the frame cannot be rendered at all; names file, node and frame
+  bool skipped = false;              // its files stand and stay
+  bool fails = false;  // something above keeps it from being rendered, or did so at an earlier frame
 };
 
 // What rendering a list of frames would come to, as far as it is known before the first.

@@ -34,6 +34,10 @@ std::optional<plates::ReadColor> Operation::color(const Call& /*call*/) const {
   return std::nullopt;
 }
 
+std::string Operation::notice(const Call& /*call*/) const {
+  return {};
+}
+
 Extent Operation::extent(const Call& call, std::span<const Extent> inputs) const {
   return inputs.empty() ? Extent{call.project.format, {}} : inputs[0];
 }

@@ -89,6 +89,9 @@ class Operation {
   // Format and data window of the result, given those of what it reads. Default: those of the first.
   virtual Extent extent(const Call& call, std::span<const Extent> inputs) const;
 
+  // What a person should be told of the call's frame though it stops nothing. Default: nothing.
+  virtual std::string notice(const Call& call) const;
+
   // The result, with `extent` as told by extent(). May return an input as it is, which shares its
   // texture and costs nothing.
   virtual Image render(const Call& call, std::span<const Image> inputs, const Extent& extent,

@@ -3,11 +3,16 @@
 
 #include "host/files/pattern.h"
 #include "host/nodes/families.h"
+#include "host/plates/sequence.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <utility>
+#include <vector>
 
 // Where images come from and where they go.
 
@@ -20,51 +25,56 @@ const std::vector<std::string> edge_names = {"error", "loop", "bounce", "hold", 
 class Read final : public Operation {
  public:
   void identify(const Call& call, Identity& identity) const override {
-    const std::string pattern = pattern_of(call);
-    const auto frame = frame_of(call, pattern);
-    if (!frame) {
-      identity.add("black");
-      return;
-    }
+    const auto file = file_of(call, true);
+    if (!file || !file->pixels) identity.add("black");
+    if (!file) return;
     // As written, so that another machine, where the folder is called otherwise, comes to the same.
-    identity.add(files::frame_path(call.knobs.text("file"), *frame));
-    const std::string path = files::frame_path(pattern, *frame);
+    identity.add(files::frame_path(call.knobs.text("file"), file->frame));
     if (call.project.by_content) {
-      identity.add(call.project.headers->content(path));
+      identity.add(call.project.headers->content(file->path));
       return;
     }
-    const plates::Attributes file = call.project.headers->attributes(path);
-    identity.add(file.size);
-    identity.add(file.mtime_ns);
+    const plates::Attributes attributes = call.project.headers->last_attributes(file->path);
+    identity.add(attributes.size);
+    identity.add(attributes.mtime_ns);
   }
 
   std::optional<plates::Source> source(const Call& call) const override {
-    const auto path = file_of(call);
-    if (!path) return std::nullopt;
-    return source_of(call, *path);
+    const auto file = file_of(call);
+    if (!file) return std::nullopt;
+    return source_of(call, *file);
   }
 
   std::optional<plates::ReadColor> color(const Call& call) const override {
-    const auto path = file_of(call);
-    if (!path) return std::nullopt;
-    const plates::HeaderPtr header = call.project.headers->get(*path);
+    const auto file = file_of(call);
+    if (!file || !file->pixels) return std::nullopt;
+    const plates::HeaderPtr header = call.project.headers->get(file->path);
     if (!header->error.empty()) return std::nullopt;
-    return plates::ReadColor{header->color, is_decoded(call, *path)};
+    return plates::ReadColor{header->color.name, is_decoded(call, file->path)};
   }
 
   Extent extent(const Call& call, std::span<const Extent> /*inputs*/) const override {
-    const auto path = file_of(call);
-    if (!path) return {call.project.format, {}};
-    return scaled(layer_of(call, *path).extent, call.project.scale);
+    const auto file = file_of(call);
+    if (!file) return {call.project.format, {}};
+    Extent extent = scaled(layer_of(call, *file).extent, call.project.scale);
+    if (!file->pixels) extent.window = {};
+    return extent;
+  }
+
+  std::string notice(const Call& call) const override {
+    const auto file = file_of(call);
+    if (!file || file->missing.empty()) return {};
+    return file->missing + ": no such file; " +
+           (file->pixels ? file->path + " stands in for it" : "it is black");
   }
 
   Image render(const Call& call, std::span<const Image> /*inputs*/, const Extent& extent,
                RenderContext& context) const override {
     const auto wanted = source(call);
-    if (!wanted) return context.make(extent);
+    if (!wanted || !wanted->pixels) return context.make(extent);
     const bool srgb = is_decoded(call, wanted->path);
     const plates::Pixels pixels = context.fetch(*wanted);
-    const bool coverage = layer_of(call, wanted->path).coverage;
+    const bool coverage = call.project.headers->layer(*wanted).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
       return context.upload(extent, pixels.rgba.get());
     }
@@ -82,38 +92,58 @@ class Read final : public Operation {
   }
 
   bool coverage(const Call& call, std::span<const Image> /*inputs*/) const override {
-    const auto path = file_of(call);
-    return !path || layer_of(call, *path).coverage;
+    const auto file = file_of(call);
+    return !file || layer_of(call, *file).coverage;
   }
 
  private:
-  // The file of the call's frame, or nothing where the sequence is black.
-  static std::optional<std::string> file_of(const Call& call) {
-    const std::string pattern = pattern_of(call);
-    const auto frame = frame_of(call, pattern);
-    return frame ? std::optional(files::frame_path(pattern, *frame)) : std::nullopt;
-  }
+  // What a frame is made of.
+  struct File {
+    int64_t frame = 0;
+    std::string path;
+    bool pixels = true;   // false: transparent black of its format
+    std::string missing;  // the file that it stands in for, "" where that stands
+  };
+  using Range = std::pair<int64_t, int64_t>;
 
-  static std::string pattern_of(const Call& call) {
+  // Nothing where the sequence is black. The system is asked what stands, or (`now` false) it is as it was
+  // then: all answers for one frame speak of the same file.
+  static std::optional<File> file_of(const Call& call, bool now = false) {
     const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
     if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
-    return pattern;
+    plates::Headers& headers = *call.project.headers;
+    std::optional<int64_t> frame = call.frame;
+    if (files::has_frame(pattern)) {
+      const auto range = range_of(call, pattern);
+      frame = range ? frame_in(call, pattern, *range) : call.frame;
+    }
+    if (!frame) return std::nullopt;
+    File file{*frame, files::frame_path(pattern, *frame), true, {}};
+    const bool stand_ins = files::has_frame(pattern) && call.knobs.text("missing") != "error";
+    if (stand_ins) {
+      const plates::FramesPtr others =
+          now ? headers.look_beside(file.path, pattern) : headers.frames_beside(file.path, pattern);
+      if (!others) return file;
+      const auto other = stand_in(call, *others, *frame);
+      if (!other) return file;
+      file = {*other, files::frame_path(pattern, *other), call.knobs.text("missing") == "nearest", file.path};
+    }
+    if (now) headers.attributes(file.path);
+    return file;
   }
 
-  // Of a pattern without a frame number, any.
-  static std::optional<int64_t> frame_of(const Call& call, const std::string& pattern) {
-    if (!files::has_frame(pattern)) return call.frame;
-    const bool unbounded = call.knobs.text("before") == "error" && call.knobs.text("after") == "error";
-    const int64_t first = call.knobs.integer("first");
-    const int64_t last = call.knobs.integer("last");
-    const bool given = first != 0 || last != 0;
-    if (!given && unbounded) return call.frame;
-    const auto range = given ? std::pair(first, last) : call.project.headers->frames_on_disk(pattern);
-    return range ? frame_in(call, pattern, *range) : call.frame;
+  static bool has_range(const Call& call) {
+    return call.knobs.integer("first") != 0 || call.knobs.integer("last") != 0;
   }
 
-  static std::optional<int64_t> frame_in(const Call& call, const std::string& pattern,
-                                         const std::pair<int64_t, int64_t>& range) {
+  // First and last frame, as far as anything depends on them.
+  static std::optional<Range> range_of(const Call& call, const std::string& pattern) {
+    if (has_range(call)) return Range(call.knobs.integer("first"), call.knobs.integer("last"));
+    if (call.knobs.text("before") == "error" && call.knobs.text("after") == "error") return std::nullopt;
+    return call.project.headers->frames_on_disk(pattern);
+  }
+
+  static std::optional<int64_t> frame_in(const Call& call, const std::string& pattern, const Range& range) {
     const auto [first, last] = range;
     if (first > last) {
       throw std::runtime_error("knob \"last\": expected a frame from " + std::to_string(first) +
@@ -128,18 +158,30 @@ class Read final : public Operation {
     return qv::nodes::time::edge_frame(call.frame, first, last, call.knobs.choice(edge));
   }
 
-  static plates::Source source_of(const Call& call, const std::string& path) {
-    return {path, call.knobs.text("layer"), call.knobs.texts("channels")};
+  // For a frame that is missing within the sequence: the nearest of those that stand.
+  static std::optional<int64_t> stand_in(const Call& call, const std::vector<int64_t>& others,
+                                         int64_t frame) {
+    if (!has_range(call)) {
+      const bool inside = !others.empty() && others.front() < frame && frame < others.back();
+      return inside ? plates::nearest(others, frame) : std::nullopt;
+    }
+    const auto begin = std::lower_bound(others.begin(), others.end(), call.knobs.integer("first"));
+    const auto end = std::upper_bound(begin, others.end(), call.knobs.integer("last"));
+    return plates::nearest({begin, end}, frame);
   }
 
-  static plates::Layer layer_of(const Call& call, const std::string& path) {
-    return call.project.headers->layer(source_of(call, path));
+  static plates::Source source_of(const Call& call, const File& file) {
+    return {file.path, call.knobs.text("layer"), call.knobs.texts("channels"), file.pixels};
+  }
+
+  static plates::Layer layer_of(const Call& call, const File& file) {
+    return call.project.headers->layer(source_of(call, file));
   }
 
   // Whether its values are turned from sRGB into light.
   static bool is_decoded(const Call& call, const std::string& path) {
     const std::string& color = call.knobs.text("color");
-    return color == "srgb" || (color == "auto" && call.project.headers->get(path)->color == "sRGB");
+    return color == "srgb" || (color == "auto" && call.project.headers->get(path)->color.name == "sRGB");
   }
 
   static Extent scaled(Extent extent, double scale) {
@@ -178,6 +220,10 @@ NodeType read() {
       integer("last", 0, "Last frame of the sequence."),
       choice("before", "error", edge_names, "What stands before the first frame."),
       choice("after", "error", edge_names, "What stands after the last frame."),
+      choice("missing", "error", {"error", "nearest", "black"},
+             "What stands for a frame within the sequence whose file is missing: the nearest one, the "
+             "earlier of "
+             "two, or transparent black."),
   };
   type.operation = std::make_shared<Read>();
   return type;

@@ -2,23 +2,21 @@
 
 #include <qv/io/decode.h>
 
-#include "host/files/made.h"
-#include "host/files/pattern.h"
+#include "host/plates/color_space.h"
 #include "host/plates/contents.h"
 #include "host/plates/open_file.h"
+#include "host/plates/sequence.h"
 
 #include <algorithm>
 #include <bit>
-#include <cctype>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
-#include <system_error>
+#include <utility>
 #include <vector>
 
 #include <OpenImageIO/imageio.h>
@@ -27,30 +25,11 @@
 namespace host::plates {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr int most_subimages = 1000;
 constexpr size_t most_headers = 4096;
 
-std::string lower(std::string_view text) {
-  std::string result(text);
-  for (char& each : result) each = static_cast<char>(std::tolower(static_cast<unsigned char>(each)));
-  return result;
-}
-
-// Readers call floats "Linear" without asking; whole numbers only where the file says so. A gamma
-// stands for the curve of a screen, as PNG files give it.
-std::string color_of(const OIIO::ImageSpec& spec) {
-  const std::string note = spec.get_string_attribute("ImageDescription");
-  if (note == files::color_note(true)) return "sRGB";
-  if (note == files::color_note(false)) return "linear";
-  std::string space = spec.get_string_attribute("oiio:ColorSpace");
-  const bool profile =
-      lower(spec.get_string_attribute("ICCProfile:profile_description")).find("linear") != std::string::npos;
-  if (lower(space) == "linear" || (space.empty() && profile)) return "linear";
-  if (space == "sRGB" || space.starts_with("Gamma")) return "sRGB";
-  if (!space.empty()) return space;
-  return spec.format.is_floating_point() ? "linear" : "sRGB";
+int64_t nanoseconds(const timespec& time) {
+  return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
 }
 
 Attributes ask(const std::string& path) {
@@ -60,7 +39,7 @@ Attributes ask(const std::string& path) {
   attributes.regular = attributes.exists && S_ISREG(found.st_mode);
   if (!attributes.regular) return attributes;
   attributes.size = found.st_size;
-  attributes.mtime_ns = int64_t{found.st_mtim.tv_sec} * 1000000000 + found.st_mtim.tv_nsec;
+  attributes.mtime_ns = nanoseconds(found.st_mtim);
   return attributes;
 }
 
@@ -76,7 +55,7 @@ Header read_header(const std::string& path, const Attributes& attributes, OpenFi
     header.error = path + ": " + OIIO::geterror();
     return header;
   }
-  header.color = color_of(input->spec());
+  header.color = color_space_of(input->spec());
   const bool exr = std::string_view(input->format_name()) == "openexr";
   int parts = 0;
   for (; parts < most_subimages && input->seek_subimage(parts, 0); ++parts) {
@@ -123,18 +102,17 @@ int64_t content_of(const std::string& path) {
   return stream.bad() || size == 0 ? 0 : mixer.result();
 }
 
-// The frame number that turns the pattern into this file name.
-std::optional<int64_t> frame_of(const std::string& pattern, const std::string& name) {
-  // Every run of digits is a candidate; the one that leads back to the name is the frame.
-  for (size_t begin = 0; begin < name.size(); ++begin) {
-    const bool digit = name[begin] >= '0' && name[begin] <= '9';
-    const bool starts = begin == 0 || name[begin - 1] < '0' || name[begin - 1] > '9';
-    if (!(digit && starts) && name[begin] != '-') continue;
-    int64_t frame = 0;
-    const auto result = std::from_chars(name.data() + begin, name.data() + name.size(), frame);
-    if (result.ec == std::errc() && files::frame_path(pattern, frame) == name) return frame;
-  }
-  return std::nullopt;
+// Where folders tell their changes by the second, one may hold more than was read of it until this is over.
+constexpr int64_t coarsest_clock_ns = 2'000'000'000;
+
+// When a pattern's folder last changed, and whether what is read of it from now on stays true until it does.
+std::pair<int64_t, bool> last_change(const std::string& pattern) {
+  struct stat found = {};
+  if (::stat(folder_of(pattern).c_str(), &found) != 0) return {0, false};
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const int64_t changed = nanoseconds(found.st_mtim);
+  return {changed, nanoseconds(now) - changed > coarsest_clock_ns};
 }
 
 }  // namespace
@@ -142,7 +120,7 @@ std::optional<int64_t> frame_of(const std::string& pattern, const std::string& n
 // The entry of a path under these attributes, made anew where it stood under others.
 Headers::Entry& Headers::entry(const std::string& path, const Attributes& attributes) {
   if (const auto found = known_.find(path); found != known_.end()) {
-    if (found->second.attributes != attributes) found->second = {attributes, nullptr, {}};
+    if (found->second.attributes != attributes) found->second = {attributes, nullptr, {}, nullptr};
     return found->second;
   }
   if (order_.size() >= most_headers) {
@@ -151,7 +129,7 @@ Headers::Entry& Headers::entry(const std::string& path, const Attributes& attrib
     order_.erase(order_.begin(), half);
   }
   order_.push_back(path);
-  return known_[path] = {attributes, nullptr, {}};
+  return known_[path] = {attributes, nullptr, {}, nullptr};
 }
 
 Attributes Headers::attributes(const std::string& path) {
@@ -175,7 +153,7 @@ int64_t Headers::content(const std::string& path) {
 }
 
 // As they were last asked for; asked for now where they never were.
-Attributes Headers::expected(const std::string& path) {
+Attributes Headers::last_attributes(const std::string& path) {
   {
     const std::lock_guard lock(mutex_);
     if (const auto found = known_.find(path); found != known_.end()) return found->second.attributes;
@@ -191,7 +169,7 @@ HeaderPtr Headers::known(const std::string& path) const {
 
 HeaderPtr Headers::read(const std::string& path, std::shared_ptr<OpenFile>* file) {
   if (HeaderPtr header = known(path)) return header;
-  const Attributes attributes = expected(path);
+  const Attributes attributes = last_attributes(path);
   const auto opened = std::make_shared<OpenFile>();
   HeaderPtr header = std::make_shared<const Header>(read_header(path, attributes, *opened));
   if (file && opened->input) *file = opened;
@@ -250,22 +228,47 @@ Layer Headers::layer(const Source& source, const Header& header) const {
   }
 }
 
+// A folder that has changed is read anew; the first look at it stays the range.
+Headers::Listing& Headers::listing(const std::string& pattern, bool anew) {
+  const auto [place, added] = listings_.try_emplace(pattern);
+  Listing& listing = place->second;
+  if (!added && !anew) return listing;
+  const auto [changed, settled] = last_change(pattern);
+  if (!added && listing.settled && listing.changed == changed) return listing;
+  listing.changed = changed;
+  listing.settled = settled;
+  listing.frames = std::make_shared<const std::vector<int64_t>>(plates::frames_on_disk(pattern));
+  if (added && !listing.frames->empty())
+    listing.range.emplace(listing.frames->front(), listing.frames->back());
+  return listing;
+}
+
 std::optional<std::pair<int64_t, int64_t>> Headers::frames_on_disk(const std::string& pattern) {
-  const std::lock_guard lock(ranges_mutex_);
-  const auto [place, added] = ranges_.try_emplace(pattern);
-  if (!added) return place->second;
-  const fs::path whole(pattern);
-  const std::string name_pattern = whole.filename().string();
-  std::error_code error;
-  const fs::path folder = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
-  for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
-    const auto frame = frame_of(name_pattern, at->path().filename().string());
-    if (!frame) continue;
-    if (!place->second) place->second.emplace(*frame, *frame);
-    place->second->first = std::min(place->second->first, *frame);
-    place->second->second = std::max(place->second->second, *frame);
+  const std::lock_guard lock(listings_mutex_);
+  return listing(pattern, false).range;
+}
+
+FramesPtr Headers::frames_beside(const std::string& path, const std::string& pattern) {
+  {
+    const std::lock_guard lock(mutex_);
+    const auto found = known_.find(path);
+    if (found != known_.end() && (found->second.attributes.exists || found->second.beside))
+      return found->second.beside;
   }
-  return place->second;
+  return look_beside(path, pattern);
+}
+
+FramesPtr Headers::look_beside(const std::string& path, const std::string& pattern) {
+  const Attributes file = attributes(path);
+  if (file.exists) return nullptr;
+  FramesPtr beside;
+  {
+    const std::lock_guard lock(listings_mutex_);
+    beside = listing(pattern, true).frames;
+  }
+  const std::lock_guard lock(mutex_);
+  entry(path, file).beside = beside;
+  return beside;
 }
 
 }  // namespace host::plates

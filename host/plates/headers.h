@@ -28,17 +28,23 @@ struct Attributes {
   bool operator==(const Attributes&) const = default;
 };
 
+// How the colour of a file is encoded, and what says so, for people: "the file says so".
+struct ColorSpace {
+  std::string name;  // "sRGB", "linear", or another that the file gives it
+  std::string why;
+};
+
 // What a file says of itself before its pixels are read. A file that cannot be opened has `error`
 // set and nothing else.
 struct Header {
   std::string error;  // names the path
   Contents contents;
   bool plain = false;  // one subimage of R, G, B, A that fills its display window
-  // How colour is encoded: "sRGB", "linear", or another name that the file gives it. Whole numbers
-  // are sRGB and floats linear unless the file says otherwise.
-  std::string color;
+  ColorSpace color;
 };
 using HeaderPtr = std::shared_ptr<const Header>;
+
+using FramesPtr = std::shared_ptr<const std::vector<int64_t>>;  // in order
 
 // One image wanted of one file: the path, and the layer or channels that become RGBA (none of either:
 // the file's main image). The same for every node that reads the same thing.
@@ -46,15 +52,17 @@ struct Source {
   std::string path;
   std::string layer;
   std::vector<std::string> channels;
+  bool pixels = true;  // false: its header alone
   bool operator==(const Source&) const = default;
   bool operator<(const Source& other) const {
-    return std::tie(path, layer, channels) < std::tie(other.path, other.layer, other.channels);
+    return std::tie(path, layer, channels, pixels) <
+           std::tie(other.path, other.layer, other.channels, other.pixels);
   }
 };
 
 // How the colour of a file is taken: what it is encoded as, and whether that is undone.
 struct ReadColor {
-  std::string space;  // as Header::color
+  std::string space;  // as ColorSpace::name
   bool decoded = false;
 };
 
@@ -77,6 +85,9 @@ class Headers {
   // of what cannot be read.
   int64_t content(const std::string& path);
 
+  // As they were last asked for; asked now where they never were.
+  Attributes last_attributes(const std::string& path);
+
   // Waits for a header that is promised; one that nobody promised is read on the calling thread.
   HeaderPtr get(const std::string& path);
 
@@ -96,28 +107,42 @@ class Headers {
   }
   Layer layer(const Source& source, const Header& header) const;
 
-  // First and last frame for which a file of this pattern stands; nothing when there is none. The
-  // folder is read once a pattern.
+  // First and last frame for which a file of this pattern stands; nothing when there is none. As it was
+  // at the first call with the pattern.
   std::optional<std::pair<int64_t, int64_t>> frames_on_disk(const std::string& pattern);
+
+  // Null where this file of the pattern stands, else the frames that stand. `look_beside` asks the system
+  // now, and reads the folder if it has changed; `frames_beside` gives what that came to last.
+  FramesPtr look_beside(const std::string& path, const std::string& pattern);
+  FramesPtr frames_beside(const std::string& path, const std::string& pattern);
 
  private:
   struct Entry {
     Attributes attributes;
     HeaderPtr header;  // null until it has been read
     std::optional<int64_t> content;
+    FramesPtr beside;  // null until it was looked for
+  };
+
+  // What was read of a pattern's folder.
+  struct Listing {
+    int64_t changed = 0;   // the folder, nanoseconds since 1970 UTC
+    bool settled = false;  // whatever came later has changed the folder's time
+    FramesPtr frames;
+    std::optional<std::pair<int64_t, int64_t>> range;  // of what was read first
   };
 
   Entry& entry(const std::string& path, const Attributes& attributes);
-  Attributes expected(const std::string& path);
+  Listing& listing(const std::string& pattern, bool anew);
 
   std::atomic<int64_t> most_side_ = std::numeric_limits<int64_t>::max();
-  mutable std::mutex mutex_;         // guards what follows, up to the ranges
+  mutable std::mutex mutex_;         // guards what follows, up to the listings
   std::condition_variable learned_;  // a header, or that a promise ended
   std::map<std::string, Entry> known_;
   std::vector<std::string> order_;  // paths, the oldest first
   std::map<std::string, int> promised_;
-  std::mutex ranges_mutex_;
-  std::map<std::string, std::optional<std::pair<int64_t, int64_t>>> ranges_;
+  std::mutex listings_mutex_;
+  std::map<std::string, Listing> listings_;
 };
 
 }  // namespace host::plates

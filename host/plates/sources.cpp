@@ -198,14 +198,15 @@ struct Decoder::State {
 
   // Has the headers read of what must wait for room, so that nobody who asks for them opens a file.
   void open_waiting() {
-    for (const Waiting& wanted : waiting) {
-      const std::string& path = wanted.source.path;
-      if (headers.known(path) || opening.count(path) > 0) continue;
-      const auto read = [this, path, promise = headers.promise(path)](int, qv::io::DecodeResult&) {
-        headers.read(path);
-      };
-      opening[path] = scheduler.submit(read, wanted.distance);
-    }
+    for (const Waiting& wanted : waiting) open(wanted.source.path, wanted.distance);
+  }
+
+  void open(const std::string& path, int distance) {
+    if (headers.known(path) || opening.count(path) > 0) return;
+    const auto read = [this, path, promise = headers.promise(path)](int, qv::io::DecodeResult&) {
+      headers.read(path);
+    };
+    opening[path] = scheduler.submit(read, distance);
   }
 
   void stop_opening() {
@@ -305,6 +306,10 @@ void Decoder::want(std::span<const Wanted> list) {
   state_->waiting.clear();
   state_->stop_opening();
   for (const auto& [source, wanted] : nearest) {
+    if (!source.pixels) {
+      state_->open(source.path, wanted.distance);
+      continue;
+    }
     const auto entry = state_->under_way.find(source);
     if (entry != state_->under_way.end()) {
       state_->make_urgent(entry->second, wanted.distance);

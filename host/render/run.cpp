@@ -1,6 +1,7 @@
 #include "host/base/stopwatch.h"
 #include "host/frame/colors.h"
 #include "host/frame/digest.h"
+#include "host/frame/frame_notices.h"
 #include "host/frame/obstacles.h"
 #include "host/gpu/stoppable_draws.h"
 #include "host/render/delivery.h"
@@ -128,6 +129,10 @@ class Run {
     }
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
     note_colors(frame.frame);
+    for (const std::string& text :
+         frame::frame_notices(state_.composition, frame.keyed.graph, state_.project)) {
+      state_.notices.add(text);
+    }
     std::vector<Evaluator::Part> parts;
     parts.reserve(targets.size());
     for (const frame::Target& target : targets) {

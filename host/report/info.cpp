@@ -119,6 +119,7 @@ std::string plan_text(const frame::FramePlan& plan) {
     text += "\n";
     if (!file.error.empty()) text += "  FAILS    " + file.error + "\n";
   }
+  for (const std::string& notice : plan.notices) text += "  notice   " + notice + "\n";
   if (!plan.error.empty()) text += "  FAILS    " + plan.error + "\n";
   return text;
 }

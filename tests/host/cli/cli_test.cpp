@@ -223,6 +223,11 @@ TEST(Notices, TellOfColoursEncodedTwiceAndOfPixelsThatAFileCannotHold) {
   shot("twice.json", "linear", "t.png");
   shot("once.json", "auto", "o.exr");
   ASSERT_EQ(call("render good.json", folder).code, 0);
+  for (const char* frame : {"1", "3"})
+    fs::copy_file(folder / "p.png", folder / ("h." + std::string(frame) + ".png"));
+  write_shot(folder / "hole.json",
+             R"({"name": "h", "type": "read", "knobs": {"file": "h.#.png", "missing": "black"}})" +
+                 process::write_node("out", "h", "hole.#.exr"));
   const struct {
     const char* words;
     const char* said;
@@ -232,6 +237,8 @@ TEST(Notices, TellOfColoursEncodedTwiceAndOfPixelsThatAFileCannotHold) {
       {"render twice.json --progress jsonl", R"(read as linear; node \"out\" encodes it once more)"},
       {"info once.json", "): sRGB, made linear\n"},
       {"render once.json", "o.exr: 576 pixels lie beyond 65504"},
+      {"render hole.json --dry-run", "h.2.png: no such file; it is black\n"},
+      {"render hole.json --progress jsonl", R"(node \"h\": frame 2: )"},
   };
   for (const auto& each : cases) {
     const process::Ended ended = call(each.words, folder);

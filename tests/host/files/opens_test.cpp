@@ -80,6 +80,8 @@ void write_sources(int frames) {
   scene::Plate plate;
   plate.pixels.assign(8 * 8 * 4, 0.5F);
   scene::write_plate(scene::folder() / "watched still.exr", plate);
+  for (const char* frame : {"1", "9"})
+    scene::write_plate(scene::folder() / ("watched hole." + std::string(frame) + ".exr"), plate);
   for (int frame = 1; frame <= frames; ++frame) {
     const std::string number = std::to_string(frame) + ".exr";
     plate.channels = {"R", "G", "B", "A"};
@@ -94,7 +96,11 @@ void write_sources(int frames) {
 constexpr const char* nodes = R"({"name": "still", "type": "read", "knobs": {"file": "watched still.exr"}},
     {"name": "plain", "type": "read", "knobs": {"file": "watched plain.#.exr"}},
     {"name": "key", "type": "read", "knobs": {"file": "watched layers.#.exr", "layer": "key"}},
-    {"name": "a", "type": "merge", "inputs": {"a": "plain", "b": "still"}},
+    {"name": "black", "type": "read", "knobs": {"file": "watched hole.#.exr", "missing": "black"}},
+    {"name": "near", "type": "read", "knobs": {"file": "watched hole.#.exr", "missing": "nearest"}},
+    {"name": "holes", "type": "merge", "inputs": {"a": "black", "b": "near"}},
+    {"name": "all", "type": "merge", "inputs": {"a": "holes", "b": "still"}},
+    {"name": "a", "type": "merge", "inputs": {"a": "plain", "b": "all"}},
     {"name": "b", "type": "merge", "inputs": {"a": "key", "b": "a"}},
     {"name": "out", "type": "write", "inputs": "b", "knobs": {"file": "seen.####.exr"}})";
 
@@ -116,7 +122,8 @@ TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
       for (int frame = 1; frame <= frames; ++frame) again.image("b", frame);
     }
     EXPECT_EQ(here.opens, 0) << run;
-    EXPECT_EQ(here.stats, 3 * frames) << run;  // three sources
+    // Five sources; where two of them are missing, what stands in for them as well.
+    EXPECT_EQ(here.stats, 5 * frames + 2 * (frames - 1)) << run;
     EXPECT_GE(opens_of_all, 2 * frames + 1) << run;
   }
 }

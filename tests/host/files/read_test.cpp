@@ -252,7 +252,7 @@ TEST(Colors, AreSrgbInWholeNumbersUnlessTheFileSaysOtherwise) {
     if (std::string(each.value) == "Gamma2.2") spec.attribute("oiio:Gamma", 2.2F);
     const std::string path =
         support::write_image(scene::folder() / each.name, spec, std::vector<float>(48, 0.5F));
-    EXPECT_EQ(Headers().get(path)->color, each.color) << each.name;
+    EXPECT_EQ(Headers().get(path)->color.name, each.color) << each.name;
   }
 }
 

@@ -103,7 +103,7 @@ TEST(Writer, EveryKindOfFileHoldsWhatWasAsked) {
           ASSERT_EQ(result.error, "") << what;
           const bool png = ending == ".png";
           const bool srgb = color == Color::srgb || (color == Color::automatic && png);
-          EXPECT_EQ(host::plates::Headers().get(file.path)->color, srgb ? "sRGB" : "linear") << what;
+          EXPECT_EQ(host::plates::Headers().get(file.path)->color.name, srgb ? "sRGB" : "linear") << what;
           OIIO::ImageSpec raw;
           raw.attribute("oiio:UnassociatedAlpha", 1);
           const auto input = OIIO::ImageInput::open(file.path, &raw);

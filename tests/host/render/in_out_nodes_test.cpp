@@ -1,5 +1,10 @@
+#include "host/files/pattern.h"
 #include "tests/host/render/scene.h"
 
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -83,6 +88,51 @@ TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
         EXPECT_EQ(scene::pixel(shot.image("r", frame), 0, 0)[0], each.frames[static_cast<size_t>(frame + 1)])
             << each.before << " " << each.after << range << " frame " << frame;
       }
+    }
+  }
+}
+
+// Against a search of all frames that stand: sequences of frames 1 to 9 with holes, each frame its number,
+// before and after one more file turns up.
+TEST(ReadNode, FillsHolesAsAskedAndSeesFilesThatTurnUp) {
+  std::mt19937 random(13);
+  for (int round = 0; round < 12; ++round) {
+    const std::string name = "hole" + std::to_string(round) + ".#.exr";
+    std::set<int64_t> standing;
+    const auto write = [&](int64_t frame) {
+      standing.insert(frame);
+      scene::write_plate(
+          scene::folder() / host::files::frame_path(name, frame),
+          {1, 1, {"R", "G", "B", "A"}, std::vector<float>(4, static_cast<float>(frame)), 0, 0, 5, 3});
+    };
+    for (int64_t frame = 1; frame <= 9; ++frame) {
+      if (random() % 3 == 0) write(frame);
+    }
+    const bool ranged = round % 2 == 1;
+    const std::string knobs =
+        R"("file": ")" + name + (ranged ? R"(", "first": 2, "last": 8, "missing": ")" : R"(", "missing": ")");
+    scene::Scene near(read_node(knobs + "nearest\"")), black(read_node(knobs + "black\""));
+    for (const bool again : {false, true}) {
+      for (int64_t frame = 1; frame <= 9; ++frame) {
+        int64_t expected = 100;  // nowhere near
+        for (const int64_t other : standing) {
+          const bool nearer = std::abs(other - frame) < std::abs(expected - frame);
+          if (nearer && (!ranged || (other >= 2 && other <= 8))) expected = other;
+        }
+        const bool ends = !standing.empty() && frame >= *standing.begin() && frame <= *standing.rbegin();
+        const bool inside = ranged ? frame >= 2 && frame <= 8 : ends;
+        SCOPED_TRACE(name + " at " + std::to_string(frame) + (again ? " again" : ""));
+        if (expected == 100 || !inside) {
+          EXPECT_NE(scene::failure(near, "r", frame), "");
+          EXPECT_NE(scene::failure(black, "r", frame), "");
+          continue;
+        }
+        EXPECT_EQ(scene::pixel(near.image("r", frame), 0, 2)[0], static_cast<float>(expected));
+        const auto image = black.image("r", frame);
+        EXPECT_EQ(scene::pixel(image, 0, 2)[0], standing.count(frame) ? static_cast<float>(frame) : 0.0F);
+        EXPECT_EQ(image.extent.format, (host::Format{5, 3}));
+      }
+      write(3 + round % 5);
     }
   }
 }

@@ -1,0 +1,41 @@
+#include "host/plates/color_space.h"
+
+#include "host/files/made.h"
+
+#include <cctype>
+#include <string_view>
+
+namespace host::plates {
+namespace {
+
+std::string lower(std::string_view text) {
+  std::string result(text);
+  for (char& each : result) each = static_cast<char>(std::tolower(static_cast<unsigned char>(each)));
+  return result;
+}
+
+}  // namespace
+
+// Readers call floats "Linear" without asking, and some whole numbers "sRGB". A gamma stands for the curve
+// of a screen, as PNG files give it.
+ColorSpace color_space_of(const OIIO::ImageSpec& spec) {
+  const std::string note = spec.get_string_attribute("ImageDescription");
+  for (const bool srgb : {true, false}) {
+    if (note.substr(0, note.find('\n')) == files::color_note(srgb))
+      return {srgb ? "sRGB" : "linear", "its description says so"};
+  }
+  const bool floats = spec.format.is_floating_point();
+  const ColorSpace otherwise = floats
+                                   ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
+                                   : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
+  const std::string space = spec.get_string_attribute("oiio:ColorSpace");
+  const std::string profile = lower(spec.get_string_attribute("ICCProfile:profile_description"));
+  if (space.empty() && profile.find("linear") != std::string::npos)
+    return {"linear", "its colour profile is called linear"};
+  const std::string name = lower(space) == "linear" ? "linear" : space;
+  if (name.empty() || name == otherwise.name) return otherwise;
+  if (space.starts_with("Gamma")) return {"sRGB", "the file says " + space + ", which stands for that curve"};
+  return {name, "the file says so"};
+}
+
+}  // namespace host::plates
