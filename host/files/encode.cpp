@@ -5,6 +5,7 @@
 #include "host/files/extremes.h"
 #include "host/files/made.h"
 #include "host/files/raster.h"
+#include "host/files/spec_metadata.h"
 
 #include <algorithm>
 #include <array>
@@ -49,6 +50,13 @@ void set_codec(std::string_view compression, exr::Part& part) {
   std::from_chars(level.data(), level.data() + level.size(), part.level);
 }
 
+// What the file is to say of its picture.
+Metadata metadata_of(const WriteJob& job) {
+  Metadata all = job.metadata ? *job.metadata : Metadata();
+  for (const Metadatum& each : job.file.metadata.all()) all.set(each);
+  return all;
+}
+
 exr::Part part_of(const WriteJob& job, const Raster& raster) {
   const Format& format = job.extent.format;
   exr::Part part;
@@ -57,8 +65,13 @@ exr::Part part_of(const WriteJob& job, const Raster& raster) {
                as_int(box_width(raster.window)), as_int(box_height(raster.window))};
   part.pixel_aspect = static_cast<float>(format.pixel_aspect);
   set_codec(job.file.compression, part);
-  part.texts.emplace_back("Software", software_text(job.file.scale, job.file.digest));
-  if (is_srgb(job.file)) part.texts.emplace_back("comments", color_note(true));
+  Metadata metadata = metadata_of(job);
+  metadata.set({"Software", "string", {}, {software_text(job.file.scale, job.file.digest)}});
+  if (is_srgb(job.file)) {
+    const Metadatum* const said = metadata.find("comments");
+    metadata.set({"comments", "string", {}, {with_color_note(true, said ? text_of(*said) : "")}});
+  }
+  part.attributes = metadata.all();
   const bool real = job.file.depth == OutputFile::Depth::float32;
   constexpr std::array<const char*, 4> names = {"R", "G", "B", "A"};
   // By name: A, B, G, R.
@@ -77,6 +90,7 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
   spec.attribute("Software", software_text(job.file.scale, job.file.digest));
   // The writer would put the time of day here, and the same image would be another file each time.
   spec.attribute("DateTime", "");
+  add_metadata(metadata_of(job), container, spec);
   if (!job.file.compression.empty()) spec.attribute("compression", job.file.compression);
   const bool srgb = is_srgb(job.file);
   if (container == Container::png) {
@@ -84,7 +98,8 @@ OIIO::ImageSpec spec_of(const WriteJob& job, const Raster& raster, Container con
     spec.attribute("oiio:ColorSpace", srgb ? "sRGB" : "Linear");
   } else {
     // The TIFF writer has an EXIF directory for this alone, and in memory loses the image behind it.
-    spec.attribute("ImageDescription", color_note(srgb));
+    const std::string said(spec.get_string_attribute("ImageDescription"));
+    spec.attribute("ImageDescription", with_color_note(srgb, said));
   }
   return spec;
 }

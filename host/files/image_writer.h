@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/files/metadata.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -23,6 +24,7 @@ struct OutputFile {
   bool overscan = false;           // keep pixels outside the format, where the file type can
   double scale = 1;                // --proxy, which the file says of itself
   std::string digest;              // what the image is made from, as the file is to say it; "" for nothing
+  Metadata metadata;               // what the file says beside what its image brings, or instead of it
 };
 
 // One image to be encoded. Takes shared ownership of the pixels: premultiplied RGBA float, rows top
@@ -36,6 +38,7 @@ struct WriteJob {
   Extent extent;
   std::shared_ptr<const float[]> rgba;
   bool coverage = true;  // colour is premultiplied by alpha; else nothing divides it
+  MetadataPtr metadata;  // what the image brings along
 };
 
 // How a job ended: error is empty when the file stands whole under its name.

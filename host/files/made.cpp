@@ -56,6 +56,19 @@ const char* color_note(bool srgb) {
   return srgb ? "colour: sRGB" : "colour: linear";
 }
 
+std::string with_color_note(bool srgb, const std::string& text) {
+  return color_note(srgb) + (text.empty() ? "" : "\n" + text);
+}
+
+std::string without_color_note(const std::string& text) {
+  for (const bool srgb : {true, false}) {
+    const std::string note = color_note(srgb);
+    if (text == note) return "";
+    if (text.starts_with(note + "\n")) return text.substr(note.size() + 1);
+  }
+  return text;
+}
+
 Made made(const std::string& path) {
   return made_of(opened(path)->spec());
 }

@@ -28,4 +28,8 @@ std::string software_text(double scale, const std::string& digest);
 // The text by which files that have no other way say whether their colour is encoded.
 const char* color_note(bool srgb);
 
+// A text behind that note, and the text alone.
+std::string with_color_note(bool srgb, const std::string& text);
+std::string without_color_note(const std::string& text);
+
 }  // namespace host::files

@@ -45,6 +45,8 @@ std::string expectation(const KnobSpec& spec) {
       return "a text or a list of up to " + std::to_string(spec.most_texts);
     case KnobKind::file:
       return "a file name";
+    case KnobKind::object:
+      return "an object of names and values";
     case KnobKind::choice:
       break;
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/files/metadata.h"
 #include "host/gpu/texture.h"
 
 #include <memory>
@@ -25,6 +26,7 @@ struct Image {
   gpu::TexturePtr texture;
   std::shared_ptr<const PendingTransform> pending;
   bool coverage = true;
+  files::MetadataPtr metadata = nullptr;  // what its file says beside the pixels, see Operation::metadata
 };
 
 }  // namespace host::node

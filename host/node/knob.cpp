@@ -20,7 +20,8 @@ KnobSpec make(std::string name, KnobKind kind, std::string help) {
 }
 
 bool holds_text(KnobKind kind) {
-  return kind == KnobKind::choice || kind == KnobKind::text || kind == KnobKind::file;
+  return kind == KnobKind::choice || kind == KnobKind::text || kind == KnobKind::file ||
+         kind == KnobKind::object;
 }
 
 [[noreturn]] void wrong_kind(std::string_view name, std::string_view kind) {
@@ -96,6 +97,12 @@ KnobSpec texts(std::string name, int most, std::string help) {
 
 KnobSpec file(std::string name, std::string help) {
   return make(std::move(name), KnobKind::file, std::move(help));
+}
+
+KnobSpec object(std::string name, std::string help) {
+  KnobSpec spec = make(std::move(name), KnobKind::object, std::move(help));
+  spec.default_text = "{}";
+  return spec;
 }
 
 KnobValue KnobValue::default_of(const KnobSpec& spec) {

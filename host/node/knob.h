@@ -23,6 +23,7 @@ enum class KnobKind : uint8_t {
   text,     // any text
   texts,    // a text or a list of them
   file,     // a path, relative to the composition's folder; may hold a frame pattern
+  object,   // names and any values, kept as a text of JSON
 };
 
 // What a node type says of one knob: enough to check a composition, to print `quorvel nodes` and to
@@ -33,7 +34,7 @@ struct KnobSpec {
   KnobKind kind = KnobKind::number;
   std::string help;              // one sentence, shown to people
   std::vector<double> defaults;  // of numbers, integers and flags: one value a component
-  std::string default_text;      // of choices, texts and files
+  std::string default_text;      // of choices, texts, files and objects
   std::vector<std::string> choices;
   int most_texts = 1;  // of a list of texts
   int fewest = 1;      // components to give at least; one number alone fills all components
@@ -62,6 +63,7 @@ KnobSpec choice(std::string name, std::string value, std::vector<std::string> ch
 KnobSpec text(std::string name, std::string value, std::string help);
 KnobSpec texts(std::string name, int most, std::string help);
 KnobSpec file(std::string name, std::string help);
+KnobSpec object(std::string name, std::string help);
 
 // One component's value: a constant, or a curve over frames.
 struct KnobComponent {
@@ -92,7 +94,7 @@ class Knobs {
   std::vector<double> numbers(std::string_view name) const;  // as many as were given
   int64_t integer(std::string_view name) const;              // saturated; NaN is 0
   bool flag(std::string_view name) const;
-  const std::string& text(std::string_view name) const;  // of choices, texts and files
+  const std::string& text(std::string_view name) const;  // of choices, texts, files and objects
   std::vector<std::string> texts(std::string_view name) const;
   int choice(std::string_view name) const;  // position among its choices
 

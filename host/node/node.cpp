@@ -46,6 +46,18 @@ bool Operation::coverage(const Call& /*call*/, std::span<const Image> inputs) co
   return inputs.empty() || inputs[0].coverage;
 }
 
+files::MetadataPtr Operation::metadata(const Call& call, std::span<const Image> inputs) const {
+  if (inputs.empty()) return nullptr;
+  const std::vector<Request> requests = reads(call);
+  size_t main = 0;
+  for (size_t i = inputs.size(); i-- > 0;) {
+    if (requests[i].input != call.node.type->changes) continue;
+    const bool nearer = requests[i].frame == call.frame || requests[main].frame != call.frame;
+    if (requests[main].input != requests[i].input || nearer) main = i;
+  }
+  return inputs[main].metadata;
+}
+
 std::optional<files::OutputFile> Operation::output(const Call& /*call*/) const {
   return std::nullopt;
 }

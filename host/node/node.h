@@ -101,6 +101,11 @@ class Operation {
   // what holds for the first of them, true without any.
   virtual bool coverage(const Call& call, std::span<const Image> inputs) const;
 
+  // What the result brings along beside its pixels, given what `render` was given; null: nothing. All that it
+  // depends on is in the key, as for pixels. Default: that of the input that the type changes, at the call's
+  // frame if it is read there, else of the first image read.
+  virtual files::MetadataPtr metadata(const Call& call, std::span<const Image> inputs) const;
+
   // For node types that write files: where this frame's image goes. Default: nowhere.
   virtual std::optional<files::OutputFile> output(const Call& call) const;
 };

@@ -12,6 +12,7 @@ using namespace node;  // what families are written in: every name of the room b
 // read of them. A new family adds its line here and in catalogue.cpp.
 
 std::vector<NodeType> in_out_family();     // read, constant, write
+std::vector<NodeType> metadata_family();   // metadata
 std::vector<NodeType> picture_family();    // checkerboard, ramp
 std::vector<NodeType> merge_family();      // merge, dissolve, switch
 std::vector<NodeType> channel_family();    // copy, channel_merge, shuffle

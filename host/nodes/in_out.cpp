@@ -96,6 +96,11 @@ class Read final : public Operation {
     return !file || layer_of(call, *file).coverage;
   }
 
+  files::MetadataPtr metadata(const Call& call, std::span<const Image> /*inputs*/) const override {
+    const auto file = file_of(call);
+    return file && file->pixels ? call.project.headers->metadata(source_of(call, *file)) : nullptr;
+  }
+
  private:
   // What a frame is made of.
   struct File {

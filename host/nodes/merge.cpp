@@ -65,6 +65,11 @@ class Merge final : public Operation {
     return result;
   }
 
+  // B is the picture, A what comes onto it.
+  files::MetadataPtr metadata(const Call& /*call*/, std::span<const Image> inputs) const override {
+    return inputs[1].metadata;
+  }
+
  private:
   static std::string defines(const logic::MergeSetup& setup) {
     return "#define OPERATION " + std::to_string(static_cast<int>(setup.op)) + "\n#define MASKED " +

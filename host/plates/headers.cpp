@@ -2,6 +2,8 @@
 
 #include <qv/io/decode.h>
 
+#include "host/files/exr/attributes.h"
+#include "host/files/spec_metadata.h"
 #include "host/plates/color_space.h"
 #include "host/plates/contents.h"
 #include "host/plates/open_file.h"
@@ -27,6 +29,7 @@ namespace {
 
 constexpr int most_subimages = 1000;
 constexpr size_t most_headers = 4096;
+constexpr uint64_t most_metadata = uint64_t{64} << 20;  // bytes
 
 int64_t nanoseconds(const timespec& time) {
   return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
@@ -41,6 +44,17 @@ Attributes ask(const std::string& path) {
   attributes.size = found.st_size;
   attributes.mtime_ns = nanoseconds(found.st_mtim);
   return attributes;
+}
+
+files::MetadataPtr shared(files::Metadata metadata) {
+  return metadata.all().empty() ? nullptr : std::make_shared<const files::Metadata>(std::move(metadata));
+}
+
+uint64_t metadata_bytes(const HeaderPtr& header) {
+  uint64_t sum = 0;
+  if (!header) return sum;
+  for (const files::MetadataPtr& part : header->metadata) sum += part ? part->bytes() : 0;
+  return sum;
 }
 
 Header read_header(const std::string& path, const Attributes& attributes, OpenFile& file) {
@@ -60,6 +74,11 @@ Header read_header(const std::string& path, const Attributes& attributes, OpenFi
   int parts = 0;
   for (; parts < most_subimages && input->seek_subimage(parts, 0); ++parts) {
     add_part(input->spec(), parts, exr, header.contents);
+    if (!exr) header.metadata.push_back(shared(files::metadata_of(input->spec())));
+  }
+  if (exr) {
+    for (files::Metadata& part : files::exr::read_metadata(path))
+      header.metadata.push_back(shared(std::move(part)));
   }
   (void)input->geterror();
   name_layers(parts, header.contents);
@@ -120,12 +139,19 @@ std::pair<int64_t, bool> last_change(const std::string& pattern) {
 // The entry of a path under these attributes, made anew where it stood under others.
 Headers::Entry& Headers::entry(const std::string& path, const Attributes& attributes) {
   if (const auto found = known_.find(path); found != known_.end()) {
-    if (found->second.attributes != attributes) found->second = {attributes, nullptr, {}, nullptr};
+    if (found->second.attributes != attributes) {
+      metadata_bytes_ -= metadata_bytes(found->second.header);
+      found->second = {attributes, nullptr, {}, nullptr};
+    }
     return found->second;
   }
-  if (order_.size() >= most_headers) {
-    const auto half = order_.begin() + static_cast<std::ptrdiff_t>(most_headers / 2);
-    for (auto oldest = order_.begin(); oldest != half; ++oldest) known_.erase(*oldest);
+  if (order_.size() >= most_headers || metadata_bytes_ > most_metadata) {
+    const auto half = order_.begin() + static_cast<std::ptrdiff_t>((order_.size() + 1) / 2);
+    for (auto oldest = order_.begin(); oldest != half; ++oldest) {
+      const auto gone = known_.find(*oldest);
+      metadata_bytes_ -= metadata_bytes(gone->second.header);
+      known_.erase(gone);
+    }
     order_.erase(order_.begin(), half);
   }
   order_.push_back(path);
@@ -178,7 +204,10 @@ HeaderPtr Headers::read(const std::string& path, std::shared_ptr<OpenFile>* file
     // Others, asked for meanwhile, are those of a newer file.
     const auto found = known_.find(path);
     if (found == known_.end() || found->second.attributes == attributes) {
-      entry(path, attributes).header = header;
+      HeaderPtr& place = entry(path, attributes).header;
+      metadata_bytes_ += metadata_bytes(header);
+      metadata_bytes_ -= metadata_bytes(place);
+      place = header;
     }
   }
   learned_.notify_all();
@@ -210,6 +239,12 @@ std::shared_ptr<void> Headers::promise(const std::string& path) {
     ++promised_[path];
   }
   return {this, end};
+}
+
+files::MetadataPtr Headers::metadata(const Source& source) {
+  const HeaderPtr header = get(source.path);
+  const auto part = static_cast<size_t>(layer(source, *header).subimage);
+  return part < header->metadata.size() ? header->metadata[part] : nullptr;
 }
 
 Layer Headers::layer(const Source& source, const Header& header) const {

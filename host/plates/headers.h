@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/files/metadata.h"
 #include "host/plates/layers.h"
 
 #include <atomic>
@@ -41,6 +42,7 @@ struct Header {
   Contents contents;
   bool plain = false;  // one subimage of R, G, B, A that fills its display window
   ColorSpace color;
+  std::vector<files::MetadataPtr> metadata;  // of each part; null where there is none
 };
 using HeaderPtr = std::shared_ptr<const Header>;
 
@@ -68,8 +70,8 @@ struct ReadColor {
 
 // Attributes and headers by path. A header stays known until the file's attributes are seen to be
 // others; a lookup then costs a map search. Whoever draws asks for attributes, and has a decoder open the
-// files: it promises their headers when it queues them. Bounded: the oldest half goes when there are 4,096.
-// Thread-safe.
+// files: it promises their headers when it queues them. Bounded: the oldest half goes when there are 4,096,
+// or their metadata takes more than 64 MiB. Thread-safe.
 class Headers {
  public:
   // Images with a side longer than `most_side` are refused from now on: no texture of the device holds
@@ -107,6 +109,9 @@ class Headers {
   }
   Layer layer(const Source& source, const Header& header) const;
 
+  // What the part that a source lies in says beside its pixels; may be null. Throws as layer() does.
+  files::MetadataPtr metadata(const Source& source);
+
   // First and last frame for which a file of this pattern stands; nothing when there is none. As it was
   // at the first call with the pattern.
   std::optional<std::pair<int64_t, int64_t>> frames_on_disk(const std::string& pattern);
@@ -140,6 +145,7 @@ class Headers {
   std::condition_variable learned_;  // a header, or that a promise ended
   std::map<std::string, Entry> known_;
   std::vector<std::string> order_;  // paths, the oldest first
+  uint64_t metadata_bytes_ = 0;     // of what is known
   std::map<std::string, int> promised_;
   std::mutex listings_mutex_;
   std::map<std::string, Listing> listings_;

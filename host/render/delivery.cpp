@@ -60,13 +60,13 @@ void Delivery::send(int64_t frame, const node::Image& image, const files::Output
   const Stopwatch watch(read_back_ms_);
   const bool coverage = image.coverage;
   // The ring lets no exception through: one that left here would be a frame that nobody misses.
-  const auto arrived = [this, frame, file, format, coverage](ReadBack pixels) {
+  const auto arrived = [this, frame, file, format, coverage, metadata = image.metadata](ReadBack pixels) {
     if (!pixels.rgba) {
       written(failed(frame, file.path, "the image could not be read back from the device"));
       return;
     }
     try {
-      hand_over({frame, file, {format, pixels.window}, std::move(pixels.rgba), coverage});
+      hand_over({frame, file, {format, pixels.window}, std::move(pixels.rgba), coverage, metadata});
     } catch (const std::exception& error) {
       written(failed(frame, file.path, error.what()));
     }

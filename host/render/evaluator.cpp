@@ -153,6 +153,7 @@ void Evaluator::compute(Run& run, size_t at) {
     const node::Call call = node.call_at(instance.frame, project_);
     node::Image image = node.type->operation->render(call, inputs, result->extent, context_);
     image.coverage = node.type->operation->coverage(call, inputs);
+    image.metadata = node.type->operation->metadata(call, inputs);
     return image;
   });
   check_stop();
@@ -216,6 +217,7 @@ const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {
     run.settled.emplace_back(wanted, drawn);
     hold_to_memory();
   }
+  drawn.metadata = wanted.metadata;
   const int64_t key = run.frame.keys[at];
   if (store_.contains(key)) store_.put(key, run.results[at]);
   return drawn;

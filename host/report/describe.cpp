@@ -15,6 +15,7 @@ std::string default_text(const node::KnobSpec& spec) {
     text +=
         (text.empty() ? "" : ", ") + (is_flag ? (value != 0 ? "true" : "false") : node::number_text(value));
   }
+  if (spec.kind == node::KnobKind::object) return spec.default_text;
   if (spec.defaults.empty()) return "\"" + spec.default_text + "\"";
   return spec.length() > 1 ? "[" + text + "]" : text;
 }

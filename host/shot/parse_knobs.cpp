@@ -79,8 +79,13 @@ bool parse_text(const nlohmann::json& value, const KnobSpec& spec, const std::st
     out.text = *pairs;
     return true;
   }
+  if (spec.kind == KnobKind::object && value.is_object()) {
+    out.text = value.dump();
+    return true;
+  }
   const bool listed = std::find(spec.choices.begin(), spec.choices.end(), given) != spec.choices.end();
-  if (!value.is_string() || (spec.kind == KnobKind::choice && !listed)) {
+  const bool taken = spec.kind == KnobKind::object ? false : spec.kind != KnobKind::choice || listed;
+  if (!value.is_string() || !taken) {
     problems.add(place, "expected " + expectation(spec) + ", found " + found(value) +
                             did_you_mean(given, spec.choices));
     return false;

@@ -34,6 +34,7 @@ Json component_schema(const KnobSpec& spec) {
 }
 
 Json default_value(const KnobSpec& spec) {
+  if (spec.kind == KnobKind::object) return Json::object();
   if (spec.defaults.empty()) return spec.default_text;
   if (spec.kind == KnobKind::flag) return spec.defaults[0] != 0;
   return spec.length() == 1 ? Json(spec.defaults[0]) : Json(spec.defaults);
@@ -51,6 +52,9 @@ Json knob_schema(const KnobSpec& spec) {
       schema["default"] = Json::array();
       schema["anyOf"] = {{{"type", "string"}},
                          {{"type", "array"}, {"items", {{"type", "string"}}}, {"maxItems", spec.most_texts}}};
+      break;
+    case KnobKind::object:
+      schema["type"] = "object";
       break;
     case KnobKind::text:
     case KnobKind::file:

@@ -1,5 +1,7 @@
 #include "host/files/exr/file.h"
 
+#include "host/files/exr/attributes.h"
+
 #include <algorithm>
 #include <cstring>
 #include <exception>
@@ -45,8 +47,8 @@ bool needs_long_names(const Part& part) {
   const auto is_long = [](std::string_view name) { return name.size() > most; };
   return std::any_of(part.channels.begin(), part.channels.end(),
                      [&](const Channel& channel) { return is_long(channel.name); }) ||
-         std::any_of(part.texts.begin(), part.texts.end(),
-                     [&](const auto& text) { return is_long(text.first); });
+         std::any_of(part.attributes.begin(), part.attributes.end(),
+                     [&](const Metadatum& each) { return is_long(each.name) || is_long(each.type); });
 }
 
 bool by_name(const Channel& a, const Channel& b) {
@@ -99,8 +101,7 @@ void File::add(const Part& part) {
     check(exr_add_channel(handle_, index, channel.name.c_str(),
                           channel.type == Type::half ? EXR_PIXEL_HALF : EXR_PIXEL_FLOAT,
                           EXR_PERCEPTUALLY_LOGARITHMIC, 1, 1));
-  for (const auto& [name, text] : part.texts)
-    check(exr_attr_set_string(handle_, index, name.c_str(), text.c_str()));
+  for (const Metadatum& each : part.attributes) add_attribute(handle_, index, each);
   if (is_dwa(part))
     check(exr_attr_set_float(handle_, index, "dwaCompressionLevel", static_cast<float>(level_of(part))));
 }

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "host/files/metadata.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace host::files::exr {
@@ -39,8 +40,8 @@ struct Part {
   // zip and zips: from 1, fast, to 9, small; 4 is usual. dwaa and dwab: from 0, fine, upwards; 45 is usual,
   // and the file says it. Below 0: the usual one.
   double level = -1;
-  std::vector<std::pair<std::string, std::string>> texts;  // further attributes
-  std::vector<Channel> channels;                           // by name, as files have them
+  std::vector<Metadatum> attributes;  // further ones
+  std::vector<Channel> channels;      // by name, as files have them
 };
 
 inline bool is_dwa(const Part& part) {

@@ -400,7 +400,8 @@ TEST(Writer, PartsHaveTheirOwnWindowsTypesAndCodecs) {
   for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i % 2001) / 2;
   const float* const first = values.data();
   std::vector<Part> parts(3);
-  parts[0] = {"beauty", {0, 0, 70, 60}, {5, -4, 30, 40}, 1, Codec::zip, -1, {{"view", "left"}}, {}};
+  parts[0] = {
+      "beauty", {0, 0, 70, 60}, {5, -4, 30, 40}, 1, Codec::zip, -1, {{"view", "string", {}, {"left"}}}, {}};
   parts[0].channels = {{"A", Type::half, first + 3, 2, 60}, {"Z", Type::real, first, 2, 60}};
   parts[1] = {
       "depth", {0, 0, 70, 60}, {0, 0, 60, 50}, 1, Codec::piz, -1, {}, {{"Z", Type::real, first, 1, 60}}};

@@ -59,6 +59,7 @@ bool is_numeric(const KnobSpec& spec) {
 json random_value(const KnobSpec& spec, std::mt19937& random) {
   if (spec.kind == KnobKind::choice) return spec.choices[random() % spec.choices.size()];
   if (spec.kind == KnobKind::file) return "";
+  if (spec.kind == KnobKind::object) return {{"take", random()}};
   if (!is_numeric(spec)) return random_text(spec, random);
   if (spec.length() == 1) return random_component(spec, 0, random);
   json list;
