@@ -1,5 +1,7 @@
 #include "examples/generator/picture.h"
+#include "examples/generator/studio.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -8,6 +10,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <OpenImageIO/imageio.h>
@@ -16,6 +20,8 @@
 //   greenscreen.####.exr  a furry creature in front of a green screen, with grain; layer "depth"
 //   background.exr        hills at dusk; layer "depth"
 //   title.exr             a word on nothing
+//   studio.left.exr       glazed balls as a renderer leaves them, a part a pass, for the left eye
+//   studio.right.exr      and for the right
 namespace {
 
 struct Options {
@@ -44,6 +50,30 @@ void write(const plates::Picture& picture, const std::filesystem::path& file, Ch
   }
 }
 
+// A file of several parts, each a pass.
+void write(const std::vector<plates::Pass>& passes, int width, int height,
+           const std::filesystem::path& file) {
+  std::vector<OIIO::ImageSpec> specs;
+  specs.reserve(passes.size());
+  for (const plates::Pass& pass : passes) {
+    const auto channels = static_cast<int>(pass.channels.size());
+    OIIO::ImageSpec& spec =
+        specs.emplace_back(width, height, channels, pass.half ? OIIO::TypeHalf : OIIO::TypeFloat);
+    spec.channelnames = pass.channels;
+    spec.attribute("oiio:subimagename", pass.name);
+    spec.attribute("compression", "zip");
+  }
+  const auto output = OIIO::ImageOutput::create(file.string());
+  bool good = output && output->open(file.string(), static_cast<int>(specs.size()), specs.data());
+  for (size_t i = 0; good && i < passes.size(); ++i) {
+    good = (i == 0 || output->open(file.string(), specs[i], OIIO::ImageOutput::AppendSubimage)) &&
+           output->write_image(OIIO::TypeFloat, passes[i].values.data());
+  }
+  if (!good || !output->close()) {
+    throw std::runtime_error(file.string() + ": " + (output ? output->geterror() : OIIO::geterror()));
+  }
+}
+
 void paint_all(const Options& options) {
   const std::filesystem::path folder(options.folder);
   std::filesystem::create_directories(folder);
@@ -61,6 +91,11 @@ void paint_all(const Options& options) {
   plates::Picture title(options.width, options.height);
   plates::paint_title(title);
   write(title, folder / "title.exr", Channels::rgba);
+  constexpr float between_eyes = 0.14F;
+  for (const auto& [view, side] : {std::pair("left", -0.5F), std::pair("right", 0.5F)}) {
+    write(plates::trace_studio(options.width, options.height, side * between_eyes), options.width,
+          options.height, folder / (std::string("studio.") + view + ".exr"));
+  }
 }
 
 }  // namespace
