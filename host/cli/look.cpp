@@ -24,7 +24,7 @@ namespace host::cli {
 namespace {
 
 struct InfoCommand {
-  std::string file;
+  ShotChoice shot;
   bool dot = false;
 };
 
@@ -34,9 +34,10 @@ struct NodesCommand {
 };
 
 bool writes_everything(const shot::Composition& composition) {
-  return std::all_of(composition.outputs.begin(), composition.outputs.end(), [&](int output) {
-    return composition.nodes[static_cast<size_t>(output)].type->writes_files;
-  });
+  return composition.quick_look ||
+         std::all_of(composition.outputs.begin(), composition.outputs.end(), [&](int output) {
+           return composition.nodes[static_cast<size_t>(output)].type->writes_files;
+         });
 }
 
 // For a composition that may be rendered elsewhere: what this machine's device takes, if it has one.
@@ -49,13 +50,13 @@ int side_of_any_device() {
 }
 
 int print_info(const InfoCommand& command) {
-  const shot::Composition composition = shot::read_composition(command.file);
+  const shot::Composition composition = command.shot.read();
   if (command.dot) {
     std::cout << report::graphviz(composition);
     return exit_done;
   }
   // Files that stand are no fault of a composition.
-  frame::Planner planner(composition, {1, "", frame::Existing::overwrite, side_of_any_device, {}});
+  frame::Planner planner(composition, {1, {}, frame::Existing::overwrite, side_of_any_device, {}});
   int code = exit_done;
   std::vector<std::string> problems;
   try {
@@ -95,7 +96,7 @@ Command add_info(CLI::App& program) {
   CLI::App* const options =
       program.add_subcommand("info", "Says what a composition is made of, and which files it lacks.");
   const auto given = std::make_shared<InfoCommand>();
-  add_composition(*options, given->file);
+  add_composition(*options, given->shot);
   options->add_flag("--dot", given->dot, "Print the graph for Graphviz instead");
   return {options, [given] { return print_info(*given); }};
 }

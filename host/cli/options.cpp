@@ -80,8 +80,25 @@ const char* const exit_codes =
     "  75   ended by SIGTERM: to be started again; files are whole or not there\n"
     "  130  interrupted; files are whole or not there\n";
 
-void add_composition(CLI::App& command, std::string& file) {
-  command.add_option("composition", file, "Composition, a JSON file")->type_name("FILE")->required();
+void add_composition(CLI::App& command, ShotChoice& given) {
+  command.add_option("composition", given.file, "Composition, a JSON file")->type_name("FILE")->required();
+  // One value an option, or it would take the composition as well.
+  command
+      .add_option("--set", given.asked.settings,
+                  "Give a knob another value, as in the composition: soft.size=8, plate.file=b.####.exr; "
+                  "again for others")
+      ->type_name("NODE.KNOB=VALUE")
+      ->allow_extra_args(false);
+  command
+      .add_option("--node", given.asked.nodes,
+                  "Take this node for the output, to look at it; without -o it goes to SHOT.NODE.####.exr "
+                  "beside the composition")
+      ->type_name("NODE")
+      ->allow_extra_args(false);
+  command.add_option("--views", given.asked.views, "Those of the composition's views to render, with commas")
+      ->type_name("VIEWS")
+      ->delimiter(',')
+      ->allow_extra_args(false);
 }
 
 void add_target_options(CLI::App& command, RenderCommand& given) {
@@ -91,9 +108,12 @@ void add_target_options(CLI::App& command, RenderCommand& given) {
                   "Frames: 7  1-10  1-100x10 (every tenth)  3,7,9  -5--1  ^5 (leave out)")
       ->type_name("LIST");
   command
-      .add_option("-o,--output", options.output,
-                  "Path of the output, in place of the composition's; #### or %04d is the frame")
-      ->type_name("PATH");
+      .add_option(
+          "-o,--output", options.outputs,
+          "Path of the output, in place of the composition's; again for each of several, with its node; "
+          "#### or %04d is the frame, %V the view")
+      ->type_name("[NODE=]PATH")
+      ->allow_extra_args(false);
   command
       .add_option(
           "--proxy",
@@ -163,6 +183,13 @@ void add_render_options(CLI::App& command, RenderCommand& given) {
       given.progress,
       "A bar on a terminal and else lines (auto), lines, events on standard output (jsonl), what is wrong "
       "alone (none)");
+  using Level = report::LogLevel;
+  add_choice<Level>(
+      command, "--log-level",
+      {{"error", Level::error}, {"warning", Level::warning}, {"info", Level::info}, {"debug", Level::debug}},
+      given.log_level,
+      "What standard error tells: what is wrong (error), notices too (warning), progress too (info, the "
+      "default), a line a frame and --stats too (debug)");
   command.add_flag("--stats{-}", given.stats,
                    "Say where time and memory went; --stats=FILE writes it as JSON");
   command

@@ -24,20 +24,36 @@ class UsageError : public std::runtime_error {
 // What --help says of the exit codes.
 extern const char* const exit_codes;
 
+// A composition as a person asks for it.
+struct ShotChoice {
+  std::string file;
+  shot::Asked asked;
+
+  shot::Composition read() const {
+    return shot::read_composition(file, asked);
+  }
+};
+
 // What a person says of a rendering.
 struct RenderCommand {
-  std::string file;
+  ShotChoice shot;
   std::string frames;  // as typed; "" for the composition's own
   std::string gpu = "auto";
   std::string stats;  // "" none, "-" for people, else the path of a JSON file
   report::ProgressStyle progress = report::ProgressStyle::automatic;
   std::string journal;  // a path, "" for none
+  report::LogLevel log_level = report::LogLevel::info;
   bool dry_run = false;
   render::RenderOptions options;  // all but `frames` and `stop`, which the command fills in
+
+  bool tells_progress() const {
+    return log_level >= report::LogLevel::info && progress != report::ProgressStyle::none;
+  }
 };
 
-// The composition, the argument of every command that reads one.
-void add_composition(CLI::App& command, std::string& file);
+// The composition and what is asked of it, for every command that reads one. Here and below: `given` is
+// filled in as the command line is parsed, and outlives it.
+void add_composition(CLI::App& command, ShotChoice& given);
 
 // What decides on the files and what is in them: frames, --output, --proxy.
 void add_target_options(CLI::App& command, RenderCommand& given);
@@ -47,7 +63,7 @@ void add_machine_options(CLI::App& command, RenderCommand& given);
 
 void add_threads(CLI::App& command, int& threads, const std::string& help);
 
-// Everything that a rendering takes; `given` is filled in as the command line is parsed and outlives it.
+// Everything else that a rendering takes.
 void add_render_options(CLI::App& command, RenderCommand& given);
 
 // What was asked for, or the composition's own; a list that only leaves out does so from those.

@@ -114,7 +114,7 @@ void report_stats(const std::string& where, const render::Stats& stats) {
 
 int render_frames(RenderCommand command) {
   const gpu::DeviceChoice device = device_choice(command.gpu);
-  const shot::Composition composition = shot::read_composition(command.file);
+  const shot::Composition composition = command.shot.read();
   std::vector<int64_t>& frames = command.options.frames;
   frames = frames_to_render(composition, command.frames);
   if (frames.empty()) {
@@ -124,7 +124,7 @@ int render_frames(RenderCommand command) {
   render::RenderOptions& options = command.options;
   options.headers = std::make_shared<plates::Headers>();
   Device opened(device);
-  frame::Planner planner(composition, {options.scale, options.output, options.existing,
+  frame::Planner planner(composition, {options.scale, options.outputs, options.existing,
                                        [&opened] { return opened.context().max_texture_size(); },
                                        options.headers, options.by_content});
   planner.targets().check(frames);
@@ -135,13 +135,14 @@ int render_frames(RenderCommand command) {
   if (outlook.failing > 0 && !options.keep_going) return refuse(outlook, frames.size());
   options.stale = outlook.stale;
   options.kept = outlook.kept;
+  if (command.tells_progress()) std::cerr << report::quick_look_text(composition, planner.targets(), frames);
   const InterruptFlag interrupt;
   options.stop = &interrupt.raised();
   tidy_folders(planner.targets(), frames);
   render::Renderer renderer(composition, options, opened.context());
   const bool events = command.progress == report::ProgressStyle::jsonl;
-  const auto progress =
-      report::make_progress(command.progress, events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
+  const auto progress = report::make_progress(command.progress, command.log_level,
+                                              events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
   std::unique_ptr<farm::Journal> journal;
   std::unique_ptr<render::Progress> noted;
   if (!command.journal.empty()) {
@@ -149,7 +150,8 @@ int render_frames(RenderCommand command) {
     noted = farm::journalled(*progress, *journal);
   }
   const render::Outcome outcome = renderer.run(noted ? *noted : *progress);
-  report_stats(command.stats, renderer.stats());
+  const bool debug = command.log_level == report::LogLevel::debug && command.stats.empty();
+  report_stats(debug ? "-" : command.stats, renderer.stats());
   return exit_code(outcome, interrupt);
 }
 
@@ -158,7 +160,7 @@ int render_frames(RenderCommand command) {
 Command add_render(CLI::App& program) {
   CLI::App* const options = program.add_subcommand("render", "Renders frames of a composition to files.");
   const auto given = std::make_shared<RenderCommand>();
-  add_composition(*options, given->file);
+  add_composition(*options, given->shot);
   add_render_options(*options, *given);
   return {options, [given] { return render_frames(*given); }};
 }

@@ -52,7 +52,8 @@ std::string either(const std::vector<std::string>& names) {
 
 // The first argument that no command understood, with what may have been meant.
 void refuse_extras(const CLI::App& command) {
-  const std::vector<std::string> extras = command.remaining();
+  std::vector<std::string> extras = command.remaining();
+  std::erase(extras, "--");  // the parser leaves it there, though it parts options from what follows
   if (extras.empty()) return;
   const std::string& extra = extras.front();
   if (extra.rfind('-', 0) != 0) throw UsageError("unexpected argument \"" + extra + "\"");
@@ -85,7 +86,8 @@ Table::Table()
   program_->footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);
   // Left over arguments are reported with a suggestion, which the parser would not give.
   program_->allow_extras();
-  for (const auto add : {add_render, add_info, add_nodes, add_compare, add_verify}) {
+  for (const auto add :
+       {add_render, add_info, add_nodes, add_compare, add_verify, add_completion, add_man, add_complete}) {
     Command& command = commands_.emplace_back(add(*program_));
     command.options->allow_extras();
   }

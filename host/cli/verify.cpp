@@ -20,7 +20,7 @@ struct VerifyCommand {
 };
 
 int verify(const VerifyCommand& given) {
-  const shot::Composition composition = shot::read_composition(given.render.file);
+  const shot::Composition composition = given.render.shot.read();
   const std::vector<int64_t> frames = frames_to_render(composition, given.render.frames);
   if (frames.empty()) {
     std::cerr << "quorvel: --frames: " << given.render.frames << " leaves no frame to look at\n";
@@ -28,7 +28,7 @@ int verify(const VerifyCommand& given) {
   }
   const render::RenderOptions& options = given.render.options;
   const farm::Verdict verdict =
-      farm::verify(composition, frames, options.output, options.scale, options.threads);
+      farm::verify(composition, frames, options.outputs, options.scale, options.threads);
   std::cout << (given.json ? farm::verdict_json(verdict) : farm::verdict_text(verdict));
   return verdict.flaws.empty() ? exit_done : exit_some_failed;
 }
@@ -41,7 +41,7 @@ Command add_verify(CLI::App& program) {
       "Says whether every frame's file is there, decodes, and was made from what its composition "
       "and inputs are now.");
   const auto given = std::make_shared<VerifyCommand>();
-  add_composition(*options, given->render.file);
+  add_composition(*options, given->render.shot);
   add_target_options(*options, given->render);
   add_threads(*options, given->render.options.threads,
               "Files that are decoded at a time; 0: one a processor");

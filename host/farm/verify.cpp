@@ -71,10 +71,10 @@ void compare(Look& look, frame::Digests& digests) {
 }  // namespace
 
 Verdict verify(const shot::Composition& composition, const std::vector<int64_t>& frames,
-               const std::string& output, double scale, int threads) {
+               const std::vector<std::string>& outputs, double scale, int threads) {
   plates::Headers headers;
   const node::Project project = frame::make_project(composition, scale, headers);
-  const frame::Targets targets(composition, project, output);
+  const frame::Targets targets(composition, project, outputs);
   targets.check(frames);
   std::vector<Look> looks;
   looks.reserve(frames.size());

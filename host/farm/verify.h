@@ -24,11 +24,11 @@ struct Verdict {
 };
 
 // Looks at the file of every output of these frames: that it is there, that it decodes, and that it was made
-// from what the frame is made from now. Draws nothing. `output` and `scale` as for a rendering; `threads`
+// from what the frame is made from now. Draws nothing. `outputs` and `scale` as for a rendering; `threads`
 // decode at a time, 0: one a processor. Throws TargetError.
 // Costs a decode a file, and a look at the attributes of what each frame reads.
 Verdict verify(const shot::Composition& composition, const std::vector<int64_t>& frames,
-               const std::string& output, double scale, int threads);
+               const std::vector<std::string>& outputs, double scale, int threads);
 
 // For people and for programs.
 std::string verdict_text(const Verdict& verdict);

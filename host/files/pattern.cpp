@@ -42,6 +42,26 @@ std::optional<FrameField> find_field(std::string_view pattern) {
 
 }  // namespace
 
+bool has_view(std::string_view pattern) {
+  return pattern.find("%V") != std::string_view::npos || pattern.find("%v") != std::string_view::npos;
+}
+
+std::string view_path(std::string_view pattern, std::string_view view) {
+  size_t letter = 1;  // a letter beyond ASCII has several bytes
+  while (letter < view.size() && (static_cast<unsigned char>(view[letter]) & 0xC0U) == 0x80U) ++letter;
+  std::string path;
+  for (size_t at = 0; at < pattern.size(); ++at) {
+    const std::string_view field = pattern.substr(at, 2);
+    if (field == "%V" || field == "%v") {
+      path += field == "%V" ? view : view.substr(0, letter);
+      ++at;
+    } else {
+      path += pattern[at];
+    }
+  }
+  return path;
+}
+
 bool has_frame(std::string_view pattern) {
   return find_field(pattern).has_value();
 }

@@ -18,5 +18,8 @@ std::string frame_path(std::string_view pattern, int64_t frame);
 
 // The frame at which the pattern has this name, if there is one.
 std::optional<int64_t> frame_of(std::string_view pattern, std::string_view name);
+// Names may also hold a view: "%V" is its whole name, "%v" its first letter.
+bool has_view(std::string_view pattern);
+std::string view_path(std::string_view pattern, std::string_view view);
 
 }  // namespace host::files

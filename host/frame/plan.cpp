@@ -45,7 +45,7 @@ Planner::Planner(const shot::Composition& composition, PlanOptions options)
       options_(std::move(options)),
       headers_(options_.headers ? options_.headers : std::make_shared<plates::Headers>()),
       project_(make_project(composition, options_.scale, *headers_, options_.by_content)),
-      targets_(composition, project_, options_.output),
+      targets_(composition, project_, options_.outputs),
       keys_(composition, project_),
       digests_(composition, project_),
       upstream_(upstream_of_outputs(composition)) {}

@@ -52,8 +52,8 @@ struct Outlook {
 };
 
 struct PlanOptions {
-  double scale = 1;    // as --proxy
-  std::string output;  // as -o, "" for the composition's own
+  double scale = 1;                  // as --proxy
+  std::vector<std::string> outputs;  // each as -o, in place of the composition's own
   Existing existing = Existing::refuse;
   // Pixels that a side of the device's textures may have. Asked only for an image that not every device
   // takes; may be empty.

@@ -1,11 +1,13 @@
 #include "host/frame/targets.h"
 
+#include "host/base/suggest.h"
 #include "host/files/container.h"
 #include "host/files/path.h"
 #include "host/files/pattern.h"
 
+#include <algorithm>
 #include <exception>
-#include <map>
+#include <filesystem>
 #include <utility>
 
 namespace host::frame {
@@ -17,28 +19,88 @@ std::string node_place(const shot::Composition& composition, int node) {
 
 }  // namespace
 
-Targets::Targets(const shot::Composition& composition, const node::Project& project, std::string output)
-    : composition_(composition), project_(project), output_(std::move(output)) {}
+Targets::Targets(const shot::Composition& composition, const node::Project& project,
+                 const std::vector<std::string>& given)
+    : composition_(composition), project_(project) {
+  for (const std::string& text : given) give(text);
+}
+
+// Each once, however many views it is made for.
+std::vector<std::string> Targets::output_names() const {
+  std::vector<std::string> names;
+  for (const int output : composition_.outputs) {
+    const std::string name = composition_.nodes[static_cast<size_t>(output)].given_name();
+    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+  }
+  return names;
+}
+
+// A name stands before the first "=" unless what does so is a folder or has an ending.
+void Targets::give(const std::string& text) {
+  const size_t equals = text.find('=');
+  const std::string front = text.substr(0, equals);
+  const std::vector<std::string> names = output_names();
+  const bool named = equals != std::string::npos;
+  if (named && std::find(names.begin(), names.end(), front) != names.end()) {
+    give_path(front, text.substr(equals + 1));
+    return;
+  }
+  if (named && front.find_first_of("/.") == std::string::npos) {
+    const auto is_front = [&](const node::Node& node) { return node.given_name() == front; };
+    if (std::any_of(composition_.nodes.begin(), composition_.nodes.end(), is_front)) {
+      throw TargetError("--output: node \"" + front + "\" is no output; --node " + front + " makes it one");
+    }
+    throw TargetError("--output: there is no node \"" + front + "\"" + did_you_mean(front, names));
+  }
+  if (names.size() != 1) {
+    throw TargetError("--output: " + composition_.file + " has " + std::to_string(names.size()) +
+                      " outputs; say which by NODE=PATH, or render one alone by --node");
+  }
+  give_path(names[0], text);
+}
+
+void Targets::give_path(const std::string& name, const std::string& path) {
+  for (const int output : composition_.outputs) {
+    const node::Node& node = composition_.nodes[static_cast<size_t>(output)];
+    if (node.given_name() != name) continue;
+    if (files::has_view(path) && node.view.empty()) {
+      throw TargetError("--output: " + path + ": node \"" + name + "\" depends on no view");
+    }
+    given_[output] = node.view.empty() ? path : files::view_path(path, node.view);
+  }
+}
+
+std::string Targets::quick_look_path(const node::Node& node) const {
+  std::string name = std::filesystem::path(composition_.file).stem().string() + "." + node.name + ".####.exr";
+  for (char& letter : name) {
+    if (letter == '/') letter = '_';
+  }
+  return (composition_.folder / name).string();
+}
 
 std::string Targets::place(int node) const {
-  return output_.empty() ? node_place(composition_, node) + "knob \"file\": " : "--output: ";
+  return given_.count(node) == 0 ? node_place(composition_, node) + "knob \"file\": " : "--output: ";
 }
 
 Target Targets::target(int output, int64_t frame) const {
   const node::Node& node = composition_.nodes[static_cast<size_t>(output)];
   Target target{output, {}};
+  const auto given = given_.find(output);
+  const bool by_hand = given != given_.end();
   try {
     if (auto file = node.type->operation->output(node.call_at(frame, project_))) {
       target.file = std::move(*file);
-    } else if (output_.empty()) {
+    } else if (!by_hand && !composition_.quick_look) {
       return target;
+    } else {
+      target.file.path = files::frame_path(quick_look_path(node), frame);
     }
   } catch (const std::exception& error) {
     // What -o replaces may be wrong or missing.
-    if (output_.empty()) throw TargetError(node_place(composition_, output) + error.what());
+    if (!by_hand) throw TargetError(node_place(composition_, output) + error.what());
   }
   try {
-    if (!output_.empty()) target.file.path = files::frame_path(files::expanded(output_), frame);
+    if (by_hand) target.file.path = files::frame_path(files::expanded(given->second), frame);
   } catch (const std::exception& error) {
     throw TargetError(place(output) + error.what());
   }
@@ -61,27 +123,23 @@ std::vector<Target> Targets::at(int64_t frame) const {
   return targets;
 }
 
-void Targets::check_option(size_t frames) const {
-  if (output_.empty()) {
-    for (const int output : composition_.outputs) {
-      if (composition_.nodes[static_cast<size_t>(output)].type->writes_files) continue;
+void Targets::check_paths(size_t frames) const {
+  for (const int output : composition_.outputs) {
+    const auto given = given_.find(output);
+    const node::Node& node = composition_.nodes[static_cast<size_t>(output)];
+    if (given == given_.end() && !node.type->writes_files && !composition_.quick_look) {
       throw TargetError(node_place(composition_, output) +
                         "it writes no file; give --output or add a node of type \"write\"");
     }
-    return;
-  }
-  if (composition_.outputs.size() != 1) {
-    throw TargetError("--output: " + composition_.file + " has " +
-                      std::to_string(composition_.outputs.size()) +
-                      " outputs; name one of them in the composition's \"output\"");
-  }
-  if (frames > 1 && !files::has_frame(output_)) {
-    throw TargetError("--output: " + output_ + ": expected #### or %04d where the frame number is to stand");
+    if (given != given_.end() && frames > 1 && !files::has_frame(given->second)) {
+      throw TargetError("--output: " + given->second +
+                        ": expected #### or %04d where the frame number is to stand");
+    }
   }
 }
 
 void Targets::check(const std::vector<int64_t>& frames) const {
-  check_option(frames.size());
+  check_paths(frames.size());
   std::map<std::filesystem::path, std::pair<int, int64_t>> taken;
   for (const int64_t frame : frames) {
     for (const Target& target : at(frame)) {
@@ -92,8 +150,13 @@ void Targets::check(const std::vector<int64_t>& frames) const {
       if (node == target.node && other != frame) {
         throw TargetError(front + "every frame would go to this file; put #### where its number is to stand");
       }
-      throw TargetError(front + "frame " + std::to_string(other) + " of node \"" +
-                        composition_.nodes[static_cast<size_t>(node)].name + "\" goes to the same file");
+      const node::Node& writer = composition_.nodes[static_cast<size_t>(node)];
+      const node::Node& second = composition_.nodes[static_cast<size_t>(target.node)];
+      if (writer.view != second.view && writer.given_name() == second.given_name()) {
+        throw TargetError(front + "every view would go to this file; put %V where its name is to stand");
+      }
+      throw TargetError(front + "frame " + std::to_string(other) + " of node \"" + writer.name +
+                        "\" goes to the same file");
     }
   }
 }

@@ -6,6 +6,7 @@
 #include "host/shot/composition.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,11 @@ class TargetError : public FrameError {
 // Externally synchronised; composition and project outlive it.
 class Targets {
  public:
-  // output: as -o, in place of the path of the composition's only output; "" for the composition's.
-  Targets(const shot::Composition& composition, const node::Project& project, std::string output);
+  // given: each as -o, "NODE=PATH" for the output of that name or "PATH" for the only one, with %V where the
+  // name of a view is to stand; without one an output goes where the composition says, or for a quick look
+  // at a node that writes no file to SHOT.NODE.####.exr beside the composition. Throws TargetError.
+  Targets(const shot::Composition& composition, const node::Project& project,
+          const std::vector<std::string>& given);
 
   // Of one frame, in the order of the composition's outputs; those that write no file are left out.
   // Throws TargetError.
@@ -44,11 +48,15 @@ class Targets {
 
  private:
   Target target(int output, int64_t frame) const;
-  void check_option(size_t frames) const;
+  void give(const std::string& text);
+  void give_path(const std::string& node, const std::string& path);
+  std::vector<std::string> output_names() const;
+  void check_paths(size_t frames) const;
+  std::string quick_look_path(const node::Node& node) const;
 
   const shot::Composition& composition_;
   const node::Project& project_;
-  std::string output_;
+  std::map<int, std::string> given_;  // paths by output, frames still in them
 };
 
 }  // namespace host::frame

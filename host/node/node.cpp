@@ -66,6 +66,10 @@ bool Node::animated() const {
   return std::any_of(knobs.begin(), knobs.end(), [](const KnobValue& value) { return value.animated(); });
 }
 
+std::string Node::given_name() const {
+  return view.empty() ? name : name.substr(0, name.size() - view.size() - 1);
+}
+
 Call Node::call_at(int64_t frame, const Project& project) const {
   return {*this, Knobs(type->knobs, knobs, static_cast<double>(frame), project.scale), frame, project};
 }

@@ -137,14 +137,16 @@ struct NodeType {
 // A node of a composition. inputs[i] is the node connected to input i (a position in the
 // composition, upstream first), or -1; there are more than the type has when its last one repeats.
 struct Node {
-  std::string name;
+  std::string name;  // where it depends on a view the view's is part of it: "plate.left"
   const NodeType* type = nullptr;
   std::vector<int> inputs;
   std::vector<KnobValue> knobs;  // one a KnobSpec of the type, in its order
   bool disabled = false;         // nobody reads it: its readers are connected to its first input
+  std::string view;              // "" when it serves all
 
   Call call_at(int64_t frame, const Project& project) const;
-  bool animated() const;  // any of its knobs
+  bool animated() const;           // any of its knobs
+  std::string given_name() const;  // as the composition's text has it: "plate"
 };
 
 }  // namespace host::node

@@ -38,7 +38,7 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
       shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
       pool(options.memory, gpu.max_texture_size()),
       context(shaders, pool, decoder),
-      targets(composition, project, options.output),
+      targets(composition, project, options.outputs),
       buffers(static_cast<size_t>(std::max(2, threads))),
       evaluator(
           composition, project, pool, context, store, stats, options.memory, !gpu.software(),

@@ -21,7 +21,7 @@ namespace host::render {
 
 struct RenderOptions {
   std::vector<int64_t> frames;          // in the order to render; empty: the composition's
-  std::string output;                   // -o: replaces the path of the composition's only output
+  std::vector<std::string> outputs;     // each as -o: in place of the composition's paths
   double scale = 1;                     // --proxy, above 0 and at most 1
   int threads = 0;                      // decoders and encoders; 0: one a processor
   uint64_t memory = uint64_t{2} << 30;  // bytes of images kept; what one node works on may go beyond
@@ -47,7 +47,8 @@ struct HostImage {
 // GL thread only. Every queue is bounded: memory does not grow with the number of frames.
 class Renderer {
  public:
-  // Throws ShaderError, or std::runtime_error when the context lacks what the transfer ring needs.
+  // Throws ShaderError, TargetError, or std::runtime_error when the context lacks what the transfer ring
+  // needs.
   Renderer(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context);
   ~Renderer();
   Renderer(const Renderer&) = delete;

@@ -152,6 +152,17 @@ std::string info_text(const shot::Composition& composition, const frame::Planner
          (problems.size() == 1 ? " problem:\n" : " problems:\n") + problems_text(problems);
 }
 
+std::string quick_look_text(const shot::Composition& composition, const frame::Targets& targets,
+                            const std::vector<int64_t>& frames) {
+  std::string text;
+  if (!composition.quick_look) return text;
+  for (const frame::Target& target : targets.at(frames.front())) {
+    const node::Node& node = composition.nodes[static_cast<size_t>(target.node)];
+    if (!node.type->writes_files) text += "node \"" + node.name + "\" goes to " + target.file.path + "\n";
+  }
+  return text;
+}
+
 std::string problems_text(const std::vector<std::string>& problems) {
   std::string text;
   for (size_t i = 0; i < std::min(problems.size(), most_problems); ++i) text += "  " + problems[i] + "\n";

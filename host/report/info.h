@@ -13,6 +13,10 @@ namespace host::report {
 // A plan for people, a line a file and one for the results.
 std::string plan_text(const frame::FramePlan& plan);
 
+// Where nodes that write no file go when they are looked at, a line each for the first frame.
+std::string quick_look_text(const shot::Composition& composition, const frame::Targets& targets,
+                            const std::vector<int64_t>& frames);
+
 // What keeps frames from being rendered, a line each up to a screenful.
 std::string problems_text(const std::vector<std::string>& problems);
 

@@ -56,11 +56,11 @@ const char* outcome_name(render::Outcome outcome) {
 
 class Silent final : public render::Progress {
  public:
-  explicit Silent(std::ostream& out) : out_(out) {}
+  Silent(std::ostream& out, bool notices) : out_(out), notices_(notices) {}
   void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
   // Notices and failures are no progress: a person needs to know of them in any style.
   void notice(const std::string& text) override {
-    out_ << text << std::endl;
+    if (notices_) out_ << text << std::endl;
   }
   void frame(const render::FrameReport& report) override {
     if (!report.error.empty()) out_ << frame_text(report) << std::flush;
@@ -71,6 +71,7 @@ class Silent final : public render::Progress {
 
  private:
   std::ostream& out_;
+  bool notices_;
 };
 
 class Lines final : public render::Progress {
@@ -189,18 +190,14 @@ class Events final : public render::Progress {
 
 }  // namespace
 
-std::unique_ptr<render::Progress> make_progress(ProgressStyle style, std::ostream& out, bool terminal) {
-  switch (style) {
-    case ProgressStyle::jsonl:
-      return std::make_unique<Events>(out);
-    case ProgressStyle::none:
-      return std::make_unique<Silent>(out);
-    case ProgressStyle::automatic:
-      if (terminal) return std::make_unique<Bar>(out);
-      break;
-    case ProgressStyle::plain:
-      break;
+std::unique_ptr<render::Progress> make_progress(ProgressStyle style, LogLevel level, std::ostream& out,
+                                                bool terminal) {
+  if (style == ProgressStyle::jsonl) return std::make_unique<Events>(out);
+  if (style == ProgressStyle::none || level < LogLevel::info) {
+    return std::make_unique<Silent>(out, level >= LogLevel::warning);
   }
+  const bool bar = style == ProgressStyle::automatic && terminal && level == LogLevel::info;
+  if (bar) return std::make_unique<Bar>(out);
   return std::make_unique<Lines>(out);
 }
 

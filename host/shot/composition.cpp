@@ -1,6 +1,8 @@
 #include "host/shot/composition.h"
 
 #include "host/base/suggest.h"
+#include "host/shot/asked/settings.h"
+#include "host/shot/asked/views.h"
 #include "host/shot/frames.h"
 #include "host/shot/parse_nodes.h"
 #include "host/shot/problems.h"
@@ -19,7 +21,6 @@ namespace host::shot {
 namespace {
 
 constexpr int64_t largest_side = 65536;
-constexpr int deepest = 100;  // lists and objects within each other: values are copied by recursion
 
 int64_t parse_side(const nlohmann::json& object, const char* name, Problems& problems) {
   const auto value = object.value(name, nlohmann::json());
@@ -92,8 +93,8 @@ std::vector<int> default_outputs(const std::vector<node::Node>& all) {
   return ends;
 }
 
-std::vector<int> parse_outputs(const nlohmann::json& value, const Composition& composition,
-                               Problems& problems) {
+std::vector<int> parse_outputs(const nlohmann::json& value, const std::string& place,
+                               const Composition& composition, Problems& problems) {
   if (value.is_null()) return default_outputs(composition.nodes);
   std::vector<std::string> names;
   for (const node::Node& node : composition.nodes) names.push_back(node.name);
@@ -102,32 +103,14 @@ std::vector<int> parse_outputs(const nlohmann::json& value, const Composition& c
     const auto name = each.is_string() ? each.get<std::string>() : std::string();
     const int at = composition.find(name);
     if (at < 0) {
-      problems.add("\"output\": ",
-                   "expected a node's name, found " + found(each) + did_you_mean(name, names));
+      problems.add(place, "expected a node's name, found " + found(each) + did_you_mean(name, names));
     } else if (composition.nodes[static_cast<size_t>(at)].disabled) {
-      problems.add("\"output\": ", "node " + quoted(name) + " is disabled");
+      problems.add(place, "node " + quoted(name) + " is disabled");
     } else {
       outputs.push_back(at);
     }
   }
   return outputs;
-}
-
-nlohmann::json parse_json(std::string_view text, const std::string& file) {
-  const auto check_depth = [&file](int depth, nlohmann::json::parse_event_t, const nlohmann::json&) {
-    if (depth <= deepest) return true;
-    throw CompositionError(file + ": more than " + std::to_string(deepest) +
-                           " lists and objects stand within each other");
-  };
-  try {
-    return nlohmann::json::parse(text, check_depth, true, true);
-  } catch (const nlohmann::json::exception& error) {
-    // The library's text begins with its own name for the fault, which says nothing to a person.
-    std::string message = error.what();
-    const size_t end = message.find("] ");
-    if (end != std::string::npos) message.erase(0, end + 2);
-    throw CompositionError(file + ": not JSON: " + message);
-  }
 }
 
 }  // namespace
@@ -139,33 +122,40 @@ int Composition::find(std::string_view name) const {
   return -1;
 }
 
-Composition parse_composition(std::string_view text, const std::filesystem::path& file) {
+Composition parse_composition(std::string_view text, const std::filesystem::path& file, const Asked& asked) {
   Composition composition;
   composition.file = file.string();
   composition.folder = file.parent_path();
-  const nlohmann::json root = parse_json(text, composition.file);
+  nlohmann::json root = parse_json(text, composition.file + ": ");
   Problems problems(composition.file);
   if (!root.is_object()) {
     throw CompositionError(composition.file + ": expected an object, found " + found(root));
   }
-  refuse_unknown(root, {"$schema", "format", "frames", "nodes", "output", "comment"}, "", problems);
+  refuse_unknown(root, {"$schema", "format", "frames", "nodes", "output", "views", "comment"}, "", problems);
+  asked::apply_settings(root, asked.settings, problems);
   composition.format = parse_format(root.value("format", nlohmann::json()), problems);
   composition.frames = parse_default_frames(root.value("frames", nlohmann::json()), problems);
+  composition.views = asked::parse_views(root.value("views", nlohmann::json()), asked.views, problems);
   composition.nodes = parse_nodes(root.value("nodes", nlohmann::json()), problems);
   if (!problems.any()) composition.nodes = upstream_first(std::move(composition.nodes), problems);
   if (!problems.any()) {
     bypass_disabled(composition.nodes);
-    composition.outputs = parse_outputs(root.value("output", nlohmann::json()), composition, problems);
+    composition.quick_look = !asked.nodes.empty();
+    composition.outputs =
+        composition.quick_look
+            ? parse_outputs(asked.nodes, "--node: ", composition, problems)
+            : parse_outputs(root.value("output", nlohmann::json()), "\"output\": ", composition, problems);
+    asked::spread_over_views(composition, problems);
   }
   if (!problems.any() && composition.outputs.empty()) problems.add("\"nodes\": ", "all of them are disabled");
   if (problems.any()) throw CompositionError(problems.text());
   return composition;
 }
 
-Composition read_composition(const std::filesystem::path& file) {
+Composition read_composition(const std::filesystem::path& file, const Asked& asked) {
   if (file == "-") {
     const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
-    return parse_composition(text, "standard input");
+    return parse_composition(text, "standard input", asked);
   }
   std::ifstream stream(file, std::ios::binary);
   if (!stream) {
@@ -173,7 +163,7 @@ Composition read_composition(const std::filesystem::path& file) {
   }
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   if (stream.bad()) throw CompositionError(file.string() + ": cannot be read");
-  return parse_composition(text, file);
+  return parse_composition(text, file, asked);
 }
 
 }  // namespace host::shot

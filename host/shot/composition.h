@@ -28,17 +28,26 @@ struct Composition {
   std::string file;              // as given, for messages
   std::filesystem::path folder;  // that its file knobs are relative to
   Format format;
-  std::vector<int64_t> frames;    // those to render unless asked otherwise; never empty
-  std::vector<node::Node> nodes;  // upstream first: an input's position is below its node's
-  std::vector<int> outputs;       // positions of the nodes to render, in the order given
+  std::vector<int64_t> frames;     // those to render unless asked otherwise; never empty
+  std::vector<node::Node> nodes;   // upstream first: an input's position is below its node's
+  std::vector<int> outputs;        // positions of the nodes to render, in the order given
+  std::vector<std::string> views;  // those rendered; nodes that depend on one are there once a view
+  bool quick_look = false;         // the outputs were named by --node: they need not write files
 
-  // Position of a node by name, -1 when there is none.
+  // Position of a node by name ("plate.left" where it depends on a view), -1 when there is none.
   int find(std::string_view name) const;
+};
+
+// What a person asks for beside what the text says; nothing by default.
+struct Asked {
+  std::vector<std::string> settings;  // --set: knobs, each "node.knob=VALUE"
+  std::vector<std::string> nodes;     // --node: what to render in place of the outputs
+  std::vector<std::string> views;     // --views: those to render
 };
 
 // Reads a file, or with "-" the standard input, whose paths are relative to the current folder. Throws
 // CompositionError, also when it cannot be read.
-Composition read_composition(const std::filesystem::path& file);
+Composition read_composition(const std::filesystem::path& file, const Asked& asked = {});
 
 // Reads a text, as if it stood in that file. The text is JSON with // and /* */ comments:
 //   {"format": {"width": 960, "height": 540, "pixel_aspect": 1}, "frames": "1-24",
@@ -51,7 +60,9 @@ Composition read_composition(const std::filesystem::path& file);
 //   {"keys": [[1, 0.0, "smooth"], [24, 1.0]], "extrapolate": false}
 // Interpolations: step, linear (the default), smooth (never beyond its neighbours), cubic, spline,
 // flat, and [frame, value, "slopes", in, out].
-Composition parse_composition(std::string_view text, const std::filesystem::path& file);
+// With "views": ["left", "right"] paths may hold %V, the view's name, or %v, its first letter.
+Composition parse_composition(std::string_view text, const std::filesystem::path& file,
+                              const Asked& asked = {});
 
 // The seven names, by the library's number of the kind.
 const std::vector<std::string>& interpolation_names();

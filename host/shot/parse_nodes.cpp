@@ -17,10 +17,6 @@ using node::NodeType;
 
 namespace {
 
-std::string node_place(const std::string& name) {
-  return "node " + quoted(name) + ": ";
-}
-
 const NodeType* parse_type(const nlohmann::json& object, const std::string& place, Problems& problems) {
   const auto given = object.value("type", nlohmann::json());
   if (!given.is_string()) {

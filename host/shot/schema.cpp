@@ -168,6 +168,13 @@ std::string composition_schema() {
          {{"type", {"string", "integer"}},
           {"default", "1"},
           {"description", "Frames to render: 1-24, 1-100x10, 3,7,9, -5--1; ^5 leaves out."}}},
+        {"views",
+         {{"type", "array"},
+          {"items", {{"type", "string"}, {"minLength", 1}}},
+          {"minItems", 1},
+          {"uniqueItems", true},
+          {"description",
+           "What to render once each: %V in a path is the view's name, %v its first letter."}}},
         {"nodes", {{"type", "array"}, {"items", reference("node")}, {"minItems", 1}}},
         {"output", names}}},
       {"$defs", {{"keys", keys_schema()}, {"node", node_schema()}}}};

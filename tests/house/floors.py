@@ -46,7 +46,7 @@ FLOORS = {
     "xform/matrix": set(),
 }
 # The rooms of the host, roof first: each may look into those behind it, and into itself.
-HOST = [{"cli"}, {"farm"}, {"report"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"},
+HOST = [{"cli"}, {"farm"}, {"manual", "report"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"},
         {"programs"}, {"plates"}, {"files", "gpu"}, {"base"}]
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 

@@ -30,6 +30,11 @@ else
   grep -q 'no EGL display\|no OpenGL 4.2 context' "$work/refused"  # no driver here: nothing to compare
 fi
 
+# What helps at the command line, where shells and man look for it.
+for page in man/man1/quorvel.1 bash-completion/completions/quorvel zsh/site-functions/_quorvel fish/vendor_completions.d/quorvel.fish; do
+  [ -s "$prefix/share/$page" ] || { echo "share/$page is not installed"; exit 1; }
+done
+
 # Every public header says who may call it from which thread, in the three terms.
 silent=$(find "$prefix/include/qv" -name '*.h' ! -name export.h -exec \
   grep -LiE 'thread-safe|externally synchronised|GL thread only' {} +) || true

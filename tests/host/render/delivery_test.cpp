@@ -17,7 +17,7 @@ TEST(Delivery, ReportsAFrameThatTheWriterHadNoMemoryFor) {
   path += path.size() % 2 ? "o.exr" : "oo.exr";
   host::render::RenderOptions options;
   options.frames = {1};
-  options.output = path;
+  options.outputs = {path};
   scene::Scene shot(R"({"name": "grey", "type": "constant"})", 8, 8, options);
   scene::Recorder recorder;
   support::allocations.refused_elsewhere = path.size() + 1;
