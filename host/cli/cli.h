@@ -6,7 +6,7 @@ namespace host::cli {
 enum ExitCode : int {
   exit_done = 0,
   exit_some_failed = 1,
-  exit_usage = 2,    // wrong usage, or a composition with errors
+  exit_usage = 2,    // wrong usage, a composition with errors, or an image that `info` cannot read
   exit_nothing = 3,  // no frame to render
   exit_memory = 4,
   exit_no_gl = 5,

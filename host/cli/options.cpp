@@ -73,32 +73,36 @@ const char* const exit_codes =
     "  0    every frame stands: written, or there already with --skip-existing or --skip-current\n"
     "  1    some frames failed or were seen to fail beforehand, images differ, or results could not be "
     "printed\n"
-    "  2    wrong usage, or a composition with errors\n"
+    "  2    wrong usage, a composition with errors, or an image that info cannot read\n"
     "  3    no frame to render\n"
     "  4    out of memory, or an image is larger than --memory\n"
     "  5    no usable OpenGL\n"
     "  75   ended by SIGTERM: to be started again; files are whole or not there\n"
     "  130  interrupted; files are whole or not there\n";
 
-void add_composition(CLI::App& command, ShotChoice& given) {
-  command.add_option("composition", given.file, "Composition, a JSON file")->type_name("FILE")->required();
+void add_asked(CLI::App& command, shot::Asked& given) {
   // One value an option, or it would take the composition as well.
   command
-      .add_option("--set", given.asked.settings,
+      .add_option("--set", given.settings,
                   "Give a knob another value, as in the composition: soft.size=8, plate.file=b.####.exr; "
                   "again for others")
       ->type_name("NODE.KNOB=VALUE")
       ->allow_extra_args(false);
   command
-      .add_option("--node", given.asked.nodes,
+      .add_option("--node", given.nodes,
                   "Take this node for the output, to look at it; without -o it goes to SHOT.NODE.####.exr "
                   "beside the composition")
       ->type_name("NODE")
       ->allow_extra_args(false);
-  command.add_option("--views", given.asked.views, "Those of the composition's views to render, with commas")
+  command.add_option("--views", given.views, "Those of the composition's views to render, with commas")
       ->type_name("VIEWS")
       ->delimiter(',')
       ->allow_extra_args(false);
+}
+
+void add_composition(CLI::App& command, ShotChoice& given) {
+  command.add_option("composition", given.file, "Composition, a JSON file")->type_name("FILE")->required();
+  add_asked(command, given.asked);
 }
 
 void add_target_options(CLI::App& command, RenderCommand& given) {

@@ -51,8 +51,11 @@ struct RenderCommand {
   }
 };
 
-// The composition and what is asked of it, for every command that reads one. Here and below: `given` is
-// filled in as the command line is parsed, and outlives it.
+// What is asked of a composition. Here and below: `given` is filled in as the command line is parsed, and
+// outlives it.
+void add_asked(CLI::App& command, shot::Asked& given);
+
+// The composition and what is asked of it, for every command that reads one.
 void add_composition(CLI::App& command, ShotChoice& given);
 
 // What decides on the files and what is in them: frames, --output, --proxy.

@@ -1,7 +1,6 @@
 #include "host/frame/plan.h"
 
 #include "host/files/path.h"
-#include "host/frame/colors.h"
 #include "host/frame/frame_notices.h"
 #include "host/frame/obstacles.h"
 #include "host/frame/project.h"
@@ -152,7 +151,7 @@ void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) {
   }
   for (const Target& target : targets) {
     const std::string& name = composition_.nodes[static_cast<size_t>(target.node)].name;
-    plan.writes.push_back({name, plan.frame, target.file.path, "", "", stands(target.file.path)});
+    plan.writes.push_back({name, plan.frame, target.file.path, "", stands(target.file.path)});
   }
   plan.skipped = stays(plan, targets);
   // What is skipped needs nothing that it was made of.
@@ -220,32 +219,18 @@ void Planner::refuse_own_inputs(const std::vector<int64_t>& frames) {
   }
 }
 
-std::vector<PlannedFile> Planner::reads(int64_t frame) const {
-  std::vector<PlannedFile> files;
+std::optional<std::vector<Extent>> Planner::extents_if_known(int64_t frame) const {
   try {
-    for (const Instance& instance :
-         frame_graph(composition_, composition_.outputs, frame, project_).instances) {
-      const node::Node& node = composition_.nodes[static_cast<size_t>(instance.node)];
-      const node::Call call = node.call_at(instance.frame, project_);
-      const auto source = node.type->operation->source(call);
-      const auto color = node.type->operation->color(call);
-      if (source && color)
-        files.push_back({node.name, instance.frame, source->path, color_text(*color), "", true});
+    const FrameGraph graph = frame_graph(composition_, composition_.outputs, frame, project_);
+    const std::vector<Extent> each = instance_extents(composition_, graph, project_);
+    std::vector<Extent> extents(composition_.nodes.size(), Extent{project_.format, {}});
+    for (size_t i = 0; i < each.size(); ++i) {
+      extents[static_cast<size_t>(graph.instances[i].node)] = each[i];
     }
-  } catch (const std::exception&) {
-    return files;  // what is missing is told elsewhere
+    return extents;
+  } catch (const FrameError&) {
+    return std::nullopt;
   }
-  return files;
-}
-
-std::vector<Extent> Planner::extents(int64_t frame) const {
-  const FrameGraph graph = frame_graph(composition_, composition_.outputs, frame, project_);
-  const std::vector<Extent> each = instance_extents(composition_, graph, project_);
-  std::vector<Extent> extents(composition_.nodes.size(), Extent{project_.format, {}});
-  for (size_t i = 0; i < each.size(); ++i) {
-    extents[static_cast<size_t>(graph.instances[i].node)] = each[i];
-  }
-  return extents;
 }
 
 }  // namespace host::frame

@@ -24,7 +24,6 @@ struct PlannedFile {
   std::string node;
   int64_t frame = 0;  // of the node, which time nodes make differ from the output's
   std::string path;
-  std::string color;    // of an input: how its colour is taken
   std::string error;    // why it cannot be read or written, with file and node; empty when it can
   bool exists = false;  // of an output: the file stands already
 };
@@ -79,11 +78,8 @@ class Planner {
   // be written over a file that the outputs read.
   Outlook look_ahead(const std::vector<int64_t>& frames, const std::function<void(const FramePlan&)>& each);
 
-  // The files of a frame's nodes, those that nobody asks for left out, as far as they can be told.
-  std::vector<PlannedFile> reads(int64_t frame) const;
-
-  // Format and data window of every node at a frame, by position; throws FrameError.
-  std::vector<Extent> extents(int64_t frame) const;
+  // Format and data window of every node at a frame, by position; nothing while a file of it is missing.
+  std::optional<std::vector<Extent>> extents_if_known(int64_t frame) const;
 
   const Targets& targets() const {
     return targets_;

@@ -1,6 +1,8 @@
 #include "host/report/info.h"
 
 #include "host/frame/colors.h"
+#include "host/frame/found.h"
+#include "host/report/image_info.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
@@ -60,14 +62,18 @@ std::string table(const std::vector<Row>& rows) {
   return text;
 }
 
-// Windows are known only once every file of the frame is there.
-std::optional<std::vector<Extent>> extents_of(const shot::Composition& composition,
-                                              const frame::Planner& planner) {
-  try {
-    return planner.extents(composition.frames.front());
-  } catch (const frame::FrameError&) {
-    return std::nullopt;
-  }
+// What a read node found: its file, the sequence behind it, and what there is to take.
+std::string found_text(const frame::Found& found) {
+  std::string text = "  reads    " + found.path + " (node \"" + found.node + "\", frame " +
+                     std::to_string(found.frame) + "): ";
+  text += !found.error.empty() ? "?" : found.color ? frame::color_text(*found.color) : "black";
+  const std::string further = "\n           ";
+  if (!found.frames.empty()) text += further + "frames " + sequence_text(found.frames);
+  if (!found.error.empty()) return text + "\n";
+  text += further + "takes " + layer_text(found.layer, found.contents) + " of ";
+  for (size_t i = 0; i < found.contents.layers.size(); ++i)
+    text += (i == 0 ? "" : ", ") + layer_text(found.contents.layers[i], found.contents);
+  return text + "\n";
 }
 
 // Where the first frame goes; an output that cannot say so is a problem told below.
@@ -131,13 +137,12 @@ std::string info_text(const shot::Composition& composition, const frame::Planner
   text += "  format   " + size_text(format.width, format.height);
   if (format.pixel_aspect != 1) text += ", pixel aspect " + std::to_string(format.pixel_aspect);
   text += "\n  frames   " + shot::frames_text(composition.frames) + "\n";
-  for (const frame::PlannedFile& file : planner.reads(composition.frames.front())) {
-    text += "  reads    " + file.path + " (node \"" + file.node + "\", frame " + std::to_string(file.frame) +
-            "): " + file.color + "\n";
-  }
+  for (const frame::Found& found :
+       frame::found_by_reads(composition, planner.project(), composition.frames.front()))
+    text += found_text(found);
   text += writes_text(composition, planner);
   text += "\n";
-  const auto extents = extents_of(composition, planner);
+  const auto extents = planner.extents_if_known(composition.frames.front());
   std::vector<Row> rows = {{"node", "type", "pixels", "inputs"}};
   for (size_t i = 0; i < composition.nodes.size(); ++i) {
     const node::Node& node = composition.nodes[i];

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace host::report {
 
 // What a composition is, and what rendering it would do, in words.
@@ -23,6 +25,10 @@ std::string problems_text(const std::vector<std::string>& problems);
 // What a composition is made of, for people, with those lines at the end.
 std::string info_text(const shot::Composition& composition, const frame::Planner& planner,
                       const std::vector<std::string>& problems);
+
+// The same as JSON, see docs/info.md.
+nlohmann::ordered_json info_json(const shot::Composition& composition, const frame::Planner& planner,
+                                 const std::vector<std::string>& problems);
 
 // The composition as a Graphviz graph, a box a node, an arrow an input.
 std::string graphviz(const shot::Composition& composition);

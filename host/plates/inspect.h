@@ -1,0 +1,43 @@
+#pragma once
+
+#include "host/plates/headers.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace host::plates {
+
+// A window in a file's own coordinates: y down, the first pixel at (x, y).
+struct FileWindow {
+  int64_t x = 0, y = 0, width = 0, height = 0;
+  bool operator==(const FileWindow&) const = default;
+};
+
+// A part of a file (a subimage), as it is stored.
+struct PartInfo {
+  struct Channel {
+    std::string name;
+    std::string type;  // "half", "float", "uint8", "uint32", ...
+  };
+  std::string name;  // "" where it has none
+  FileWindow data, display;
+  double pixel_aspect = 1;
+  std::string compression;  // "" where the file type has no choice
+  int tile_width = 0;       // 0: no tiles
+  int tile_height = 0;
+  bool deep = false;
+  std::vector<Channel> channels;
+};
+
+// What a file says of itself, in full. One that cannot be read has the header's error, and no parts.
+struct FileInfo {
+  std::string type;  // "openexr", "tiff", ...
+  HeaderPtr header;
+  std::vector<PartInfo> parts;
+};
+
+// Opens the file for its headers alone. Thread-safe.
+FileInfo inspect(Headers& headers, const std::string& path);
+
+}  // namespace host::plates
