@@ -6,6 +6,7 @@
 #include "host/files/pattern.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <filesystem>
 #include <utility>

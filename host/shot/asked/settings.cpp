@@ -4,6 +4,7 @@
 #include "host/nodes/catalogue.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <optional>
 
 namespace host::shot::asked {

@@ -277,6 +277,14 @@ TEST(Examples, RenderAtAProxyAndUseEveryNodeType) {
     EXPECT_EQ(ended.code, 0) << entry.path() << ended.err;
   }
   for (const auto& type : host::nodes::catalogue()) EXPECT_TRUE(used.count(type.name)) << type.name;
+  // The passes of a render, none of them graded, add up to what its tracer took for the picture.
+  const std::string ungraded =
+      "render examples/jobs/slap_comp.json --proxy 0.1 --gpu software --node balls --node beauty -o "
+      "balls=a.exr "
+      "-o beauty=b.exr --set dim.multiply=1 --set warm.multiply=1 --set sky.multiply=1";
+  EXPECT_EQ(call(ungraded, folder).code, 0);
+  const auto ended = call("compare a.exr b.exr --tolerance 0.005", folder);
+  EXPECT_EQ(ended.code, 0) << ended.out << ended.err;
 }
 
 // The commands that README shows, where the demo leaves its reader.
