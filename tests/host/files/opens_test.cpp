@@ -80,8 +80,8 @@ void write_sources(int frames) {
   scene::Plate plate;
   plate.pixels.assign(8 * 8 * 4, 0.5F);
   scene::write_plate(scene::folder() / "watched still.exr", plate);
-  for (const char* frame : {"1", "9"})
-    scene::write_plate(scene::folder() / ("watched hole." + std::string(frame) + ".exr"), plate);
+  for (const char* name : {"hole.1", "hole.9", "dark.1", "dark.9"})
+    scene::write_plate(scene::folder() / ("watched " + std::string(name) + ".exr"), plate);
   for (int frame = 1; frame <= frames; ++frame) {
     const std::string number = std::to_string(frame) + ".exr";
     plate.channels = {"R", "G", "B", "A"};
@@ -96,7 +96,7 @@ void write_sources(int frames) {
 constexpr const char* nodes = R"({"name": "still", "type": "read", "knobs": {"file": "watched still.exr"}},
     {"name": "plain", "type": "read", "knobs": {"file": "watched plain.#.exr"}},
     {"name": "key", "type": "read", "knobs": {"file": "watched layers.#.exr", "layer": "key"}},
-    {"name": "black", "type": "read", "knobs": {"file": "watched hole.#.exr", "missing": "black"}},
+    {"name": "black", "type": "read", "knobs": {"file": "watched dark.#.exr", "missing": "black"}},
     {"name": "near", "type": "read", "knobs": {"file": "watched hole.#.exr", "missing": "nearest"}},
     {"name": "holes", "type": "merge", "inputs": {"a": "black", "b": "near"}},
     {"name": "all", "type": "merge", "inputs": {"a": "holes", "b": "still"}},
