@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <map>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -46,7 +48,8 @@ double parse_scale(const std::string& text) {
 // An option that takes one of a few words, which its help names and shells complete.
 template <class Value>
 void add_choice(CLI::App& command, const std::string& name,
-                std::vector<std::pair<std::string, Value>> choices, Value& chosen, const std::string& help) {
+                const std::vector<std::pair<std::string, Value>>& choices, Value& chosen,
+                const std::string& help) {
   std::string words, quoted;
   std::vector<std::string> names;
   for (const auto& choice : choices) {

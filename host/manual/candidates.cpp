@@ -154,7 +154,12 @@ Typed read_words(const CLI::App& command, const std::vector<std::string>& words)
 
 void add_positional(const CLI::App& command, size_t position, Values values) {
   for (const CLI::Option* option : command.get_options()) {
-    if (!option->get_positional() || position-- != 0) continue;
+    if (!option->get_positional()) continue;
+    const bool takes_more = option->get_items_expected_max() > 1;
+    if (position != 0 && !takes_more) {
+      --position;
+      continue;
+    }
     values.add_of_type(option->get_type_name());
     return;
   }

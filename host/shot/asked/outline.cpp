@@ -23,7 +23,7 @@ Outline outline_of(const nlohmann::json& root) {
 
 }  // namespace
 
-Outline outline(const std::string& file) noexcept {
+Outline outline(const std::string& file) {
   try {
     std::ifstream stream(files::expanded(file), std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(stream), {}};

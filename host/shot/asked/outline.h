@@ -13,6 +13,6 @@ struct Outline {
 };
 
 // Of a file that somebody is still typing the name of: nothing when it cannot be read. Never throws.
-Outline outline(const std::string& file) noexcept;
+Outline outline(const std::string& file);
 
 }  // namespace host::shot::asked

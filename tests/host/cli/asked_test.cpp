@@ -142,6 +142,8 @@ TEST(Completion, KnowsTheTableAndTheCompositionInEveryShell) {
       {"render stereo.json --views left,r", "left,right\t"},
       {"render stereo.json -o fl", "flat=\twrite\n:files"},
       {"render ster", ":files"},
+      {"info stereo.json ster", ":files"},
+      {"render stereo.json ster", ""},
       {"nodes disc_", "disc_blur\t"},
       {"render stereo.json --nope x", ""},
   };
