@@ -4,12 +4,7 @@
 #include "tests/io/files.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include <sanitizer/lsan_interface.h>
 
@@ -20,32 +15,20 @@
 
 namespace {
 
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-// Shows channels of a part in an image, beside and across its edges. What is read once is read again, to the
-// same pixels; what is said to be read has been written.
-void show(const qv::io::exr::File& file, const qv::io::exr::Part& part, int64_t width, int64_t height,
-          int64_t x, int64_t y) {
-  const float untouched = -0x1.23p-45f;
-  std::vector<float> pixels(static_cast<size_t>(width * height * 4), untouched), again = pixels;
+// Shows channels of a part in an image, beside and across its edges.
+void show(const qv::io::exr::File& file, const qv::io::exr::Part& part, int width, int height, int x, int y) {
+  std::vector<float> pixels(static_cast<size_t>(width * height * 4));
   qv::io::exr::Layer layer;
   layer.width = width;
   layer.height = height;
   layer.x = x;
   layer.y = y;
+  layer.pixels = pixels.data();
   const int channels = static_cast<int>(part.channels.size());
   for (int c = 0; c < 4; ++c)
     layer.sources[static_cast<size_t>(c)] = {qv::io::exr::Source::Kind::channel, (channels - 1) * c / 3, 0};
   double ms = 0;
-  layer.pixels = pixels.data();
-  if (!qv::io::decode_layers(file, part, {&layer, 1}, 1, ms)) return;
-  layer.sources[0].kind = qv::io::exr::Source::Kind::untouched;
-  layer.pixels = again.data();
-  require(qv::io::decode_layers(file, part, {&layer, 1}, 1, ms));
-  for (size_t i = 0; i < pixels.size(); ++i)
-    require(i % 4 == 0 || std::memcmp(&pixels[i], &again[i], sizeof(float)) == 0);
+  qv::io::exr::decode_layers(file, part, {&layer, 1}, 1, ms);
 }
 
 void read_exr(const std::vector<uint8_t>& bytes) {
@@ -59,28 +42,20 @@ void read_exr(const std::vector<uint8_t>& bytes) {
   }
 }
 
-const std::filesystem::path& folder() {
-  static const std::filesystem::path result = support::new_folder();
-  return result;
-}
+const std::filesystem::path folder = support::new_folder();
 
 struct Base {
   std::string ending, bytes;
 };
 
-// Of the kinds that tests read, and of channels of several types.
+// Of the kinds that tests read.
 const std::vector<Base>& bases() {
   static const std::vector<Base> result = [] {
-    const std::vector<OIIO::TypeDesc> mixed = {OIIO::TypeHalf, OIIO::TypeFloat, OIIO::TypeUInt32,
-                                               OIIO::TypeHalf};
-    std::vector<Kind> all = kinds();
-    all.push_back({"zips.exr", "zips", {"R", "G", "B", "A"}, mixed, 2, 16});
-    all.push_back({"rle.exr", "rle", {"R", "G", "B", "A"}, mixed});
     std::vector<Base> made;
-    for (const Kind& kind : all) {
+    for (const Kind& kind : kinds()) {
       const int size = kind.formats.size() > 1 ? 40 : 8;
-      made.push_back({std::filesystem::path(kind.name).extension(),
-                      support::bytes_of(make(folder(), kind, size, size))});
+      made.push_back(
+          {std::filesystem::path(kind.name).extension(), support::bytes_of(make(folder, kind, size, size))});
     }
     return made;
   }();
@@ -88,11 +63,6 @@ const std::vector<Base>& bases() {
 }
 
 }  // namespace
-
-// What a damaged header claims beyond memory is an allocation that fails, not a fault.
-extern "C" const char* __asan_default_options() {
-  return "allocator_may_return_null=1:quarantine_size_mb=16";
-}
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   OIIO::attribute("limits:imagesize_MB", 1);
@@ -123,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // OpenImageIO 2.4 leaves a text behind whenever libpng jumps out of a damaged file, which only whole stacks
   // would tell from leaks of ours, at twenty times the price of everything else.
   const __lsan::ScopedDisabler leaks_of_others;
-  require(ends_as_documented(support::write_bytes(folder() / ("any" + from.ending), bytes),
-                             {{0, 0, 1, 0, 0, 8, 8}}, 8, 8, 1));
+  const std::string path = support::write_bytes(folder / ("any" + from.ending), bytes);
+  if (!ends_as_documented(path, {{0, 0, 1, 0, 0, 8, 8}}, 8, 8, 1)) std::abort();
   return 0;
 }

@@ -3,10 +3,12 @@
 
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <algorithm>
 #include <limits>
 #include <map>
 #include <optional>
 #include <random>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -65,9 +67,8 @@ class Model {
     if (at == known.end()) return;
     at->second.key.reset();
     at->second.many.reset();
-    for (auto& [place, value] : at->second.held) {
+    for (auto& [place, value] : at->second.held)
       if (location < 0 || location == place) value.clear();
-    }
   }
 
   struct Entry {
@@ -76,9 +77,7 @@ class Model {
     std::optional<std::vector<Pending>> many;
   };
   std::map<uint32_t, Entry> known;
-  uint64_t uploads = 0;
-  uint64_t skipped = 0;
-  uint64_t gl_calls = 0;
+  uint64_t uploads = 0, skipped = 0, gl_calls = 0;
 };
 
 TEST(Registry, SendsExactlyWhatANaiveTwinSends) {
@@ -125,13 +124,13 @@ TEST(Registry, SendsExactlyWhatANaiveTwinSends) {
       qv::gpu::program_forget(program);
       model.known.erase(program);
     }
-    ASSERT_EQ(qv::gpu::stats().uploads - start.uploads, model.uploads) << "step " << step << " kind " << kind;
-    ASSERT_EQ(qv::gpu::stats().skipped - start.skipped, model.skipped) << "step " << step << " kind " << kind;
-    ASSERT_EQ(fake_egl::call_count() - start_calls, model.gl_calls) << "step " << step << " kind " << kind;
-    ASSERT_EQ(qv::gpu::program_known(program), model.known.count(program) != 0) << "step " << step;
+    const qv::gpu::Stats now = qv::gpu::stats();
+    ASSERT_EQ(std::tuple(now.uploads - start.uploads, now.skipped - start.skipped,
+                         fake_egl::call_count() - start_calls, qv::gpu::program_known(program)),
+              std::tuple(model.uploads, model.skipped, model.gl_calls, model.known.count(program) != 0))
+        << "step " << step << " kind " << kind;
   }
-  EXPECT_GT(model.skipped, 10000U);
-  EXPECT_GT(model.uploads, 10000U);
+  EXPECT_GT(std::min(model.skipped, model.uploads), 10000U);
 }
 
 TEST(Registry, ComparesBytesAndUploadsMatricesUntransposed) {
@@ -157,27 +156,24 @@ TEST(Registry, ComparesBytesAndUploadsMatricesUntransposed) {
 
 TEST(Registry, FindsUniformsByBytesAtAddressesThatStay) {
   qv::gpu::program_forget(5);
-  EXPECT_EQ(qv::gpu::uniform_info(5, "u_size"), nullptr);
   qv::gpu::program_add(5, "u_size", {3, 1, 2});
   const UniformInfo* const info = qv::gpu::uniform_info(5, "u_size");
-  ASSERT_NE(info, nullptr);
   for (int i = 0; i < 1000; ++i) {
     qv::gpu::program_add(5, std::to_string(i) + "_u", {i, 0, 1});
     qv::gpu::program_add(static_cast<uint32_t>(100 + i), "u", {});
   }
   EXPECT_EQ(qv::gpu::uniform_info(5, std::string_view("u_size_x", 6)), info);
-  EXPECT_EQ(info->location, 3);
   EXPECT_EQ(qv::gpu::uniform_info(5, "u_siz"), nullptr);
+  EXPECT_EQ(info->location, 3);
   qv::gpu::program_add(5, "u_size", {});
-  EXPECT_EQ(info->location, -1) << "added again: overwritten in place";
-  EXPECT_EQ(info->type, 7);
+  EXPECT_TRUE(info->location == -1 && info->type == 7) << "added again: overwritten in place";
+  for (uint32_t i = 0; i < 1000; ++i) qv::gpu::program_forget(100 + i);
+  EXPECT_FALSE(qv::gpu::program_known(100));
   using qv::gpu::uniform_accepts;
   EXPECT_TRUE(uniform_accepts({0, 1, 4}, 4) && uniform_accepts({0, 5, 1}, 9) &&
               uniform_accepts({0, 6, 1}, 16));
   EXPECT_FALSE(uniform_accepts({0, 1, 5}, 5) || uniform_accepts({0, 5, 1}, 16) || uniform_accepts({}, 1) ||
                uniform_accepts({0, 0, 2}, 1) || uniform_accepts({0, 2, 1}, 1));
-  for (uint32_t i = 0; i < 1000; ++i) qv::gpu::program_forget(100 + i);
-  EXPECT_FALSE(qv::gpu::program_known(100));
 }
 
 }  // namespace

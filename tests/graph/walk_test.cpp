@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <random>
 #include <stdexcept>
-#include <string>
+#include <tuple>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -110,21 +110,26 @@ TEST(Walk, AgreesWithPlainRecomputation) {
 TEST(Walk, RefusesWhatIsNoGraph) {
   Walk walk;
   EXPECT_EQ(walk.walk({0, -1}, true, nullptr), 0);
-  const auto build = [&](const std::vector<std::vector<int>>& inputs, size_t flags, size_t values) {
-    return support::error_of<std::invalid_argument>(
-        [&] { walk.build(inputs, std::vector<uint8_t>(flags), std::vector<int64_t>(values)); });
+  const std::tuple<std::vector<std::vector<int>>, size_t, size_t, const char*> rows[] = {
+      {{{}, {0}, {1, 0}}, 3, 3, ""},
+      {{{}, {0}}, 3, 3, "graph.Walk.build: sizes differ"},
+      {{{}, {0}}, 1, 2, "graph.Walk.build: sizes differ"},
+      {{{-1}}, 1, 1, "graph.Walk.build: not upstream first"},
+      {{{}, {1}}, 2, 2, "graph.Walk.build: not upstream first"},
+      {{{1}, {}}, 2, 2, "graph.Walk.build: not upstream first"},
+      {{{}, {0}, {9}}, 3, 3, "graph.Walk.build: not upstream first"},
+      {{{}, {0}}, 2, 2, ""},
   };
-  EXPECT_EQ(build({{}, {0}, {1, 0}}, 3, 3), "");
-  EXPECT_THROW(walk.walk({2}, false, nullptr), std::bad_function_call);
-  EXPECT_EQ(build({{}, {0}}, 3, 3), "graph.Walk.build: sizes differ");
-  EXPECT_EQ(build({{}, {0}}, 1, 2), "graph.Walk.build: sizes differ");
-  EXPECT_EQ(walk.inputs, (std::vector<int>{0, 1, 0})) << "nothing has changed";
-  for (const auto& bad :
-       std::vector<std::vector<std::vector<int>>>{{{-1}}, {{}, {1}}, {{1}, {}}, {{}, {0}, {9}}}) {
-    EXPECT_EQ(build(bad, bad.size(), bad.size()), "graph.Walk.build: not upstream first");
+  for (const auto& [inputs, flags, values, message] : rows) {
+    const std::vector<int> before = walk.inputs;
+    EXPECT_EQ(support::error_of<std::invalid_argument>([&, each = inputs, n = flags, m = values] {
+                walk.build(each, std::vector<uint8_t>(n), std::vector<int64_t>(m));
+              }),
+              message);
+    EXPECT_TRUE(flags == values || walk.inputs == before) << "something has changed";
     EXPECT_LE(walk.walk({0}, true, [](int, bool) { return 1; }), 3) << "half built, and walked all the same";
   }
-  EXPECT_EQ(build({{}, {0}}, 2, 2), "");
+  EXPECT_THROW(walk.walk({1}, false, nullptr), std::bad_function_call);
   EXPECT_EQ(walk.walk({0}, false, [](int, bool) { return 5; }), 2);
 }
 

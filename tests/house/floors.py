@@ -19,32 +19,24 @@ ROOMS = {
 # What every room may use.
 ROOT = {"qv/export.h", "qv/huge_pages.h", "qv/integers.h"}
 
-# Within a room: the files that may be included by the named one. Those without a row here or in a
-# set are what a room keeps to itself, open to all of it.
-FLOORS = {
-    "graph/schedule": {"graph/result_cache", "graph/flat_map"},
-    "graph/result_cache": {"graph/flat_map"},
-    "graph/flat_map": set(),
-    "graph/walk": set(),
-    "graph/record": set(),
-    "io/scheduler": {"io/decode"},
-    "io/decode": {"io/half"},
-    "io/half": set(),
-    "io/layers": set(),
-    "io/image_read": set(),
-    "gpu/draw": {"gpu/registry"},
-    "gpu/registry": set(),
-    "nodes/filter/ops": {"nodes/filter/plan", "nodes/filter/scratch"},
-    "nodes/filter/plan": {"nodes/filter/scratch"},
-    "nodes/filter/scratch": set(),
-    "nodes/merge/merge": {"nodes/merge/text"},
-    "nodes/merge/channels": {"nodes/merge/text"},
-    "nodes/merge/text": set(),
-    "xform/motion_blur": {"xform/matrix"},
-    "xform/crop": {"xform/matrix"},
-    "xform/steps": {"xform/matrix"},
-    "xform/matrix": set(),
-}
+# Within a room: what a file may include are those behind it in its line. Those without a line are what a room
+# keeps to itself, open to all of it.
+FLOORS = {}
+for line in """graph: schedule result_cache flat_map
+graph: walk
+graph: record
+io: scheduler decode half
+io: layers
+io: image_read
+gpu: draw registry
+nodes/filter: ops plan scratch
+nodes/merge: merge text
+nodes/merge: channels text
+xform: motion_blur matrix
+xform: crop matrix
+xform: steps matrix""".splitlines():
+    units = [f"{line.split(':')[0]}/{name}" for name in line.split()[1:]]
+    FLOORS |= {unit: set(units[i + 1:]) for i, unit in enumerate(units)}
 # The rooms of the host, roof first: each may look into those behind it, and into itself.
 HOST = [{"cli"}, {"farm"}, {"manual", "report"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"},
         {"programs"}, {"plates"}, {"files", "gpu"}, {"base"}]

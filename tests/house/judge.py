@@ -3,9 +3,10 @@
 usage: judge.py SOURCE_DIR
 """
 
-import importlib.util
-import pathlib
+import runpy
 import sys
+
+verdicts = runpy.run_path(f"{sys.argv[1]}/bench/judge.py")["verdicts"]
 
 # One row of three runs that take `ours` ms (of a peer's 100), its limit, the stored ratio; what is said of it.
 TABLE = [
@@ -23,34 +24,21 @@ TABLE = [
 ]
 
 
-def said(judge, better, times, limit, stored, part=False):
+def said(better, times, limit, stored, part=False):
     value = lambda ms: None if ms is None else ms if better == "less" else 1e4 / ms if ms else float("inf")
     peers = {"far": value(400), "p": value(100)}
     row = lambda ms: {"row": "r", "better": better, "ours": value(ms), "peers": peers, "limit": limit}
     runs = [[row(ms)] for ms in times] if times else [[]] * 3
-    wrong, named = judge.verdicts({"r": {"p": stored}} if stored else {}, runs, part)
+    wrong, named = verdicts({"r": {"p": stored}} if stored else {}, runs, part)
     words = [f"WRONG {w}" for line in wrong for w in ("limit", "was", "number") if w in line]
     return " ".join(words + [w for line in named if "far" not in line for w in ("new", "gone") if f": {w}," in line])
 
 
-def main():
-    spec = importlib.util.spec_from_file_location("bench_judge", pathlib.Path(sys.argv[1]) / "bench" / "judge.py")
-    judge = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(judge)
-    faults = []
-    for name, times, limit, stored, want in TABLE:
-        for better in ("less", "more"):
-            got = said(judge, better, times, limit, stored)
-            if got != want:
-                faults.append(f"{name}, {better} is better: '{got}', not '{want}'")
-    if said(judge, "less", None, 0, 2.0, part=True):
-        faults.append("a run of some rows misses others")
-    row = {"row": "r", "better": "less", "ours": 1, "peers": {"p": 1}, "limit": 1.2}
-    if len(judge.verdicts(None, [[row]])[0]) != 1 or judge.verdicts(None, [[row | {"limit": 1}]]) != ([], []):
-        faults.append("limits alone")
-    print("\n".join(faults) or f"{len(TABLE)} rows judged as they should be")
-    return 1 if faults else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+faults = [f"{name}, {better} is better: not '{want}'" for name, *row, want in TABLE for better in ("less", "more")
+          if said(better, *row) != want]
+if said("less", None, 0, 2.0, part=True):
+    faults.append("a run of some rows misses others")
+row = {"row": "r", "better": "less", "ours": 1, "peers": {"p": 1}, "limit": 1.2}
+if len(verdicts(None, [[row]])[0]) != 1 or verdicts(None, [[row | {"limit": 1}]]) != ([], []):
+    faults.append("limits alone")
+sys.exit("\n".join(faults) or None)

@@ -8,6 +8,7 @@
 #include "tests/support/sanitizers.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -37,26 +38,10 @@ bool is_ours(const std::string& codec) {
   return std::find(ours.begin(), ours.end(), codec) != ours.end();
 }
 
-struct Sample {
-  std::string codec;
-  std::vector<OIIO::ImageSpec> parts;
-};
-
-std::ostream& operator<<(std::ostream& out, const Sample& sample) {
-  for (const OIIO::ImageSpec& spec : sample.parts) {
-    out << sample.codec << " " << spec.width << "x" << spec.height << "+" << spec.x << "+" << spec.y
-        << " tile " << spec.tile_width << "x" << spec.tile_height << ":";
-    for (int c = 0; c < spec.nchannels; ++c)
-      out << " " << spec.channelnames[static_cast<size_t>(c)] << " " << spec.channelformat(c);
-    out << "; ";
-  }
-  return out;
-}
-
 OIIO::ImageSpec any_spec(Random& random, const std::string& codec, bool plain, bool tiled) {
   const std::vector<std::string> names = {"R", "G", "B", "A", "Z", "id", "n.x", "n.y", "a.R", "a.G", "b.A"};
-  const std::vector<OIIO::TypeDesc> types = {OIIO::TypeHalf, OIIO::TypeHalf, OIIO::TypeFloat,
-                                             OIIO::TypeUInt32};
+  using OIIO::TypeHalf, OIIO::TypeFloat, OIIO::TypeUInt32;
+  const std::vector<OIIO::TypeDesc> types = {TypeHalf, TypeHalf, TypeFloat, TypeUInt32};
   const int channels = plain ? 4 : any(random, 1, 11);
   OIIO::ImageSpec spec(any(random, 1, 700), any(random, 1, 70), channels, OIIO::TypeHalf);
   spec.channelnames = {names.begin(), names.begin() + channels};
@@ -81,30 +66,28 @@ std::vector<float> any_pixels(Random& random, const OIIO::ImageSpec& spec) {
   std::vector<float> pixels(spec.image_pixels() * static_cast<size_t>(spec.nchannels));
   for (size_t i = 0; i < pixels.size(); ++i) {
     const size_t stretch = i * 5 / pixels.size() % 3;
-    if (stretch == 0) {
-      const auto bits = static_cast<uint32_t>(random());
-      std::memcpy(&pixels[i], &bits, sizeof bits);
-      if (std::isnan(pixels[i])) pixels[i] = std::numeric_limits<float>::infinity();
-    } else {
-      pixels[i] = stretch == 1 ? static_cast<float>(i % 977) / 977 : 0.25f;
-    }
+    pixels[i] = stretch == 1 ? static_cast<float>(i % 977) / 977 : 0.25f;
+    if (stretch > 0) continue;
+    pixels[i] = std::bit_cast<float>(static_cast<uint32_t>(random()));
+    if (std::isnan(pixels[i])) pixels[i] = std::numeric_limits<float>::infinity();
   }
   return pixels;
 }
 
-Sample write_any(const std::string& path, Random& random, const std::string& codec) {
-  Sample sample = {codec, {}};
+// The number of parts.
+size_t write_any(const std::string& path, Random& random, const std::string& codec) {
+  std::vector<OIIO::ImageSpec> specs;
   const bool plain = any(random, 0, 2) == 0, tiled = any(random, 0, 2) == 0;
   const int parts = plain ? 1 : any(random, 1, 3);
   const bool mip = tiled && parts == 1 && any(random, 0, 2) == 0;
   for (int p = 0; p < parts; ++p) {
-    sample.parts.push_back(any_spec(random, codec, plain, tiled));
-    sample.parts.back().attribute("oiio:subimagename", "part" + std::to_string(p));
-    if (mip) sample.parts.back().attribute("textureformat", "Plain Texture");
+    specs.push_back(any_spec(random, codec, plain, tiled));
+    specs.back().attribute("oiio:subimagename", "part" + std::to_string(p));
+    if (mip) specs.back().attribute("textureformat", "Plain Texture");
   }
-  OIIO::ImageSpec spec = sample.parts[0];
-  support::write_image(path, sample.parts, [&](OIIO::ImageOutput& output, size_t part) {
-    bool good = output.write_image(OIIO::TypeFloat, any_pixels(random, sample.parts[part]).data());
+  OIIO::ImageSpec spec = specs[0];
+  support::write_image(path, specs, [&](OIIO::ImageOutput& output, size_t part) {
+    bool good = output.write_image(OIIO::TypeFloat, any_pixels(random, specs[part]).data());
     while (good && mip && (spec.width > 1 || spec.height > 1)) {
       spec.width = std::max(1, spec.width / 2);
       spec.height = std::max(1, spec.height / 2);
@@ -113,7 +96,7 @@ Sample write_any(const std::string& path, Random& random, const std::string& cod
     }
     return good;
   });
-  return sample;
+  return specs.size();
 }
 
 // What the general reader makes of channels of a subimage; nothing, with its text, when it fails.
@@ -226,14 +209,14 @@ TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) 
   for (int round = 0; round < files_a_codec; ++round)
     for (const std::string& codec : codecs) {
       const std::string path = (folder / "any.exr").string();
-      const Sample sample = write_any(path, random, codec);
-      SCOPED_TRACE(testing::Message() << "round " << round << ": " << sample);
+      const size_t parts = write_any(path, random, codec);
+      SCOPED_TRACE(testing::Message() << "round " << round << ": " << codec << " of " << parts << " parts");
       ASSERT_NO_FATAL_FAILURE(compare(path, false));
       if (!is_ours(codec)) continue;
       const std::string bytes = support::bytes_of(path);
       for (int how = 0; how < 12; ++how) {
         // OpenEXR gives up all parts when the front of one is damaged; here the others are read.
-        if (how % 3 == 1 && sample.parts.size() > 1) continue;
+        if (how % 3 == 1 && parts > 1) continue;
         std::string changed = bytes;
         cut_or_change(changed, random, how % 3);
         const std::string damaged = support::write_bytes(folder / "damaged.exr", changed);

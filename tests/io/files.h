@@ -4,13 +4,9 @@
 #include "tests/support/images.h"
 
 #include <cstdint>
-#include <filesystem>
 #include <random>
-#include <string>
-#include <vector>
 
 #include <OpenImageIO/deepdata.h>
-#include <OpenImageIO/imageio.h>
 
 // A kind of file, and what decode_plain says of it.
 struct Kind {
@@ -33,7 +29,7 @@ inline std::vector<Kind> kinds() {
   using T = std::vector<OIIO::TypeDesc>;
   const std::vector<std::string> rgba = {"R", "G", "B", "A"};
   const T half = {OIIO::TypeHalf}, real = {OIIO::TypeFloat};
-  const T mixed = {OIIO::TypeHalf, OIIO::TypeHalf, OIIO::TypeHalf, OIIO::TypeFloat};
+  const T mixed = {OIIO::TypeHalf, OIIO::TypeFloat, OIIO::TypeUInt32, OIIO::TypeHalf};
   return {{"none.exr", "none", rgba, half},
           {"zip.exr", "zip", rgba, half},
           {"zips.exr", "zips", rgba, half},
@@ -41,7 +37,8 @@ inline std::vector<Kind> kinds() {
           {"dwab.exr", "dwab", rgba, half},
           {"b44a.exr", "b44a", rgba, half},
           {"float.exr", "zip", rgba, real},
-          {"mixed.exr", "zip", rgba, mixed},
+          {"mixed.exr", "rle", rgba, mixed},
+          {"mixed_tiles.exr", "zips", rgba, mixed, 2, 16},
           {"tiled.exr", "rle", rgba, half, 2, 32},
           {"png.png", "zip", rgba, {OIIO::TypeUInt8}},
           {"tiff.tif", "zip", rgba, half},

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <tuple>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -93,29 +94,23 @@ TEST(opening, what_is_no_image_file_is_refused_with_a_text_and_at_once) {
 }
 
 TEST(bands, are_whole_blocks_within_every_limit) {
-  struct Row {
-    const char* compression;
-    int height, threads;
-    const char* environment;
-    int tile, count, rows;
-  };
-  for (const Row& row : {Row{"zip", 1024, 0, "16", 0, 16, 64},
-                         {"dwab:45", 1024, 0, "16", 0, 2, 512},
-                         {"zip", 127, 0, "16", 0, 1, 127},
-                         {"zip", 1080, 2, "16", 0, 2, 544},
-                         {"zip", 1080, 1, "16", 0, 1, 1080},
-                         {"zip", 1080, 4, "16", 64, 1, 1080},
-                         {"zip", 1080, 0, "-3", 0, 1, 1080},
-                         {"zip", 1080, 0, "many", 0, 1, 1080},
-                         {"zip", 1080, 0, "3", 0, 3, 384},
-                         {"piz", 0x7fffffff, 0, "16", 0, 16, 134217728}}) {
-    ::setenv("QUORVEL_NATIVE_IO_BANDS", row.environment, 1);
-    OIIO::ImageSpec spec(8, row.height, 4, OIIO::TypeHalf);
-    spec.tile_width = row.tile;
-    spec.attribute("compression", row.compression);
-    const Bands bands = bands_of(spec, row.threads);
-    EXPECT_TRUE(bands.count == row.count && bands.rows == row.rows)
-        << row.compression << " " << row.height << ": " << bands.count << " of " << bands.rows;
+  for (const auto& [compression, height, threads, environment, tile, count, rows] :
+       {std::tuple("zip", 1024, 0, "16", 0, 16, 64),
+        {"dwab:45", 1024, 0, "16", 0, 2, 512},
+        {"zip", 127, 0, "16", 0, 1, 127},
+        {"zip", 1080, 2, "16", 0, 2, 544},
+        {"zip", 1080, 1, "16", 0, 1, 1080},
+        {"zip", 1080, 4, "16", 64, 1, 1080},
+        {"zip", 1080, 0, "-3", 0, 1, 1080},
+        {"zip", 1080, 0, "many", 0, 1, 1080},
+        {"zip", 1080, 0, "3", 0, 3, 384},
+        {"piz", 0x7fffffff, 0, "16", 0, 16, 134217728}}) {
+    ::setenv("QUORVEL_NATIVE_IO_BANDS", environment, 1);
+    OIIO::ImageSpec spec(8, height, 4, OIIO::TypeHalf);
+    spec.tile_width = tile;
+    spec.attribute("compression", compression);
+    const Bands bands = bands_of(spec, threads);
+    EXPECT_EQ(std::tuple(bands.count, bands.rows), std::tuple(count, rows)) << compression << " " << height;
   }
   ::unsetenv("QUORVEL_NATIVE_IO_BANDS");
 }
@@ -264,27 +259,24 @@ std::string damaged(std::string bytes, size_t how, std::mt19937& random) {
   return bytes;
 }
 
-// Every damage is tried; under asan, which makes each try some twenty times as dear, every seventh.
-constexpr size_t damage_step = support::address_sanitizer ? 7 : 1;
+// Every third damage, and every claim; under asan, which makes each try some twenty times as dear, fewer.
+constexpr size_t damage_step = support::address_sanitizer ? 7 : 3;
 
 class DamagedFiles : public testing::TestWithParam<Kind> {};
 
 TEST_P(DamagedFiles, always_end_in_a_documented_result) {
   const std::filesystem::path folder = new_folder();
   std::mt19937 random(17);
-  const Kind& kind = GetParam();
-  const std::string bytes = bytes_of(make(folder, kind));
-  const int last = static_cast<int>(kind.channels.size());
+  const std::string bytes = bytes_of(make(folder, GetParam()));
+  const int last = static_cast<int>(GetParam().channels.size()) - 1;
   OIIO::attribute("limits:imagesize_MB", 1);  // what passes below that is quick to fill
   OIIO::attribute("exr_threads", -1);         // tiny blocks would only be handed from thread to thread
   for (size_t i = 0; i < 564; ++i) {
-    SCOPED_TRACE(i);
     const std::string content = damaged(bytes, i, random);
-    if (i % damage_step != 0) continue;
-    const std::string path = write_bytes(folder / ("damaged_" + kind.name), content);
-    std::vector<Read> reads = {{0, 0, 1, 0, 0, 40, 130}};
-    if (last > 1) reads.push_back({0, last - 1, last, 0, 0, 40, 130});
-    ASSERT_TRUE(ends_as_documented(path, reads, 40, 130, 2));
+    if (i < 550 && i % damage_step != 0) continue;
+    const std::string path = write_bytes(folder / ("damaged_" + GetParam().name), content);
+    const std::vector<Read> reads = {{0, 0, 1, 0, 0, 40, 130}, {0, last, last + 1, 0, 0, 40, 130}};
+    ASSERT_TRUE(ends_as_documented(path, reads, 40, 130, 2)) << i;
   }
 }
 

@@ -23,7 +23,7 @@ struct Decoder {
   std::mutex mutex;
   std::condition_variable cv;
   std::vector<std::string> started;
-  std::set<std::string> held;
+  std::set<std::string> held = {};
 
   int64_t submit(DecodeScheduler& scheduler, const std::string& path, int priority) {
     const auto decode = [this, path](int, qv::io::DecodeResult& out) {
@@ -100,24 +100,16 @@ TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
     int64_t last = general + priority_only;
     for (int step = 0; step < 3000; ++step) {
       const int priority = static_cast<int>(random() % 6) - 1;
-      const auto at =
-          queue.empty() ? queue.end() : queue.begin() + static_cast<long>(random() % queue.size());
-      switch (random() % 4) {
-        case 0:
-        case 1:
-          ++last;
-          queue.push_back({decoder.submit(scheduler, std::to_string(last), priority), std::max(0, priority)});
-          ASSERT_EQ(queue.back().id, last);
-          break;
-        case 2:
-          if (at == queue.end()) break;
-          scheduler.reprioritize(at->id, priority);
-          at->priority = std::max(0, priority);
-          break;
-        case 3:
-          if (at == queue.end()) break;
-          ASSERT_TRUE(scheduler.cancel(at->id) && !scheduler.cancel(at->id) && scheduler.state(at->id) == -1);
-          queue.erase(at);
+      if (const auto what = random() % 4; what < 2 || queue.empty()) {
+        ++last;
+        queue.push_back({decoder.submit(scheduler, std::to_string(last), priority), std::max(0, priority)});
+        ASSERT_EQ(queue.back().id, last);
+      } else if (const auto at = queue.begin() + static_cast<long>(random() % queue.size()); what == 2) {
+        scheduler.reprioritize(at->id, priority);
+        at->priority = std::max(0, priority);
+      } else {
+        ASSERT_TRUE(scheduler.cancel(at->id) && !scheduler.cancel(at->id) && scheduler.state(at->id) == -1);
+        queue.erase(at);
       }
       ASSERT_EQ(scheduler.queued(), static_cast<int>(queue.size()));
     }
@@ -132,8 +124,8 @@ TEST(scheduler, serves_in_the_order_of_a_scanned_list) {
       ASSERT_TRUE(result && result->status == 4 && result->error == std::to_string(job.id));
       ASSERT_TRUE(!scheduler.take(job.id, -1) && scheduler.state(job.id) == -1);
     }
-    std::vector<std::string> expected =
-        priority_only ? std::vector<std::string>{"general", "urgent"} : std::vector<std::string>{"general"};
+    std::vector<std::string> expected = {"general"};
+    if (priority_only) expected.emplace_back("urgent");
     for (const Queued& job : queue) expected.push_back(std::to_string(job.id));
     EXPECT_EQ(decoder.started, expected);
     EXPECT_EQ(scheduler.take(general, priority_only ? NAN : 1e-9) == nullptr, priority_only);
@@ -197,39 +189,28 @@ void storm(DecodeScheduler& scheduler, Decoder& decoder, Seen& seen, unsigned se
   std::mt19937 random(seed);
   for (int step = 0; step < 400; ++step) {
     const int64_t id = static_cast<int64_t>(random() % 700) + 1;
-    switch (random() % 10) {
-      case 0:
-        scheduler.reprioritize(id, static_cast<int>(random() % 3));
-        break;
-      case 1:
-        if (scheduler.cancel(id)) {
-          const std::lock_guard lock(seen.mutex);
-          EXPECT_TRUE(seen.cancelled.insert(id).second && seen.taken.count(id) == 0) << id;
-        }
-        break;
-      case 2:
-      case 3:
-      case 4:
-        if (const auto result = scheduler.take(id, random() % 2 ? 0 : 1e-4)) {
-          const std::lock_guard lock(seen.mutex);
-          EXPECT_TRUE(seen.taken.insert(id).second && seen.cancelled.count(id) == 0) << id;
-          const auto found = seen.submitted.find(id);
-          EXPECT_TRUE(found == seen.submitted.end() || result->error == found->second) << id;
-        }
-        break;
-      case 5:
-        EXPECT_TRUE(scheduler.state(id) >= -1 && scheduler.state(id) <= 4 && scheduler.queued() >= 0 &&
-                    scheduler.running() <= 3);
-        break;
-      case 6:
-        if (clears && step % 50 == 0) scheduler.clear();
-        break;
-      default: {
-        const std::string path = std::to_string(seed) + "/" + std::to_string(step);
-        const int64_t submitted = decoder.submit(scheduler, path, static_cast<int>(random() % 3));
-        const std::lock_guard lock(seen.mutex);
-        EXPECT_TRUE(seen.submitted.emplace(submitted, path).second);
-      }
+    const auto what = random() % 10;
+    if (what == 0) {
+      scheduler.reprioritize(id, static_cast<int>(random() % 3));
+    } else if (what == 1 && scheduler.cancel(id)) {
+      const std::lock_guard lock(seen.mutex);
+      EXPECT_TRUE(seen.cancelled.insert(id).second && seen.taken.count(id) == 0) << id;
+    } else if (what == 2 && clears && step % 50 == 0) {
+      scheduler.clear();
+    } else if (what < 6) {
+      EXPECT_TRUE(scheduler.state(id) >= -1 && scheduler.state(id) <= 4 && scheduler.queued() >= 0 &&
+                  scheduler.running() <= 3);
+      const auto result = scheduler.take(id, random() % 2 ? 0 : 1e-4);
+      if (!result) continue;
+      const std::lock_guard lock(seen.mutex);
+      EXPECT_TRUE(seen.taken.insert(id).second && seen.cancelled.count(id) == 0) << id;
+      const auto found = seen.submitted.find(id);
+      EXPECT_TRUE(found == seen.submitted.end() || result->error == found->second) << id;
+    } else {
+      const std::string path = std::to_string(seed) + "/" + std::to_string(step);
+      const int64_t submitted = decoder.submit(scheduler, path, static_cast<int>(random() % 3));
+      const std::lock_guard lock(seen.mutex);
+      EXPECT_TRUE(seen.submitted.emplace(submitted, path).second);
     }
   }
 }

@@ -57,18 +57,10 @@ inline bool merge_setup(const std::string& text) {
          setup.op == static_cast<float>(merge::merge_op_index(text));
 }
 
-inline std::string replaced(const std::string& text, const std::string& from, const std::string& to) {
-  std::string result;
-  for (size_t at = 0; at < text.size();) {
-    const bool match = text.compare(at, from.size(), from) == 0;
-    if (match) {
-      result += to;
-    } else {
-      result += text[at];
-    }
-    at += match ? from.size() : 1;
-  }
-  return result;
+inline std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+    text.replace(at, from.size(), to);
+  return text;
 }
 
 // "#" stands for a marker and "(" for the start of a lookup.

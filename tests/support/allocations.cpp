@@ -1,7 +1,6 @@
 #include "tests/support/allocations.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <new>
 

@@ -12,11 +12,9 @@
 #include <memory>
 #include <random>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -69,14 +67,13 @@ struct Image {
 };
 
 // A ring on a driver whose fences and mappings do as they are told.
-void begin(std::function<Fence()> fence, std::function<bool()> map) {
+void begin(
+    std::function<Fence()> fence = [] { return Fence::prompt; },
+    std::function<bool()> map = [] { return true; }) {
   fake_egl::reset();
   fake_egl::make_current(context = fake_egl::fresh_context());
   fake_egl::plan_transfers(std::move(fence), std::move(map));
   EXPECT_TRUE(transport::init(nullptr) && transport::init(nullptr) && transport::pending() == 0);
-}
-void begin() {
-  begin([] { return Fence::prompt; }, [] { return true; });
 }
 
 void end() {
@@ -113,8 +110,7 @@ TEST(Ring, ServesWhatItsFencesLetThrough) {
                {1024, 599, 4, Fence::prompt, Fence::refused, 0, 0, 1}};  // waited for before it is let go
   std::deque<Fence> kinds;
   std::map<std::string, std::string> last;  // of each call its last argument
-  begin([&] { return kinds.size() > 1 ? kinds.pop_front(), kinds.front() : kinds.front(); },
-        [] { return true; });
+  begin([&] { return kinds.size() > 1 ? kinds.pop_front(), kinds.front() : kinds.front(); });
   for (const auto& c : cases) {
     kinds = {Fence::prompt, c.first, c.second};
     Image image{3, 5, c.w, c.h, c.channels};
@@ -178,8 +174,7 @@ TEST(Ring, CutsLargeImagesAndKeepsBuffers) {
 
 // The ring never shrinks, so this comes before the storm, which adds slots.
 TEST(Ring, HoldsStartsBackWhileItIsFull) {
-  begin([first = true]() mutable { return std::exchange(first, false) ? Fence::held : Fence::prompt; },
-        [] { return true; });
+  begin([first = true]() mutable { return std::exchange(first, false) ? Fence::held : Fence::prompt; });
   std::deque<Image> images(7, {1, 2, 33, 9, 2});
   images[1] = {0, 0, 400, 400, 4};
   for (size_t k = 0; k < 3; ++k) images[k].start();
@@ -223,9 +218,8 @@ TEST(Ring, SurvivesAStorm) {
       const auto upto = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
       for (int n = 0; n < 60; ++n) {
         const int size = std::max(0, upto(12) - 7);  // mostly under a MiB, at times some chunks
-        mine.push_back(
-            {upto(9), upto(9), 1 + upto(90) + size * 270, 1 + upto(90) + size * 150, 2 + 2 * upto(2)});
-        Image& image = mine.back();
+        Image& image = mine.emplace_back(
+            Image{upto(9), upto(9), 1 + upto(90) + size * 270, 1 + upto(90) + size * 150, 2 + 2 * upto(2)});
         EXPECT_TRUE(transport::init(nullptr));  // else a ring just closed refuses the rest in no time
         image.start();
         if (upto(3) == 0) transport::wait(image.ticket);

@@ -2,7 +2,7 @@
 #include <qv/transport/ring.h>
 
 #include "host/programs/shader_library.h"
-#include "tests/gpu/driver/reference.h"
+#include "tests/support/reference.h"
 #include "tests/support/gpu.h"
 
 #include <cstdlib>
@@ -97,37 +97,37 @@ class Filters : public testing::Test {
     if (std::getenv("CI")) FAIL() << "no GL driver in CI: " << why;
     GTEST_SKIP() << "skipped: no GL driver (" << count << " tests here): " << why;
   }
-
-  // The result of a filter that draws.
-  static Picture run(const std::string& op, const std::vector<Picture>& inputs,
-                     const std::vector<double>& params) {
-    Picture out(inputs[0].w, inputs[0].h, -7);
-    EXPECT_EQ(run_filter(op, inputs, params, out), 1) << op;
-    return out;
-  }
 };
 
-double largest(const Picture& picture) {
-  double result = 0;
-  for (const float v : picture.rgba) result = std::max(result, double(std::fabs(v)));
-  return result;
+// The result of a filter that draws.
+Picture run(const std::string& op, const std::vector<Picture>& inputs, const std::vector<double>& params) {
+  Picture out(inputs[0].w, inputs[0].h, -7);
+  EXPECT_EQ(run_filter(op, inputs, params, out), 1) << op;
+  return out;
 }
 
 void expect_near(const Picture& got, const Picture& want, double relative, const std::string& what) {
-  const double tolerance = relative * largest(want) + 1e-12;
-  double worst = 0;
-  size_t at = 0;
-  for (size_t i = 0; i < want.rgba.size(); ++i) {
-    double difference = std::fabs(double(got.rgba[i]) - double(want.rgba[i]));
-    if (std::isnan(difference)) difference = std::numeric_limits<double>::infinity();
-    if (difference > worst) {
-      worst = difference;
-      at = i;
-    }
-  }
+  double largest = 0;
+  for (const float v : want.rgba) largest = std::max(largest, double(std::fabs(v)));
+  const auto off = [&](size_t i) {
+    const double by = std::fabs(double(got.rgba[i]) - double(want.rgba[i]));
+    return std::isnan(by) ? double(infinity) : by;
+  };
+  size_t worst = 0;
+  for (size_t i = 0; i < want.rgba.size(); ++i)
+    if (off(i) > off(worst)) worst = i;
   const size_t width = static_cast<size_t>(want.w);
-  EXPECT_LE(worst, tolerance) << what << ": at x " << at / 4 % width << " y " << at / 4 / width << " channel "
-                              << at % 4 << ": " << got.rgba[at] << ", not " << want.rgba[at];
+  EXPECT_LE(off(worst), relative * largest + 1e-12)
+      << what << ": at x " << worst / 4 % width << " y " << worst / 4 / width << " channel " << worst % 4
+      << ": " << got.rgba[worst] << ", not " << want.rgba[worst];
+}
+
+// What a filter makes of the first picture, with the second where there is one, against what is wanted.
+void check(const std::string& op, const std::vector<Picture>& inputs, const std::vector<double>& params,
+           const Picture& want, double relative = float_storage) {
+  const std::string what = op + " of " + std::to_string(want.w) + " x " + std::to_string(want.h) + " by " +
+                           testing::PrintToString(params);
+  expect_near(run(op, inputs, params), want, relative, what);
 }
 
 // Small pictures of every awkward shape, an impulse in its own right, and a photograph.
@@ -141,47 +141,34 @@ std::vector<Picture> pictures() {
   return result;
 }
 
-std::string name(const std::string& op, const Picture& picture, double a, double b) {
-  return op + " " + std::to_string(picture.w) + "x" + std::to_string(picture.h) + " " + std::to_string(a) +
-         " " + std::to_string(b);
-}
-
 std::vector<double> blur_params(double sx, double sy, int filter, const Picture& p, int limit = 0) {
   return {sx, sy, filter + 0.9, double(limit), 0, 0, double(p.w), double(p.h)};
 }
 
-TEST_F(Filters, blur_matches_its_kernels) {
-  for (const Picture& picture : pictures())
-    for (int filter = 0; filter < 4; ++filter)
-      for (const auto& [sx, sy] : {std::pair{3.0, 3.0}, {8.5, 2.4}, {1.7, 26.0}})
-        expect_near(run("blur", {picture}, blur_params(sx, sy, filter, picture)),
-                    reference::blur(picture, sx, sy, filter), float_storage,
-                    name("blur", picture, sx, filter));
-}
-
-TEST_F(Filters, extrema_and_discs_match_their_formulas) {
+TEST_F(Filters, blurs_extrema_and_discs_match_their_formulas) {
   for (const Picture& picture : pictures()) {
-    for (const double amount : {2.0, -2.0, 1.3, -0.4, 6.75})
-      expect_near(run("dilate", {picture}, {amount}), reference::dilate(picture, amount), float_storage,
-                  name("dilate", picture, amount, 0));
-    for (int filter = 0; filter < 4; ++filter)
+    for (int filter = 0; filter < 4; ++filter) {
+      for (const auto& [sx, sy] : {std::pair{3.0, 3.0}, {8.5, 2.4}, {1.7, 26.0}})
+        check("blur", {picture}, blur_params(sx, sy, filter, picture),
+              reference::blur(picture, sx, sy, filter));
       for (const double amount : {1.0, -1.0, 2.6, -3.3})
-        expect_near(run("filter_erode", {picture}, {amount, double(filter)}),
-                    reference::filter_erode(picture, amount, filter), float_storage,
-                    name("filter_erode", picture, amount, filter));
+        check("filter_erode", {picture}, {amount, double(filter)},
+              reference::filter_erode(picture, amount, filter));
+    }
+    for (const double amount : {2.0, -2.0, 1.3, -0.4, 6.75})
+      check("dilate", {picture}, {amount}, reference::dilate(picture, amount));
     for (const auto& [rx, ry] : {std::pair{0.0, 0.7}, {1.0, 1.0}, {4.3, 2.5}, {0.2, 7.0}, {33.6, 11.2}})
       for (const double direct : {0.0, 1.0})
-        expect_near(run("disc", {picture}, {rx, ry, direct}), reference::disc(picture, rx, ry),
-                    direct > 0 ? float_storage : 1e-4, name("disc", picture, rx, ry));
+        check("disc", {picture}, {rx, ry, direct}, reference::disc(picture, rx, ry),
+              direct > 0 ? float_storage : 1e-4);
   }
 }
 
 // The operations that look at one pixel once something is blurred.
 TEST_F(Filters, blends_match_their_formulas) {
   for (const Picture& picture : pictures()) {
-    const Picture blurred = reference::blur(picture, 6, 4, 3);
-    std::vector<double> params = blur_params(6, 4, 3, picture);
-    const auto with = [&params](std::vector<double> more) {
+    const Picture blurred = reference::blur(picture, 6, 4, 3), matte = photograph(picture.w, picture.h, 7);
+    const auto with = [params = blur_params(6, 4, 3, picture)](std::vector<double> more) {
       more.insert(more.begin(), params.begin(), params.end());
       return more;
     };
@@ -189,27 +176,23 @@ TEST_F(Filters, blends_match_their_formulas) {
     for (float& v : light.rgba) v = std::max(v - 0.3F, 0.0F);
     light = reference::blur(light, 6, 4, 3);
     for (const bool alone : {false, true}) {
-      const Picture want =
-          reference::each_pixel(picture, light, [alone](const float* a, const float* g, float* o, int, int) {
-            const double grey = 0.2126 * g[0] + 0.7152 * g[1] + 0.0722 * g[2], tint[3] = {1.5, 1, 0.25};
-            for (int c = 0; c < 3; ++c)
-              o[c] = static_cast<float>((alone ? 0 : a[c]) + 0.8 * tint[c] * (grey + 1.4 * (g[c] - grey)));
-            const double base = alone ? 0 : a[3];
-            o[3] = static_cast<float>(std::min(base + 0.8 * g[3], std::max(base, 1.0)));
-          });
-      expect_near(run("glow", {picture}, with({0.3, 1.5, 1, 0.25, 0.8, 1.4, alone ? -1.0 : 0.0})), want,
-                  float_storage, name("glow", picture, alone, 0));
+      const auto glow = [alone](const float* a, const float* g, float* o, int, int) {
+        const double grey = 0.2126 * g[0] + 0.7152 * g[1] + 0.0722 * g[2], tint[3] = {1.5, 1, 0.25};
+        for (int c = 0; c < 3; ++c)
+          o[c] = static_cast<float>((alone ? 0 : a[c]) + 0.8 * tint[c] * (grey + 1.4 * (g[c] - grey)));
+        const double base = alone ? 0 : a[3];
+        o[3] = static_cast<float>(std::min(base + 0.8 * g[3], std::max(base, 1.0)));
+      };
+      check("glow", {picture}, with({0.3, 1.5, 1, 0.25, 0.8, 1.4, alone ? -1.0 : 0.0}),
+            reference::each_pixel(picture, light, glow));
     }
-    expect_near(run("sharpen", {picture}, with({2.5, -0.1, 0.06})),
-                reference::each_pixel(picture, blurred,
-                                      [](const float* a, const float* b, float* o, int, int) {
-                                        for (int c = 0; c < 3; ++c)
-                                          o[c] = a[c] + 2.5F * std::min(std::max(a[c] - b[c], -0.1F), 0.06F);
-                                        o[3] = a[3];
-                                      }),
-                float_storage, name("sharpen", picture, 2.5, 0));
-    // The edge's ramp, by hand as in the test of erode_ramp: of a triangle over 4 pixels, and of half a
-    // pixel, which blurs nothing.
+    const auto sharpened = [](const float* a, const float* b, float* o, int, int) {
+      for (int c = 0; c < 3; ++c) o[c] = a[c] + 2.5F * std::min(std::max(a[c] - b[c], -0.1F), 0.06F);
+      o[3] = a[3];
+    };
+    check("sharpen", {picture}, with({2.5, -0.1, 0.06}), reference::each_pixel(picture, blurred, sharpened));
+    // The edge's ramp, by hand: S, the integral of the triangle of half width w = 2 a, of a triangle over 4
+    // pixels S(1.5; 4) = 1 - 2.5^2 / 32 and S(2.5; 4) = 1 - 1.5^2 / 32; half a pixel blurs nothing.
     const double w = picture.w, h = picture.h;
     for (const auto& [amount, scale, offset] :
          {std::tuple{-2.0, 8.0F, -6.4375F}, {2.0, 8.0F, -6.4375F}, {0.25, 8 / 7.0F, -1 / 7.0F}}) {
@@ -218,26 +201,20 @@ TEST_F(Filters, blends_match_their_formulas) {
         const float inwards = std::clamp(scale * (amount > 0 ? 1 - v : v) + offset, 0.0F, 1.0F);
         v = amount > 0 ? 1 - inwards : inwards;
       }
-      expect_near(run("erode", {picture}, {amount, 0, 0, 0, 0, w, h}), moved, 8 * float_storage,
-                  name("erode", picture, amount, 0));
+      check("erode", {picture}, {amount, 0, 0, 0, 0, w, h}, moved, 8 * float_storage);
     }
-    expect_near(run("erode", {picture}, {0, 5, 0, 0, 0, w, h}), reference::blur(picture, 5, 5, 3),
-                float_storage, "softened by a Gaussian");
-    const Picture matte = photograph(picture.w, picture.h, 7);
-    expect_near(
-        run("edgeblur", {picture, matte}, with({1, 1.7, 0.5, 2, 1, 1.25})),
-        reference::each_pixel(
-            picture, blurred,
-            [&matte](const float* a, const float* b, float* o, int x, int y) {
-              float least = infinity, most = -infinity;
-              for (int i = 0; i < 9; ++i) {
-                least = std::min(least, matte.held(x + i % 3 - 1, y + i / 3 - 1, 1));
-                most = std::max(most, matte.held(x + i % 3 - 1, y + i / 3 - 1, 1));
-              }
-              const float edge = std::min(1.7F * (most - least), 1.0F), tint[4] = {0.625F, 2.5F, 1.25F, 1};
-              for (int c = 0; c < 4; ++c) o[c] = a[c] + edge * (b[c] * tint[c] - a[c]);
-            }),
-        float_storage, name("edgeblur", picture, 1.7, 0));
+    check("erode", {picture}, {0, 5, 0, 0, 0, w, h}, reference::blur(picture, 5, 5, 3));
+    const auto edge = [&matte](const float* a, const float* b, float* o, int x, int y) {
+      float least = infinity, most = -infinity;
+      for (int i = 0; i < 9; ++i) {
+        least = std::min(least, matte.held(x + i % 3 - 1, y + i / 3 - 1, 1));
+        most = std::max(most, matte.held(x + i % 3 - 1, y + i / 3 - 1, 1));
+      }
+      const float part = std::min(1.7F * (most - least), 1.0F), tint[4] = {0.625F, 2.5F, 1.25F, 1};
+      for (int c = 0; c < 4; ++c) o[c] = a[c] + part * (b[c] * tint[c] - a[c]);
+    };
+    check("edgeblur", {picture, matte}, with({1, 1.7, 0.5, 2, 1, 1.25}),
+          reference::each_pixel(picture, blurred, edge));
   }
 }
 
@@ -321,20 +298,18 @@ TEST_F(Filters, both_ways_of_the_disc_agree_beside_a_far_brighter_pixel) {
   for (int y = 0; y < 9; ++y)
     for (int x = 0; x < 150; ++x)
       for (int c = 0; c < 4 && x % 64 > 0; ++c) table.at(x, y, c) += table.at(x - 1, y, c);
-  expect_near(run("disc", {picture, table}, {6, 5, 0}), direct, 1e-4, "table handed in");
+  check("disc", {picture, table}, {6, 5, 0}, direct, 1e-4);
 }
-
-struct Reach {
-  const char* op;
-  std::vector<double> params;
-  int pixels;  // what lies farther away is never touched
-};
 
 TEST_F(Filters, what_is_no_number_stays_where_it_is) {
   const int w = 150, h = 41, at_x = 70, at_y = 20;
   const Picture matte = photograph(w, h, 3);
-  const std::vector<double> b = {3, 3, 2, 0, 0, 0, w, h};
-  std::vector<Reach> table = {
+  struct Reach {
+    const char* op;
+    std::vector<double> params;
+    int pixels;  // what lies farther away is never touched
+  };
+  const Reach table[] = {
       {"blur", {3, 3, 0, 0, 0, 0, w, h}, 1},
       {"blur", {4, 4, 1, 0, 0, 0, w, h}, 3},
       {"blur", {4, 4, 2, 0, 0, 0, w, h}, 5},
@@ -347,15 +322,11 @@ TEST_F(Filters, what_is_no_number_stays_where_it_is) {
       {"erode", {1.5, 0, 0, 0, 0, w, h}, 2},
       {"disc", {4, 4, 0}, 4},
       {"disc", {4, 4, 1}, 4},
+      {"glow", {3, 3, 2, 0, 0, 0, w, h, 0.1, 1, 1, 1, 1, 1, 0}, 4},
+      {"glow", {3, 3, 2, 0, 0, 0, w, h, 0.1, 1, 1, 1, 0, 1, 0}, 0},
+      {"sharpen", {3, 3, 2, 0, 0, 0, w, h, 1, -1, 1}, 4},
+      {"edgeblur", {3, 3, 2, 0, 0, 0, w, h, 0, 1, 1, 1, 1, 1}, 4},
   };
-  const auto add = [&table, &b](const char* op, std::vector<double> more, int pixels) {
-    more.insert(more.begin(), b.begin(), b.end());
-    table.push_back({op, more, pixels});
-  };
-  add("glow", {0.1, 1, 1, 1, 1, 1, 0}, 4);
-  add("glow", {0.1, 1, 1, 1, 0, 1, 0}, 0);
-  add("sharpen", {1, -1, 1}, 4);
-  add("edgeblur", {0, 1, 1, 1, 1, 1}, 4);
   for (const float bad : {nan, infinity, -infinity})
     for (const Reach& row : table) {
       Picture picture = photograph(w, h);
@@ -402,7 +373,7 @@ TEST_F(Filters, odd_parameters_do_no_harm) {
         Picture out = flat;
         const size_t used = each.op == std::string("edgeblur") ? 2 : 1;
         EXPECT_GE(run_filter(each.op, std::span(inputs).first(used), params, out), 0);
-        if (each.keeps_constants) expect_near(out, flat, 1e-4, name(each.op, flat, double(i), odd));
+        if (each.keeps_constants) expect_near(out, flat, 1e-4, each.op + testing::PrintToString(params));
       }
   Picture out = flat;
   const double far_box[] = {100, 100, 1, 2, 0, 0, 1e30, 3};

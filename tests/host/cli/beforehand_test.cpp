@@ -1,8 +1,8 @@
 #include "tests/host/cli/process.h"
+#include "tests/support/table.h"
 
 #include <cstdlib>
-#include <sstream>
-#include <string>
+#include <utility>
 
 #include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
@@ -31,9 +31,8 @@ void make_plates(const fs::path& folder) {
 
 size_t images_in(const fs::path& folder) {
   size_t count = 0;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    count += entry.path().extension() == ".exr" && fs::is_regular_file(entry.symlink_status()) ? 1 : 0;
-  }
+  for (const auto& entry : fs::directory_iterator(folder))
+    count += entry.path().extension() == ".exr" && fs::is_regular_file(entry.symlink_status());
   return count;
 }
 
@@ -60,62 +59,41 @@ an unset output variable   | | | ${QUORVEL_UNSET}/o.####.exr | | 2 | $QUORVEL_UN
 an unset input variable    | | $QUORVEL_UNSET/p.exr | o.####.exr | | 1 | node "plate": frame 1: $QUORVEL_UNSET is not set
 )";
 
-struct Case {
-  std::string name, prepare, input, outputs, options, code, message;
-
-  explicit Case(const std::string& line) {
-    std::istringstream cells(line);
-    for (std::string* cell : {&name, &prepare, &input, &outputs, &options, &code, &message}) {
-      std::getline(cells >> std::ws, *cell, '|');
-      cell->erase(cell->find_last_not_of(' ') + 1);
-    }
-  }
-
-  std::string nodes() const {
-    std::istringstream read(input), written(outputs);
-    std::string path, layer, name_of_output = "out";
-    read >> path >> layer;
-    std::string text = path.empty() ? grey : read_node(path, layer);
-    for (; written >> layer; name_of_output = "out2")
-      text += write_node(name_of_output, path.empty() ? "grey" : "plate", layer);
-    return text;
-  }
-
-  // With permissions of files that count even for root, which takes a process.
-  process::Ended ended(const std::string& words, const fs::path& folder) const {
-    if (prepare.rfind("mkdir -m", 0) != 0) return call(words, folder);
-    const std::string mortal = geteuid() == 0 ? "setpriv --bounding-set=-dac_override " : "";
-    return process::run(mortal + "quorvel " + words, folder);
-  }
-};
+// The nodes of a row; behind a file's name may stand a layer.
+std::string nodes_of(const std::string& input, const std::string& outputs) {
+  std::istringstream read(input), written(outputs);
+  std::string path, layer, name = "out";
+  read >> path >> layer;
+  std::string text = path.empty() ? grey : read_node(path, layer);
+  for (std::string file; written >> file; name = "out2")
+    text += write_node(name, path.empty() ? "grey" : "plate", file);
+  return text;
+}
 
 TEST(Beforehand, NothingIsDrawnWhenAFrameIsKnownToFail) {
-  std::istringstream lines(cases);
-  lines.ignore();
-  int count = 0;
-  for (std::string line; std::getline(lines, line); ++count) {
-    SCOPED_TRACE(line);
-    const Case each(line);
+  // With permissions of files that count even for root, which takes a process.
+  const std::string mortal = geteuid() == 0 ? "setpriv --bounding-set=-dac_override " : "";
+  for (const auto& [about, prepare, input, outputs, options, code, message] : support::rows<7>(cases)) {
     const fs::path folder = process::new_folder();
     make_plates(folder);
-    ASSERT_EQ(process::run("true; " + each.prepare, folder).code, 0);
-    write_shot(folder / "shot.json", each.nodes());
+    ASSERT_EQ(process::run("true; " + prepare, folder).code, 0);
+    write_shot(folder / "shot.json", nodes_of(input, outputs));
     const size_t images = images_in(folder);
-    const process::Ended ended = each.ended("render shot.json " + each.options, folder);
-    EXPECT_EQ(std::to_string(ended.code), each.code) << ended.err;
-    EXPECT_NE(ended.err.find(each.message), std::string::npos) << ended.err;
-    EXPECT_EQ(images_in(folder), images);
-    const process::Ended dry = each.ended("render shot.json --dry-run " + each.options, folder);
-    EXPECT_EQ(std::to_string(dry.code), each.code) << dry.out << dry.err;
-    EXPECT_NE((dry.out + dry.err).find(each.message), std::string::npos) << dry.out << dry.err;
+    std::vector<std::string> commands = {"render shot.json " + options,
+                                         "render shot.json --dry-run " + options};
     // What holds for the composition as it stands is told of it as well.
-    if (each.options != "" && each.options != "--overwrite") continue;
-    if (each.message.find("exists") != std::string::npos) continue;
-    const process::Ended info = each.ended("info shot.json", folder);
-    EXPECT_EQ(std::to_string(info.code), each.code) << info.out << info.err;
-    EXPECT_NE(info.out.find(each.message), std::string::npos) << info.out << info.err;
+    if ((options.empty() || options == "--overwrite") && message.find("exists") == std::string::npos)
+      commands.emplace_back("info shot.json");
+    for (const std::string& words : commands) {
+      const process::Ended ended = prepare.starts_with("mkdir -m")
+                                       ? process::run(mortal + "quorvel " + words, folder)
+                                       : call(words, folder);
+      const std::string said = (words == commands[0] ? "" : ended.out) + ended.err;
+      EXPECT_EQ(std::to_string(ended.code), code) << about << ": " << words << said;
+      EXPECT_NE(said.find(message), std::string::npos) << about << ": " << words << said;
+      EXPECT_EQ(images_in(folder), images) << about;
+    }
   }
-  EXPECT_EQ(count, 18);
 }
 
 TEST(Beforehand, WhatStandsIsKeptOnlyIfItIsWhatWouldBeMade) {
@@ -131,13 +109,14 @@ TEST(Beforehand, WhatStandsIsKeptOnlyIfItIsWhatWouldBeMade) {
           ended.err.find("is 16 x 9 at scale 0.5, not 32 x 18 at scale 1") != std::string::npos;
       return other ? 100 + ended.code : ended.code;
     };
-    EXPECT_EQ(code("full.json --proxy 0.5"), 0) << ending;
-    EXPECT_EQ(code("full.json --proxy 0.5 --skip-existing"), 0) << ending;
-    EXPECT_EQ(code("full.json --skip-existing"), 101) << ending;
-    EXPECT_EQ(code("half.json --skip-existing"), 1) << ending;
-    EXPECT_EQ(code("half.json --skip-existing --keep-going"), 1) << ending;
-    EXPECT_EQ(code("full.json --overwrite"), 0) << ending;
-    EXPECT_EQ(code("full.json --skip-existing"), 0) << ending;
+    for (const auto& [words, expected] : {std::pair("full.json --proxy 0.5", 0),
+                                          {"full.json --proxy 0.5 --skip-existing", 0},
+                                          {"full.json --skip-existing", 101},
+                                          {"half.json --skip-existing", 1},
+                                          {"half.json --skip-existing --keep-going", 1},
+                                          {"full.json --overwrite", 0},
+                                          {"full.json --skip-existing", 0}})
+      EXPECT_EQ(code(words), expected) << words << " " << ending;
     support::write_bytes(folder / ("o.0002." + ending), "no image");
     EXPECT_EQ(code("full.json --skip-existing"), 1) << ending;
   }

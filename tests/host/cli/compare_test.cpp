@@ -1,13 +1,13 @@
 #include "host/plates/difference.h"
 #include "tests/host/cli/process.h"
 #include "tests/support/images.h"
+#include "tests/support/table.h"
 
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <random>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
@@ -24,16 +24,12 @@ constexpr float infinity = std::numeric_limits<float>::infinity();
 OIIO::ImageBuf noise(std::mt19937& random, const std::vector<std::string>& names, OIIO::TypeDesc type) {
   const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
   OIIO::ImageSpec spec(4 + below(20), 4 + below(12), static_cast<int>(names.size()), type);
-  spec.x = below(12) - 6;
-  spec.y = below(12) - 6;
-  spec.full_width = 24;
-  spec.full_height = 16;
+  std::tie(spec.x, spec.y, spec.full_width, spec.full_height) =
+      std::tuple(below(12) - 6, below(12) - 6, 24, 16);
   spec.channelnames = names;
   std::vector<float> values(static_cast<size_t>(spec.image_pixels() * names.size()));
-  const std::vector<float> odd = {nan, infinity, -infinity};
-  for (float& value : values) {
-    value = below(9) > 0 ? static_cast<float>(below(4)) / 4 : odd[static_cast<size_t>(below(3))];
-  }
+  const float odd[] = {nan, infinity, -infinity};
+  for (float& value : values) value = below(9) > 0 ? static_cast<float>(below(4)) / 4 : odd[below(3)];
   OIIO::ImageBuf image(spec);
   image.set_pixels(image.roi(), OIIO::TypeFloat, values.data());
   return image;
@@ -104,30 +100,24 @@ TEST(Compare, EndsWithWhetherTheyDifferAndSaysWhere) {
     support::write_image(folder / ("id" + std::to_string(id % 10) + ".exr"), ids,
                          std::vector<uint32_t>{7, id}, OIIO::TypeUInt32);
   }
-  const struct {
-    const char* words;
-    int code;
-    const char* says;
-  } rows[] = {
-      {"compare p.1.exr p.3.exr", 0, "p.1.exr and p.3.exr are the same\n"},
-      {"compare p.1.exr p.2.exr", 1, "G  largest 0.5 at 6, 2; mean 0.015625; 1 of 32 pixels over"},
-      {"compare p.1.exr p.2.exr --tolerance 0.5", 0, "p.1.exr and p.2.exr are near enough"},
-      {"compare p.#.exr p.1.exr", 1, "1 of 3 frames differ"},
-      {"compare p.#.exr p.1.exr -f 3", 0, "the same"},
-      {"compare p.#.exr p.1.exr -f 4", 1, "p.4.exr"},
-      {"compare p.1.exr wide.exr", 1, "formats 8 x 4 and 9 x 4"},
-      {"compare id0.exr id1.exr", 1, "largest 1 at 1, 0"},
-      {"compare p.#.exr p.1.exr --picture d.exr", 2, "every frame would go to this file"},
-      {"compare p.1.exr p.2.exr --picture d.xyz", 2, "--picture"},
-      {"compare p.1.exr p.2.exr --tolerance -1", 2, "--tolerance"},
-      {"compare nix.#.exr p.1.exr", 2, "nix.#.exr: no such file"},
-      {"compare p.1.exr p.2.exr --picture d.exr", 1, "differ"},
-  };
-  for (const auto& row : rows) {
-    const process::Ended ended = call(row.words, folder);
-    EXPECT_EQ(ended.code, row.code) << row.words << ended.err;
-    EXPECT_NE((ended.out + ended.err).find(row.says), std::string::npos) << row.words << '\n'
-                                                                         << ended.out << ended.err;
+  for (const auto& [words, code, says] : support::rows<3>(R"(
+compare p.1.exr p.3.exr | 0 | p.1.exr and p.3.exr are the same
+compare p.1.exr p.2.exr | 1 | G  largest 0.5 at 6, 2; mean 0.015625; 1 of 32 pixels over
+compare p.1.exr p.2.exr --tolerance 0.5 | 0 | p.1.exr and p.2.exr are near enough
+compare p.#.exr p.1.exr | 1 | 1 of 3 frames differ
+compare p.#.exr p.1.exr -f 3 | 0 | the same
+compare p.#.exr p.1.exr -f 4 | 1 | p.4.exr
+compare p.1.exr wide.exr | 1 | formats 8 x 4 and 9 x 4
+compare id0.exr id1.exr | 1 | largest 1 at 1, 0
+compare p.#.exr p.1.exr --picture d.exr | 2 | every frame would go to this file
+compare p.1.exr p.2.exr --picture d.xyz | 2 | --picture
+compare p.1.exr p.2.exr --tolerance -1 | 2 | --tolerance
+compare nix.#.exr p.1.exr | 2 | nix.#.exr: no such file
+compare p.1.exr p.2.exr --picture d.exr | 1 | differ
+)")) {
+    const process::Ended ended = call(words, folder);
+    EXPECT_EQ(std::to_string(ended.code), code) << words << ended.err;
+    EXPECT_NE((ended.out + ended.err).find(says), std::string::npos) << words << ended.out << ended.err;
   }
   const OIIO::ImageBuf picture((folder / "d.exr").string());
   EXPECT_EQ(picture.getchannel(6, 1, 0, 1), 0.5F);

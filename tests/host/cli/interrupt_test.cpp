@@ -6,8 +6,8 @@
 #include <csignal>
 #include <cstdio>
 #include <random>
-#include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <OpenImageIO/imageio.h>
@@ -99,18 +99,15 @@ TEST(Interrupted, LeavesWholeFilesOnlyAndTheNextRunTidiesUp) {
 TEST(Interrupted, ALongDrawEndsSoonAndSaysSo) {
   const fs::path folder = process::new_folder();
   support::write_bytes(folder / "shot.json", long_draw);
-  for (const int signal : {SIGINT, SIGTERM}) {
-    for (const std::string style : {"jsonl", "plain"}) {
-      const auto begin = std::chrono::steady_clock::now();
-      const Interrupted ended(folder, "--progress " + style, signal, milliseconds(1000));
-      EXPECT_EQ(ended.code, signal == SIGTERM ? 75 : 130) << ended.said;
-      // Far less than the draw, and more than a second for a machine that has other things to do.
-      EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
-      const std::string words =
-          style == "plain" ? "interrupted: 0 of 2 frames written" : R"("outcome":"interrupted")";
-      EXPECT_NE(ended.said.find(words), std::string::npos) << ended.said;
-      EXPECT_TRUE(files_in(folder / "out").images.empty());
-    }
+  for (const auto& [signal, style, words] : {std::tuple(SIGINT, "jsonl", R"("outcome":"interrupted")"),
+                                             {SIGTERM, "plain", "interrupted: 0 of 2 frames written"}}) {
+    const auto begin = std::chrono::steady_clock::now();
+    const Interrupted ended(folder, std::string("--progress ") + style, signal, milliseconds(1000));
+    EXPECT_EQ(ended.code, signal == SIGTERM ? 75 : 130) << ended.said;
+    // Far less than the draw, and more than a second for a machine that has other things to do.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
+    EXPECT_NE(ended.said.find(words), std::string::npos) << ended.said;
+    EXPECT_TRUE(files_in(folder / "out").images.empty());
   }
 }
 

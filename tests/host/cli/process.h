@@ -2,9 +2,6 @@
 
 #include "tests/support/files.h"
 
-#include <filesystem>
-#include <string>
-
 namespace process {
 
 using support::new_folder;

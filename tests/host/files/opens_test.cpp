@@ -3,11 +3,8 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -22,8 +19,7 @@ namespace {
 constexpr const char* watched = "watched";
 
 struct Calls {
-  int64_t opens = 0;
-  int64_t stats = 0;
+  int64_t opens = 0, stats = 0;
 };
 
 thread_local Calls here;
@@ -42,15 +38,14 @@ void count_stat(const char* path) {
 }  // namespace
 
 #define PASSED_ON(name, type) reinterpret_cast<type>(dlsym(RTLD_NEXT, #name))
-
-#define COUNTED_OPEN(name)                                                                \
-  int name(const char* path, int flags, ...) {                                            \
-    va_list rest;                                                                         \
-    va_start(rest, flags);                                                                \
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0U; \
-    va_end(rest);                                                                         \
-    count_open(path);                                                                     \
-    return PASSED_ON(name, int (*)(const char*, int, ...))(path, flags, mode);            \
+#define COUNTED_OPEN(name)                                                               \
+  int name(const char* path, int flags, ...) {                                           \
+    va_list rest;                                                                        \
+    va_start(rest, flags);                                                               \
+    const mode_t mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(rest, mode_t) : mode_t{}; \
+    va_end(rest);                                                                        \
+    count_open(path);                                                                    \
+    return PASSED_ON(name, int (*)(const char*, int, ...))(path, flags, mode);           \
   }
 #define COUNTED_FOPEN(name)                                                   \
   FILE* name(const char* path, const char* mode) {                            \
@@ -77,24 +72,20 @@ COUNTED_STAT(stat64)
 namespace {
 
 void write_sources(int frames) {
-  scene::Plate plate;
-  plate.pixels.assign(8 * 8 * 4, 0.5F);
-  scene::write_plate(scene::folder() / "watched still.exr", plate);
-  for (const char* name : {"hole.1", "hole.9", "dark.1", "dark.9"})
-    scene::write_plate(scene::folder() / ("watched " + std::string(name) + ".exr"), plate);
+  std::mt19937 random(1);
+  scene::write_plate("watched still.exr", scene::noise(random, 8, 8));
+  for (const std::string name : {"hole.1", "hole.9", "dark.1", "dark.9"})
+    scene::write_plate("watched " + name + ".exr", scene::noise(random, 8, 8));
   for (int frame = 1; frame <= frames; ++frame) {
     const std::string number = std::to_string(frame) + ".exr";
-    plate.channels = {"R", "G", "B", "A"};
-    plate.pixels.assign(8 * 8 * 4, 0.5F);
-    scene::write_plate(scene::folder() / ("watched plain." + number), plate);
-    plate.channels = {"R", "G", "B", "A", "key.R", "key.G", "key.B", "key.A"};
-    plate.pixels.assign(8 * 8 * 8, 0.5F);
-    scene::write_plate(scene::folder() / ("watched layers." + number), plate);
+    scene::write_plate("watched plain." + number, scene::noise(random, 8, 8));
+    scene::write_plate("watched layers." + number,
+                       scene::noise(random, 8, 8, {"R", "G", "B", "A", "key.R", "key.G", "key.B", "key.A"}));
   }
 }
 
-constexpr const char* nodes = R"({"name": "still", "type": "read", "knobs": {"file": "watched still.exr"}},
-    {"name": "plain", "type": "read", "knobs": {"file": "watched plain.#.exr"}},
+const std::string nodes =
+    scene::read_plate("watched still.exr", "still") + scene::read_plate("watched plain.#.exr", "plain") + R"(,
     {"name": "key", "type": "read", "knobs": {"file": "watched layers.#.exr", "layer": "key"}},
     {"name": "black", "type": "read", "knobs": {"file": "watched dark.#.exr", "missing": "black"}},
     {"name": "near", "type": "read", "knobs": {"file": "watched hole.#.exr", "missing": "nearest"}},

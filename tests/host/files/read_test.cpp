@@ -5,16 +5,10 @@
 #include "tests/support/images.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include <OpenImageIO/deepdata.h>
-#include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 
 // What is read of a file, against files made by the image library itself.
@@ -81,7 +75,7 @@ TEST(Layers, AreFoundByPartByLayerAndByChannel) {
     std::vector<std::string> channels;
     Rgba first;
     bool coverage;
-    std::string error;
+    std::string error = "";
   } cases[] = {
       {eyes, "", {}, {0, 1, 2, 3}, true, ""},
       {eyes, "right", {}, {0, 1, 2, 3}, true, ""},
@@ -93,12 +87,7 @@ TEST(Layers, AreFoundByPartByLayerAndByChannel) {
       {eyes, "ids", {}, {200, 201, 0, 1}, false, ""},
       {eyes, "id", {}, {200, 201, 0, 1}, false, ""},
       {eyes, "Z", {}, {}, false, R"(layer "Z" may be any of "right.Z", "left.Z")"},
-      {eyes,
-       "Y",
-       {},
-       {},
-       false,
-       R"(has no layer "Y"; it has "right", "right.Z", "left", "left.N", "left.Z", "ids")"},
+      {eyes, "Y", {}, {}, false, R"(no layer "Y"; it has "right", "right.Z", "left", "left.N", )"},
       {eyes, "", {"N.Z"}, {107, 107, 107, 1}, false, ""},
       {eyes, "", {"left.Z"}, {104, 104, 104, 1}, false, ""},
       {eyes, "left", {"Z", "R"}, {104, 100, 0, 1}, false, ""},
@@ -117,14 +106,13 @@ TEST(Layers, AreFoundByPartByLayerAndByChannel) {
       {late, "depth", {}, {0, 0, 0, 1}, false, ""},
   };
   for (const auto& each : cases) {
+    SCOPED_TRACE(each.path + " " + each.layer + " " + testing::PrintToString(each.channels));
     const Read found = read({each.path, each.layer, each.channels});
-    const std::string what =
-        each.path + " " + each.layer + " " + (each.channels.empty() ? "" : each.channels[0]);
-    EXPECT_NE(found.error.find(each.error), std::string::npos) << what << ": " << found.error;
-    EXPECT_EQ(found.error.empty(), each.error.empty()) << what << ": " << found.error;
+    EXPECT_NE(found.error.find(each.error), std::string::npos) << found.error;
+    EXPECT_EQ(found.error.empty(), each.error.empty()) << found.error;
     // The reader orders channels as colour first; names, not places, must lead to them.
-    EXPECT_EQ(found.first, each.first) << what;
-    EXPECT_EQ(found.coverage, each.coverage) << what;
+    EXPECT_EQ(found.first, each.first);
+    EXPECT_EQ(found.coverage, each.coverage);
   }
 }
 
@@ -197,10 +185,8 @@ std::unique_ptr<Headers> held_to(int64_t most_side) {
 TEST(Layers, ThatCannotBeReadSaySoByTheHeaderAlone) {
   EXPECT_NE(read({write_deep(), "", {}}).error.find("deep.exr: its image is deep"), std::string::npos);
   const std::string wide = write_wide(8000000);
-  EXPECT_EQ(support::error_of([&] {
-              held_to(32768)->layer({wide, "", {}});
-            }),
-            wide + ": an image of 8000000 x 1 pixels is larger than the device's textures");
+  const std::string said = support::error_of([&] { held_to(32768)->layer({wide, "", {}}); });
+  EXPECT_EQ(said, wide + ": an image of 8000000 x 1 pixels is larger than the device's textures");
   const std::string fits = write_parts("fits.exr", {{"", {"R", "G", "B"}}});
   EXPECT_EQ(held_to(3)->layer({fits, "", {}}).channels[2], 2);
   EXPECT_THROW(held_to(2)->layer({fits, "", {}}), std::runtime_error);
@@ -226,25 +212,23 @@ TEST(Ids, AreTheNumbersThemselvesAndSayWhereAFloatEnds) {
 
 TEST(Colors, AreSrgbInWholeNumbersUnlessTheFileSaysOtherwise) {
   const struct {
-    const char* name;
-    OIIO::TypeDesc type;
-    const char* attribute;
-    const char* value;
-    const char* color;
+    const char *name, *color;
+    OIIO::TypeDesc type = OIIO::TypeUInt8;
+    const char *attribute = "", *value = "";
   } cases[] = {
-      {"c8.tif", OIIO::TypeUInt8, "", "", "sRGB"},
-      {"c16.tif", OIIO::TypeUInt16, "", "", "sRGB"},
-      {"cf.tif", OIIO::TypeFloat, "", "", "linear"},
-      {"c.tga", OIIO::TypeUInt8, "", "", "sRGB"},
-      {"c.bmp", OIIO::TypeUInt8, "", "", "sRGB"},
-      {"c.dpx", OIIO::TypeUInt8, "", "", "sRGB"},
-      {"l.dpx", OIIO::TypeUInt16, "dpx:Transfer", "Linear", "linear"},
-      {"k.dpx", OIIO::TypeUInt16, "oiio:ColorSpace", "KodakLog", "KodakLog"},
-      {"c.png", OIIO::TypeUInt8, "", "", "sRGB"},
-      {"l.png", OIIO::TypeUInt8, "oiio:ColorSpace", "Linear", "linear"},
-      {"g.png", OIIO::TypeUInt8, "oiio:ColorSpace", "Gamma2.2", "sRGB"},
-      {"c.exr", OIIO::TypeHalf, "", "", "linear"},
-      {"c.jpg", OIIO::TypeUInt8, "", "", "sRGB"},
+      {"c8.tif", "sRGB"},
+      {"c16.tif", "sRGB", OIIO::TypeUInt16},
+      {"cf.tif", "linear", OIIO::TypeFloat},
+      {"c.tga", "sRGB"},
+      {"c.bmp", "sRGB"},
+      {"c.dpx", "sRGB"},
+      {"l.dpx", "linear", OIIO::TypeUInt16, "dpx:Transfer", "Linear"},
+      {"k.dpx", "KodakLog", OIIO::TypeUInt16, "oiio:ColorSpace", "KodakLog"},
+      {"c.png", "sRGB"},
+      {"l.png", "linear", OIIO::TypeUInt8, "oiio:ColorSpace", "Linear"},
+      {"g.png", "sRGB", OIIO::TypeUInt8, "oiio:ColorSpace", "Gamma2.2"},
+      {"c.exr", "linear", OIIO::TypeHalf},
+      {"c.jpg", "sRGB"},
   };
   for (const auto& each : cases) {
     OIIO::ImageSpec spec(4, 4, 3, each.type);

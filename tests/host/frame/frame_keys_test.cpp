@@ -94,32 +94,9 @@ TEST(FrameKeysTest, RandomEditsAndFramesGiveTheKeysOfAFreshStart) {
         ASSERT_EQ(got.graph.instances[at].frame, wanted.graph.instances[at].frame);
       }
       // An edit costs the edited node and what lies downstream, no more; a time node may change the graph.
-      if (edit && !retimed) {
-        EXPECT_LE(keys.visited() - visited, downstream(got, edited)) << node.type->name;
-      }
+      EXPECT_TRUE(!edit || retimed || keys.visited() - visited <= downstream(got, edited)) << node.type->name;
     }
   }
-}
-
-TEST(FrameKeysTest, AKnobCostsWhatLiesDownstreamOfIt) {
-  std::string nodes = R"({"name": "n0", "type": "constant"})";
-  for (int i = 1; i < 100; ++i) {
-    nodes += R"(, {"name": "n)" + std::to_string(i) + R"(", "type": "blur", "inputs": "n)" +
-             std::to_string(i - 1) + "\"}";
-  }
-  Shot shot(nodes);
-  FrameKeys keys(shot.composition, shot.project);
-  keys.frame(shot.composition.outputs, 1);
-  for (const int edited : {99, 98, 50, 0}) {
-    const int64_t visited = keys.visited();
-    shot.composition.nodes[static_cast<size_t>(edited)].knobs[0].components[0].constant += 0.5;
-    keys.edited(edited);
-    keys.frame(shot.composition.outputs, 1);
-    EXPECT_EQ(keys.visited() - visited, 100 - edited) << "knob of node " << edited;
-  }
-  const int64_t visited = keys.visited();
-  keys.frame(shot.composition.outputs, 2);
-  EXPECT_EQ(keys.visited(), visited) << "nothing varies with the frame";
 }
 
 }  // namespace

@@ -2,15 +2,12 @@
 #include "tests/host/render/scene.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <map>
-#include <random>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -64,17 +61,15 @@ const std::map<std::string, std::string> changing = {
 void write_plate(const std::string& name, unsigned seed, int x, int columns) {
   std::mt19937 random(seed);
   scene::Plate plate = scene::noise(random, columns, name == "mask.exr" ? height : height - 2);
-  plate.x = x;
-  plate.y = (height - plate.height) / 2;
-  plate.full_width = width;
-  plate.full_height = height;
+  std::tie(plate.x, plate.y) = std::tuple(x, (height - plate.height) / 2);
+  std::tie(plate.full_width, plate.full_height) = std::tuple(width, height);
   for (size_t i = 0; i < plate.pixels.size(); i += 4) {
     if (name == "holes.exr" && i % 5 == 0) plate.pixels[i + 3] = NAN;
     if (name != "mask.exr") continue;
     plate.pixels[i] = 1.5F * plate.pixels[i] - 0.25F;
     plate.pixels[i + 3] = 1;
   }
-  scene::write_plate(scene::folder() / name, plate);
+  scene::write_plate(name, plate);
 }
 
 // How a node is told to be seen, and how much of it then is, 0 to 1, of a channel at a pixel inside the mask
@@ -87,15 +82,15 @@ struct Term {
   double (*amount)(bool inside, double red, size_t c);
 };
 const Term terms[] = {
-    {"half", true, all, [](bool inside, double, size_t) { return inside ? 1.0 : 0.0; }},
+    {"half", true, all, [](bool inside, double, size_t) -> double { return inside; }},
     {"other half", true, all + R"(, "invert_mask": true)",
-     [](bool inside, double, size_t) { return inside ? 0.0 : 1.0; }},
+     [](bool inside, double, size_t) -> double { return !inside; }},
     {"part", true, all + R"(, "mask_channel": "red", "mix": 0.75)",
      [](bool, double red, size_t) { return 0.75 * std::clamp(red, 0.0, 1.0); }},
     {"mixed", false, all + R"(, "mix": 0.25)", [](bool, double, size_t) { return 0.25; }},
-    {"colour", false, R"("channels": "rgb")", [](bool, double, size_t c) { return c < 3 ? 1.0 : 0.0; }},
+    {"colour", false, R"("channels": "rgb")", [](bool, double, size_t c) -> double { return c < 3; }},
     {"green", true, R"("channels": "green")",
-     [](bool inside, double, size_t c) { return inside && c == 1 ? 1.0 : 0.0; }},
+     [](bool inside, double, size_t c) -> double { return inside && c == 1; }},
 };
 
 std::string node_of(const NodeType& type, const std::string& name, bool masked, const std::string& knobs) {
@@ -114,10 +109,9 @@ std::string node_of(const NodeType& type, const std::string& name, bool masked, 
 // One node under several terms, with what it reads.
 scene::Scene scene_of(const NodeType& type) {
   const std::string plate = type.name == "find_nan" ? "holes.exr" : "plate.exr";
-  std::string nodes = R"({"name": "plate", "type": "read", "knobs": {"file": ")" + plate + R"("}},
-      {"name": "in", "type": "grade", "inputs": "plate", "knobs": {"multiply": {"keys": [[1, 0.5], [9, 1.5]]}}},
-      {"name": "other", "type": "read", "knobs": {"file": "other.exr"}},
-      {"name": "mask", "type": "read", "knobs": {"file": "mask.exr"}})";
+  std::string nodes = scene::read_plate(plate, "plate") + scene::read_plate("other.exr", "other") +
+                      scene::read_plate("mask.exr", "mask") +
+                      scene::node("in", "plate", "grade", R"("multiply": {"keys": [[1, 0.5], [9, 1.5]]})");
   nodes += node_of(type, "plain", false, all);
   for (const auto& term : terms) nodes += node_of(type, term.name, term.masked, term.knobs);
   nodes += node_of(type, "none", true, R"("mix": 0)");
@@ -125,7 +119,7 @@ scene::Scene scene_of(const NodeType& type) {
 }
 
 bool same_bits(float a, float b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+  return std::bit_cast<uint32_t>(a) == std::bit_cast<uint32_t>(b);
 }
 
 // Bit for bit where a term lets all or nothing be seen, else against a mixture made here.
@@ -170,38 +164,16 @@ TEST(Around, HoldsEveryNodeToItsShare) {
     SCOPED_TRACE(type.name);
     ASSERT_TRUE(changing.count(type.name));
     scene::Scene shot = scene_of(type);
-    const HostImage in = shot.image("in", frame), plain = shot.image("plain", frame);
-    const HostImage mask = shot.image("mask", frame);
+    const HostImage in = shot.image("in", frame);
+    const host::render::Stats before = shot.renderer().stats();
+    const HostImage none = shot.image("none", frame);
+    EXPECT_TRUE(none.extent == in.extent && std::ranges::equal(none.rgba, in.rgba, same_bits));
+    // It asks for what it changes alone, and hands that on.
+    EXPECT_EQ(shot.renderer().stats().computed - before.computed, 1);
+    EXPECT_EQ(shot.renderer().stats().draws, before.draws);
+    const HostImage plain = shot.image("plain", frame), mask = shot.image("mask", frame);
     ASSERT_TRUE(differs(in, plain, 0, width / 2) && differs(in, plain, width / 2, width));
     for (const auto& term : terms) check(term, shot.image(term.name, frame), in, plain, mask);
-    EXPECT_EQ(shot.image("none", frame).extent, in.extent);
-  }
-}
-
-// With a mix of 0 a node asks for what it changes alone, and that is what comes out: the same texture.
-TEST(Around, ReturnsItsInputForAMixOfNone) {
-  host::programs::ShaderLibrary shaders((scene::gpu(), host::programs::ShaderLibrary::default_root()));
-  host::gpu::TexturePool pool(1 << 20, 64);
-  host::plates::Headers headers;
-  host::Notices notices;
-  host::plates::Decoder decoder(headers, 1, 0, notices);
-  host::node::RenderContext context(shaders, pool, decoder);
-  const host::node::Image image{{{4, 4, 1}, {0, 0, 4, 4}}, pool.acquire(4, 4), nullptr};
-  const host::node::Image images[] = {image};
-  for (const NodeType& type : host::nodes::catalogue()) {
-    if (type.changes < 0 || type.inputs.empty()) continue;
-    host::node::Node node{"n", &type, std::vector<int>(type.inputs.size(), 0), {}};
-    for (const auto& spec : type.knobs) {
-      node.knobs.push_back(host::node::KnobValue::default_of(spec));
-      if (spec.name == "mix") node.knobs.back().components[0].constant = 0;
-    }
-    const host::node::Project project;
-    const host::node::Call call = node.call_at(1, project);
-    const auto reads = type.operation->reads(call);
-    ASSERT_EQ(reads.size(), 1U) << type.name;
-    EXPECT_EQ(reads[0].input, type.changes) << type.name;
-    EXPECT_EQ(type.operation->render(call, images, image.extent, context).texture, image.texture)
-        << type.name;
   }
 }
 

@@ -1,12 +1,10 @@
 #include "tests/host/render/placed_cases.h"
 #include "tests/host/render/scene.h"
+#include "tests/support/table.h"
 
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
-#include <random>
-#include <vector>
 
 #include <OpenColorIO/OpenColorIO.h>
 #include <gtest/gtest.h>
@@ -66,6 +64,10 @@ void write_config() {
     }
     curve << "}\n";
   }
+  std::ofstream(scene::folder() / "two.ccc")
+      << R"(<ColorCorrectionCollection><ColorCorrection id="a"></ColorCorrection><ColorCorrection id="b">
+          <SOPNode><Slope>2 1 0.5</Slope><Offset>0.25 0 0</Offset><Power>1 2 1</Power></SOPNode>
+          <SatNode><Saturation>0.5</Saturation></SatNode></ColorCorrection></ColorCorrectionCollection>)";
   std::ofstream config(scene::folder() / "config.ocio");
   config
       << "ocio_profile_version: 2\nsearch_path: .\nroles: {default: plain, scene_linear: plain}\n"
@@ -75,7 +77,7 @@ void write_config() {
          "  - !<Look> {name: warm, process_space: plain, transform: !<CDLTransform> {slope: [1.5, 1, 0.5]}}\n"
          "  - !<Look> {name: dark, process_space: density, transform: !<CDLTransform> {power: [2, 2, 2]}}\n"
          "colorspaces:\n  - !<ColorSpace> {name: plain}\n";
-  const auto space = [&config](const char* name, const char* transform) {
+  const auto space = [&config](const char* name, const std::string& transform) {
     config << "  - !<ColorSpace>\n    name: " << name << "\n    from_scene_reference: !<" << transform
            << "}\n";
   };
@@ -83,15 +85,19 @@ void write_config() {
   space("tetra", "FileTransform> {src: cube.cube, interpolation: tetrahedral");
   space("short", "FileTransform> {src: curve17.spi1d, interpolation: linear");
   space("long", "FileTransform> {src: curve10000.spi1d, interpolation: linear");
-  space("cdl", "CDLTransform> {slope: [1.2, 0.9, 1.1], offset: [0.1, 0, -0.1], power: [1, 1.5, 2], sat: 0.7");
+  space("best", "FileTransform> {src: cube.cube, interpolation: best");
+  space("by id", "FileTransform> {src: two.ccc, cccid: b");
+  const std::string cdl =
+      "CDLTransform> {slope: [1.25, 0.75, 1], offset: [0.125, 0, -0.125], power: [1.5, 1, 0.75], sat: 1.25";
+  space("cdl", cdl);
+  space("clamped", cdl + ", style: asc");
   space("density", "LogAffineTransform> {base: 10, lin_side_slope: 2, lin_side_offset: 0.5");
 }
 
 scene::Plate colors() {
   std::mt19937 random(11);
   std::uniform_real_distribution<float> value(-0.25F, 1.5F);
-  scene::Plate plate;
-  plate.width = plate.height = 16;
+  scene::Plate plate{16, 16};
   for (int i = 0; i < 256; ++i)
     for (int c = 0; c < 4; ++c) plate.pixels.push_back(c < 3 ? value(random) : static_cast<float>(i % 3) / 2);
   return plate;
@@ -110,118 +116,57 @@ std::vector<float> reference(std::vector<float> pixels, const ocio::ConstProcess
   return pixels;
 }
 
-using Processor = std::function<ocio::ConstProcessorRcPtr(const ocio::ConstConfigRcPtr&)>;
-
-Processor between(const char* from, const char* to) {
-  return [from, to](const auto& config) { return config->getProcessor(from, to); };
-}
-
-// Looks that are named through OpenColorIO's own way of overriding a view's.
-Processor shown(const char* view, const char* looks = nullptr, bool inverse = false) {
-  return [=](const auto& config) {
-    auto transform = ocio::DisplayViewTransform::Create();
-    transform->setSrc("plain");
-    transform->setDisplay("d");
-    transform->setView(view);
-    if (inverse) transform->setDirection(ocio::TRANSFORM_DIR_INVERSE);
-    if (!looks) return config->getProcessor(transform);
-    auto pipeline = ocio::LegacyViewingPipeline::Create();
-    pipeline->setDisplayViewTransform(transform);
-    pipeline->setLooksOverrideEnabled(true);
-    pipeline->setLooksOverride(looks);
-    return pipeline->getProcessor(config);
-  };
-}
-
-Processor of_file(const char* file, ocio::Interpolation interpolation, const char* id = "") {
-  return [=](const auto& config) {
-    auto transform = ocio::FileTransform::Create();
-    transform->setSrc((scene::folder() / file).c_str());
-    transform->setInterpolation(interpolation);
-    transform->setCCCId(id);
-    return config->getProcessor(transform);
-  };
-}
-
-Processor of_cdl(ocio::CDLStyle style, bool inverse = false) {
-  return [=](const auto& config) {
-    auto transform = ocio::CDLTransform::Create();
-    const double sop[] = {1.25, 0.75, 1, 0.125, 0, -0.125, 1.5, 1, 0.75};
-    transform->setSOP(sop);
-    transform->setSat(1.25);
-    transform->setStyle(style);
-    if (inverse) transform->setDirection(ocio::TRANSFORM_DIR_INVERSE);
-    return config->getProcessor(transform);
-  };
-}
+// A node, and what it stands for in the config: from one of its spaces by way of looks to another, of colour
+// that is divided by its coverage or not.
+constexpr const char* conversions = R"(
+ocio_colorspace | "in": "plain", "out": "cube"         | plain   |       | cube    | as it is
+ocio_colorspace | "in": "plain", "out": "cube"         | plain   |       | cube    | divided
+ocio_colorspace | "in": "plain", "out": "tetra"        | plain   |       | tetra   | as it is
+ocio_colorspace | "in": "plain", "out": "short"        | plain   |       | short   | divided
+ocio_colorspace | "in": "plain", "out": "long"         | plain   |       | long    | as it is
+ocio_colorspace | "in": "plain", "out": "cdl"          | plain   |       | cdl     | divided
+ocio_colorspace | "in": "density", "out": "cdl"        | density |       | cdl     | divided
+ocio_colorspace | "in": "short", "out": "density"      | short   |       | density | divided
+ocio_colorspace | "in": "scene_linear", "out": "plain" | plain   |       | plain   | divided
+ocio_display    | "in": "plain"                        | plain   |       | plain   | divided
+ocio_display    | "in": "plain", "display": "d", "view": "film"             | plain | warm  | short | divided
+ocio_display    | "in": "plain", "view": "film", "looks": "dark"            | plain | dark  | short | as it is
+ocio_display    | "in": "plain", "view": "film", "looks": "dark, -warm"     | plain | dark, -warm | short | as it is
+ocio_display    | "in": "plain", "view": "film", "looks": "none"            | plain |       | short | as it is
+ocio_display    | "in": "plain", "looks": "warm", "invert": true            | plain | -warm | plain | as it is
+ocio_file       | "file": "cube.cube"                                       | plain |       | best  | divided
+ocio_file       | "file": "cube.cube", "interpolation": "linear"            | plain |       | cube  | as it is
+ocio_file       | "file": "curve17.spi1d"                                   | plain |       | short | as it is
+ocio_file       | "file": "two.ccc", "id": "b"                              | plain |       | by id | divided
+ocio_cdl        | "invert": false                      | plain   |       | cdl     | divided
+ocio_cdl        | "clamp": true                        | plain   |       | clamped | as it is
+ocio_cdl        | "invert": true                       | cdl     |       | plain   | as it is
+)";
 
 TEST(Ocio, AgreesWithOpenColorIo) {
   write_config();
-  std::ofstream(scene::folder() / "two.ccc")
-      << R"(<ColorCorrectionCollection><ColorCorrection id="a"></ColorCorrection><ColorCorrection id="b">
-          <SOPNode><Slope>2 1 0.5</Slope><Offset>0.25 0 0</Offset><Power>1 2 1</Power></SOPNode>
-          <SatNode><Saturation>0.5</Saturation></SatNode></ColorCorrection></ColorCorrectionCollection>)";
   const scene::Plate plate = colors();
-  scene::write_plate(scene::folder() / "colors.exr", plate);
-  const std::string config = R"("config": "config.ocio", "in": "plain")";
-  const std::string cdl = R"("slope": [1.25, 0.75, 1], "offset": [0.125, 0, -0.125], "power": [1.5, 1, 0.75],
-      "saturation": 1.25)";
-  const auto space = [](const char* from, const char* to) {
-    return std::string(R"("config": "config.ocio", "in": ")") + from + R"(", "out": ")" + to + "\"";
-  };
-  const struct {
-    const char* type;
-    std::string knobs;
-    Processor processor;
-    bool divide;
-  } cases[] = {
-      {"ocio_colorspace", space("plain", "cube"), between("plain", "cube"), false},
-      {"ocio_colorspace", space("plain", "cube"), between("plain", "cube"), true},
-      {"ocio_colorspace", space("plain", "tetra"), between("plain", "tetra"), false},
-      {"ocio_colorspace", space("plain", "short"), between("plain", "short"), true},
-      {"ocio_colorspace", space("plain", "long"), between("plain", "long"), false},
-      {"ocio_colorspace", space("plain", "cdl"), between("plain", "cdl"), true},
-      {"ocio_colorspace", space("density", "cdl"), between("density", "cdl"), true},
-      {"ocio_colorspace", space("short", "density"), between("short", "density"), true},
-      {"ocio_colorspace", space("scene_linear", "plain"), between("scene_linear", "plain"), true},
-      {"ocio_display", config, shown("v"), true},
-      {"ocio_display", config + R"(, "display": "d", "view": "film")", shown("film"), true},
-      {"ocio_display", config + R"(, "view": "film", "looks": "dark")", shown("film", "dark"), false},
-      {"ocio_display", config + R"(, "view": "film", "looks": "dark, -warm")", shown("film", "dark, -warm"),
-       false},
-      {"ocio_display", config + R"(, "view": "film", "looks": "none")", between("plain", "short"), false},
-      {"ocio_display", config + R"(, "looks": "warm", "invert": true)",
-       [](const auto& given) {
-         auto look = ocio::LookTransform::Create();
-         look->setSrc("plain");
-         look->setDst("plain");
-         look->setLooks("-warm");
-         return given->getProcessor(look);
-       },
-       false},
-      {"ocio_file", R"("file": "cube.cube")", of_file("cube.cube", ocio::INTERP_BEST), true},
-      {"ocio_file", R"("file": "cube.cube", "interpolation": "linear")",
-       of_file("cube.cube", ocio::INTERP_LINEAR), false},
-      {"ocio_file", R"("file": "curve17.spi1d")", of_file("curve17.spi1d", ocio::INTERP_LINEAR), false},
-      {"ocio_file", R"("file": "two.ccc", "id": "b")", of_file("two.ccc", ocio::INTERP_BEST, "b"), true},
-      {"ocio_cdl", cdl, of_cdl(ocio::CDL_NO_CLAMP), true},
-      {"ocio_cdl", cdl + R"(, "clamp": true)", of_cdl(ocio::CDL_ASC), false},
-      {"ocio_cdl", cdl + R"(, "invert": true)", of_cdl(ocio::CDL_NO_CLAMP, true), false},
-  };
-  const auto known = ocio::Config::CreateFromFile((scene::folder() / "config.ocio").c_str());
-  for (const auto& each : cases) {
-    scene::Scene shot(scene::read_plate("colors.exr") + scene::node("n", "p", each.type,
-                                                                    each.knobs + R"(, "unpremultiply": )" +
-                                                                        (each.divide ? "true" : "false")),
-                      16, 16);
+  scene::write_plate("colors.exr", plate);
+  const auto config = ocio::Config::CreateFromFile((scene::folder() / "config.ocio").c_str());
+  for (const auto& [type, own, from, looks, to, how] : support::rows<6>(conversions)) {
+    const bool divide = how == "divided";
+    std::string knobs = own + R"(, "unpremultiply": )" + (divide ? "true" : "false");
+    if (type == "ocio_cdl")
+      knobs += R"(, "slope": [1.25, 0.75, 1], "offset": [0.125, 0, -0.125],
+        "power": [1.5, 1, 0.75], "saturation": 1.25)";
+    if (type == "ocio_colorspace" || type == "ocio_display") knobs += R"(, "config": "config.ocio")";
+    scene::Scene shot(scene::read_plate("colors.exr") + scene::node("n", "p", type, knobs), 16, 16);
+    const auto transform = ocio::LookTransform::Create();
+    transform->setSrc(from.c_str());
+    transform->setLooks(looks.c_str());
+    transform->setDst(to.c_str());
     const std::vector<float> found = shot.image("n").rgba;
-    const std::vector<float> expected = reference(plate.pixels, each.processor(known), each.divide);
+    const std::vector<float> expected = reference(plate.pixels, config->getProcessor(transform), divide);
     ASSERT_EQ(found.size(), expected.size());
-    for (size_t i = 0; i < found.size(); ++i) {
-      // A few roundings of the table's coordinate, which its slope enlarges.
+    // A few roundings of the table's coordinate, which its slope enlarges.
+    for (size_t i = 0; i < found.size(); ++i)
       ASSERT_NEAR(found[i], expected[i], 2e-5 * std::max(1.0F, std::abs(expected[i])))
-          << each.type << " " << each.knobs << ", value " << i;
-    }
+          << knobs << ", value " << i;
   }
 }
 
@@ -260,31 +205,19 @@ TEST(OcioColorspace, FollowsItsConfig) {
 TEST(Ocio, SaysWhatIsWrong) {
   std::ofstream(scene::folder() / "broken.ocio") << "colorspaces: 7\n";
   std::ofstream(scene::folder() / "broken.cube") << "LUT_3D_SIZE two\n";
-  const struct {
-    const char* type;
-    const char* knobs;
-    const char* message;
-  } cases[] = {
-      {"ocio_display", R"("view": "plian")",
-       R"(knob "view": no view "plian" (did you mean "plain"?); the config has "plain")"},
-      {"ocio_display", R"("display": "tv")", R"(knob "display": no display "tv"; the config has "screen")"},
-      {"ocio_display", R"("looks": "warm")", R"(knob "looks": )"},
-      {"ocio_display", R"("in": "film")", R"(knob "in": no colour space "film")"},
-      {"ocio_file", "", R"(knob "file": expected a path, found none)"},
-      {"ocio_file", R"("file": "gone.cube")", "gone.cube: No such file"},
-      {"ocio_file", R"("file": "broken.cube")", R"(knob "file": )"},
-      {"ocio_colorspace", R"("out": "srbg")",
-       R"(knob "out": no colour space "srbg" (did you mean "srgb"?); the config has "linear", "srgb", )"},
-      {"ocio_colorspace", R"("in": "film", "out": "srgb")",
-       R"(knob "in": no colour space "film"; the config has)"},
-      {"ocio_colorspace", R"("config": "gone.ocio")", "gone.ocio: No such file"},
-      {"ocio_colorspace", R"("config": "broken.ocio")", "broken.ocio: "},
-  };
-  for (const auto& each : cases) {
-    scene::Scene shot(scene::constant("p", {1, 1, 1, 1}) + scene::node("n", "p", each.type, each.knobs));
-    const std::string found = scene::failure(shot, "n");
-    EXPECT_NE(found.find(each.message), std::string::npos) << found;
-  }
+  scene::check_refusals(scene::constant("p", {1, 1, 1, 1}), R"(
+ocio_display    | p | "view": "plian" | knob "view": no view "plian" (did you mean "plain"?); the config has "plain"
+ocio_display    | p | "display": "tv" | knob "display": no display "tv"; the config has "screen"
+ocio_display    | p | "looks": "warm" | knob "looks":
+ocio_display    | p | "in": "film" | knob "in": no colour space "film"
+ocio_file       | p | | knob "file": expected a path, found none
+ocio_file       | p | "file": "gone.cube" | gone.cube: No such file
+ocio_file       | p | "file": "broken.cube" | knob "file":
+ocio_colorspace | p | "out": "srbg" | knob "out": no colour space "srbg" (did you mean "srgb"?); the config has "linear", "srgb",
+ocio_colorspace | p | "in": "film", "out": "srgb" | knob "in": no colour space "film"; the config has
+ocio_colorspace | p | "config": "gone.ocio" | gone.ocio: No such file
+ocio_colorspace | p | "config": "broken.ocio" | broken.ocio:
+)");
 }
 
 }  // namespace

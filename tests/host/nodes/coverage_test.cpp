@@ -1,8 +1,6 @@
 #include "tests/host/render/placed_cases.h"
 #include "tests/host/render/scene.h"
 
-#include <string>
-
 #include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
 
@@ -59,11 +57,9 @@ a matte of values     | screen_key      | {"image": "depth", "garbage": "q"} | "
 )";
 
 void write_data() {
-  scene::Plate plate;
-  plate.width = plate.height = 4;
-  plate.channels = {"R", "G", "B", "A", "depth.Z"};
+  scene::Plate plate{4, 4, {"R", "G", "B", "A", "depth.Z"}};
   for (int i = 0; i < 16; ++i) plate.pixels.insert(plate.pixels.end(), {0.25F, 0.25F, 0.25F, 0.5F, 4});
-  scene::write_plate(scene::folder() / "data.exr", plate);
+  scene::write_plate("data.exr", plate);
 }
 
 TEST(Coverage, IsWhatColourIsDividedByAndNothingElse) {

@@ -1,10 +1,6 @@
 #include "tests/host/render/placed_cases.h"
 #include "tests/host/render/scene.h"
-#include "tests/support/error.h"
-
-#include <sstream>
-#include <string>
-#include <vector>
+#include "tests/support/table.h"
 
 #include <gtest/gtest.h>
 
@@ -111,40 +107,41 @@ TEST(Merge, DrawsWhatTheFormulasSayWhereItIsTold) {
   for (const char* table : {merges, places, channels}) scene::check_pixels(before, table);
 }
 
-// With B's alpha, with 0 in its place, and half of the former.
+// Of alphas of 0.5 and 0.75: with B's alpha, with 0 in its place, and half of the former.
 TEST(ChannelMerge, HasFourteenOperations) {
-  const struct {
-    std::string operation;
-    double expected;   // of 0.5 and 0.75
-    double with_zero;  // of 0.5 and 0
-  } cases[] = {
-      {"union", 0.875, 0.5}, {"absminus", 0.25, 0.5}, {"b if not a", 0.5, 0.5}, {"divide", 2.0 / 3, 0},
-      {"from", 0.25, -0.5},  {"in", 0.375, 0},        {"max", 0.75, 0.5},       {"min", 0.5, 0},
-      {"minus", -0.25, 0.5}, {"multiply", 0.375, 0},  {"out", 0.125, 0.5},      {"plus", 1.25, 0.5},
-      {"stencil", 0.375, 0}, {"xor", 0.5, 0.5},
-  };
-  for (const auto& each : cases) {
-    const std::string node = R"(| channel_merge | ["A", "B"] | "operation": ")" + each.operation + "\"";
+  for (const auto& [operation, both, with_zero] : support::rows<3>(R"(
+union      | 0.875 | 0.5
+absminus   | 0.25  | 0.5
+b if not a | 0.5   | 0.5
+divide     | 2/3   | 0
+from       | 0.25  | -0.5
+in         | 0.375 | 0
+max        | 0.75  | 0.5
+min        | 0.5   | 0
+minus      | -0.25 | 0.5
+multiply   | 0.375 | 0
+out        | 0.125 | 0.5
+plus       | 1.25  | 0.5
+stencil    | 0.375 | 0
+xor        | 0.5   | 0.5
+)")) {
+    const std::string node = R"(| channel_merge | ["A", "B"] | "operation": ")" + operation;
+    scene::check_pixels(before, node + "\" | 0.25 0.75 0.5 " + both);
     scene::check_pixels(
-        before, (node + "| 0.25 0.75 0.5 " + std::to_string(each.expected) + "\n" + node +
-                 R"(, "b_channel": "none", "output": "rgba.green" | 0.25 )" + std::to_string(each.with_zero) +
-                 " 0.5 0.75\n" + node + R"(, "mix": 0.5 | 0.25 0.75 0.5 )" +
-                 std::to_string((each.expected + 0.75) / 2))
-                    .c_str());
+        before, node + R"(", "b_channel": "none", "output": "rgba.green" | 0.25 )" + with_zero + " 0.5 0.75");
   }
-  scene::check_pixels(
-      before,
-      R"(zero | channel_merge | ["A", "B"] | "operation": "b if not a", "a_channel": "rgba.blue" | 0.25 0.75 0.5 0.75)");
+  scene::check_pixels(before, R"(
+mixed | channel_merge | ["A", "B"] | "operation": "plus", "mix": 0.5 | 0.25 0.75 0.5 1
+zero  | channel_merge | ["A", "B"] | "operation": "b if not a", "a_channel": "rgba.blue" | 0.25 0.75 0.5 0.75
+)");
 }
 
 // A pixel of A inside B's window, which lies inside the format: results have the window of both, and
 // each image is transparent black outside its own.
 TEST(Merge, LaysWindowsOverEachOther) {
-  const std::vector<std::string> rgba = {"R", "G", "B", "A"};
-  scene::write_plate(scene::folder() / "a.exr", {1, 1, rgba, {1, 1, 1, 1}, 4, 0, 6, 6});
-  scene::write_plate(scene::folder() / "b.exr", {3, 3, rgba, std::vector<float>(36, 0.5F), 2, 1, 6, 6});
-  const std::string plates = R"({"name": "a", "type": "read", "knobs": {"file": "a.exr"}},
-                                {"name": "b", "type": "read", "knobs": {"file": "b.exr"}})";
+  scene::write_plate("a.exr", {1, 1, scene::rgba_names, {1, 1, 1, 1}, 4, 0, 6, 6});
+  scene::write_plate("b.exr", {3, 3, scene::rgba_names, std::vector<float>(36, 0.5F), 2, 1, 6, 6});
+  const std::string plates = scene::read_plate("a.exr", "a") + scene::read_plate("b.exr", "b");
   for (const char* type : {"merge", "copy", "channel_merge"}) {
     scene::Scene shot(plates + scene::node("n", R"({"a": "a", "b": "b"})", type, ""), 6, 6);
     const auto image = shot.image("n");
@@ -160,37 +157,31 @@ TEST(Merge, LaysWindowsOverEachOther) {
   EXPECT_EQ(scene::pixel(image, 0, 0), (Rgba{0, 0, 0, 1}));
 }
 
-// When the composition is read: no frame is tried. Nothing is said of a text that is good.
-TEST(Texts, ThatMeanNothingAreRefused) {
-  std::istringstream cases(
-      R"(merge | "mask_channel": "depth" | knob "mask_channel": expected a channel (red, green, blue,
-merge | "mask_channel": "rgba.alhpa" | knob "mask_channel": expected a channel
-merge | "mask_channel": " rgba.Red " |
-copy | "red": "depth.Z" | knob "red": expected a channel
-copy | "red": "alpha", "blue": "" |
-channel_merge | "a_channel": "depth.Z" | knob "a_channel": expected a channel
-channel_merge | "output": "rgba.alhpa" | node "n": knob "output": expected a channel (red, green, blue, alpha, none), found "rgba.alhpa"
-channel_merge | "a_channel": "{rgba.Blue}", "b_channel": "-rgba.red", "output": "g" |
-shuffle | "routing": "1 rde 0 0 r 0 0" | knob "routing": route 1: expected a source channel (red,
-shuffle | "routing": "2 r 0 0 g 0 1 r 0 0 gren 0 1" | route 2: expected an output channel (red,
-shuffle | "routing": "1 r 2 0 g 0 1" | route 1: expected input 0 or 1 of a source, found "2"
-shuffle | "routing": "1 r 0 0 g 2 1" | route 1: expected output group 0 or 1, found "2"
-shuffle | "routing": "2 r 0 0 g 0 1" | expected how many routes, then six words for each, found "2" and 6 words
-shuffle | "routing": "r to g" | expected how many routes
-shuffle | "routing": "1 rgba.x 1 0 w 1 -1" |
-shuffle | "routing": "r=alhpa" | expected a source channel (red, green, blue, alpha, black, white), found "alhpa"
-shuffle | "routing": {"red": "second.g", "a": "black"} |
-shuffle | "routing": {"red": 1} | knob "routing": expected)");
-  for (std::string type, knobs, message; std::getline(cases, type, ' ');) {
-    std::getline(cases.ignore(2), knobs, '|');
-    std::getline(cases, message);
-    message.erase(0, 1);
-    const std::string node = scene::node("n", R"(["A", "B"])", type, knobs);
-    const std::string found =
-        support::error_of<host::shot::CompositionError>([&] { scene::Scene(before + node).image("n"); });
-    EXPECT_NE(found.find(message), std::string::npos) << message << "\n" << found;
-    EXPECT_EQ(found.empty(), message.empty()) << type << knobs << found;
-  }
+TEST(Knobs, ThatMeanNothingAreRefused) {
+  scene::check_refusals(before, R"(
+merge         | ["A", "B"] | "mask_channel": "depth" | knob "mask_channel": expected a channel (red, green, blue,
+merge         | ["A", "B"] | "mask_channel": "rgba.alhpa" | knob "mask_channel": expected a channel
+merge         | ["A", "B"] | "mask_channel": " rgba.Red " | nothing
+copy          | ["A", "B"] | "red": "depth.Z" | knob "red": expected a channel
+copy          | ["A", "B"] | "red": "alpha", "blue": "" | nothing
+channel_merge | ["A", "B"] | "a_channel": "depth.Z" | knob "a_channel": expected a channel
+channel_merge | ["A", "B"] | "output": "rgba.alhpa" | node "n": knob "output": expected a channel (red, green, blue, alpha, none), found "rgba.alhpa"
+channel_merge | ["A", "B"] | "a_channel": "{rgba.Blue}", "b_channel": "-rgba.red", "output": "g" | nothing
+shuffle       | ["A", "B"] | "routing": "1 rde 0 0 r 0 0" | knob "routing": route 1: expected a source channel (red,
+shuffle       | ["A", "B"] | "routing": "2 r 0 0 g 0 1 r 0 0 gren 0 1" | route 2: expected an output channel (red,
+shuffle       | ["A", "B"] | "routing": "1 r 2 0 g 0 1" | route 1: expected input 0 or 1 of a source, found "2"
+shuffle       | ["A", "B"] | "routing": "1 r 0 0 g 2 1" | route 1: expected output group 0 or 1, found "2"
+shuffle       | ["A", "B"] | "routing": "2 r 0 0 g 0 1" | expected how many routes, then six words for each, found "2" and 6 words
+shuffle       | ["A", "B"] | "routing": "r to g" | expected how many routes
+shuffle       | ["A", "B"] | "routing": "1 rgba.x 1 0 w 1 -1" | nothing
+shuffle       | ["A", "B"] | "routing": "r=alhpa" | expected a source channel (red, green, blue, alpha, black, white), found "alhpa"
+shuffle       | ["A", "B"] | "routing": {"red": "second.g", "a": "black"} | nothing
+shuffle       | ["A", "B"] | "routing": {"red": 1} | knob "routing": expected
+corner_pin    | A          | "to": [1, 2, 3] | knob "to": expected pairs of x and y, found 3 numbers
+corner_pin    | A          | "to": [1, 2], "from": [1, 2, 3, 4] | knob "from": expected as many points as in "to", 1, found 2
+read          | []         | "file": "gone.%04d.exr", "first": 2, "last": 4 | gone.0001.exr: the sequence has frames 2 to 4
+read          | []         | "layer": "x" | frame 1: knob "file": expected a path, found none
+)");
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include "tests/host/render/scene.h"
 #include "tests/support/allocations.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 namespace {

@@ -1,37 +1,17 @@
 #include "tests/host/render/placed_cases.h"
 
 #include "tests/host/render/scene.h"
+#include "tests/support/error.h"
+#include "tests/support/table.h"
 
 #include <algorithm>
-#include <sstream>
-#include <stdexcept>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 namespace scene {
 
 namespace {
-
-std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  std::istringstream stream(text);
-  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
-  return parts;
-}
-
-// The columns of the lines of a table that are not empty.
-std::vector<std::vector<std::string>> rows(const char* table, size_t columns) {
-  std::vector<std::vector<std::string>> result;
-  for (const std::string& line : split(table, '\n')) {
-    if (line.empty()) continue;
-    result.push_back(split(line, '|'));
-    if (result.back().size() != columns) throw std::invalid_argument("no case: " + line);
-  }
-  return result;
-}
 
 std::vector<double> numbers(const std::string& text) {
   std::vector<double> result;
@@ -40,12 +20,6 @@ std::vector<double> numbers(const std::string& text) {
     const size_t slash = word.find('/');
     result.push_back(std::stod(word) / (slash == std::string::npos ? 1 : std::stod(word.substr(slash + 1))));
   }
-  return result;
-}
-
-std::string word(const std::string& text) {
-  std::string result;
-  std::istringstream(text) >> result;
   return result;
 }
 
@@ -61,37 +35,45 @@ void check_pixel(const host::render::HostImage& image, const std::vector<double>
 }  // namespace
 
 void check_placed_cases(const char* table, int width, int height) {
-  for (const auto& columns : rows(table, 7)) {
-    SCOPED_TRACE(columns[0] + columns[2] + columns[3]);
-    Scene shot(read_plate(word(columns[1]) + ".exr") + node("n", "p", word(columns[2]), columns[3]), width,
-               height);
+  for (const auto& [about, plate, type, knobs, format, window, probes] : support::rows<7>(table)) {
+    SCOPED_TRACE(about + ": " + type + " " + knobs);
+    Scene shot(read_plate(plate + ".exr") + node("n", "p", type, knobs), width, height);
     const host::render::HostImage image = shot.image("n");
-    const host::Format& format = image.extent.format;
-    EXPECT_EQ((std::vector<double>{static_cast<double>(format.width), static_cast<double>(format.height)}),
-              numbers(columns[4]));
-    EXPECT_EQ(std::vector<double>(image.extent.window.begin(), image.extent.window.end()),
-              numbers(columns[5]));
-    for (const std::string& probe : split(columns[6], ',')) check_pixel(image, numbers(probe), 1e-5);
+    const host::Extent& extent = image.extent;
+    EXPECT_EQ(std::to_string(extent.format.width) + " " + std::to_string(extent.format.height), format);
+    EXPECT_EQ(std::vector<double>(extent.window.begin(), extent.window.end()), numbers(window));
+    std::istringstream stream(probes);
+    for (std::string probe; std::getline(stream, probe, ',');) check_pixel(image, numbers(probe), 1e-5);
   }
 }
 
-void check_pixels(const std::string& before, const char* table, double tolerance, int size, double scale) {
-  for (const auto& columns : rows(table, 5)) {
-    SCOPED_TRACE(columns[0] + columns[1] + columns[3]);
-    std::string nodes = before, input = columns[2];
+void check_pixels(const std::string& before, const std::string& table, double tolerance, int size,
+                  double scale) {
+  for (auto [about, type, input, knobs, expected] : support::rows<5>(table)) {
+    SCOPED_TRACE(about + ": " + type + " " + knobs);
+    std::string nodes = before;
     if (input.find_first_of("\"[{") == std::string::npos) {
-      const std::vector<double> color = numbers(std::exchange(input, "\"p\""));
+      const std::vector<double> color = numbers(std::exchange(input, "p"));
       Rgba rgba{};
-      for (size_t i = 0; i < 4; ++i) rgba[i] = static_cast<float>(color[i]);
+      for (size_t i = 0; i < 4; ++i) rgba[i] = static_cast<float>(color.at(i));
       nodes += constant("p", rgba);
     }
-    nodes += node("n", input, word(columns[1]), columns[3]);
     host::render::RenderOptions options;
     options.scale = scale;
-    Scene shot(nodes, size, size, options);
-    std::vector<double> values = numbers(columns[4]);
+    Scene shot(nodes + node("n", input, type, knobs), size, size, options);
+    std::vector<double> values = numbers(expected);
     values.insert(values.begin(), {scale * size / 2, 1});
     check_pixel(shot.image("n"), values, tolerance);
+  }
+}
+
+void check_refusals(const std::string& before, const char* table) {
+  for (const auto& [type, input, knobs, message] : support::rows<4>(table)) {
+    const std::string nodes = before + node("n", input, type, knobs);
+    const std::string found = support::error_of([&] { Scene(nodes).image("n"); });
+    const std::string part = message == "nothing" ? "" : message;
+    EXPECT_NE(found.find(part), std::string::npos) << type << " " << knobs << ": " << found;
+    EXPECT_EQ(found.empty(), part.empty()) << type << " " << knobs << ": " << found;
   }
 }
 

@@ -4,14 +4,9 @@
 #include "tests/support/files.h"
 
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <functional>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,5 @@
 #include "tests/host/render/scene.h"
 
-#include "tests/support/error.h"
 #include "tests/support/files.h"
 #include "tests/support/images.h"
 
@@ -34,10 +33,6 @@ host::render::HostImage Scene::image(const std::string& node, int64_t frame) {
   return renderer_->image(at, frame);
 }
 
-std::string failure(Scene& shot, const std::string& node, int64_t frame) {
-  return support::error_of<host::frame::FrameError>([&] { shot.image(node, frame); });
-}
-
 Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
   const host::Box& window = image.extent.window;
   Rgba rgba{};
@@ -48,10 +43,7 @@ Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
 }
 
 Plate noise(std::mt19937& random, int width, int height, std::vector<std::string> channels) {
-  Plate plate;
-  plate.width = width;
-  plate.height = height;
-  plate.channels = std::move(channels);
+  Plate plate{width, height, std::move(channels)};
   plate.pixels.resize(static_cast<size_t>(width * height) * plate.channels.size());
   std::uniform_real_distribution<float> value(0, 1);
   for (float& each : plate.pixels) each = value(random);
@@ -59,7 +51,6 @@ Plate noise(std::mt19937& random, int width, int height, std::vector<std::string
 }
 
 void write_plate(const std::filesystem::path& file, const Plate& plate) {
-  std::filesystem::create_directories(file.parent_path());
   OIIO::ImageSpec spec(plate.width, plate.height, static_cast<int>(plate.channels.size()),
                        OIIO::TypeDesc::FLOAT);
   spec.channelnames = plate.channels;
@@ -67,18 +58,15 @@ void write_plate(const std::filesystem::path& file, const Plate& plate) {
   spec.y = plate.y;
   spec.full_width = plate.full_width ? plate.full_width : plate.width;
   spec.full_height = plate.full_height ? plate.full_height : plate.height;
-  support::write_image(file, spec, plate.pixels);
+  support::write_image(folder() / file, spec, plate.pixels);
 }
 
 void write_numbered(const std::string& file, int width, int height) {
-  Plate plate;
-  plate.width = width;
-  plate.height = height;
-  for (int row = height; row-- > 0;) {
+  Plate plate{width, height};
+  for (int row = height; row-- > 0;)
     for (int x = 0; x < width; ++x)
       plate.pixels.insert(plate.pixels.end(), 4, static_cast<float>(1 + x + 10 * row));
-  }
-  write_plate(folder() / file, plate);
+  write_plate(file, plate);
 }
 
 std::string node(const std::string& name, const std::string& input, const std::string& type,
@@ -88,8 +76,8 @@ std::string node(const std::string& name, const std::string& input, const std::s
          R"(, "type": ")" + type + R"(", "knobs": {)" + knobs + "}}";
 }
 
-std::string read_plate(const std::string& file) {
-  return node("p", "[]", "read", R"("file": ")" + file + '"');
+std::string read_plate(const std::string& file, const std::string& name) {
+  return node(name, "[]", "read", R"("file": ")" + file + '"');
 }
 
 std::string constant(const std::string& name, const Rgba& color) {

@@ -46,8 +46,8 @@ class Scene {
   std::unique_ptr<host::render::Renderer> renderer_;
 };
 
-// The message that a node fails with, or "".
-std::string failure(Scene& shot, const std::string& node, int64_t frame = 1);
+// The names of colour and alpha, as files have them.
+inline const std::vector<std::string> rgba_names = {"R", "G", "B", "A"};
 
 // Keeps what a render says.
 struct Recorder : host::render::Progress {
@@ -55,11 +55,6 @@ struct Recorder : host::render::Progress {
   host::render::Stats stats;
   std::function<void(const host::render::FrameReport&)> on_frame;
 
-  void clear() {
-    frames.clear();
-    stats = {};
-    on_frame = nullptr;
-  }
   void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
   void notice(const std::string& /*text*/) override {}
   void frame(const host::render::FrameReport& report) override {
@@ -74,12 +69,13 @@ struct Recorder : host::render::Progress {
 // The pixel at knob coordinates (x, y), transparent black outside the window.
 Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y);
 
-// Writes an image of float channels, rows top to bottom, at (x, y) of a display window.
+// Writes an image of float channels, rows top to bottom, at (x, y) of a display window; the file under
+// `folder()` where its path is not whole.
 struct Plate {
   int width = 8;
   int height = 8;
-  std::vector<std::string> channels = {"R", "G", "B", "A"};
-  std::vector<float> pixels;
+  std::vector<std::string> channels = rgba_names;
+  std::vector<float> pixels = {};
   int x = 0;  // of the data window in the display window, y down
   int y = 0;
   int full_width = 0;  // 0: the data window's
@@ -88,15 +84,14 @@ struct Plate {
 void write_plate(const std::filesystem::path& file, const Plate& plate);
 
 // A plate of random values from 0 to 1.
-Plate noise(std::mt19937& random, int width, int height,
-            std::vector<std::string> channels = {"R", "G", "B", "A"});
+Plate noise(std::mt19937& random, int width, int height, std::vector<std::string> channels = rgba_names);
 
 // A plate whose pixel (x, y), y up, holds 1 + x + 10 y in every channel, as a file under `folder()`.
 void write_numbered(const std::string& file, int width, int height);
 
-// Texts of nodes, each behind a comma: one that reads a file, as "p"; a constant; and any. `input` is a name,
-// or a list or object as it stands, and `knobs` the inside of the knobs.
-std::string read_plate(const std::string& file);
+// Texts of nodes, each behind a comma: one that reads a file; a constant; and any. `input` is a name, or a
+// list or object as it stands, and `knobs` the inside of the knobs.
+std::string read_plate(const std::string& file, const std::string& name = "p");
 std::string constant(const std::string& name, const Rgba& color);
 std::string node(const std::string& name, const std::string& input, const std::string& type,
                  const std::string& knobs);

@@ -2,15 +2,15 @@
 #include "tests/host/render/scene.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <string>
-#include <vector>
+#include <cmath>
+#include <sstream>
+#include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using host::Box;
 using host::render::HostImage;
 using scene::node;
 using scene::read_plate;
@@ -53,67 +53,188 @@ TEST(TransformNodes, PutPixelsWhereTheirKnobsSay) {
   scene::check_placed_cases(placed, 4, 2);
 }
 
-int64_t draws_for(scene::Scene& shot, const std::string& name) {
-  const int64_t before = shot.renderer().stats().draws;
-  shot.image(name);
-  return shot.renderer().stats().draws - before;
+using Matrix = std::array<double, 9>;
+
+Matrix times(const Matrix& a, const Matrix& b) {
+  Matrix c{};
+  for (size_t i = 0; i < 9; ++i)
+    for (size_t k = 0; k < 3; ++k) c[i] += a[i / 3 * 3 + k] * b[k * 3 + i % 3];
+  return c;
 }
 
-// Resampled twice, the picture would be soft.
-TEST(TransformNodes, FoldIntoOneResampling) {
-  scene::write_numbered("fold.exr", 6, 6);
-  scene::Scene shot(
-      read_plate("fold.exr") + node("half", "p", "transform", R"("translate": [0.5, 0.25])") +
-          node("whole", "half", "transform", R"("translate": [0.5, 0.75])") +
-          node("turned", "whole", "transform", R"("rotate": 30)") +
-          node("pinned", "turned", "corner_pin", R"("to": [0, 0, 7, 1, 6, 6, 0, 5])") +
-          node("back", "pinned", "corner_pin", R"("to": [0, 0, 7, 1, 6, 6, 0, 5], "invert": true)") +
-          node("upright", "back", "transform", R"("rotate": -30)"),
-      6, 6);
-  EXPECT_EQ(draws_for(shot, "whole"), 0);
-  EXPECT_EQ(draws_for(shot, "pinned"), 1);
-  const HostImage plate = shot.image("p");
-  for (const char* name : {"whole", "upright"}) {
-    const HostImage image = shot.image(name);
-    EXPECT_EQ(image.extent.window, (Box{1, 1, 7, 7})) << name;
-    EXPECT_EQ(image.rgba, plate.rgba) << name;
-  }
+std::array<double, 3> mapped(const Matrix& m, double x, double y) {
+  const double w = m[6] * x + m[7] * y + m[8];
+  return {(m[0] * x + m[1] * y + m[2]) / w, (m[3] * x + m[4] * y + m[5]) / w, w};
 }
 
-TEST(CornerPin, RefusesPointsThatDoNotPair) {
-  scene::write_numbered("numbered.exr", 4, 2);
-  const char* const refused[][2] = {
-      {R"("to": [1, 2, 3])", R"(knob "to": expected pairs of x and y, found 3 numbers)"},
-      {R"("to": [1, 2], "from": [1, 2, 3, 4])",
-       R"(knob "from": expected as many points as in "to", 1, found 2)"}};
-  for (const auto& [knobs, message] : refused) {
-    scene::Scene shot(read_plate("numbered.exr") + node("t", "p", "corner_pin", knobs), 4, 2);
-    EXPECT_NE(scene::failure(shot, "t").find(message), std::string::npos) << scene::failure(shot, "t");
-  }
+Matrix adjugate(const Matrix& m) {
+  return {m[4] * m[8] - m[5] * m[7], m[2] * m[7] - m[1] * m[8], m[1] * m[5] - m[2] * m[4],
+          m[5] * m[6] - m[3] * m[8], m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
+          m[3] * m[7] - m[4] * m[6], m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
 }
 
-TEST(MotionBlur, SpreadsAMovingEdge) {
-  scene::write_plate(scene::folder() / "white.exr",
-                     {20, 2, {"R", "G", "B", "A"}, std::vector<float>(160, 1)});
-  const std::string keys = R"("translate": [{"keys": [[0, 0], [10, 100]]}, 0], "motion_blur": 1)";
-  scene::Scene shot(read_plate("white.exr") +
-                        node("t", "p", "transform", keys + R"(, "shutter": 1, "shutter_position": "start")") +
-                        node("still", "p", "transform", R"("translate": [3, 0], "motion_blur": 1)") +
-                        node("before", "t", "transform", R"("translate": [0.5, 0])") +
-                        node("after", "before", "transform", R"("translate": [-0.5, 0])"),
-                    20, 2);
-  // Ten pixels a frame, a sample each and one more: at frame 2 they lie at 20, 21, ..., 30.
-  for (const char* name : {"t", "after"}) {
-    const HostImage image = shot.image(name, 2);
-    for (int64_t x = 15; x < 55; ++x) {
-      const auto inside = static_cast<double>(std::clamp<int64_t>(std::min(x - 19, 50 - x), 0, 11));
-      EXPECT_NEAR(scene::pixel(image, x, 1)[3], inside / 11, 1e-6) << name << " " << x;
+double kernel(const std::string& filter, double x) {
+  x = std::abs(x);
+  if (filter == "bilinear") return std::max(0.0, 1 - x);
+  if (x >= 2) return 0;
+  return x < 1 ? 1 + x * x * (1.5 * x - 2.5) : 2 + x * (-4 + x * (2.5 - 0.5 * x));
+}
+
+// The value of a picture's pixel, wherever it is asked for.
+using Shown = std::function<double(int64_t x, int64_t y)>;
+
+double resampled(const Shown& shown, const Matrix& to_source, const std::string& filter, int64_t x,
+                 int64_t y) {
+  const auto [u, v, w] = mapped(to_source, static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5);
+  double sum = 0;
+  const auto column = static_cast<int64_t>(std::floor(u));
+  const auto row = static_cast<int64_t>(std::floor(v));
+  for (int64_t j = row - 2; w > 0 && j <= row + 2; ++j) {
+    for (int64_t i = column - 2; i <= column + 2; ++i) {
+      const double weight =
+          kernel(filter, static_cast<double>(i) + 0.5 - u) * kernel(filter, static_cast<double>(j) + 0.5 - v);
+      if (weight != 0) sum += weight * shown(i, j);
     }
   }
-  EXPECT_EQ(shot.image("still", 2).extent.window, (Box{3, 0, 23, 2}));
+  return sum;
 }
 
-// A shutter open from frame 3 to 7 with a sample at each: the mean of what stands at those frames.
+constexpr int width = 24;
+constexpr int height = 16;
+
+// A chain of random nodes, and what it shows by plain arithmetic in doubles.
+class Chain {
+ public:
+  Chain(unsigned seed, std::string filter) : random_(seed), filter_(std::move(filter)) {}
+
+  std::string nodes = read_plate("random.exr");
+  std::string last = "p";
+
+  // A step that keeps pixels whole: mirrored and cut, or laid into another format, or moved.
+  void add_whole_step() {
+    const std::string any_filter = flag() ? R"("filter": "cubic", )" : R"("filter": "bilinear", )";
+    if (whole(0, 3) == 0) {
+      const int dx = whole(-5, 5), dy = whole(-5, 5);
+      add("transform",
+          any_filter + "\"translate\": [" + std::to_string(dx) + ", " + std::to_string(dy) + "]");
+      steps_.push_back([dx, dy](const Shown& before) {
+        return [=](int64_t x, int64_t y) { return before(x - dx, y - dy); };
+      });
+      return;
+    }
+    const bool flip = flag(), flop = flag(), keep = flag(), same = flag();
+    const int w = width_, h = height_;
+    width_ = same ? w : whole(8, 30);
+    height_ = same ? h : whole(8, 20);
+    std::ostringstream knobs;
+    knobs << std::boolalpha << any_filter << R"("resize": "none", "center": false, "size": [)" << width_
+          << ", " << height_ << "], \"flip\": " << flip << ", \"flop\": " << flop
+          << ", \"keep_outside\": " << keep;
+    add("reformat", knobs.str());
+    steps_.push_back([=, cut_w = width_, cut_h = height_](const Shown& before) {
+      return [=](int64_t x, int64_t y) {
+        const bool inside = x >= 0 && x < cut_w && y >= 0 && y < cut_h;
+        return keep || inside ? before(flop ? w - 1 - x : x, flip ? h - 1 - y : y) : 0.0;
+      };
+    });
+  }
+
+  // Links that are folded into one resampling: translated, turned and scaled about a point, or pinned by four
+  // corners in perspective.
+  void add_links(int count) {
+    Matrix forward = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    while (count-- > 0) forward = times(add_link(), forward);
+    Matrix back = adjugate(forward);
+    // The adjugate is the inverse but for a factor, whose sign tells front from back.
+    const double sign = times(forward, back)[0] > 0 ? 1 : -1;
+    for (double& each : back) each *= sign;
+    steps_.push_back([back, filter = filter_](const Shown& before) {
+      return [=](int64_t x, int64_t y) { return resampled(before, back, filter, x, y); };
+    });
+  }
+
+  Shown shown(Shown plate) const {
+    for (const auto& step : steps_) plate = step(plate);
+    return plate;
+  }
+
+ private:
+  Matrix add_link() {
+    const bool pinned = flag();
+    const double angle = number(-180, 180), scale = number(0.9, 1.15);
+    const double x = number(-4, 4), y = number(-4, 4), cx = number(-5, 5), cy = number(-5, 5);
+    const double turn = angle * std::acos(-1.0) / 180;
+    const double c = scale * std::cos(turn), s = scale * std::sin(turn);
+    const double px = cx + width_ / 2.0, py = cy + height_ / 2.0;
+    Matrix matrix = {c, -s, px + x - c * px + s * py, s, c, py + y - s * px - c * py, 0, 0, 1};
+    if (pinned) matrix = times({1, 0, 0, 0, 1, 0, number(-0.004, 0.004), number(-0.004, 0.004), 1}, matrix);
+    std::ostringstream knobs;
+    knobs.precision(17);
+    knobs << "\"filter\": \"" << filter_ << "\", ";
+    if (pinned) {
+      knobs << "\"to\": [";
+      for (const auto& [i, j] : {std::pair(0, 0), {width_, 0}, {width_, height_}, {0, height_}}) {
+        const auto corner = mapped(matrix, i, j);
+        knobs << (i + j ? ", " : "") << corner[0] << ", " << corner[1];
+      }
+      knobs << "]";
+    } else {
+      knobs << "\"translate\": [" << x << ", " << y << "], \"rotate\": " << angle << ", \"scale\": " << scale
+            << ", \"center\": [" << cx << ", " << cy << "]";
+    }
+    add(pinned ? "corner_pin" : "transform", knobs.str());
+    return matrix;
+  }
+
+  void add(const std::string& type, const std::string& knobs) {
+    const std::string name = "t" + std::to_string(count_++);
+    nodes += node(name, std::exchange(last, name), type, knobs);
+  }
+  int whole(int least, int most) {
+    return std::uniform_int_distribution(least, most)(random_);
+  }
+  bool flag() {
+    return whole(0, 1) == 1;
+  }
+  double number(double least, double most) {
+    return std::uniform_real_distribution<double>(least, most)(random_);
+  }
+
+  std::mt19937 random_;
+  std::string filter_;
+  std::vector<std::function<Shown(const Shown&)>> steps_;
+  int width_ = width, height_ = height, count_ = 0;
+};
+
+// Every pixel in and around the result of a random chain: that the window leaves nothing out, and that
+// folding changes no pixel, is part of it. Links alone are one draw, however many.
+TEST(TransformNodes, ChainsAgreeWithPlainArithmetic) {
+  std::mt19937 random(11);
+  scene::Plate plate = scene::noise(random, width - 7, height - 5);
+  std::tie(plate.x, plate.y, plate.full_width, plate.full_height) = std::tuple(4, 1, width, height);
+  scene::write_plate("random.exr", plate);
+  for (unsigned round = 0; round < 60; ++round) {
+    Chain chain(round, round % 3 ? "cubic" : "bilinear");
+    for (unsigned before = round % 4; before > 1; --before) chain.add_whole_step();
+    chain.add_links(1 + static_cast<int>(round % 3));
+    for (unsigned after = round % 5; after > 1; --after) chain.add_whole_step();
+    scene::Scene shot(chain.nodes, width, height);
+    const HostImage source = shot.image("p"), image = shot.image(chain.last);
+    EXPECT_TRUE(round % 4 > 1 || round % 5 > 1 || shot.renderer().stats().draws == 1) << round;
+    const auto shown_at = [](const HostImage& of, int64_t x, int64_t y) {
+      return static_cast<double>(scene::pixel(of, x, y)[2]);
+    };
+    const Shown expected = chain.shown([&](int64_t x, int64_t y) { return shown_at(source, x, y); });
+    double largest = 0;
+    for (int64_t y = -30; y < 50; ++y)
+      for (int64_t x = -30; x < 60; ++x)
+        largest = std::max(largest, std::abs(expected(x, y) - shown_at(image, x, y)));
+    EXPECT_LT(largest, 2e-5) << "round " << round << ":\n" << chain.nodes;
+  }
+}
+
+// A shutter open from frame 3 to 7 with a sample at each: the mean of what stands at those frames, whatever
+// other moves it is folded with. What moves by whole pixels takes no draw.
 TEST(MotionBlur, IsTheMeanOfItsSamples) {
   scene::write_numbered("moving.exr", 24, 16);
   const std::string moves =
@@ -121,17 +242,24 @@ TEST(MotionBlur, IsTheMeanOfItsSamples) {
   // The furthest corner travels some 3.5 pixels, so that 1.05 samples a pixel are 5.
   scene::Scene shot(read_plate("moving.exr") + node("s", "p", "transform", moves) +
                         node("b", "p", "transform",
-                             moves + R"(, "motion_blur": 1.05, "shutter": 4, "shutter_position": "start")"),
+                             moves + R"(, "motion_blur": 1.05, "shutter": 4, "shutter_position": "start")") +
+                        node("before", "b", "transform", R"("translate": [0.5, 0])") +
+                        node("after", "before", "transform", R"("translate": [-0.5, 0])") +
+                        node("still", "p", "transform", R"("translate": [3, 0], "motion_blur": 1)"),
                     24, 16);
-  // Values up to 174, and float positions right to some 5e-6 of a pixel.
-  const HostImage blurred = shot.image("b", 3);
+  EXPECT_EQ(shot.image("still").extent.window, (host::Box{3, 0, 27, 16}));
+  EXPECT_EQ(shot.renderer().stats().draws, 0);
   std::vector<HostImage> stills;
   for (int64_t frame = 3; frame <= 7; ++frame) stills.push_back(shot.image("s", frame));
-  for (int64_t y = -12; y < 28; ++y) {
-    for (int64_t x = -12; x < 36; ++x) {
-      double sum = 0;
-      for (const HostImage& still : stills) sum += static_cast<double>(scene::pixel(still, x, y)[0]);
-      ASSERT_NEAR(scene::pixel(blurred, x, y)[0], sum / 5, 1e-3) << x << ", " << y;
+  for (const char* name : {"b", "after"}) {
+    const HostImage blurred = shot.image(name, 3);
+    for (int64_t y = -12; y < 28; ++y) {
+      for (int64_t x = -12; x < 36; ++x) {
+        double sum = 0;
+        for (const HostImage& still : stills) sum += static_cast<double>(scene::pixel(still, x, y)[0]);
+        // Values up to 174, and float positions right to some 5e-6 of a pixel.
+        ASSERT_NEAR(scene::pixel(blurred, x, y)[0], sum / 5, 1e-3) << name << ": " << x << ", " << y;
+      }
     }
   }
 }

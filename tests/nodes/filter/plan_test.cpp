@@ -22,27 +22,6 @@ int run_two_passes() {
   return plan.run(plan.pass("copy.frag", half, {}, {}, 64, 48), programs::target(), 8);
 }
 
-TEST(Plan, MakesScratchTexturesOnceAndLeavesTheRestoredFramebufferBound) {
-  programs::start();
-  const qv::gpu::Stats before = qv::gpu::stats();
-  for (const unsigned sampler : {0U, 9U}) {
-    scratch_sampler(sampler);
-    EXPECT_EQ(run_two_passes(), 1);
-    EXPECT_EQ(fake_egl::alive("texture") + fake_egl::alive("framebuffer"), 2U);
-    const Calls calls = fake_egl::take_calls();
-    EXPECT_EQ(calls.back(), "glBindFramebuffer 0x8d40 8");
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), "glBindSampler 0 51"), 1) << "the input's";
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), "glBindSampler 0 " + std::to_string(sampler)), 1);
-  }
-  EXPECT_EQ(qv::gpu::stats().uploads - before.uploads, 1U);
-  scratch_cap(0);
-  EXPECT_EQ(run_two_passes(), 1);
-  scratch_cap(536870912);
-  scratch_sampler(0);
-  EXPECT_EQ(fake_egl::alive("texture") + fake_egl::alive("framebuffer"), 0U);
-  EXPECT_TRUE(fake_egl::misuse().empty());
-}
-
 TEST(Plan, TakesSizesFromTheInputOnlyWithoutAWidth) {
   const std::vector<Tex> images{{1, 2, 3, 40, 30}, {4, 5, 6, 20, 10}};
   Plan plan(images);

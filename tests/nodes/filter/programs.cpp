@@ -6,10 +6,7 @@
 
 #include "tests/support/fake_egl/fake_egl.h"
 
-#include <cstdint>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace programs {
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -27,9 +28,8 @@ struct Model {
       const int to = plan.passes[i].out;
       if (to != out) held[static_cast<size_t>(to)] = take(plan.w(to), plan.h(to));
       ++stats.draws;
-      for (const auto& [name, slot] : plan.passes[i].textures) {
+      for (const auto& [name, slot] : plan.passes[i].textures)
         if (!read_after(plan, i, slot)) release(held[static_cast<size_t>(slot)]);
-      }
     }
     for (uint64_t& bytes : held) release(bytes);
     trim(cap);
@@ -37,11 +37,9 @@ struct Model {
   }
 
   static bool read_after(const Plan& plan, size_t pass, int slot) {
-    for (size_t i = pass + 1; i < plan.passes.size(); ++i) {
-      for (const auto& [name, read] : plan.passes[i].textures) {
+    for (size_t i = pass + 1; i < plan.passes.size(); ++i)
+      for (const auto& [name, read] : plan.passes[i].textures)
         if (read == slot) return true;
-      }
-    }
     return false;
   }
 
@@ -59,9 +57,7 @@ struct Model {
   }
 
   uint64_t pooled() const {
-    uint64_t sum = 0;
-    for (const uint64_t bytes : pool) sum += bytes;
-    return sum;
+    return std::accumulate(pool.begin(), pool.end(), uint64_t{0});
   }
 
   void trim(uint64_t limit) {
@@ -75,10 +71,11 @@ std::array<uint64_t, 7> counts(const ScratchStats& s) {
   return {s.created, s.reused, s.evicted, s.draws, s.runs, s.bytes, s.peak};
 }
 
-class Random {
- public:
+struct Random {
+  std::mt19937 engine{42};
+
   int below(int n) {
-    return std::uniform_int_distribution(0, n - 1)(engine_);
+    return std::uniform_int_distribution(0, n - 1)(engine);
   }
 
   // Up to six passes, each reading up to three of the slots before it.
@@ -94,9 +91,6 @@ class Random {
     }
     return plan;
   }
-
- private:
-  std::mt19937 engine_{42};
 };
 
 TEST(Scratch, KeepsWhatANaiveTwinKeeps) {
@@ -148,11 +142,11 @@ TEST(Scratch, KeepsWhatANaiveTwinKeeps) {
       }
     }
     ASSERT_EQ(counts(stats()), counts(model.stats)) << step;
-    ASSERT_EQ(stats().in_use, 0U) << step;
-    ASSERT_EQ(stats().pooled, model.pooled()) << step;
+    ASSERT_TRUE(stats().in_use == 0 && stats().pooled == model.pooled()) << step;
     ASSERT_EQ(fake_egl::texture_bytes(), model.pooled()) << step;
-    ASSERT_EQ(fake_egl::alive("texture"), model.pool.size()) << step;
-    ASSERT_EQ(fake_egl::alive("framebuffer"), model.pool.size()) << step;
+    ASSERT_TRUE(fake_egl::alive("texture") == model.pool.size() &&
+                fake_egl::alive("framebuffer") == model.pool.size())
+        << step;
   }
   EXPECT_TRUE(fake_egl::misuse().empty());
   scratch_cap(536870912);

@@ -1,7 +1,10 @@
-// What the channel and routing texts say, and that no bytes can upset their readers.
+// Which number, flag, colour or route a text or a position turns into, what each falls back to, and that no
+// bytes can upset their readers.
 #include "tests/nodes/text_properties.h"
 
+#include <cmath>
 #include <random>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -10,6 +13,52 @@
 namespace {
 
 using namespace qv::nodes::merge;
+
+// Which row each operation has is shown by pixels.
+TEST(Names, OperationsHaveTheirRow) {
+  const std::set<std::string_view> own_alpha = {"atop", "conjoint-over", "copy",  "disjoint-over",
+                                                "in",   "mask",          "matte", "out",
+                                                "over", "stencil",       "under", "xor"};
+  for (const std::string_view name : merge_operations())
+    EXPECT_EQ(merge_alpha_masking(name, true), !own_alpha.contains(name)) << name;
+  for (const char* unknown : {"", "Atop", " xor", "union "}) {
+    EXPECT_EQ(merge_op_index(unknown), merge_over) << unknown;
+    EXPECT_EQ(channelmerge_op(unknown), -1) << unknown;
+    EXPECT_TRUE(merge_alpha_masking(unknown, true) && !merge_alpha_masking(unknown, false)) << unknown;
+  }
+}
+
+TEST(Names, OutputAndConstantChannels) {
+  struct Case {
+    const char *text, *chans;
+    std::array<float, 4> mask, colour;  // colour: of the constant 2 2 2 2
+  };
+  for (const Case& c :
+       {Case{"", "rgba", {1, 1, 1, 1}, {2, 2, 2, 2}}, Case{"none", "", {1, 1, 1, 1}, {}},
+        Case{"rgb", "rgba", {1, 1, 1, 0}, {2, 2, 2, 0}}, Case{"alpha", "rgba", {0, 0, 0, 1}, {0, 0, 0, 2}},
+        Case{" \trgb\x1c", "rgba", {1, 1, 1, 0}, {2, 2, 2, 2}},
+        Case{"\x1bnone", "\x1bnone", {1, 1, 1, 1}, {2, 2, 2, 2}}}) {
+    EXPECT_EQ(merge_output(c.text).chans, c.chans) << c.text;
+    EXPECT_EQ(merge_output(c.text).mask, c.mask) << c.text;
+    EXPECT_EQ(constant_color(2, 2, 2, 2, c.text), c.colour) << c.text;
+  }
+}
+
+TEST(Positions, SwitchAndDissolve) {
+  struct Case {
+    double x;
+    int n, shown;
+    Pick pick;
+  };
+  constexpr int most = INT32_MAX;
+  for (const Case& c : {Case{2.75, 5, 2, {2, 3, 0.75}}, Case{-0.5, 5, 0, {0, 1, 0}}, Case{7, 5, 4, {4, 4, 0}},
+                        Case{2, 3, 2, {2, 2, 0}}, Case{3, 0, 0, {0, 0, 0}}, Case{0.5, 1, 0, {0, 0, 0}},
+                        Case{INFINITY, 5, 0, {4, 4, 0}}, Case{-INFINITY, 5, 0, {0, 1, 0}},
+                        Case{NAN, 4, 0, {0, 1, 0}}, Case{1e300, most, most - 1, {most - 1, most - 1, 0}}}) {
+    EXPECT_EQ(switch_index(c.x, c.n), c.shown) << c.x << " of " << c.n;
+    EXPECT_EQ(dissolve_pick(c.x, c.n), c.pick) << c.x << " of " << c.n;
+  }
+}
 
 std::mt19937 generator(20);
 
