@@ -1,11 +1,11 @@
 #include "tests/host/cli/process.h"
+#include "tests/support/table.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <set>
-#include <sstream>
-#include <string>
+#include <utility>
 
 #include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
@@ -26,9 +26,8 @@ fs::path make_stereo() {
   const fs::path folder = process::new_folder();
   process::write_shot(folder / "mono.json", grey + write_node("out", "grey", "o.####.exr"));
   for (const std::string set :
-       {"left.####.exr --set grey.color=0.25", "right.####.exr --set grey.color=0.75"}) {
+       {"left.####.exr --set grey.color=0.25", "right.####.exr --set grey.color=0.75"})
     EXPECT_EQ(call("render mono.json --progress none -o p/" + set, folder).code, 0);
-  }
   process::write_shot(folder / "stereo.json",
                       R"({"name": "plate", "type": "read", "knobs": {"file": "p/%V.####.exr"}}, )" + grey +
                           R"(, {"name": "sum", "type": "merge", "inputs": ["plate", "grey"], "knobs": {
@@ -42,9 +41,8 @@ fs::path make_stereo() {
 // The images of a folder and their red, which is the same all over: "flat.0001.exr 0.5".
 std::string images_in(const fs::path& folder) {
   std::set<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(folder)) {
+  for (const auto& entry : fs::directory_iterator(folder))
     if (entry.path().extension() == ".exr") files.insert(entry.path());
-  }
   std::ostringstream text;
   for (const fs::path& file : files) {
     const OIIO::ImageBuf image(file.string());
@@ -55,46 +53,40 @@ std::string images_in(const fs::path& folder) {
   return text.str();
 }
 
+// The words, and what is made or, where nothing is, said.
+constexpr const char* asked = R"(
+| flat.0001.exr 0.5, o.l.0001.exr 0.75, o.r.0001.exr 1.25
+--set grey.color=0.1 --views right | flat.0001.exr 0.1, o.r.0001.exr 0.85
+--set grey.color={"keys":[[0,0],[4,1]]} --views left | flat.0001.exr 0.25, o.l.0001.exr 0.5
+--set sum.operation=minus --set flat.file=7 -o flat=7.exr --set sum.operation=max | 7.exr 0.5, o.l.0001.exr 0.5, o.r.0001.exr 0.75
+--node sum | stereo.sum.left.0001.exr 0.75, stereo.sum.right.0001.exr 1.25
+--node sum --node grey -o sum=s%V.exr | sleft.exr 0.75, sright.exr 1.25, stereo.grey.0001.exr 0.5
+--node out -o a=%v.exr | there is no node "a"
+--node out -o ./a=%v.exr | a=l.exr 0.75, a=r.exr 1.25
+-o out=a.%v.exr -o flat=b.exr | a.l.exr 0.75, a.r.exr 1.25, b.exr 0.5
+--set grey=1 | --set: expected node.knob=VALUE, found "grey=1"
+--set gray.color=1 | --set gray.color: there is no node "gray" (did you mean "grey"?)
+--set grey.colour=1 | --set grey.colour: unknown knob "colour" (did you mean "color"?)
+--set grey.color=[1,2] | --set grey.color: expected 4 numbers
+--set sum.operation=ovr | --set sum.operation: expected one of
+--set plate.channels=["nope",1] | --set plate.channels: expected
+--node summ | --node: expected a node's name, found "summ" (did you mean "sum"?)
+--views lft | --views: there is no view "lft" (did you mean "left"?)
+-o ot=x.exr | --output: there is no node "ot" (did you mean "out"?)
+-o sum=x.exr | --output: node "sum" is no output; --node sum makes it one
+-o x.exr | has 2 outputs; say which by NODE=PATH
+-o flat=%V.exr | node "flat" depends on no view
+--set out.file=o.####.exr | node "out.right": knob "file": o.0001.exr: every view would go to this file; put %V
+)";
+
 TEST(Asked, KnobsNodesOutputsAndViewsAreTakenOrRefusedByTheirNames) {
   const fs::path folder = make_stereo();
-  const struct {
-    const char* words;
-    const char* made;  // or what is said where nothing is
-  } cases[] = {
-      {"", "flat.0001.exr 0.5, o.l.0001.exr 0.75, o.r.0001.exr 1.25"},
-      {"--set grey.color=0.1 --views right", "flat.0001.exr 0.1, o.r.0001.exr 0.85"},
-      {R"(--set grey.color={"keys":[[0,0],[4,1]]} --views left)", "flat.0001.exr 0.25, o.l.0001.exr 0.5"},
-      {"--set sum.operation=minus --set flat.file=7 -o flat=7.exr --set sum.operation=max",
-       "7.exr 0.5, o.l.0001.exr 0.5, o.r.0001.exr 0.75"},
-      {"--node sum", "stereo.sum.left.0001.exr 0.75, stereo.sum.right.0001.exr 1.25"},
-      {"--node sum --node grey -o sum=s%V.exr", "sleft.exr 0.75, sright.exr 1.25, stereo.grey.0001.exr 0.5"},
-      {"--node out -o a=%v.exr", "there is no node \"a\""},
-      {"--node out -o ./a=%v.exr", "a=l.exr 0.75, a=r.exr 1.25"},
-      {"-o out=a.%v.exr -o flat=b.exr", "a.l.exr 0.75, a.r.exr 1.25, b.exr 0.5"},
-      {"--set grey=1", "--set: expected node.knob=VALUE, found \"grey=1\""},
-      {"--set gray.color=1", "--set gray.color: there is no node \"gray\" (did you mean \"grey\"?)"},
-      {"--set grey.colour=1", "--set grey.colour: unknown knob \"colour\" (did you mean \"color\"?)"},
-      {"--set grey.color=[1,2]", "--set grey.color: expected 4 numbers"},
-      {"--set sum.operation=ovr", "--set sum.operation: expected one of"},
-      {"--set plate.channels=[\"nope\",1]", "--set plate.channels: expected"},
-      {"--node summ", "--node: expected a node's name, found \"summ\" (did you mean \"sum\"?)"},
-      {"--views lft", "--views: there is no view \"lft\" (did you mean \"left\"?)"},
-      {"-o ot=x.exr", "--output: there is no node \"ot\" (did you mean \"out\"?)"},
-      {"-o sum=x.exr", "--output: node \"sum\" is no output; --node sum makes it one"},
-      {"-o x.exr", "has 2 outputs; say which by NODE=PATH"},
-      {"-o flat=%V.exr", "node \"flat\" depends on no view"},
-      {"--set out.file=o.####.exr",
-       "node \"out.right\": knob \"file\": o.0001.exr: every view would go to this file; put %V"},
-  };
-  for (const auto& each : cases) {
-    const process::Ended ended = call(std::string("render stereo.json -f 1 ") + each.words, folder);
+  for (const auto& [words, expected] : support::rows<2>(asked)) {
+    const process::Ended ended = call("render stereo.json -f 1 " + words, folder);
     const std::string made = images_in(folder);
-    if (made.empty()) {
-      EXPECT_EQ(ended.code, 2) << each.words;
-      EXPECT_NE(ended.err.find(each.made), std::string::npos) << each.words << "\n" << ended.err;
-    } else {
-      EXPECT_EQ(made, each.made) << each.words << "\n" << ended.err;
-    }
+    EXPECT_EQ(ended.code, made.empty() ? 2 : 0) << words << "\n" << ended.err;
+    EXPECT_TRUE(made.empty() || made == expected) << words << "\n" << made;
+    EXPECT_TRUE(!made.empty() || ended.err.find(expected) != std::string::npos) << words << "\n" << ended.err;
   }
   const std::string none = call("render mono.json --set out.file=o.%V.exr", folder).err;
   EXPECT_NE(none.find("the composition has no \"views\""), std::string::npos) << none;
@@ -127,10 +119,7 @@ TEST(LogLevel, SaysHowMuchIsTold) {
 
 TEST(Completion, KnowsTheTableAndTheCompositionInEveryShell) {
   const fs::path folder = make_stereo();
-  const struct {
-    const char* words;
-    const char* lines;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"ren", "render\t"},
       {"render stereo.json --overw", "--overwrite\t"},
       {"render stereo.json --progress=j", "--progress=jsonl\t"},
@@ -147,10 +136,10 @@ TEST(Completion, KnowsTheTableAndTheCompositionInEveryShell) {
       {"nodes disc_", "disc_blur\t"},
       {"render stereo.json --nope x", ""},
   };
-  for (const auto& each : cases) {
-    const process::Ended ended = call(std::string("complete -- ") + each.words, folder);
-    EXPECT_EQ(ended.out.substr(0, std::string(each.lines).size()), each.lines) << each.words << ended.err;
-    EXPECT_LE(std::count(ended.out.begin(), ended.out.end(), '\n'), 2) << each.words << ended.out;
+  for (const auto& [words, lines] : cases) {
+    const process::Ended ended = call(std::string("complete -- ") + words, folder);
+    EXPECT_TRUE(ended.out.starts_with(lines)) << words << ended.out << ended.err;
+    EXPECT_LE(std::count(ended.out.begin(), ended.out.end(), '\n'), 2) << words << ended.out;
   }
   const std::string bash =
       "quorvel completion bash > c; bash -c '. ./c; COMP_CWORD=$(($# - 1)); COMP_WORDS=(\"$@\"); "

@@ -136,7 +136,10 @@ TEST(Writer, RefusesWhatAFileTypeDoesNotHave) {
       {"a.tif", Depth::float32, "zip:9", ""},
   };
   for (const auto& each : cases) {
-    OutputFile file{(scene::folder() / each.path).string(), each.depth, each.compression};
+    OutputFile file;
+    file.path = (scene::folder() / each.path).string();
+    file.depth = each.depth;
+    file.compression = each.compression;
     const std::string reason = host::files::wrong_setting(file);
     EXPECT_NE(reason.find(each.message), std::string::npos) << reason;
     EXPECT_EQ(reason.empty(), *each.message == 0) << reason;

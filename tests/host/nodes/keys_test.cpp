@@ -208,8 +208,9 @@ TEST(Transforms, DoNotHideFaultsOfTheirAuthor) {
   NodeType type = *host::nodes::find_type("transform");
   type.knobs.erase(std::find_if(type.knobs.begin(), type.knobs.end(),
                                 [](const KnobSpec& spec) { return spec.name == "filter"; }));
-  host::node::Node node{"n", &type, std::vector<int>(type.inputs.size(), -1), {}};
-  node.inputs[0] = 0;
+  host::node::Node node;
+  node.type = &type;
+  node.inputs.assign(type.inputs.size(), 0);
   for (const KnobSpec& spec : type.knobs) node.knobs.push_back(host::node::KnobValue::default_of(spec));
   const host::node::Project project;
   const std::vector<host::Extent> inputs = {{{4, 4, 1}, {0, 0, 4, 4}}};
