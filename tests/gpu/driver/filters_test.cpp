@@ -2,8 +2,8 @@
 #include <qv/transport/ring.h>
 
 #include "host/programs/shader_library.h"
-#include "tests/support/reference.h"
 #include "tests/support/gpu.h"
+#include "tests/support/reference.h"
 
 #include <cstdlib>
 #include <cstring>
