@@ -2,20 +2,25 @@
 
 #include "host/files/pattern.h"
 #include "host/frame/plan.h"
+#include "host/nodes/catalogue.h"
 #include "host/report/info.h"
 #include "tests/support/files.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <initializer_list>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <OpenImageIO/imageio.h>
+#include <nlohmann/json.hpp>
 
 // Any text as a composition: it is refused with lines that name the file, or else checked and planned for
 // some frames, without a GPU. Planned twice it is the same, a frame that fails says why, and nothing but the
@@ -24,6 +29,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using nlohmann::json;
 
 constexpr size_t most_frames = 3;
 
@@ -78,7 +84,9 @@ void plan(const host::shot::Composition& composition, double scale) {
     return;
   }
   std::vector<std::string> texts;
-  const auto note = [&texts](const host::frame::FramePlan& each) { texts.push_back(plan_text(each)); };
+  const auto note = [&texts](const host::frame::FramePlan& each) {
+    texts.push_back(host::report::plan_text(each));
+  };
   std::vector<std::string> problems;
   try {
     const host::frame::Outlook outlook = planner.look_ahead(composition.frames, note);
@@ -87,13 +95,74 @@ void plan(const host::shot::Composition& composition, double scale) {
   } catch (const host::frame::TargetError&) {
     return;
   }
-  require(!info_text(composition, planner, problems).empty());
+  require(!host::report::info_text(composition, planner, problems).empty());
   host::frame::Planner again(composition, options(scale));
   for (size_t i = 0; i < texts.size(); ++i)
-    require(plan_text(again.frame(composition.frames[i])) == texts[i]);
+    require(host::report::plan_text(again.frame(composition.frames[i])) == texts[i]);
+}
+
+json any_value(const host::node::KnobSpec& spec, std::mt19937& random) {
+  const auto number = [&random] {
+    constexpr std::array odd = {0.0, -1.0, 0.5, 1.0, 2.0, 1e9, -1e18, 1e300, 1e-300};
+    return odd[random() % odd.size()];
+  };
+  switch (random() % 6) {
+    case 0:
+      return spec.choices.empty() ? json(spec.default_text)
+                                  : json(spec.choices[random() % spec.choices.size()]);
+    case 1:
+      return random() % 2 == 1;
+    case 2:
+      return {{"keys", {{number(), number()}, {number(), number(), "smooth"}}}};
+    case 3:
+      return std::vector<double>(random() % 5, number());
+    case 4:
+      return random() % 2 == 0 ? "plates/greenscreen.####.exr" : "o.%d.png";
+    default:
+      return number();
+  }
+}
+
+// Another type, knob, input or frame for some node, all of them such as there are.
+void change(json& root, std::mt19937& random) {
+  if (random() % 8 == 0) root["frames"] = random() % 2 == 0 ? "1-3" : "^1,-2-2x2";
+  json& nodes = root.at("nodes");
+  json& node = nodes.at(random() % nodes.size());
+  const auto& types = host::nodes::catalogue();
+  if (random() % 4 == 0) node["type"] = types[random() % types.size()].name;
+  const host::node::NodeType* type = host::nodes::find_type(node.at("type").get<std::string>());
+  if (!type) return;
+  if (!type->knobs.empty()) {
+    const host::node::KnobSpec& spec = type->knobs[random() % type->knobs.size()];
+    node["knobs"][spec.name] = any_value(spec, random);
+  }
+  if (random() % 3 == 0) {
+    json inputs = json::array();
+    for (size_t i = random() % 4; i > 0; --i) inputs.push_back(nodes.at(random() % nodes.size()).at("name"));
+    node["inputs"] = inputs;
+  }
+  if (random() % 8 == 0) node["disabled"] = true;
 }
 
 }  // namespace
+
+extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t most);
+
+// Half of the changes are to a composition and half to its text.
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t most, unsigned seed) {
+  std::mt19937 random(seed);
+  if (random() % 2 == 0) return LLVMFuzzerMutate(data, size, most);
+  try {
+    json root = json::parse(data, data + size, nullptr, true, true);
+    change(root, random);
+    const std::string text = root.dump(-1, ' ', false, json::error_handler_t::replace);
+    if (text.size() > most) return LLVMFuzzerMutate(data, size, most);
+    std::copy(text.begin(), text.end(), data);
+    return text.size();
+  } catch (const json::exception&) {
+    return LLVMFuzzerMutate(data, size, most);
+  }
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto composition = parsed({reinterpret_cast<const char*>(data), size});
