@@ -101,57 +101,70 @@ void plan(const host::shot::Composition& composition, double scale) {
     require(host::report::plan_text(again.frame(composition.frames[i])) == texts[i]);
 }
 
-json any_value(const host::node::KnobSpec& spec, std::mt19937& random) {
-  const auto number = [&random] {
-    constexpr std::array odd = {0.0, -1.0, 0.5, 1.0, 2.0, 1e9, -1e18, 1e300, 1e-300};
-    return odd[random() % odd.size()];
-  };
-  switch (random() % 6) {
-    case 0:
-      return spec.choices.empty() ? json(spec.default_text)
-                                  : json(spec.choices[random() % spec.choices.size()]);
-    case 1:
-      return random() % 2 == 1;
-    case 2:
-      return {{"keys", {{number(), number()}, {number(), number(), "smooth"}}}};
-    case 3:
-      return std::vector<double>(random() % 5, number());
-    case 4:
-      return random() % 2 == 0 ? "plates/greenscreen.####.exr" : "o.%d.png";
-    default:
-      return number();
-  }
+double any_number(std::mt19937& random) {
+  constexpr std::array odd = {0.0, -1.0, 0.5, 1.0, 2.0, 24.0, 1e9, -1e18, 1e300, 1e-300};
+  return odd[random() % odd.size()];
 }
 
-// Another type, knob, input or frame for some node, all of them such as there are.
+json any_component(const host::node::KnobSpec& spec, std::mt19937& random) {
+  using host::node::KnobKind;
+  if (spec.kind == KnobKind::flag) return random() % 2 == 1;
+  const double value = std::clamp(any_number(random), spec.minimum, spec.maximum);
+  if (spec.kind == KnobKind::integer) return static_cast<int64_t>(std::clamp(value, -1e9, 1e9));
+  if (random() % 4 > 0) return value;
+  return {{"keys", {{any_number(random), value}, {1e7, value, "smooth"}}}};
+}
+
+// Mostly of the knob's kind and within its range.
+json any_value(const host::node::KnobSpec& spec, std::mt19937& random) {
+  using host::node::KnobKind;
+  if (random() % 16 == 0) return any_number(random);
+  if (spec.kind == KnobKind::choice) return spec.choices[random() % spec.choices.size()];
+  if (spec.kind == KnobKind::file) {
+    constexpr std::array paths = {"plates/greenscreen.####.exr", "plates/title.exr", "o.%d.png",
+                                  "$HOME/o.####.exr"};
+    return paths[random() % paths.size()];
+  }
+  if (spec.defaults.empty()) return random() % 2 == 0 ? spec.default_text : "rgba.red";
+  if (spec.length() == 1 || random() % 2 == 0) return any_component(spec, random);
+  json list = json::array();
+  for (int i = 0; i < spec.length(); ++i) list.push_back(any_component(spec, random));
+  return list;
+}
+
+// Another type, with all inputs that it has, or another knob for some node; other frames.
 void change(json& root, std::mt19937& random) {
   if (random() % 8 == 0) root["frames"] = random() % 2 == 0 ? "1-3" : "^1,-2-2x2";
   json& nodes = root.at("nodes");
-  json& node = nodes.at(random() % nodes.size());
+  const size_t at = random() % nodes.size();
+  json& node = nodes.at(at);
   const auto& types = host::nodes::catalogue();
-  if (random() % 4 == 0) node["type"] = types[random() % types.size()].name;
+  const bool another = random() % 3 == 0;
+  if (another) node["type"] = types[random() % types.size()].name;
   const host::node::NodeType* type = host::nodes::find_type(node.at("type").get<std::string>());
   if (!type) return;
-  if (!type->knobs.empty()) {
-    const host::node::KnobSpec& spec = type->knobs[random() % type->knobs.size()];
-    node["knobs"][spec.name] = any_value(spec, random);
+  if (another) {
+    node["knobs"] = json::object();
+    node["inputs"] = json::object();
+    for (const host::node::InputSpec& input : type->inputs) {
+      if (at > 0) node["inputs"][input.name] = nodes.at(random() % at).at("name");
+    }
   }
-  if (random() % 3 == 0) {
-    json inputs = json::array();
-    for (size_t i = random() % 4; i > 0; --i) inputs.push_back(nodes.at(random() % nodes.size()).at("name"));
-    node["inputs"] = inputs;
+  for (const host::node::KnobSpec& spec : type->knobs) {
+    const bool needed = another && spec.kind == host::node::KnobKind::file;
+    if (needed || random() % type->knobs.size() == 0) node["knobs"][spec.name] = any_value(spec, random);
   }
-  if (random() % 8 == 0) node["disabled"] = true;
+  if (random() % 16 == 0) node["disabled"] = true;
 }
 
 }  // namespace
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t most);
 
-// Half of the changes are to a composition and half to its text.
+// One change in eight is to the text, the others are to what it says.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t most, unsigned seed) {
   std::mt19937 random(seed);
-  if (random() % 2 == 0) return LLVMFuzzerMutate(data, size, most);
+  if (random() % 8 == 0) return LLVMFuzzerMutate(data, size, most);
   try {
     json root = json::parse(data, data + size, nullptr, true, true);
     change(root, random);
