@@ -156,6 +156,41 @@ void compare(bench::Report& report, const Setup& setup, const std::string& name,
   }
 }
 
+// All layers of a file read, one of them graded, and all written, beside `oiiotool`, which multiplies each
+// channel by a number.
+void pass_layers(bench::Report& report, const Setup& setup) {
+  constexpr int layers = 20;
+  if (!report.wants("layers in and out")) return;
+  bench::write_layers(setup.folder / "layers.exr", 1920, 1080, layers);
+  std::string nodes, inputs, factors;
+  for (int i = 0; i < layers; ++i) {
+    const std::string name = i == 0 ? "rgba" : bench::layer_name(i);
+    nodes += R"({"name": ")" + name + R"(", "type": "read", "knobs": {"file": "layers.exr", "layer": ")" +
+             bench::layer_name(i) + R"("}}, )";
+    inputs += (i == 0 ? "\"" : ", \"") + name + R"(": ")" + (i == 1 ? "graded" : name) + "\"";
+    for (int c = 0; c < 4; ++c)
+      factors += (factors.empty() ? "" : ",") + std::string(i == 1 && c < 3 ? "0.5" : "1");
+  }
+  std::ofstream(setup.file("layers.json"))
+      << R"({"format": {"width": 1920, "height": 1080}, "nodes": [)" << nodes
+      << R"({"name": "graded", "type": "grade", "inputs": "l01", "knobs": {"multiply": 0.5}},
+      {"name": "out", "type": "write", "inputs": {)"
+      << inputs << R"(}, "knobs": {"file": "quorvel.layers.exr", "compression": "zip"}}]})";
+  const std::vector<bench::Cost> costs =
+      measure(setup, {quorvel(setup, "layers.json", "1"),
+                      {{"oiiotool", setup.file("layers.exr"), "--mulc", factors, "-d", "half",
+                        "--compression", "zip", "-o", setup.file("oiiotool.layers.exr")}}});
+  const double difference =
+      bench::largest_difference(setup.file("quorvel.layers.exr"), setup.file("oiiotool.layers.exr"));
+  report.require(difference <= 1.0 / 1024, "layers differ from oiiotool's by " + std::to_string(difference));
+  const std::string what = "layers in and out, 20 of 1920x1080";
+  report.row(what, "s", bench::Better::less, costs[0].seconds, {{"oiiotool", costs[1].seconds}}, 2);
+  bench::run_commands(quorvel(setup, "layers.json", "1"));
+  report.note(whereabouts(setup));
+  report.row(what + ", memory", "MiB", bench::Better::less, costs[0].peak_mib,
+             {{"oiiotool", costs[1].peak_mib}});
+}
+
 // One frame where nothing is kept from an earlier start, neither by the program nor by the driver, and
 // the same once more.
 void start_again(bench::Report& report, const Setup& setup) {
@@ -293,6 +328,7 @@ int main(int argc, char** argv) {
   bench::write_plates(setup.folder, 1920, 1080, setup.frames);
   compare(report, setup, "over", false, 2.2);
   compare(report, setup, "over, blur, rotate", true, 5);
+  pass_layers(report, setup);
   start_again(report, setup);
   count_static_branch(report, setup);
   hold_memory(report, setup);

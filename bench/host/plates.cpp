@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <random>
@@ -15,11 +16,13 @@
 namespace bench {
 namespace {
 
-void write(const std::filesystem::path& file, int width, int height, const std::vector<float>& rgba) {
-  OIIO::ImageSpec spec(width, height, 4, OIIO::TypeHalf);
+void write(const std::filesystem::path& file, int width, int height, const std::vector<float>& values,
+           const std::vector<std::string>& channels) {
+  OIIO::ImageSpec spec(width, height, static_cast<int>(channels.size()), OIIO::TypeHalf);
+  spec.channelnames = channels;
   spec.attribute("compression", "zip");
   const auto output = OIIO::ImageOutput::create(file.string());
-  if (!output || !output->open(file.string(), spec) || !output->write_image(OIIO::TypeFloat, rgba.data()) ||
+  if (!output || !output->open(file.string(), spec) || !output->write_image(OIIO::TypeFloat, values.data()) ||
       !output->close()) {
     throw std::runtime_error("cannot write " + file.string());
   }
@@ -52,12 +55,38 @@ std::string padded(int frame) {
 }
 
 void write_plates(const std::filesystem::path& folder, int width, int height, int frames) {
-  write(folder / "bg.exr", width, height, paint(width, height, 0, 0, 1));
+  const std::vector<std::string> rgba = {"R", "G", "B", "A"};
+  write(folder / "bg.exr", width, height, paint(width, height, 0, 0, 1), rgba);
   for (int frame = 1; frame <= frames; ++frame) {
     write(folder / ("fg." + padded(frame) + ".exr"), width, height,
           paint(width, height, width * (0.3 + 0.4 * frame / frames), height * 0.4,
-                static_cast<uint32_t>(frame) + 1));
+                static_cast<uint32_t>(frame) + 1),
+          rgba);
   }
+}
+
+std::string layer_name(int layer) {
+  if (layer == 0) return "";
+  return (layer < 10 ? "l0" : "l") + std::to_string(layer);
+}
+
+void write_layers(const std::filesystem::path& file, int width, int height, int layers) {
+  const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+  const auto count = static_cast<size_t>(layers) * 4;
+  std::vector<float> values(pixels * count);
+  std::vector<std::string> channels;
+  for (int layer = 0; layer < layers; ++layer) {
+    const std::string name = layer_name(layer);
+    for (const char* channel : {"R", "G", "B", "A"})
+      channels.push_back(name.empty() ? channel : std::string(name).append(".").append(channel));
+    const std::vector<float> rgba =
+        paint(width, height, width * 0.5, height * 0.4, static_cast<uint32_t>(layer) + 1);
+    const auto first = static_cast<size_t>(layer) * 4;
+    for (size_t i = 0; i < pixels; ++i)
+      std::copy_n(rgba.begin() + static_cast<std::ptrdiff_t>(i * 4), 4,
+                  values.begin() + static_cast<std::ptrdiff_t>(i * count + first));
+  }
+  write(file, width, height, values, channels);
 }
 
 double largest_difference(const std::filesystem::path& a, const std::filesystem::path& b) {

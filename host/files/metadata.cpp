@@ -137,6 +137,14 @@ bool is_storage(std::string_view name) {
                                                          "Orientation",
                                                          "PixelAspectRatio",
                                                          "CompressionQuality"};
+  constexpr std::array<std::string_view, 15> of_dpx = {
+      "BlackLevel",       "Colorimetric", "DittoKey",        "EncryptKey", "EndOfImagePadding",
+      "EndOfLinePadding", "HighData",     "ImageDescriptor", "LowData",    "Packing",
+      "Signal",           "TimeCode",     "Transfer",        "Version",    "WhiteLevel"};
+  constexpr std::string_view dpx = "dpx:";
+  if (name.starts_with(dpx) &&
+      std::find(of_dpx.begin(), of_dpx.end(), name.substr(dpx.size())) != of_dpx.end())
+    return true;
   const auto begins = [name](std::string_view front) { return name.starts_with(front); };
   return std::find(of_files.begin(), of_files.end(), name) != of_files.end() || begins("oiio:") ||
          begins("openexr:") || begins("ICCProfile") || begins("tiff:") || begins("jpeg:") || begins("png:");

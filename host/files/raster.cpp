@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
+#include <stdexcept>
 
 namespace host::files {
 namespace {
 
-// Cuts and extends the job's pixels to the raster's window.
-void lay_out(const WriteJob& job, Raster& raster, std::vector<float>& storage) {
-  const Box& from = job.extent.window;
+// Cuts and extends the picture's pixels to the raster's window.
+void lay_out(const Picture& picture, Raster& raster, std::vector<float>& storage) {
+  const Box& from = picture.extent.window;
   const Box shared = intersection(from, raster.window);
   const int64_t width = box_width(raster.window);
   raster.pixel = raster.channels;
@@ -17,7 +19,8 @@ void lay_out(const WriteJob& job, Raster& raster, std::vector<float>& storage) {
   storage.assign(static_cast<size_t>(raster.row * box_height(raster.window)), 0.0F);
   raster.first = storage.data();
   for (int64_t y = shared[1]; y < shared[3]; ++y) {
-    const float* source = job.rgba.get() + ((from[3] - 1 - y) * box_width(from) + shared[0] - from[0]) * 4;
+    const float* source =
+        picture.rgba.get() + ((from[3] - 1 - y) * box_width(from) + shared[0] - from[0]) * 4;
     float* target = storage.data() + (raster.window[3] - 1 - y) * raster.row +
                     (shared[0] - raster.window[0]) * raster.pixel;
     for (int64_t x = shared[0]; x < shared[2]; ++x, source += 4, target += raster.pixel)
@@ -35,17 +38,24 @@ bool holds(const Box& outer, const Box& inner) {
 
 }  // namespace
 
-Raster raster_of(const WriteJob& job, const Box& window, bool wanted, std::vector<float>& storage) {
-  const Box& from = job.extent.window;
+int32_t as_int(int64_t value) {
+  if (value < std::numeric_limits<int32_t>::min() || value > std::numeric_limits<int32_t>::max())
+    throw std::runtime_error("the image is too large for a file");
+  return static_cast<int32_t>(value);
+}
+
+Raster raster_of(const Picture& picture, const Box& window, int channels, bool wanted,
+                 std::vector<float>& storage) {
+  const Box& from = picture.extent.window;
   Raster raster;
   raster.window = window;
-  raster.channels = job.file.alpha ? 4 : 3;
+  raster.channels = channels;
   if (wanted || !holds(from, window)) {
-    lay_out(job, raster, storage);
+    lay_out(picture, raster, storage);
     return raster;
   }
   raster.row = box_width(from) * 4;
-  raster.first = job.rgba.get() + (from[3] - window[3]) * raster.row + (window[0] - from[0]) * 4;
+  raster.first = picture.rgba.get() + (from[3] - window[3]) * raster.row + (window[0] - from[0]) * 4;
   return raster;
 }
 

@@ -18,9 +18,13 @@ struct Raster {
   int64_t pixel = 4, row = 0;
 };
 
-// The job's own pixels in `window`, or, where it has not all of them or a copy is `wanted`, a copy in
-// `storage`, which is transparent black where the job has none.
-Raster raster_of(const WriteJob& job, const Box& window, bool wanted, std::vector<float>& storage);
+// A place or a size as files have it. Throws std::runtime_error.
+int32_t as_int(int64_t value);
+
+// A picture's own pixels in `window`, so many channels of them, or, where it has not all of them or a copy is
+// `wanted`, a copy in `storage`, which is transparent black where the job has none.
+Raster raster_of(const Picture& picture, const Box& window, int channels, bool wanted,
+                 std::vector<float>& storage);
 
 // Encodes the colour of pixels of so many channels: by the sRGB curve, and divided by alpha for a file type
 // whose colour stands beside it. `coverage`: it is premultiplied.

@@ -21,15 +21,26 @@ namespace {
 constexpr char by_date_mark = 'd';
 constexpr char by_content_mark = 'c';
 
-// The key of the image that goes to the file. A node that writes hands its input on, and what its knobs say
-// of the file is in the target.
-int64_t image_key(const shot::Composition& composition, const KeyedFrame& keyed, int node) {
+// Adds the keys of the images that go to the file. A node that writes hands its inputs on, and what its knobs
+// say of the file is in the target.
+void add_images(const shot::Composition& composition, const KeyedFrame& keyed, int node,
+                node::Identity& identity) {
   const auto at = std::find(composition.outputs.begin(), composition.outputs.end(), node);
   const int output = keyed.graph.outputs.at(static_cast<size_t>(at - composition.outputs.begin()));
   const Instance& instance = keyed.graph.instances[static_cast<size_t>(output)];
   const bool hands_on = composition.nodes[static_cast<size_t>(node)].type->writes_files;
-  const int image = hands_on && !instance.reads.empty() ? instance.reads[0] : output;
-  return image < 0 ? -1 : keyed.keys[static_cast<size_t>(image)];
+  for (const int image : hands_on ? instance.reads : std::vector<int>{output})
+    identity.add(image < 0 ? int64_t{-1} : keyed.keys[static_cast<size_t>(image)]);
+}
+
+void add_layers(const files::OutputFile& file, node::Identity& identity) {
+  for (const files::OutputFile::Layer& layer : file.layers) {
+    identity.add(layer.name);
+    for (const std::string& channel : layer.channels) identity.add(channel);
+    identity.add(layer.depth ? static_cast<int64_t>(*layer.depth) : int64_t{-1});
+  }
+  identity.add(int64_t{file.parts});
+  identity.add(int64_t{file.quality});
 }
 
 }  // namespace
@@ -39,7 +50,8 @@ std::string digest(const shot::Composition& composition, const KeyedFrame& keyed
   const files::OutputFile& file = target.file;
   node::Identity identity;
   identity.add(std::string_view(qv::core_version()));
-  identity.add(image_key(composition, keyed, target.node));
+  add_images(composition, keyed, target.node, identity);
+  add_layers(file, identity);
   identity.add(static_cast<int64_t>(files::container_of(file.path)));
   identity.add(static_cast<int64_t>(file.depth));
   identity.add(file.compression);

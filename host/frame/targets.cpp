@@ -20,6 +20,16 @@ std::string node_place(const shot::Composition& composition, int node) {
 
 }  // namespace
 
+std::vector<int> images_of(const shot::Composition& composition) {
+  std::vector<int> images = composition.outputs;
+  for (const int output : composition.outputs) {
+    const node::Node& node = composition.nodes[static_cast<size_t>(output)];
+    for (size_t layer = 1; layer < node.layers.size(); ++layer)
+      if (node.inputs[layer] >= 0) images.push_back(node.inputs[layer]);
+  }
+  return images;
+}
+
 Targets::Targets(const shot::Composition& composition, const node::Project& project,
                  const std::vector<std::string>& given)
     : composition_(composition), project_(project) {

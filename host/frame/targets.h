@@ -25,6 +25,9 @@ class TargetError : public FrameError {
   using FrameError::FrameError;
 };
 
+// The nodes whose images go to files: every output, and behind them the further layers of each, in its order.
+std::vector<int> images_of(const shot::Composition& composition);
+
 // Where the outputs of a composition go, -o included; the one place that knows. Opens no file.
 // Externally synchronised; composition and project outlive it.
 class Targets {

@@ -52,7 +52,7 @@ std::string expectation(const KnobSpec& spec) {
   }
   std::string list;
   for (const std::string& each : spec.choices) list += (list.empty() ? "\"" : ", \"") + each + "\"";
-  return "one of " + list;
+  return "one of " + list + (spec.by_layer ? ", or an object by layer" : "");
 }
 
 }  // namespace host::node

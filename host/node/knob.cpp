@@ -41,6 +41,11 @@ KnobSpec KnobSpec::or_pairs() && {
   return std::move(*this);
 }
 
+KnobSpec KnobSpec::or_by_layer() && {
+  by_layer = true;
+  return std::move(*this);
+}
+
 KnobSpec KnobSpec::in_pixels() && {
   pixels = true;
   return std::move(*this);

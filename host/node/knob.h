@@ -40,13 +40,15 @@ struct KnobSpec {
   int fewest = 1;      // components to give at least; one number alone fills all components
   double minimum = -std::numeric_limits<double>::infinity();
   double maximum = std::numeric_limits<double>::infinity();
-  bool pixels = false;  // a length or position: scaled with --proxy
-  bool pairs = false;   // of a text: an object of texts is taken as well, as "name=value name=value"
+  bool pixels = false;    // a length or position: scaled with --proxy
+  bool by_layer = false;  // of a choice: an object is taken as well, which says it for each layer
+  bool pairs = false;     // of a text: an object of texts is taken as well, as "name=value name=value"
 
   // Values below or above are refused in a composition, and held at the limit between keys.
   KnobSpec within(double least, double most) &&;
   KnobSpec in_pixels() &&;
   KnobSpec or_pairs() &&;
+  KnobSpec or_by_layer() &&;
   // A list knob that may be given fewer components than it has defaults.
   KnobSpec at_least(int components) &&;
 

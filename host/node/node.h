@@ -124,6 +124,7 @@ struct NodeType {
   std::vector<InputSpec> inputs;
   std::vector<KnobSpec> knobs;
   std::shared_ptr<const Operation> operation;
+  bool takes_layers = false;  // further inputs beside its one, each under a name that the composition gives
   bool repeats_last_input = false;  // any number of images under the last input's name
   bool writes_files = false;        // output() tells where; such nodes are rendered by default
   bool takes_pending = false;       // may be handed images with a pending transform
@@ -140,9 +141,10 @@ struct Node {
   std::string name;  // where it depends on a view the view's is part of it: "plate.left"
   const NodeType* type = nullptr;
   std::vector<int> inputs;
-  std::vector<KnobValue> knobs;  // one a KnobSpec of the type, in its order
-  bool disabled = false;         // nobody reads it: its readers are connected to its first input
-  std::string view;              // "" when it serves all
+  std::vector<std::string> layers;  // of a type that takes them, the names of its inputs; "": the main image
+  std::vector<KnobValue> knobs;     // one a KnobSpec of the type, in its order
+  bool disabled = false;            // nobody reads it: its readers are connected to its first input
+  std::string view;                 // "" when it serves all
 
   Call call_at(int64_t frame, const Project& project) const;
   bool animated() const;           // any of its knobs

@@ -10,9 +10,9 @@ namespace {
 
 std::vector<NodeType> assemble() {
   std::vector<NodeType> all;
-  for (auto* family : {in_out_family, metadata_family, picture_family, merge_family, channel_family,
-                       key_family, filter_family, defocus_family, transform_family, time_family, color_family,
-                       pixel_family, ocio_family}) {
+  for (auto* family : {in_out_family, write_family, metadata_family, picture_family, merge_family,
+                       channel_family, key_family, filter_family, defocus_family, transform_family,
+                       time_family, color_family, pixel_family, ocio_family}) {
     for (NodeType& type : family()) {
       const bool changes = type.changes >= 0 && !type.inputs.empty();
       all.push_back(changes ? around(std::move(type)) : std::move(type));

@@ -11,7 +11,8 @@ using namespace node;  // what families are written in: every name of the room b
 // One function a family file: the node types that it defines, in the order in which people should
 // read of them. A new family adds its line here and in catalogue.cpp.
 
-std::vector<NodeType> in_out_family();     // read, constant, write
+std::vector<NodeType> in_out_family();     // read, constant
+std::vector<NodeType> write_family();      // write
 std::vector<NodeType> metadata_family();   // metadata
 std::vector<NodeType> picture_family();    // checkerboard, ramp
 std::vector<NodeType> merge_family();      // merge, dissolve, switch

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-// Where images come from and where they go.
+// Where images come from.
 
 namespace host::nodes {
 namespace {
@@ -262,62 +262,10 @@ NodeType constant() {
   return type;
 }
 
-class Write final : public Operation {
- public:
-  Image render(const Call& /*call*/, std::span<const Image> inputs, const Extent& /*extent*/,
-               RenderContext& /*context*/) const override {
-    return inputs[0];
-  }
-
-  std::optional<files::OutputFile> output(const Call& call) const override {
-    using Depth = files::OutputFile::Depth;
-    using Color = files::OutputFile::Color;
-    files::OutputFile file;
-    const std::string pattern = resolved_path(call.project, call.knobs.text("file"));
-    if (pattern.empty()) throw std::runtime_error("knob \"file\": expected a path, found none");
-    file.path = files::frame_path(pattern, call.frame);
-    constexpr Depth depths[] = {Depth::automatic, Depth::half, Depth::float32, Depth::integer8,
-                                Depth::integer16};
-    file.depth = depths[call.knobs.choice("depth")];
-    file.compression = call.knobs.text("compression");
-    constexpr Color colors[] = {Color::automatic, Color::linear, Color::srgb};
-    file.color = colors[call.knobs.choice("color")];
-    file.alpha = call.knobs.text("channels") == "rgba";
-    file.overscan = call.knobs.flag("overscan");
-    return file;
-  }
-};
-
-NodeType write() {
-  NodeType type;
-  type.name = "write";
-  type.family = "in and out";
-  type.help = "Writes its input to a file a frame: EXR, PNG or TIFF, by the path's extension.";
-  type.inputs = {{"image", true, "What to write; it comes out unchanged."}};
-  type.knobs = {
-      file("file", "Path; #### or %04d stands for the frame number."),
-      choice("depth", "auto", {"auto", "half", "float", "8", "16"},
-             "How a channel is stored: half or float in EXR, 8 or 16 bits in PNG, these or float in TIFF; "
-             "auto: half, 8 and 16."),
-      text("compression", "",
-           "The file type's own name for it, such as zip, zip:9 (from 1, fast, to 9, small) or dwaa:45; "
-           "empty: its default."),
-      choice("color", "auto", {"auto", "linear", "srgb"},
-             "How colour is encoded; auto: sRGB in PNG, else linear."),
-      choice("channels", "rgba", {"rgba", "rgb"}, "Which channels to write."),
-      flag("overscan", false, "Keeps pixels outside the format, where the file type can."),
-  };
-  type.operation = std::make_shared<Write>();
-  type.takes_pending = true;
-  type.writes_files = true;
-  type.changes = -1;
-  return type;
-}
-
 }  // namespace
 
 std::vector<NodeType> in_out_family() {
-  return {read(), constant(), write()};
+  return {read(), constant()};
 }
 
 }  // namespace host::nodes

@@ -3,10 +3,13 @@
 #include <qv/transport/ring.h>
 
 #include "host/base/stopwatch.h"
+#include "host/files/exr_parts.h"
 
 #include <algorithm>
 #include <exception>
+#include <memory>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace host::render {
@@ -50,31 +53,79 @@ void Delivery::begin(int64_t frame) {
   open_.emplace_back().report.frame = frame;
 }
 
-void Delivery::send(int64_t frame, const node::Image& image, const files::OutputFile& file) {
+// The images of one file, which come one after the other. What is there when the last has come goes on.
+struct Delivery::Meeting {
+  int64_t frame = 0;
+  files::OutputFile file;
+  Format format;
+  files::MetadataPtr metadata;
+  std::vector<files::Picture> pictures;
+  std::mutex mutex;  // guards what follows
+  size_t missing = 0;
+  std::string error;
+};
+
+void Delivery::send(int64_t frame, std::span<const node::Image> images, const files::OutputFile& file) {
+  const Format format = images[0].extent.format;
+  const Stopwatch watch(read_back_ms_);
+  auto meeting = std::make_shared<Meeting>();
+  meeting->frame = frame;
+  meeting->file = file;
+  meeting->format = format;
+  meeting->metadata = images[0].metadata;
+  meeting->missing = images.size();
+  for (const node::Image& image : images)
+    meeting->pictures.push_back({{format, image.extent.window}, nullptr, image.coverage});
   {
     const std::lock_guard lock(mutex_);
     ++find(frame).pending;
   }
-  const Format format = image.extent.format;
-  const Box area = file.overscan && image.texture ? image.extent.window : format_box(format);
-  const Stopwatch watch(read_back_ms_);
-  const bool coverage = image.coverage;
-  // The ring lets no exception through: one that left here would be a frame that nobody misses.
-  const auto arrived = [this, frame, file, format, coverage, metadata = image.metadata](ReadBack pixels) {
-    if (!pixels.rgba) {
-      written(failed(frame, file.path, "the image could not be read back from the device"));
-      return;
-    }
+  for (size_t i = 0; i < images.size(); ++i) {
+    const Box area = file.overscan && images[i].texture ? images[i].extent.window : format_box(format);
     try {
-      hand_over({frame, file, {format, pixels.window}, std::move(pixels.rgba), coverage, metadata});
+      // Of one file all are on their way together, or none would ever come back.
+      read_back(images[i], area, buffers_, i > 0, [this, meeting, i](ReadBack pixels) {
+        arrived(*meeting, i, std::move(pixels), "the image could not be read back from the device");
+      });
     } catch (const std::exception& error) {
-      written(failed(frame, file.path, error.what()));
+      arrived(*meeting, i, {}, error.what());
     }
-  };
+  }
+}
+
+// On the ring's thread, or where there was nothing to read on the GL thread. The ring lets no exception
+// through: one that left here would be a frame that nobody misses.
+void Delivery::arrived(Meeting& meeting, size_t layer, ReadBack pixels, const std::string& error) {
+  std::vector<files::Picture>& pictures = meeting.pictures;
   try {
-    read_back(image, area, buffers_, arrived);
-  } catch (const std::exception& error) {
-    written(failed(frame, file.path, error.what()));
+    const std::lock_guard lock(meeting.mutex);
+    if (!pixels.rgba && meeting.error.empty()) {
+      const std::string name = pictures.size() > 1 ? files::layer_at(meeting.file, layer).name : "";
+      meeting.error = name.empty() ? error : "layer \"" + name + "\": " + error;
+    }
+    pictures[layer].extent.window = pixels.window;
+    pictures[layer].rgba = std::move(pixels.rgba);
+    if (--meeting.missing > 0) return;
+  } catch (const std::bad_alloc&) {
+    const std::lock_guard lock(meeting.mutex);
+    if (--meeting.missing > 0) return;
+  }
+  const bool whole = std::all_of(pictures.begin(), pictures.end(),
+                                 [](const files::Picture& picture) { return picture.rgba != nullptr; });
+  try {
+    if (!whole) throw std::runtime_error(meeting.error.empty() ? "out of memory" : meeting.error);
+    files::WriteJob job{meeting.frame,
+                        meeting.file,
+                        pictures[0].extent,
+                        pictures[0].rgba,
+                        pictures[0].coverage,
+                        meeting.metadata,
+                        {}};
+    job.further.assign(pictures.begin() + 1, pictures.end());
+    pictures.clear();
+    hand_over(std::move(job));
+  } catch (const std::exception& failure) {
+    written(failed(meeting.frame, meeting.file.path, failure.what()));
   }
 }
 

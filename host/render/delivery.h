@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,8 +32,8 @@ class Delivery {
   // Opens a frame's report; frames are numbered once each.
   void begin(int64_t frame);
 
-  // Sends an image of the open frame to a file.
-  void send(int64_t frame, const node::Image& image, const files::OutputFile& file);
+  // Sends images of the open frame to a file, one a layer; they meet before the writer gets them.
+  void send(int64_t frame, std::span<const node::Image> images, const files::OutputFile& file);
 
   // Closes the report: nothing more will be sent for the frame. `drawn` brings what the renderer
   // knows of it; files, errors of writing and the time are added here.
@@ -58,7 +59,10 @@ class Delivery {
     std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
   };
 
+  struct Meeting;
+
   Open& find(int64_t frame);
+  void arrived(Meeting& meeting, size_t layer, ReadBack pixels, const std::string& error);
   static void note_time(Open& open);
   void hand_over(files::WriteJob job);
   void written(const files::WriteResult& result);

@@ -78,9 +78,9 @@ void BufferPool::State::give_back(std::unique_ptr<float[]> buffer, size_t size) 
   }
 }
 
-std::shared_ptr<float[]> BufferPool::acquire(size_t floats) {
+std::shared_ptr<float[]> BufferPool::acquire(size_t floats, bool joins) {
   std::unique_lock lock(state_->mutex);
-  state_->back.wait(lock, [this] { return state_->out < state_->most; });
+  state_->back.wait(lock, [&] { return joins || state_->out < state_->most; });
   // Where there is no room for the holder, its deleter is called.
   float* const buffer = state_->take(floats).release();
   lock.unlock();
@@ -100,7 +100,7 @@ uint64_t BufferPool::peak_bytes() const {
   return state_->peak_bytes;
 }
 
-uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers,
+uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, bool joins,
                    std::function<void(ReadBack)> done) {
   const Box window = intersection(image.extent.window, area);
   if (!image.texture || is_empty(window)) {
@@ -111,7 +111,7 @@ uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffer
   const int height = static_cast<int>(box_height(window));
   const auto transfer = std::make_shared<Transfer>();
   transfer->result.window = window;
-  transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
+  transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, joins);
   transfer->done = std::move(done);
   const int x = static_cast<int>(window[0] - image.extent.window[0]);
   const int y = static_cast<int>(image.extent.window[3] - window[3]);

@@ -20,8 +20,8 @@ class BufferPool {
   explicit BufferPool(size_t most);
 
   // Room for this many floats, undefined contents. Comes back when the last holder lets go, which is waited
-  // for while `most` are out.
-  std::shared_ptr<float[]> acquire(size_t floats);
+  // for while `most` are out; not for one that others already out wait for (`joins`).
+  std::shared_ptr<float[]> acquire(size_t floats, bool joins);
 
   // Bytes of the buffers that are out and of those kept; and the most that there were.
   uint64_t bytes() const;
@@ -54,9 +54,9 @@ struct ReadBack {
 // Starts reading the part of an image that lies in `area` through the transfer ring. The texture may
 // be drawn into by later calls at once. `done` runs on the ring's thread, in order of the calls. An
 // image without pixels there gives one transparent pixel, because no file can have none. Waits while
-// every slot of the ring is in flight. Returns the ticket to wait for, 0 when `done` has run already.
-// GL thread only.
-uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers,
+// every slot of the ring is in flight, and for a buffer as acquire does. Returns the ticket to wait for, 0
+// when `done` has run already. GL thread only.
+uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, bool joins,
                    std::function<void(ReadBack)> done);
 
 }  // namespace host::render

@@ -106,8 +106,8 @@ HostImage Renderer::image(int node, int64_t frame) {
   HostImage result{image.extent, {}};
   if (!image.texture) return result;
   ReadBack pixels;
-  qv::transport::wait(
-      read_back(image, image.extent.window, state.buffers, [&](ReadBack read) { pixels = std::move(read); }));
+  qv::transport::wait(read_back(image, image.extent.window, state.buffers, false,
+                                [&](ReadBack read) { pixels = std::move(read); }));
   if (!pixels.rgba) {
     throw frame::FrameError(frame::frame_place(state.composition, node, frame) +
                             "the image could not be read back from the device");

@@ -23,6 +23,17 @@ std::vector<int64_t> checked_frames(const Renderer::State& state) {
   return frames;
 }
 
+// Where the images of each target stand among frame::images_of.
+std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs) {
+  std::vector<std::vector<size_t>> places;
+  size_t next = outputs;
+  for (size_t i = 0; i < targets.size(); ++i) {
+    places.push_back({i});
+    for (size_t layer = 1; layer < targets[i].file.layers.size(); ++layer) places[i].push_back(next++);
+  }
+  return places;
+}
+
 // Looks for a few frames ahead of the one being rendered: decoding shares the processors with drawing
 // and encoding, so more would only lie in memory.
 int frames_ahead(int threads) {
@@ -133,14 +144,21 @@ class Run {
          frame::frame_notices(state_.composition, frame.keyed.graph, state_.project)) {
       state_.notices.add(text);
     }
-    std::vector<Evaluator::Part> parts;
-    parts.reserve(targets.size());
-    for (const frame::Target& target : targets) {
-      parts.push_back(target.file.overscan ? Evaluator::Part::whole : Evaluator::Part::in_format);
+    const std::vector<std::vector<size_t>> places = places_of(targets, state_.composition.outputs.size());
+    std::vector<Evaluator::Part> parts(frame.keyed.graph.outputs.size());
+    for (size_t i = 0; i < targets.size(); ++i) {
+      const bool whole = targets[i].file.overscan;
+      for (const size_t at : places[i])
+        parts[at] = whole ? Evaluator::Part::whole : Evaluator::Part::in_format;
     }
     const auto images = state_.evaluator.evaluate(
         frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts);
-    for (size_t i = 0; i < targets.size(); ++i) delivery_.send(frame.frame, images[i], targets[i].file);
+    for (size_t i = 0; i < targets.size(); ++i) {
+      std::vector<node::Image> layers;
+      layers.reserve(places[i].size());
+      for (const size_t at : places[i]) layers.push_back(images[at]);
+      delivery_.send(frame.frame, layers, targets[i].file);
+    }
   }
 
   // Of the first frame alone; its headers are on their way by then.

@@ -1,5 +1,7 @@
 #include "host/render/upcoming.h"
 
+#include "host/frame/targets.h"
+
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -52,7 +54,7 @@ void UpcomingFrames::key_ahead() {
     Upcoming& frame = queue_.emplace_back();
     frame.frame = frames_[keyed_++];
     try {
-      frame.keyed = keys_.frame(composition_.outputs, frame.frame);
+      frame.keyed = keys_.frame(frame::images_of(composition_), frame.frame);
     } catch (const frame::FrameError& error) {
       frame.error = error.what();
     }

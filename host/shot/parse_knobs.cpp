@@ -79,7 +79,7 @@ bool parse_text(const nlohmann::json& value, const KnobSpec& spec, const std::st
     out.text = *pairs;
     return true;
   }
-  if (spec.kind == KnobKind::object && value.is_object()) {
+  if ((spec.kind == KnobKind::object || spec.by_layer) && value.is_object()) {
     out.text = value.dump();
     return true;
   }

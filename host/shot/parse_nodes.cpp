@@ -40,7 +40,10 @@ class Connector {
   }
 
   void connect(const nlohmann::json& inputs) {
-    if (inputs.is_string() && !node_.inputs.empty()) {
+    if (node_.type->takes_layers) node_.layers.assign(1, "");
+    if (inputs.is_object() && node_.type->takes_layers) {
+      connect_layers(inputs);
+    } else if (inputs.is_string() && !node_.inputs.empty()) {
       fill(0, inputs);
     } else if (inputs.is_array()) {
       connect_in_order(inputs);
@@ -74,6 +77,28 @@ class Connector {
     for (size_t i = 0; i < list.size(); ++i) fill(i, list[i]);
   }
 
+  // The main image first, under its name or that of the type's input; the others in the order of their names.
+  void connect_layers(const nlohmann::json& object) {
+    const std::string& own = node_.type->inputs[0].name;
+    const auto is_main = [&own](const std::string& name) { return name == own || name == "rgba"; };
+    std::vector<std::string> names;
+    for (const auto& [name, value] : object.items()) {
+      names.insert(is_main(name) ? names.begin() : names.end(), name);
+      if (!name.empty()) continue;
+      problems_.add(place_, "a layer without a name");
+      faulty_ = true;
+    }
+    if (names.size() > 1 && is_main(names[1])) {
+      problems_.add(place_, "inputs \"image\" and \"rgba\" are one: the main image");
+      faulty_ = true;
+    }
+    node_.layers.clear();
+    for (size_t i = 0; i < names.size(); ++i) {
+      fill(i, object[names[i]], names[i]);
+      node_.layers.push_back(is_main(names[i]) ? "" : names[i]);
+    }
+  }
+
   void connect_by_name(const nlohmann::json& object) {
     const std::vector<InputSpec>& specs = node_.type->inputs;
     std::vector<std::string> names;
@@ -97,8 +122,11 @@ class Connector {
   }
 
   void fill(size_t slot, const nlohmann::json& value) {
+    fill(slot, value, node_.type->inputs[std::min(slot, node_.type->inputs.size() - 1)].name);
+  }
+
+  void fill(size_t slot, const nlohmann::json& value, const std::string& name) {
     if (slot >= node_.inputs.size()) node_.inputs.resize(slot + 1, -1);
-    const std::string& name = node_.type->inputs[std::min(slot, node_.type->inputs.size() - 1)].name;
     const std::string place = place_ + "input " + quoted(name) + ": ";
     const auto found_at = value.is_string() ? positions_.find(value.get<std::string>()) : positions_.end();
     if (found_at != positions_.end()) {

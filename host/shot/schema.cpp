@@ -46,7 +46,11 @@ Json knob_schema(const KnobSpec& spec) {
                  {"default", default_value(spec)}};
   switch (spec.kind) {
     case KnobKind::choice:
-      schema["enum"] = spec.choices;
+      if (spec.by_layer) {
+        schema["anyOf"] = {{{"enum", spec.choices}}, {{"type", "object"}}};
+      } else {
+        schema["enum"] = spec.choices;
+      }
       break;
     case KnobKind::texts:
       schema["default"] = Json::array();
@@ -81,10 +85,11 @@ Json inputs_schema(const NodeType& type) {
     by_name[input.name] = {{"description", input.help}};
     by_name[input.name]["type"] = repeats ? Json({"string", "array"}) : Json("string");
   }
+  const Json others = type.takes_layers ? Json{{"type", "string"}} : Json(false);
   Json list = {{"type", "array"}, {"items", {{"type", "string"}}}};
   if (!type.repeats_last_input) list["maxItems"] = type.inputs.size();
   return {{"anyOf",
-           {{{"type", "object"}, {"properties", by_name}, {"additionalProperties", false}},
+           {{{"type", "object"}, {"properties", by_name}, {"additionalProperties", others}},
             {{"type", "string"}},
             list}}};
 }

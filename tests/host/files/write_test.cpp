@@ -98,13 +98,13 @@ void check_stored(const OutputFile& file) {
 
 TEST(Writer, EveryKindOfFileHoldsWhatWasAsked) {
   int files = 0;
-  for (int kind = 0; kind < 3 * 5 * 3 * 2; ++kind) {
+  for (int kind = 0; kind < 3 * 7 * 3 * 2; ++kind) {
     OutputFile file;
     const char* const endings[] = {".exr", ".png", ".tif"};
     file.path = (scene::folder() / ("w" + std::to_string(files) + endings[kind % 3])).string();
-    file.depth = static_cast<Depth>(kind / 3 % 5);
-    file.color = static_cast<Color>(kind / 15 % 3);
-    file.alpha = kind / 45 == 0;
+    file.depth = static_cast<Depth>(kind / 3 % 7);
+    file.color = static_cast<Color>(kind / 21 % 3);
+    file.alpha = kind / 63 == 0;
     const bool refused = !host::files::wrong_setting(file).empty();
     if (refused) {
       EXPECT_NE(write(file, picture).error, "");
