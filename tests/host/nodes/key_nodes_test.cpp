@@ -18,7 +18,7 @@ step              | range_key | 0.25 0.5 1 1 | "channel": "red", "range": [0.25,
 below a step      | range_key | 0.25 0.5 1 1 | "channel": "red", "range": [0.26, 0.26, 9, 9], "output": "matte" | 0
 smallest          | range_key | 0.25 0.5 1 1 | "channel": "min", "output": "matte" | 0.25
 largest           | range_key | 0.25 0.5 1 1 | "channel": "max", "range": [0, 2, 9, 9], "output": "matte" | 0.5
-saturation        | range_key | 0.25 0.5 1 1 | "channel": "saturation", "output": "matte" | 0.75
+saturation        | range_key | 0.25 0.5 0.5 1 | "channel": "saturation", "output": "matte" | 0.5
 inverted          | range_key | 0.25 0.5 1 1 | "channel": "green", "range": [0, 2, 9, 9], "invert": true, "output": "matte" | 0.75
 image             | range_key | 0.25 0.25 0.25 0.5 | "channel": "red" | 0.125 0.125 0.125 0.25
 matte of coverage | range_key | 0.25 0.25 0.25 0.5 | "channel": "red", "output": "matte" | 0.25

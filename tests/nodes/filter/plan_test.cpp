@@ -5,6 +5,7 @@
 #include "tests/nodes/filter/programs.h"
 #include "tests/support/fake_egl/fake_egl.h"
 
+#include <algorithm>
 #include <array>
 #include <limits>
 
@@ -20,6 +21,17 @@ int run_two_passes() {
   Plan plan({programs::inputs.data(), 1});
   const int half = plan.pass("copy.frag", 0, {U("u_size", 0.5)}, {}, 32, 24);
   return plan.run(plan.pass("copy.frag", half, {}, {}, 64, 48), programs::target(), 8);
+}
+
+TEST(Plan, BindsEachImagesSamplerAndLeavesTheRestoredFramebufferBound) {
+  programs::start();
+  scratch_sampler(9);
+  EXPECT_EQ(run_two_passes(), 1);
+  scratch_sampler(0);
+  const Calls calls = fake_egl::take_calls();
+  EXPECT_EQ(calls.back(), "glBindFramebuffer 0x8d40 8");
+  for (const char* bound : {"glBindSampler 0 51", "glBindSampler 0 9"})
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), bound), 1) << bound;
 }
 
 TEST(Plan, TakesSizesFromTheInputOnlyWithoutAWidth) {
