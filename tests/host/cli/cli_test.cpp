@@ -277,7 +277,7 @@ TEST(Examples, RenderAtAProxyAndUseEveryNodeTypeAndTheCommandsOfTheReadme) {
     EXPECT_EQ(ended.code, 0) << line << "\n" << ended.out << ended.err;
     ++commands;
   }
-  EXPECT_EQ(commands, 3);
+  EXPECT_EQ(commands, 4);
 }
 
 }  // namespace
