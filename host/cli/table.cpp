@@ -50,6 +50,13 @@ std::string either(const std::vector<std::string>& names) {
   return text;
 }
 
+// The command that was typed, of those below one; itself where none was.
+const CLI::App& deepest(const CLI::App& command) {
+  const CLI::App* at = &command;
+  while (!at->get_subcommands().empty()) at = at->get_subcommands().front();
+  return *at;
+}
+
 // The first argument that no command understood, with what may have been meant.
 void refuse_extras(const CLI::App& command) {
   std::vector<std::string> extras = command.remaining();
@@ -67,9 +74,10 @@ void refuse_extras(const CLI::App& command) {
 
 // A command that is no command is worth a suggestion as well.
 std::string parse_error_text(const CLI::App& program, const CLI::ParseError& error) {
-  const std::vector<std::string> extras = program.remaining();
-  if (dynamic_cast<const CLI::RequiredError*>(&error) && program.get_subcommands().empty()) {
-    const std::vector<std::string> names = command_names(program);
+  const CLI::App& command = deepest(program);
+  const std::vector<std::string> extras = command.remaining();
+  const std::vector<std::string> names = command_names(command);
+  if (dynamic_cast<const CLI::RequiredError*>(&error) && !names.empty()) {
     if (extras.empty()) return "expected a command: " + either(names) + "; see quorvel --help";
     return "unknown command \"" + extras.front() + "\"" + did_you_mean(extras.front(), names);
   }
@@ -86,8 +94,8 @@ Table::Table()
   program_->footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);
   // Left over arguments are reported with a suggestion, which the parser would not give.
   program_->allow_extras();
-  for (const auto add :
-       {add_render, add_info, add_nodes, add_compare, add_verify, add_completion, add_man, add_complete}) {
+  for (const auto add : {add_render, add_info, add_nodes, add_compare, add_verify, add_farm, add_completion,
+                         add_man, add_complete}) {
     Command& command = commands_.emplace_back(add(*program_));
     command.options->allow_extras();
   }
@@ -105,7 +113,7 @@ int Table::parse_and_run(int argc, const char* const* argv) {
   }
   const auto parsed = [](const Command& command) { return command.options->parsed(); };
   const auto command = std::find_if(commands_.begin(), commands_.end(), parsed);
-  refuse_extras(*command->options);
+  refuse_extras(deepest(*command->options));
   return command->run();
 }
 

@@ -24,6 +24,7 @@ Command add_info(CLI::App& program);
 Command add_nodes(CLI::App& program);
 Command add_compare(CLI::App& program);
 Command add_verify(CLI::App& program);
+Command add_farm(CLI::App& program);
 Command add_completion(CLI::App& program);
 Command add_man(CLI::App& program);
 Command add_complete(CLI::App& program);

@@ -21,6 +21,16 @@ namespace {
 constexpr char by_date_mark = 'd';
 constexpr char by_content_mark = 'c';
 
+// What the file says beside what its image brings along, which is in the image's key.
+void add_metadata(const files::Metadata& metadata, node::Identity& identity) {
+  for (const files::Metadatum& each : metadata.all()) {
+    identity.add(each.name);
+    identity.add(each.type);
+    for (const double number : each.numbers) identity.add(number);
+    for (const std::string& text : each.texts) identity.add(text);
+  }
+}
+
 // Adds the keys of the images that go to the file. A node that writes hands its inputs on, and what its knobs
 // say of the file is in the target.
 void add_images(const shot::Composition& composition, const KeyedFrame& keyed, int node,
@@ -58,6 +68,7 @@ std::string digest(const shot::Composition& composition, const KeyedFrame& keyed
   identity.add(int64_t{files::is_srgb(file)});
   identity.add(int64_t{file.alpha});
   identity.add(int64_t{file.overscan});
+  add_metadata(file.metadata, identity);
   identity.add(project.format.width);
   identity.add(project.format.height);
   identity.add(project.format.pixel_aspect);

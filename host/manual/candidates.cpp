@@ -138,9 +138,9 @@ struct Typed {
   const CLI::Option* awaiting = nullptr;  // an option without its value so far
 };
 
-Typed read_words(const CLI::App& command, const std::vector<std::string>& words) {
+Typed read_words(const CLI::App& command, const std::vector<std::string>& words, size_t first) {
   Typed typed;
-  for (size_t i = 1; i + 1 < words.size(); ++i) {
+  for (size_t i = first; i + 1 < words.size(); ++i) {
     if (typed.awaiting) {
       typed.awaiting = nullptr;
     } else if (const CLI::Option* const option = find_option(command, words[i])) {
@@ -171,17 +171,25 @@ Candidates candidates(const CLI::App& program, const std::vector<std::string>& w
   Candidates found;
   if (words.empty()) return found;
   const std::string& begun = words.back();
-  const CLI::App* const command = words.size() > 1 ? find_command(program, words[0]) : nullptr;
-  if (!command) {
-    if (words.size() > 1) return found;
-    if (begun.starts_with("-")) add_options(program, begun, found);
-    for (const CLI::App* each : program.get_subcommands([](const CLI::App*) { return true; })) {
+  const CLI::App* command = &program;
+  size_t depth = 0;  // words that name it
+  while (depth + 1 < words.size()) {
+    const CLI::App* const next = find_command(*command, words[depth]);
+    if (!next) break;
+    command = next;
+    ++depth;
+  }
+  const std::vector<const CLI::App*> below = command->get_subcommands([](const CLI::App*) { return true; });
+  if (!below.empty()) {
+    if (words.size() > depth + 1) return found;
+    if (begun.starts_with("-")) add_options(*command, begun, found);
+    for (const CLI::App* each : below) {
       const bool shown = !each->get_group().empty() && each->get_name().starts_with(begun);
       if (shown) found.words.push_back({each->get_name(), each->get_description()});
     }
     return found;
   }
-  const Typed typed = read_words(*command, words);
+  const Typed typed = read_words(*command, words, depth);
   const std::string file = typed.positionals.empty() ? "" : typed.positionals.front();
   const size_t equals = begun.find('=');
   if (typed.awaiting) {

@@ -1,6 +1,8 @@
 #include "host/manual/man_page.h"
 
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -62,19 +64,29 @@ std::string option_text(const CLI::Option& option) {
   return ".TP\n" + head + "\n" + plain(option.get_description()) + "\n";
 }
 
-std::string command_text(const CLI::App& command) {
-  std::string text =
-      ".SS \"quorvel " + plain(command.get_name()) + "\"\n" + plain(command.get_description()) + "\n";
+std::vector<const CLI::App*> commands_of(const CLI::App& command) {
+  return command.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); });
+}
+
+// Of a command and of those below it; `before` is what is typed before its name.
+std::string command_text(const CLI::App& command, const std::string& before) {
+  const std::string typed = before + " " + plain(command.get_name());
+  std::string text = ".SS \"" + typed + "\"\n" + plain(command.get_description()) + "\n";
   for (const bool positional : {true, false}) {
     for (const CLI::Option* option : command.get_options()) {
       if (option->get_positional() == positional) text += option_text(*option);
     }
   }
+  for (const CLI::App* below : commands_of(command)) text += command_text(*below, typed);
   return text;
 }
 
-std::string synopsis(const CLI::App& command) {
-  std::string line = ".br\n\\fBquorvel " + plain(command.get_name()) + "\\fR [\\fIoption\\fR ...]";
+std::string synopsis(const CLI::App& command, const std::string& before) {
+  const std::string typed = before + " " + plain(command.get_name());
+  std::string all;
+  for (const CLI::App* below : commands_of(command)) all += synopsis(*below, typed);
+  if (!all.empty()) return all;
+  std::string line = ".br\n\\fB" + typed + "\\fR [\\fIoption\\fR ...]";
   for (const CLI::Option* option : command.get_options()) {
     if (!option->get_positional()) continue;
     const std::string name = "\\fI" + plain(option->get_name()) + "\\fR";
@@ -101,10 +113,9 @@ std::string exit_status(const std::string& footer) {
 
 std::string man_page(const CLI::App& program, const std::string& version) {
   std::string commands, synopses;
-  for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; })) {
-    if (command->get_group().empty()) continue;
-    synopses += synopsis(*command);
-    commands += command_text(*command);
+  for (const CLI::App* command : commands_of(program)) {
+    synopses += synopsis(*command, "quorvel");
+    commands += command_text(*command, "quorvel");
   }
   return ".TH QUORVEL 1 \"\" \"quorvel " + version + "\" \"User Commands\"\n.SH NAME\nquorvel \\- " +
          plain(program.get_description()) + "\n.SH SYNOPSIS\n" + synopses + ".SH DESCRIPTION\n" +

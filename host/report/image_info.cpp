@@ -1,10 +1,12 @@
 #include "host/report/image_info.h"
 
+#include "host/files/made.h"
 #include "host/node/expectation.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 
 namespace host::report {
 namespace {
@@ -92,6 +94,15 @@ files::MetadataPtr metadata_of(const plates::Header& header, size_t part) {
   return part < header.metadata.size() ? header.metadata[part] : nullptr;
 }
 
+// The digest of what it was made from, "" where it does not say.
+std::string digest_of(const AskedImage& image) {
+  try {
+    return files::made(image.path).digest;
+  } catch (const std::runtime_error&) {
+    return "";
+  }
+}
+
 std::vector<std::string> channels_of(const plates::Layer& layer, const plates::Contents& contents) {
   std::vector<std::string> names;
   std::vector<int> seen;
@@ -152,6 +163,7 @@ std::string image_text(const AskedImage& image) {
   const plates::Header& header = *image.info.header;
   text += "  type      " + image.info.type + "\n";
   text += "  colour    " + header.color.name + " (" + header.color.why + ")\n";
+  if (const std::string digest = digest_of(image); !digest.empty()) text += "  made from " + digest + "\n";
   text += "  layers    ";
   const std::string between = "\n            ";
   for (size_t i = 0; i < header.contents.layers.size(); ++i)
@@ -176,6 +188,7 @@ Json image_json(const AskedImage& image) {
   }
   json["type"] = image.info.type;
   json["color"] = {{"space", header.color.name}, {"why", header.color.why}};
+  if (const std::string digest = digest_of(image); !digest.empty()) json["made_from"] = digest;
   json["layers"] = Json::array();
   for (const plates::Layer& layer : header.contents.layers)
     json["layers"].push_back(layer_json(layer, header.contents));

@@ -54,6 +54,14 @@ render good.json -o x.exr | 2 | expected #### or %04d
 render good.json -o x.####.bmp | 2 | unknown image file ending
 render bmp.json | 2 | node "out": knob "file"
 render none.json | 2 | it writes no file
+farm | 2 | expected a command: submit, status, retry, cancel or export
+farm submt good.json | 2 | unknown command "submt" (did you mean "submit"?)
+farm submit good.json --chnk 3 | 2 | (did you mean "--chunk"?)
+farm submit good.json --chunk 0 | 2 | --chunk: expected auto or a number of frames, found "0"
+farm submit good.json -f 7,^7 | 3 | leaves no frame
+farm submit none.json | 2 | it writes no file
+farm retry good.json | 2 | nothing has been submitted; quorvel farm submit does so
+farm export good.json --format job | 2 | --format
 render good.json --memory 1K -f 1 | 4 | memory
 render absent.json | 2 | absent.json: cannot be opened: No such file
 nodes blurr | 2 | unknown node type "blurr" (did you mean "blur"?)

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace host::farm {
+
+// What the scheduler knows of one task of an array job.
+struct Task {
+  std::string state;  // PENDING, RUNNING, COMPLETED, FAILED, ...
+  std::string node;
+  std::string reason;  // why it waits
+  int restarts = 0;
+};
+
+// A scheduler that cannot be reached, or that refused; it has said why on standard error.
+class SchedulerError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Runs a program to its end, its messages going to standard error. The exit code, and what it printed. Throws
+// SchedulerError when there is no such program.
+struct Ended {
+  int code = 0;  // 128 and the signal, where one ended it
+  std::string out;
+};
+Ended run_program(const std::vector<std::string>& words);
+
+// Hands a batch script to the scheduler; its number. Throws SchedulerError.
+std::string submit(const std::filesystem::path& script, const std::vector<std::string>& options);
+
+// The tasks of an array job that the scheduler knows of, by their index; a job that is no array is task 0.
+// Those that ended are forgotten after some minutes. Throws SchedulerError.
+std::map<int, Task> tasks_of(const std::string& job);
+
+// Whether a task has not ended.
+bool is_live(const Task& task);
+
+// As tasks_of, from what `squeue --json` printed, by any version from 22.05 on. Throws std::runtime_error.
+std::map<int, Task> tasks_in(const std::string& json, const std::string& job);
+
+// How many tasks an array job may have; 1000 where the scheduler does not say.
+int most_tasks();
+
+}  // namespace host::farm

@@ -1,0 +1,294 @@
+"""Frames on a real cluster of three nodes, and everything that dies on the way.
+
+usage: farm_test.py QUORVEL [SEED]
+"""
+
+import collections
+import copy
+import json
+import os
+import pathlib
+import random
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+import yaml
+
+import openjd_rules
+from cluster import Cluster, wait_until
+
+FRAMES, CHUNK, RETRIES = 60, 10, 6
+
+
+def write_shot(file, frames, output, size=(480, 270), radius=40, read=None, **knobs):
+    source = ({"name": "c", "type": "read", "knobs": {"file": read}} if read else
+              {"name": "c", "type": "constant", "knobs": {"color": {"keys": [[1, 0], [600, 1]]}}})
+    file.write_text(json.dumps({
+        "format": {"width": size[0], "height": size[1]}, "frames": frames, "nodes": [
+            source,
+            {"name": "soft", "type": "disc_blur", "inputs": "c",
+             "knobs": {"radius": {"keys": [[1, radius], [600, radius + 20]]}, "edges": "repeat"}},
+            {"name": "out", "type": "write", "inputs": "soft", "knobs": {"file": output, **knobs}}]}))
+    return file
+
+
+class Farm:
+    """The command on a cluster."""
+
+    def __init__(self, cluster, program):
+        self.cluster, self.program = cluster, program
+
+    def __call__(self, *words):
+        return self.cluster.run(self.program, "farm", *words)
+
+    def begin(self, shot, *words):
+        return subprocess.Popen([self.program, "farm", "submit", str(shot), "--wait", "--threads=1", "--gpu=software",
+                                 "--memory=128M", *words], env=self.cluster.environment, text=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+    def status(self, shot):
+        text = self("status", shot, "--json").stdout
+        return json.loads(text[text.index("{"):])
+
+
+def journal(file):
+    lines = []
+    for line in file.read_text().split("\n") if file.exists() else []:
+        try:
+            lines.append(json.loads(line))
+        except ValueError:
+            pass
+    return lines
+
+
+class Storm:
+    """What befalls a job, one after another, each once so many frames are done."""
+
+    def __init__(self, cluster, job, file, seed, status):
+        self.cluster, self.job, self.file, self.status = cluster, job, file, status
+        self.random = random.Random(seed)
+        self.told = collections.Counter()
+
+    def done(self):
+        return len({line["frame"] for line in journal(self.file) if line["outcome"] == "done"})
+
+    def running(self, besides=()):
+        tasks = [t for t in self.cluster.tasks(self.job) if t["state"] == "RUNNING" and t["node"] not in besides
+                 and self.cluster.renderer(self.job, t["index"])]
+        return self.random.choice(tasks) if tasks else None
+
+    def kill_renderer(self):
+        task = wait_until("a chunk runs", self.running)
+        self.cluster.signal([self.cluster.renderer(self.job, task["index"])], signal.SIGKILL)
+        self.restarted(task)
+
+    def ask_to_end(self):
+        task = wait_until("a chunk runs", self.running)
+        self.cluster.run("scancel", "--batch", "--signal=TERM", f"{self.job}_{task['index']}", check=True)
+        self.restarted(task)
+
+    def restarted(self, task):
+        again = lambda: any(t["index"] == task["index"] and t["restarts"] > task["restarts"]
+                            for t in self.cluster.tasks(self.job))
+        wait_until(f"chunk {task['index']} is put back", again)
+        self.told["restarts"] += 1
+
+    def kill_node(self):
+        task = wait_until("a chunk runs", self.running)
+        self.cluster.signal(self.cluster.processes(task["node"]), signal.SIGKILL)
+        self.restarted(task)
+        self.cluster.start_node(task["node"])
+
+    def stop_node(self):
+        task = wait_until("a chunk runs", self.running)
+        self.cluster.signal(self.cluster.processes(task["node"]), signal.SIGSTOP)
+        self.restarted(task)
+        elsewhere = lambda: any(t["index"] == task["index"] and t["state"] in ("RUNNING", "COMPLETED")
+                                for t in self.cluster.tasks(self.job))
+        wait_until(f"chunk {task['index']} runs elsewhere", elsewhere)
+        self.cluster.signal(self.cluster.processes(task["node"]), signal.SIGCONT)
+
+    def reach_limit(self):
+        task = wait_until("a chunk runs", self.running)
+        renderer = self.cluster.renderer(self.job, task["index"])
+        self.cluster.signal([renderer], signal.SIGSTOP)  # so that it is there when Slurm looks, every half minute
+        self.cluster.run("scontrol", "update", f"JobId={task['id']}", "TimeLimit=1", check=True)
+        asked = lambda: int(re.search(r"ShdPnd:\s*(\w+)", pathlib.Path(f"/proc/{renderer}/status").read_text())[1], 16)
+        wait_until("the renderer is asked to end", lambda: asked() >> (signal.SIGTERM - 1) & 1)
+        self.cluster.signal([renderer], signal.SIGCONT)
+        self.restarted(task)
+        self.cluster.run("scontrol", "update", f"JobId={task['id']}", "TimeLimit=UNLIMITED", check=True)
+
+    def kill_controller(self):
+        self.cluster.kill_controller()
+        before = self.done()
+        states = {chunk["state"] for chunk in self.status()["chunks"]}
+        assert states <= {"done", "unknown"}, states
+        wait_until("frames go on without a controller", lambda: self.done() > before, 20)
+        self.cluster.start_controller()
+
+    def rage(self):
+        blows = [self.kill_renderer, self.ask_to_end, self.reach_limit, self.kill_node, self.stop_node,
+                 self.kill_controller]
+        self.random.shuffle(blows)
+        # One that lasts must not let the others come too late.
+        blows.sort(key=lambda blow: blow in (self.stop_node, self.kill_node, self.reach_limit))
+        for i, blow in enumerate(blows):
+            wait_until("frames are done", lambda i=i: self.done() >= 2 + 4 * i)
+            begin = time.monotonic()
+            blow()
+            print(f"  {blow.__name__.replace('_', ' ')}: {time.monotonic() - begin:.1f} s", flush=True)
+
+
+def expect_no_parts(folder):
+    parts = [p.name for p in folder.glob(".*.part")]
+    assert not parts, parts
+
+
+def test_storm(farm, folder, seed):
+    """Every frame stands in the end, with the bytes of an undisturbed rendering, and is rendered no more often than
+    its chunk was put back."""
+    shot = write_shot(folder / "storm.json", f"1-{FRAMES}", "out/f.####.exr")
+    begin = time.monotonic()
+    farm.cluster.run(farm.program, "render", shot, "-o", folder / "still/f.####.exr", "--threads=1",
+                     "--gpu=software", "--progress=none", check=True)
+    print(f"  undisturbed: {time.monotonic() - begin:.1f} s", flush=True)
+    waiting = farm.begin(shot, f"--chunk={CHUNK}", f"--retries={RETRIES}")
+    said = waiting.stdout.readline()
+    job = re.match(r"job (\d+): 60 frames in 6 chunks", said).group(1)
+    storm = Storm(farm.cluster, job, folder / "out/.quorvel/storm.jsonl", seed, lambda: farm.status(shot))
+    storm.rage()
+    rest = waiting.communicate(timeout=300)[0]
+    assert waiting.returncode == 0 and "60 of 60 frames are whole" in rest, rest
+    for frame in range(1, FRAMES + 1):
+        name = f"f.{frame:04}.exr"
+        assert (folder / "out" / name).read_bytes() == (folder / "still" / name).read_bytes(), name
+    expect_no_parts(folder / "out")
+    status = farm.status(shot)
+    assert [c["state"] for c in status["chunks"]] == ["done"] * 6 and status["whole"] == FRAMES, status
+    restarts = {t["index"]: t["restarts"] for t in farm.cluster.tasks(job)}
+    assert [c["restarts"] for c in status["chunks"]] == [restarts[i] for i in range(6)], (status, restarts)
+    assert sum(restarts.values()) >= storm.told["restarts"] >= 5, restarts
+    rendered = collections.Counter(line["frame"] for line in journal(storm.file) if line["outcome"] == "done")
+    for frame, times in rendered.items():
+        assert times <= 1 + restarts[(frame - 1) // CHUNK], (frame, times, restarts)
+    assert set(rendered) <= set(range(1, FRAMES + 1))
+    print(f"  put back {sum(restarts.values())} times; {sum(rendered.values())} renderings noted of {FRAMES} frames")
+
+
+def test_bad_frame(farm, folder):
+    """All other frames stand; the exit code and the list name the bad one, and one that is mended is rendered."""
+    plates = write_shot(folder / "plates.json", "1-6", "plate/p.####.exr", (64, 36), 1)
+    farm.cluster.run(farm.program, "render", plates, check=True)
+    plate = folder / "plate/p.0004.exr"
+    whole = plate.read_bytes()
+    os.truncate(plate, len(whole) - 150)
+    shot = write_shot(folder / "bad.json", "1-6", "bad/f.####.png", (64, 36), 1, "plate/p.####.exr")
+    refused = farm("submit", shot, "--chunk=3")
+    assert refused.returncode == 1 and "nothing was submitted" in refused.stdout, refused.stdout
+    waiting = farm.begin(shot, "--chunk=3", "--keep-going")
+    said = waiting.communicate(timeout=120)[0]
+    assert waiting.returncode == 1 and "5 of 6 frames are whole; not 4\n" in said, said
+    status = farm.status(shot)
+    assert [c["state"] for c in status["chunks"]] == ["done", "failed"], status
+    assert "frame 4" in status["chunks"][1]["why"] and status["whole"] == 5, status
+    assert farm("status", shot).returncode == 1
+    stood = {f: f.stat().st_mtime_ns for f in (folder / "bad").glob("f.*.png")}
+    plate.write_bytes(whole)
+    again = farm("retry", shot, "--chunk=3", "--wait")
+    assert again.returncode == 0 and ": 1 frame in 1 chunk " in again.stdout, again.stdout
+    assert all(f.stat().st_mtime_ns == when for f, when in stood.items()), "retry rendered more than was bad"
+    assert farm.status(shot)["whole"] == 6
+    assert "nothing was submitted" in farm("retry", shot).stdout
+
+
+def test_full_disk(farm, folder):
+    """A disk without room fails its frames alone; with room again they are rendered."""
+    disk = folder / "disk"
+    disk.mkdir()
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=200k", "none", disk], stderr=subprocess.DEVNULL).returncode:
+        print("  left out: only root may mount")
+        return
+    try:
+        shot = write_shot(folder / "full.json", "1-8", str(disk / "f.####.exr"), (96, 54), 1, compression="none")
+        waiting = farm.begin(shot, "--chunk=4")
+        said = waiting.communicate(timeout=120)[0]
+        assert waiting.returncode == 1 and re.search(r"\b[1-6] of 8 frames are whole", said), said
+        expect_no_parts(disk)
+        assert farm.status(shot)["failed"] >= 1, farm.status(shot)
+        subprocess.run(["mount", "-o", "remount,size=4m", disk], check=True)
+        assert farm("retry", shot, "--chunk=4", "--wait").returncode == 0
+    finally:
+        subprocess.run(["umount", disk], check=True)
+
+
+def test_cancel(farm, folder):
+    """What is cancelled stays away."""
+    shot = write_shot(folder / "cancel.json", "1-200", "cancel/f.####.exr")
+    waiting = farm.begin(shot, "--chunk=100")
+    job = re.match(r"job (\d+)", waiting.stdout.readline()).group(1)
+    wait_until("a chunk runs", lambda: any(farm.cluster.renderer(job, i) for i in (0, 1)))
+    assert farm("submit", shot).returncode == 2, "submitted while chunks are live"
+    assert farm("cancel", shot).returncode == 0
+    waiting.communicate(timeout=60)
+    assert waiting.returncode == 1, waiting.returncode
+    status = farm.status(shot)
+    assert status["ended"] and status["failed"] == 2 and all(c["restarts"] == 0 for c in status["chunks"]), status
+
+
+def test_exports(farm, folder):
+    """Templates keep the rules, and the batch script runs as it is."""
+    shot = write_shot(folder / "export.json", "1-5,8,11", "export/f.####.png", (32, 18), 1)
+    template = None
+    for words, parse in ((), json.loads), (("--yaml",), yaml.safe_load), (("--task-chunking",), json.loads), \
+            (("--yaml", "--task-chunking"), yaml.safe_load):
+        template = parse(farm("export", shot, "--format=openjd", "--chunk=2", "--threads=2", *words).stdout)
+        assert openjd_rules.faults(template) == [], openjd_rules.faults(template)
+        space = template["steps"][0]["parameterSpace"]["taskParameterDefinitions"][0]
+        assert space["range"] == ("1-5,8,11" if "chunks" in space else ["1,2", "3,4", "5,8", "11"]), space
+    # The rules are no ornament.
+    for path, value in (["specificationVersion"], "1"), (["extra"], 1), (["steps", 0, "script", "actions", "onRun",
+                        "args", 0], "{{Task.Param.Nobody}}"), (["extensions"], []), (["steps", 1, "dependencies", 0,
+                        "dependsOn"], "nobody"), (["steps", 0, "parameterSpace", "taskParameterDefinitions", 0,
+                        "range"], "5,1"):
+        broken = copy.deepcopy(template)
+        place = broken
+        for name in path[:-1]:
+            place = place[name]
+        place[path[-1]] = value
+        assert openjd_rules.faults(broken), path
+    script = folder / "export.sh"
+    script.write_text(farm("export", shot, "--chunk=3", "--threads=1", "--memory=64M").stdout)
+    ended = farm.cluster.run("sbatch", "--wait", script)
+    assert ended.returncode == 0 and len(list((folder / "export").glob("f.*.png"))) == 7, ended.stdout
+
+
+def main():
+    program = str(pathlib.Path(sys.argv[1]).resolve())
+    seed = int(sys.argv[2]) if len(sys.argv) > 2 else 15
+    with tempfile.TemporaryDirectory(prefix="quorvel-farm-") as name:
+        folder = pathlib.Path(name).resolve()
+        with Cluster(folder / "cluster", 3, 2) as cluster:
+            farm = Farm(cluster, program)
+            tests = [(test_exports, ()), (test_bad_frame, ()), (test_full_disk, ()), (test_cancel, ()),
+                     (test_storm, (seed,))]
+            for test, arguments in tests:
+                begin = time.monotonic()
+                print(f"{test.__name__}: {test.__doc__}", flush=True)
+                try:
+                    test(farm, folder, *arguments)
+                except AssertionError:
+                    for words in ["squeue", "-t", "all"], ["sinfo", "-R"], ["sinfo", "-N"], \
+                            ["tail", "-n", "40", cluster.folder / "log/slurmctld.log"]:
+                        print(cluster.run(*words).stdout, flush=True)
+                    raise
+                print(f"  {time.monotonic() - begin:.1f} s", flush=True)
+    print("farm: all green")
+
+
+if __name__ == "__main__":
+    main()
