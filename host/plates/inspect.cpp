@@ -5,7 +5,7 @@
 namespace host::plates {
 namespace {
 
-std::string type_name(OIIO::TypeDesc type) {
+std::string type_name(const OIIO::TypeDesc& type) {
   if (type == OIIO::TypeDesc::UINT32) return "uint32";
   return type == OIIO::TypeDesc::INT32 ? "int32" : type.c_str();
 }

@@ -39,12 +39,12 @@ struct InfoCommand {
   bool json = false;
 };
 
-// What is told of one file.
+// What is told of one file: the text for people; as JSON it is added to a list.
 struct Told {
   int code = exit_done;
-  std::string text;             // for people, and as
-  nlohmann::ordered_json json;  // of which one is filled in
+  std::string text;
 };
+using Json = nlohmann::ordered_json;
 
 bool writes_everything(const shot::Composition& composition) {
   return composition.quick_look ||
@@ -62,9 +62,9 @@ int side_of_any_device() {
   }
 }
 
-Told tell_composition(const std::string& file, const InfoCommand& command) {
+Told tell_composition(const std::string& file, const InfoCommand& command, Json& all) {
   const shot::Composition composition = shot::read_composition(file, command.asked);
-  if (command.dot) return {exit_done, report::graphviz(composition), {}};
+  if (command.dot) return {exit_done, report::graphviz(composition)};
   // Files that stand are no fault of a composition.
   frame::PlanOptions options;
   options.existing = frame::Existing::overwrite;
@@ -81,14 +81,14 @@ Told tell_composition(const std::string& file, const InfoCommand& command) {
     told.code = exit_usage;
   }
   if (command.json) {
-    told.json = report::info_json(composition, planner, problems);
+    all.push_back(report::info_json(composition, planner, problems));
   } else {
     told.text = report::info_text(composition, planner, problems);
   }
   return told;
 }
 
-Told tell_image(const std::string& name, bool json) {
+Told tell_image(const std::string& name, const InfoCommand& command, Json& all) {
   report::AskedImage image;
   image.name = name;
   image.path = files::expanded(name);
@@ -100,9 +100,9 @@ Told tell_image(const std::string& name, bool json) {
   plates::Headers headers;
   image.info = plates::inspect(headers, image.path);
   const std::string& error = image.info.header->error;
-  Told told{error.empty() ? exit_done : exit_usage, {}, {}};
-  if (json) {
-    told.json = report::image_json(image);
+  Told told{error.empty() ? exit_done : exit_usage, {}};
+  if (command.json) {
+    all.push_back(report::image_json(image));
   } else if (error.empty()) {
     told.text = report::image_text(image);
   } else {
@@ -140,33 +140,32 @@ bool is_composition(const std::string& file) {
   return !headers.get(file)->error.empty();
 }
 
-Told tell(const std::string& file, const InfoCommand& command) {
-  if (is_composition(file)) return tell_composition(file, command);
+Told tell(const std::string& file, const InfoCommand& command, Json& all) {
+  if (is_composition(file)) return tell_composition(file, command, all);
   if (command.dot) throw UsageError("--dot: " + file + " is no composition");
-  return tell_image(file, command.json);
+  return tell_image(file, command, all);
 }
 
 // Goes on behind a file with errors, which end with the code of the gravest.
 int print_info(const InfoCommand& command) {
   int code = exit_done;
-  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  Json all = Json::array();
   for (size_t i = 0; i < command.files.size(); ++i) {
     const std::string& file = command.files[i];
     Told told;
     try {
-      told = tell(file, command);
+      told = tell(file, command, all);
     } catch (const shot::CompositionError& error) {
       told.code = exit_usage;
-      told.json = {{"file", file}, {"kind", "composition"}, {"error", error.what()}};
+      all.push_back({{"file", file}, {"kind", "composition"}, {"error", error.what()}});
       if (!command.json) std::cerr << error.what() << '\n';
     }
     code = std::max(code, told.code);
-    all.push_back(told.json);
     if (!told.text.empty()) std::cout << (i == 0 ? "" : "\n") << told.text;
   }
   // Names may hold bytes that are no UTF-8.
   if (command.json) {
-    std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    std::cout << all.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
   }
   return code;
 }
