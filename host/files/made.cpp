@@ -40,6 +40,25 @@ std::unique_ptr<OIIO::ImageInput> opened(const std::string& path) {
   return input;
 }
 
+// Reads all pixels of a part, a strip at a time.
+bool decodes(OIIO::ImageInput& input, int part) {
+  constexpr int strip = 256;
+  const OIIO::ImageSpec spec = input.spec(part, 0);
+  const bool tiles = spec.tile_width > 0;
+  const int rows = tiles ? spec.tile_height : std::min(strip, spec.height);
+  std::vector<unsigned char> pixels(static_cast<size_t>(rows) * spec.scanline_bytes(true));
+  bool whole = true;
+  for (int row = 0; whole && row < spec.height; row += rows) {
+    const int begin = spec.y + row;
+    const int end = std::min(begin + rows, spec.y + spec.height);
+    whole = tiles ? input.read_tiles(part, 0, spec.x, spec.x + spec.width, begin, end, spec.z, spec.z + 1, 0,
+                                     spec.nchannels, OIIO::TypeUnknown, pixels.data())
+                  : input.read_scanlines(part, 0, begin, end, spec.z, 0, spec.nchannels, OIIO::TypeUnknown,
+                                         pixels.data());
+  }
+  return whole;
+}
+
 }  // namespace
 
 std::string software_text(double scale, const std::string& digest) {
@@ -75,21 +94,11 @@ Made made(const std::string& path) {
 
 Made made_whole(const std::string& path) {
   const auto input = opened(path);
-  const OIIO::ImageSpec spec = input->spec();
-  constexpr int strip = 256;
-  const int rows = spec.tile_height > 0 ? spec.tile_height : std::min(strip, spec.height);
-  std::vector<unsigned char> pixels(static_cast<size_t>(rows) * spec.scanline_bytes(true));
-  for (int row = 0; row < spec.height; row += rows) {
-    const int begin = spec.y + row;
-    const int end = std::min(begin + rows, spec.y + spec.height);
-    const bool read = spec.tile_width > 0
-                          ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, begin, end, spec.z,
-                                              spec.z + 1, 0, spec.nchannels, OIIO::TypeUnknown, pixels.data())
-                          : input->read_scanlines(0, 0, begin, end, spec.z, 0, spec.nchannels,
-                                                  OIIO::TypeUnknown, pixels.data());
-    if (!read) throw std::runtime_error(path + ": " + input->geterror());
+  const Made made = made_of(input->spec());
+  for (int part = 0; input->seek_subimage(part, 0); ++part) {
+    if (!decodes(*input, part)) throw std::runtime_error(path + ": " + input->geterror());
   }
-  return made_of(spec);
+  return made;
 }
 
 }  // namespace host::files

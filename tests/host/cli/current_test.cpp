@@ -97,9 +97,11 @@ TEST(Current, ExactlyTheFramesThatAreMadeFromSomethingElseAreRenderedAnew) {
 
 TEST(Verify, NamesEveryFileThatIsNotWhole) {
   const fs::path folder = process::new_folder();
-  for (const std::string ending : {"exr", "png", "tif"}) {
-    process::write_shot(folder / "shot.json",
-                        process::grey + process::write_node("out", "grey", "o.####." + ending), "1-4");
+  const std::string parts = R"(, {"name": "out", "type": "write", "inputs": {"image": "grey", "more": "grey"},
+                                  "knobs": {"file": "o.####.EXR", "parts": true}})";
+  for (const std::string ending : {"exr", "png", "tif", "EXR"}) {
+    const std::string written = process::write_node("out", "grey", "o.####." + ending);
+    process::write_shot(folder / "shot.json", process::grey + (ending == "EXR" ? parts : written), "1-4");
     ASSERT_EQ(call("render shot.json --progress none", folder).code, 0);
     EXPECT_EQ(call("verify shot.json", folder).code, 0) << ending;
     fs::remove(folder / ("o.0001." + ending));
