@@ -4,6 +4,7 @@ usage: farm_test.py QUORVEL [SEED]
 """
 
 import collections
+import contextlib
 import copy
 import json
 import os
@@ -88,10 +89,23 @@ class Storm:
 
     def ask_to_end(self):
         task = wait_until("a chunk runs", self.running)
+        renderer = self.cluster.renderer(self.job, task["index"])
         self.cluster.run("scancel", "--batch", "--signal=TERM", f"{self.job}_{task['index']}", check=True)
-        self.restarted(task)
+        self.restarted(task, [renderer])
 
-    def restarted(self, task):
+    @contextlib.contextmanager
+    def held(self, besides=()):
+        """Renderers stand still while Slurm takes its time, or a fast machine has nothing left to befall."""
+        still = {self.cluster.renderer(self.job, i) for i in range(FRAMES // CHUNK)} - {0} - set(besides)
+        self.cluster.signal(still, signal.SIGSTOP)
+        yield
+        self.cluster.signal(still, signal.SIGCONT)
+
+    def restarted(self, task, besides=()):
+        with self.held(besides):
+            self.wait_for_restart(task)
+
+    def wait_for_restart(self, task):
         again = lambda: any(t["index"] == task["index"] and t["restarts"] > task["restarts"]
                             for t in self.cluster.tasks(self.job))
         wait_until(f"chunk {task['index']} is put back", again)
@@ -105,8 +119,9 @@ class Storm:
 
     def stop_node(self):
         task = wait_until("a chunk runs", self.running)
-        self.cluster.signal(self.cluster.processes(task["node"]), signal.SIGSTOP)
-        self.restarted(task)
+        stopped = self.cluster.processes(task["node"])
+        self.cluster.signal(stopped, signal.SIGSTOP)
+        self.restarted(task, stopped)
         elsewhere = lambda: any(t["index"] == task["index"] and t["state"] in ("RUNNING", "COMPLETED")
                                 for t in self.cluster.tasks(self.job))
         wait_until(f"chunk {task['index']} runs elsewhere", elsewhere)
@@ -118,16 +133,18 @@ class Storm:
         self.cluster.signal([renderer], signal.SIGSTOP)  # so that it is there when Slurm looks, every half minute
         self.cluster.run("scontrol", "update", f"JobId={task['id']}", "TimeLimit=1", check=True)
         asked = lambda: int(re.search(r"ShdPnd:\s*(\w+)", pathlib.Path(f"/proc/{renderer}/status").read_text())[1], 16)
-        wait_until("the renderer is asked to end", lambda: asked() >> (signal.SIGTERM - 1) & 1)
+        with self.held([renderer]):
+            wait_until("the renderer is asked to end", lambda: asked() >> (signal.SIGTERM - 1) & 1)
         self.cluster.signal([renderer], signal.SIGCONT)
-        self.restarted(task)
+        self.restarted(task, [renderer])
         self.cluster.run("scontrol", "update", f"JobId={task['id']}", "TimeLimit=UNLIMITED", check=True)
 
     def kill_controller(self):
-        self.cluster.kill_controller()
-        before = self.done()
-        states = {chunk["state"] for chunk in self.status()["chunks"]}
-        assert states <= {"done", "unknown"}, states
+        with self.held():
+            self.cluster.kill_controller()
+            before = self.done()
+            states = {chunk["state"] for chunk in self.status()["chunks"]}
+            assert states <= {"done", "unknown"}, states
         wait_until("frames go on without a controller", lambda: self.done() > before, 20)
         self.cluster.start_controller()
 
