@@ -17,4 +17,10 @@ void keep_freed_memory() {
 #endif
 }
 
+void return_freed_memory() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
 }  // namespace host

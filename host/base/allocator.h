@@ -7,4 +7,7 @@ namespace host {
 // filling them. To be called once, before the first thread. Does nothing where there is no such knob.
 void keep_freed_memory();
 
+// Gives back to the system what is kept. For when it is of sizes that will not be asked for again.
+void return_freed_memory();
+
 }  // namespace host

@@ -180,8 +180,9 @@ void add_render_options(CLI::App& command, RenderCommand& given) {
   add_target_options(command, given);
   add_existing_options(command, options.existing);
   command.add_flag("--keep-going", options.keep_going, "Go on after a frame that failed");
-  command.add_flag("--dry-run", given.dry_run,
-                   "Print what would be computed, read and written, and what is missing");
+  command.add_flag(
+      "--dry-run", given.dry_run,
+      "Print what would be computed, read and written, what is missing, and the memory it takes");
   add_machine_options(command, given);
   using Style = report::ProgressStyle;
   add_choice<Style>(

@@ -163,6 +163,10 @@ const char* encoder_name(Container container) {
   return names[static_cast<size_t>(container)];
 }
 
+bool packed_by_all(const std::string& path) {
+  return container_of(path) == Container::exr;
+}
+
 bool is_srgb(const OutputFile& file) {
   using Color = OutputFile::Color;
   const Container container = container_of(file.path);

@@ -31,6 +31,9 @@ std::string unsupported_reason(const std::string& path);
 // empty when it has all. So it is with `channels`, `compression`, `parts` and inputs beside the main image.
 std::string wrong_setting(const OutputFile& file);
 
+// Whether all of a writer's threads make the file together; else each makes one by itself.
+bool packed_by_all(const std::string& path);
+
 // Whether colour is encoded with the sRGB curve: as asked, else in PNG and JPEG, which viewers show as they
 // are.
 bool is_srgb(const OutputFile& file);

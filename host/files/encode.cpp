@@ -63,6 +63,16 @@ bool write_rows(OIIO::ImageOutput& output, const Raster& raster) {
   return true;
 }
 
+uint64_t value_count(const OutputFile& file, const Box& window) {
+  return static_cast<uint64_t>(box_width(window)) * static_cast<uint64_t>(box_height(window)) *
+         (file.alpha ? 4 : 3);
+}
+
+// Of a file's values, not packed.
+uint64_t stored_bytes(const OutputFile& file, Container container, const Box& window) {
+  return value_count(file, window) * stored_type(container, file.depth).size();
+}
+
 [[noreturn]] void refuse(const OIIO::ImageOutput& output) {
   const std::string text = output.geterror();
   throw std::runtime_error(text.empty() ? "the encoder failed" : text);
@@ -74,10 +84,12 @@ struct Encoder::Memory {
   std::vector<float> pixels;               // changed ones
   std::vector<std::vector<float>> layers;  // the same, of an EXR file's images
   exr::Memory file;
+  size_t filled = 0;  // of the file's memory, which is taken for what cannot be packed
 
   Encoded encode_exr(const WriteJob& job, exr::Packer& own, exr::Crew& crew) {
     const std::vector<exr::Part> parts = exr_parts(job, layers);
     const exr::Written written = exr::write(parts, own, crew, file);
+    filled = std::max(filled, file.content.size());
     return {file.content, notice_of(written.found, false), written.helped_ms};
   }
 
@@ -100,14 +112,34 @@ struct Encoder::Memory {
     if (!output) throw std::runtime_error(OIIO::geterror());
     if (!output->supports("ioproxy")) throw std::runtime_error("the encoder cannot write to memory");
     file.content.clear();
+    file.content.reserve(stored_bytes(job.file, container, raster.window));
     OIIO::Filesystem::IOVecOutput sink(file.content);
     output->set_ioproxy(&sink);
     if (!output->open(job.file.path, spec_of(job, raster, container, type)) || !write_rows(*output, raster) ||
         !output->close())
       refuse(*output);
+    filled = std::max(filled, file.content.size());
     return {file.content, notice_of(found, integers), 0};
   }
 };
+
+uint64_t encoding_bytes(const OutputFile& file, const Extent& extent) {
+  const Container container = container_of(file.path);
+  const Box format = format_box(extent.format);
+  const Box window = container != Container::exr ? format
+                     : file.overscan             ? extent.window
+                                                 : intersection(extent.window, format);
+  const bool inside = intersection(extent.window, window) == window;
+  const bool copied = is_srgb(file) || container == Container::png || !inside;
+  return stored_bytes(file, container, window) + (copied ? value_count(file, window) * sizeof(float) : 0);
+}
+
+uint64_t Encoder::bytes() const {
+  uint64_t bytes = memory_->pixels.capacity() * sizeof(float) + memory_->filled;
+  for (const std::vector<float>& layer : memory_->layers) bytes += layer.capacity() * sizeof(float);
+  for (const exr::Bytes& chunk : memory_->file.chunks) bytes += chunk.capacity();
+  return bytes;
+}
 
 Encoder::Encoder() : memory_(std::make_unique<Memory>()) {}
 

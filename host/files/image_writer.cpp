@@ -46,6 +46,14 @@ WriteResult write(WriteJob job, Encoder& encoder, exr::Packer& own, exr::Crew& c
   return result;
 }
 
+// An encoder and what it holds.
+struct Desk {
+  Encoder encoder;
+  Account account;
+
+  explicit Desk(const MemoryUse& use) : account(use, Owner::encoders) {}
+};
+
 // A file's work that other threads may join.
 struct Shared {
   exr::Work& work;
@@ -62,18 +70,19 @@ struct ImageWriter::State final : exr::Crew {
   std::mutex mutex;  // guards what follows
   std::condition_variable changed;
   std::deque<WriteJob> queue;
-  std::vector<Shared*> shared;                     // the oldest first
-  std::vector<std::unique_ptr<Encoder>> encoders;  // at rest; the last one has worked last
-  size_t held = 0;                                 // in the queue or being encoded
+  std::vector<Shared*> shared;               // the oldest first
+  std::vector<std::unique_ptr<Desk>> desks;  // at rest; the last one has worked last
+  size_t held = 0;                           // in the queue or being encoded
   bool stopping = false;
   std::mutex telling;  // one call of `done` at a time
+  const MemoryUse use;
   std::vector<std::thread> members;
 
-  State(size_t most, size_t threads, std::function<void(const WriteResult&)> tell)
-      : limit(most), count(threads), done(std::move(tell)) {
+  State(size_t most, size_t threads, std::function<void(const WriteResult&)> tell, MemoryUse memory)
+      : limit(most), count(threads), done(std::move(tell)), use(std::move(memory)) {
     shared.reserve(count);
-    encoders.reserve(count);
-    for (size_t i = 0; i < count; ++i) encoders.push_back(std::make_unique<Encoder>());
+    desks.reserve(count);
+    for (size_t i = 0; i < count; ++i) desks.push_back(std::make_unique<Desk>(use));
   }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
@@ -121,24 +130,27 @@ struct ImageWriter::State final : exr::Crew {
   void encode_next(std::unique_lock<std::mutex>& lock, exr::Packer& own) {
     WriteJob job = std::move(queue.front());
     queue.pop_front();
-    std::unique_ptr<Encoder> encoder = std::move(encoders.back());
-    encoders.pop_back();
+    std::unique_ptr<Desk> desk = std::move(desks.back());
+    desks.pop_back();
     lock.unlock();
-    const WriteResult result = write(std::move(job), *encoder, own, *this);
+    const WriteResult result = write(std::move(job), desk->encoder, own, *this);
+    desk->account.set(desk->encoder.bytes());
     {
       const std::lock_guard one(telling);
       done(result);
     }
     lock.lock();
-    encoders.push_back(std::move(encoder));
+    desks.push_back(std::move(desk));
     --held;
     changed.notify_all();
   }
 
   void serve() {
     exr::Packer own;
+    Account account(use, Owner::encoders);
     std::unique_lock lock(mutex);
     for (;;) {
+      account.set(own.bytes());
       changed.wait(lock, [this] { return stopping || !queue.empty() || !shared.empty(); });
       if (!shared.empty()) {
         help(lock, *shared.front(), own);
@@ -151,11 +163,12 @@ struct ImageWriter::State final : exr::Crew {
   }
 };
 
-ImageWriter::ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done) {
+ImageWriter::ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done,
+                         MemoryUse use) {
   const int limit = std::max(1, queue_limit);
   const int all = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
   const auto count = static_cast<size_t>(std::clamp(threads > 0 ? threads : all, 1, limit));
-  state_ = std::make_unique<State>(static_cast<size_t>(limit), count, std::move(done));
+  state_ = std::make_unique<State>(static_cast<size_t>(limit), count, std::move(done), std::move(use));
   for (size_t i = 0; i < count; ++i) state_->members.emplace_back([this] { state_->serve(); });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/base/memory_use.h"
 #include "host/files/metadata.h"
 
 #include <cstdint>
@@ -79,8 +80,9 @@ struct WriteResult {
 class ImageWriter {
  public:
   // queue_limit: jobs held at most, those being encoded included; threads: how many encode side by
-  // side, 0 one a processor. No others work for it.
-  ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done);
+  // side, 0 one a processor. No others work for it. use: whose Owner::encoders its own memory is.
+  ImageWriter(int queue_limit, int threads, std::function<void(const WriteResult&)> done,
+              MemoryUse use = MemoryUse());
   ~ImageWriter();
   ImageWriter(const ImageWriter&) = delete;
   ImageWriter& operator=(const ImageWriter&) = delete;

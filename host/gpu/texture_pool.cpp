@@ -46,7 +46,7 @@ std::string size_text(int64_t width, int64_t height) {
   return std::to_string(width) + " x " + std::to_string(height);
 }
 
-Texture make_texture(int width, int height, uint32_t sampler) {
+Texture make_texture(int width, int height, uint32_t sampler, bool rehearsed) {
   Texture texture;
   texture.target = GL_TEXTURE_2D;
   texture.sampler = sampler;
@@ -55,7 +55,7 @@ Texture make_texture(int width, int height, uint32_t sampler) {
   forget_errors();
   gl.GenTextures(1, &texture.name);
   gl.BindTexture(GL_TEXTURE_2D, texture.name);
-  gl.TexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, width, height);
+  gl.TexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, rehearsed ? 1 : width, rehearsed ? 1 : height);
   const GLenum error = gl.GetError();
   gl.BindTexture(GL_TEXTURE_2D, 0);
   gl.GenFramebuffers(1, &texture.framebuffer);
@@ -72,33 +72,45 @@ Texture make_texture(int width, int height, uint32_t sampler) {
 
 // Shared by the pool and every texture that is out, so that the last to go cleans up.
 struct TexturePool::State : std::enable_shared_from_this<TexturePool::State> {
-  uint64_t limit = 0;
-  int max_size = 0;
-  uint32_t sampler = 0;
-  std::list<Texture> idle;  // most recently returned in front
+  struct Idle {
+    Texture texture;
+    uint64_t since = 0;  // the frame in which it came back
+  };
+  const uint64_t limit;
+  const int max_size;
+  const bool rehearsed;
+  const uint32_t sampler = make_sampler(false);
+  std::list<Idle> idle;  // most recently returned in front
   uint64_t in_use = 0;
   uint64_t idle_bytes = 0;
   uint64_t created = 0;
+  uint64_t frame = 0;
+  Account account;
 
-  State() = default;
+  State(uint64_t most, int largest, MemoryUse use, bool is_rehearsed)
+      : limit(most), max_size(largest), rehearsed(is_rehearsed), account(std::move(use), Owner::device) {}
   State(const State&) = delete;
   State& operator=(const State&) = delete;
   ~State() {
-    for (const Texture& texture : idle) delete_texture(texture);
+    for (const Idle& each : idle) delete_texture(each.texture);
     gl.DeleteSamplers(1, &sampler);
   }
 
+  void tell() {
+    account.set(in_use + idle_bytes);
+  }
+
   Texture take(int width, int height) {
-    const auto found = std::find_if(idle.begin(), idle.end(), [&](const Texture& texture) {
-      return texture.width == width && texture.height == height;
+    const auto found = std::find_if(idle.begin(), idle.end(), [&](const Idle& each) {
+      return each.texture.width == width && each.texture.height == height;
     });
     if (found == idle.end()) {
       const uint64_t wanted = uint64_t{16} * static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
       trim(limit - std::min(limit, in_use + wanted));
       ++created;
-      return make_texture(width, height, sampler);
+      return make_texture(width, height, sampler, rehearsed);
     }
-    const Texture texture = *found;
+    const Texture texture = found->texture;
     idle.erase(found);
     idle_bytes -= texture.bytes();
     return texture;
@@ -106,25 +118,31 @@ struct TexturePool::State : std::enable_shared_from_this<TexturePool::State> {
 
   void give_back(const Texture& texture) {
     in_use -= texture.bytes();
-    idle.push_front(texture);
+    idle.push_front({texture, frame});
     idle_bytes += texture.bytes();
     trim(limit - std::min(limit, in_use));
   }
 
   void trim(uint64_t most) {
-    while (idle_bytes > most) {
-      idle_bytes -= idle.back().bytes();
-      delete_texture(idle.back());
-      idle.pop_back();
-    }
+    while (idle_bytes > most) drop_oldest();
+    tell();
+  }
+
+  void drop_oldest() {
+    idle_bytes -= idle.back().texture.bytes();
+    delete_texture(idle.back().texture);
+    idle.pop_back();
+  }
+
+  void end_frame() {
+    while (!idle.empty() && idle.back().since < frame) drop_oldest();
+    ++frame;
+    tell();
   }
 };
 
-TexturePool::TexturePool(uint64_t limit, int max_size) : state_(std::make_shared<State>()) {
-  state_->limit = limit;
-  state_->max_size = max_size;
-  state_->sampler = make_sampler(false);
-}
+TexturePool::TexturePool(uint64_t limit, int max_size, MemoryUse use, Purpose purpose)
+    : state_(std::make_shared<State>(limit, max_size, std::move(use), purpose == Purpose::rehearsal)) {}
 
 TexturePtr TexturePool::acquire(int64_t width, int64_t height) {
   if (width < 1 || height < 1 || width > state_->max_size || height > state_->max_size) {
@@ -136,6 +154,7 @@ TexturePtr TexturePool::acquire(int64_t width, int64_t height) {
   texture->id = next_id();
   label_texture(texture->name);
   state_->in_use += texture->bytes();
+  state_->tell();
   return {texture.release(), [state = state_](const Texture* returned) {
             state->give_back(*returned);
             delete returned;
@@ -144,6 +163,10 @@ TexturePtr TexturePool::acquire(int64_t width, int64_t height) {
 
 void TexturePool::trim(uint64_t idle_bytes) {
   state_->trim(idle_bytes);
+}
+
+void TexturePool::end_frame() {
+  state_->end_frame();
 }
 
 uint64_t TexturePool::bytes_in_use() const {

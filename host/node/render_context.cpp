@@ -2,12 +2,14 @@
 
 #include <qv/gpu/draw.h>
 #include <qv/nodes/filter/ops.h>
+#include <qv/nodes/filter/scratch.h>
 
 #include "host/base/stopwatch.h"
 #include "host/gpu/gl_functions.h"
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace host::node {
 namespace {
@@ -69,8 +71,14 @@ Uniform::Uniform(std::string_view uniform, std::initializer_list<double> list)
 Uniform::Uniform(std::string_view uniform, double value) : Uniform(uniform, {value}) {}
 
 RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool,
-                             plates::Decoder& decoder)
-    : shaders_(shaders), pool_(pool), decoder_(decoder) {
+                             plates::Decoder& decoder, MemoryUse use)
+    : RenderContext(
+          shaders, pool, [&decoder](const plates::Source& source) { return decoder.take(source); },
+          std::move(use)) {}
+
+RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, Fetch fetch,
+                             MemoryUse use)
+    : shaders_(shaders), pool_(pool), fetch_(std::move(fetch)), scratch_(std::move(use), Owner::device) {
   constexpr std::array<float, 4> clear = {0, 0, 0, 0};
   nothing_ = gpu::make_table(1, 1, 1, clear.data(), false);
 }
@@ -94,7 +102,7 @@ Image RenderContext::solid(const Extent& extent, const std::array<float, 4>& rgb
 Image RenderContext::upload(const Extent& extent, const float* rgba) {
   const Stopwatch watch(times_.upload_ms);
   Image image = make(extent);
-  if (!image.texture) return image;
+  if (!image.texture || !rgba) return image;
   gpu::gl.BindTexture(GL_TEXTURE_2D, image.texture->name);
   gpu::gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image.texture->width, image.texture->height, GL_RGBA,
                         GL_FLOAT, rgba);
@@ -162,6 +170,7 @@ bool RenderContext::filter(std::string_view operation, std::span<const Image> in
     images.push_back(filter_image(input));
   }
   const int outcome = filter::run_op(operation, images, params, filter_image(target), 0);
+  scratch_.set(filter::stats().bytes);
   if (outcome < 0) {
     throw std::runtime_error(
         "the filter \"" + std::string(operation) +
@@ -172,13 +181,23 @@ bool RenderContext::filter(std::string_view operation, std::span<const Image> in
 
 plates::Pixels RenderContext::fetch(const plates::Source& source) {
   const Stopwatch watch(times_.wait_decode_ms);
-  return decoder_.take(source);
+  return fetch_(source);
 }
 
 gpu::TexturePtr RenderContext::table(const std::string& name, const std::function<gpu::TexturePtr()>& make) {
   gpu::TexturePtr& kept = tables_[name];
   if (!kept) kept = make();
   return kept;
+}
+
+void RenderContext::trim_scratch(uint64_t most) {
+  if (filter::stats().bytes > most) filter::scratch_trim(most);
+  scratch_.set(filter::stats().bytes);
+}
+
+void RenderContext::end_frame() {
+  filter::scratch_end_frame();
+  scratch_.set(filter::stats().bytes);
 }
 
 programs::ShaderLibrary& RenderContext::shaders() {

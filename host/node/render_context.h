@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/base/memory_use.h"
 #include "host/gpu/texture_pool.h"
 #include "host/node/image.h"
 #include "host/plates/sources.h"
@@ -53,7 +54,14 @@ struct ContextTimes {
 // renderer completes with node and frame.
 class RenderContext {
  public:
-  RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, plates::Decoder& decoder);
+  using Fetch = std::function<plates::Pixels(const plates::Source&)>;
+
+  // fetch: as Decoder::take, but that pixels may be null in a rehearsal; use: whose Owner::device the
+  // textures between the passes of filters are.
+  RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, Fetch fetch,
+                MemoryUse use = MemoryUse());
+  RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, plates::Decoder& decoder,
+                MemoryUse use = MemoryUse());
   ~RenderContext();
   RenderContext(const RenderContext&) = delete;
   RenderContext& operator=(const RenderContext&) = delete;
@@ -65,7 +73,8 @@ class RenderContext {
   // A new image of one colour.
   Image solid(const Extent& extent, const std::array<float, 4>& rgba);
 
-  // A new image with these pixels: RGBA float, rows top to bottom, the window's size.
+  // A new image with these pixels: RGBA float, rows top to bottom, the window's size; undefined ones for
+  // null.
   Image upload(const Extent& extent, const float* rgba);
 
   // Draws a program over all of the target. Beside the uniforms given it sets, where the program has
@@ -98,6 +107,15 @@ class RenderContext {
 
   programs::ShaderLibrary& shaders();
 
+  // Bytes of the textures between the passes of filters, and deleting those that wait for their next use
+  // until at most this many are left.
+  uint64_t scratch_bytes() const {
+    return scratch_.bytes();
+  }
+  void trim_scratch(uint64_t most);
+  // The same of those that have waited since before the last call.
+  void end_frame();
+
   // Since it was made.
   const ContextTimes& times() const {
     return times_;
@@ -106,7 +124,8 @@ class RenderContext {
  private:
   programs::ShaderLibrary& shaders_;
   gpu::TexturePool& pool_;
-  plates::Decoder& decoder_;
+  Fetch fetch_;
+  Account scratch_;
   ContextTimes times_;
   std::map<std::string, gpu::TexturePtr> tables_;
   gpu::TexturePtr nothing_;  // one transparent texel, read where there is no image

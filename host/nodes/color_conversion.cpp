@@ -111,7 +111,12 @@ ColorConversion::Table take_table_1d(const ocio::GpuShaderDesc& shader, unsigned
   unsigned height = 0;
   ocio::GpuShaderCreator::TextureType channels{};
   ocio::Interpolation interpolation{};
+#if OCIO_VERSION_HEX >= 0x02050000
+  ocio::GpuShaderCreator::TextureDimensions dimensions{};  // the text's sampler says the same
+  shader.getTexture(index, name, sampler, width, height, channels, dimensions, interpolation);
+#else
   shader.getTexture(index, name, sampler, width, height, channels, interpolation);
+#endif
   const float* values = nullptr;
   shader.getTextureValues(index, values);
 

@@ -14,6 +14,15 @@ std::string lower(std::string_view text) {
   return result;
 }
 
+// The names that newer readers have for what older ones call "Linear", "sRGB" and "Gamma2.2".
+std::string space_of(const OIIO::ImageSpec& spec) {
+  const std::string space = spec.get_string_attribute("oiio:ColorSpace");
+  if (space == "lin_rec709_scene") return "Linear";
+  if (space == "srgb_rec709_scene") return "sRGB";
+  const bool gamma = space.size() > 3 && space.starts_with('g') && space.ends_with("_rec709_scene");
+  return gamma ? "Gamma" + space.substr(1, 1) + "." + space.substr(2, 1) : space;
+}
+
 }  // namespace
 
 // Readers call floats "Linear" without asking, and some whole numbers "sRGB". A gamma stands for the curve
@@ -28,7 +37,7 @@ ColorSpace color_space_of(const OIIO::ImageSpec& spec) {
   const ColorSpace otherwise = floats
                                    ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
                                    : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
-  const std::string space = spec.get_string_attribute("oiio:ColorSpace");
+  const std::string space = space_of(spec);
   const std::string profile = lower(spec.get_string_attribute("ICCProfile:profile_description"));
   if (space.empty() && profile.find("linear") != std::string::npos)
     return {"linear", "its colour profile is called linear"};

@@ -95,11 +95,12 @@ uint64_t bytes_of(const Extent& extent) {
 }  // namespace
 
 struct Decoder::State {
-  State(Headers& file_headers, int thread_count, uint64_t ahead_bytes, Notices& told)
+  State(Headers& file_headers, int thread_count, uint64_t ahead_bytes, Notices& told, MemoryUse use)
       : headers(file_headers),
         notices(told),
         threads(static_cast<size_t>(std::max(1, thread_count))),
         most_bytes(ahead_bytes),
+        account(std::move(use), Owner::decoded),
         // One thread beyond the pool's serves the frame being rendered, so that it waits behind no
         // decode for a later one.
         scheduler(std::max(1, thread_count), 1, 1) {}
@@ -116,19 +117,18 @@ struct Decoder::State {
   };
   std::vector<Waiting> waiting;            // wanted, not yet under way; nearest first
   std::map<std::string, int64_t> opening;  // jobs for headers alone, by path
-  uint64_t bytes = 0;                      // of what is under way, as far as it is known
+  Account account;                         // of what is under way, as far as it is known
   int unmeasured = 0;                      // of these the sources of unknown size
   DecoderStats stats;
   qv::io::DecodeScheduler scheduler;
 
   // What may be of any size starts only where there are fewer than threads.
   bool room_for(std::optional<uint64_t> more) const {
-    return under_way.size() < threads || (unmeasured == 0 && more && bytes + *more <= most_bytes);
+    return under_way.size() < threads || (unmeasured == 0 && more && account.bytes() + *more <= most_bytes);
   }
 
   void note_more(uint64_t more) {
-    bytes += more;
-    stats.peak_bytes = std::max(stats.peak_bytes, bytes);
+    account.set(account.bytes() + more);
   }
 
   void add(const Source& source, Entry entry) {
@@ -144,7 +144,7 @@ struct Decoder::State {
   void forget(std::map<Source, Entry>::iterator entry) {
     if (entry->second.job) --entry->second.job->wanted;
     if (entry->second.bytes) {
-      bytes -= *entry->second.bytes;
+      account.set(account.bytes() - *entry->second.bytes);
     } else {
       --unmeasured;
     }
@@ -284,8 +284,8 @@ struct Decoder::State {
   }
 };
 
-Decoder::Decoder(Headers& headers, int threads, uint64_t ahead_bytes, Notices& notices)
-    : state_(std::make_unique<State>(headers, threads, ahead_bytes, notices)) {}
+Decoder::Decoder(Headers& headers, int threads, uint64_t ahead_bytes, Notices& notices, MemoryUse use)
+    : state_(std::make_unique<State>(headers, threads, ahead_bytes, notices, std::move(use))) {}
 
 Decoder::~Decoder() = default;
 
@@ -337,10 +337,6 @@ Pixels Decoder::take(const Source& source) {
   job->sources.push_back(source);
   state_->submit(job, 0);
   return state_->decoded(source, *job);
-}
-
-uint64_t Decoder::bytes() const {
-  return state_->bytes;
 }
 
 DecoderStats Decoder::stats() const {

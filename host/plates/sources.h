@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/base/memory_use.h"
 #include "host/base/notices.h"
 #include "host/plates/headers.h"
 
@@ -30,7 +31,6 @@ struct Pixels {
 struct DecoderStats {
   int64_t files = 0;
   double decode_ms = 0;
-  uint64_t peak_bytes = 0;  // of sources decoded or being decoded, as far as their headers were known
 };
 
 // Decodes sources in the background ahead of need, all in one queue, and opens them there for their headers
@@ -41,8 +41,9 @@ struct DecoderStats {
 // nothing is known while there are as many.
 class Decoder {
  public:
-  // threads: decodes at once, at least 1. `headers` and `notices` outlive the decoder.
-  Decoder(Headers& headers, int threads, uint64_t ahead_bytes, Notices& notices);
+  // threads: decodes at once, at least 1. `headers` and `notices` outlive the decoder. use: whose
+  // Owner::decoded the sources are that are decoded or being decoded, as far as their headers are known.
+  Decoder(Headers& headers, int threads, uint64_t ahead_bytes, Notices& notices, MemoryUse use = MemoryUse());
   ~Decoder();
   Decoder(const Decoder&) = delete;
   Decoder& operator=(const Decoder&) = delete;
@@ -57,9 +58,6 @@ class Decoder {
   Pixels take(const Source& source);
 
   DecoderStats stats() const;
-
-  // Of sources decoded or being decoded now, as far as their headers are known.
-  uint64_t bytes() const;
 
  private:
   struct State;

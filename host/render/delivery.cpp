@@ -3,6 +3,7 @@
 #include <qv/transport/ring.h>
 
 #include "host/base/stopwatch.h"
+#include "host/files/container.h"
 #include "host/files/exr_parts.h"
 
 #include <algorithm>
@@ -29,10 +30,18 @@ files::WriteResult failed(int64_t frame, const std::string& path, const std::str
 
 }  // namespace
 
-Delivery::Delivery(int threads, BufferPool& buffers, Notices& notices)
-    : notices_(notices),
+Box sent_area(const node::Image& image, const files::OutputFile& file) {
+  return file.overscan && image.texture ? image.extent.window : format_box(image.extent.format);
+}
+
+Delivery::Delivery(const Limits& limits, BufferPool& buffers, Notices& notices, const MemoryUse& use)
+    : limits_(limits),
+      notices_(notices),
       buffers_(buffers),
-      writer_(threads, threads, [this](const files::WriteResult& result) { written(result); }) {}
+      ring_(use, Owner::ring),
+      writer_(
+          limits.threads, limits.threads, [this](const files::WriteResult& result) { written(result); },
+          use) {}
 
 Delivery::~Delivery() {
   finish();
@@ -80,17 +89,19 @@ void Delivery::send(int64_t frame, std::span<const node::Image> images, const fi
     const std::lock_guard lock(mutex_);
     ++find(frame).pending;
   }
+  const SentLimit limit = limits_.sent(files::packed_by_all(file.path));
   for (size_t i = 0; i < images.size(); ++i) {
-    const Box area = file.overscan && images[i].texture ? images[i].extent.window : format_box(format);
     try {
       // Of one file all are on their way together, or none would ever come back.
-      read_back(images[i], area, buffers_, i > 0, [this, meeting, i](ReadBack pixels) {
-        arrived(*meeting, i, std::move(pixels), "the image could not be read back from the device");
-      });
+      read_back(images[i], sent_area(images[i], file), buffers_, i > 0 ? unlimited : limit,
+                [this, meeting, i](ReadBack pixels) {
+                  arrived(*meeting, i, std::move(pixels), "the image could not be read back from the device");
+                });
     } catch (const std::exception& error) {
       arrived(*meeting, i, {}, error.what());
     }
   }
+  ring_.set(qv::transport::stats().held);
 }
 
 // On the ring's thread, or where there was nothing to read on the GL thread. The ring lets no exception

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "host/base/memory_use.h"
 #include "host/base/notices.h"
 #include "host/files/image_writer.h"
 #include "host/node/image.h"
+#include "host/render/limits.h"
 #include "host/render/progress.h"
 #include "host/render/read_back.h"
 #include "host/render/stats.h"
@@ -17,14 +19,17 @@
 
 namespace host::render {
 
+// The part of the plane that a file shows of an image.
+Box sent_area(const node::Image& image, const files::OutputFile& file);
+
 // What happens to a frame once it is drawn: read back through the ring, encoded by the writer,
 // reported when its files stand. Later frames are drawn meanwhile; a full writer's queue holds back
 // the ring, and a full ring the next send.
 // GL thread only. Destruction waits for everything that was sent.
 class Delivery {
  public:
-  // threads: for the encoders. `buffers` and `notices` outlive it.
-  Delivery(int threads, BufferPool& buffers, Notices& notices);
+  // All outlive it. use: whose Owner::ring and Owner::encoders its memory is.
+  Delivery(const Limits& limits, BufferPool& buffers, Notices& notices, const MemoryUse& use);
   ~Delivery();
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -67,12 +72,14 @@ class Delivery {
   void hand_over(files::WriteJob job);
   void written(const files::WriteResult& result);
 
+  const Limits& limits_;
   Notices& notices_;
   BufferPool& buffers_;
   std::mutex mutex_;  // guards what follows, up to the writer
   std::deque<Open> open_;
   Stats totals_;
-  double read_back_ms_ = 0;  // GL thread alone
+  double read_back_ms_ = 0;  // GL thread alone, as is the next
+  Account ring_;
   files::ImageWriter writer_;
 };
 

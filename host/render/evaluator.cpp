@@ -1,7 +1,6 @@
 #include "host/render/evaluator.h"
 
-#include <qv/nodes/filter/scratch.h>
-
+#include "host/base/allocator.h"
 #include "host/base/stopwatch.h"
 #include "host/gpu/debug.h"
 #include "host/node/pending_transform.h"
@@ -86,15 +85,15 @@ struct Evaluator::Run {
 
 Evaluator::Evaluator(const shot::Composition& composition, const node::Project& project,
                      gpu::TexturePool& pool, node::RenderContext& context, ResultStore& store, Stats& stats,
-                     uint64_t memory, bool time_device, Elsewhere elsewhere, const std::atomic<bool>* stop)
+                     MemoryUse use, uint64_t memory, bool time_device, const std::atomic<bool>* stop)
     : composition_(composition),
       project_(project),
       pool_(pool),
       context_(context),
       store_(store),
       stats_(stats),
+      use_(std::move(use)),
       memory_(memory),
-      elsewhere_(std::move(elsewhere)),
       stop_(stop) {
   if (time_device) timer_.emplace();
 }
@@ -131,6 +130,7 @@ std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, con
   for (size_t i = 0; i < parts.size(); ++i) {
     images.push_back(settled(run, static_cast<size_t>(frame.graph.outputs[i]), parts[i]));
   }
+  end_frame();
   return images;
 }
 
@@ -232,20 +232,50 @@ void Evaluator::make_room(const shot::Composition& composition, const frame::Ins
                              std::to_string(box_height(window)) + " pixels needs " + std::to_string(wanted) +
                              " bytes, the memory limit is " + std::to_string(memory_));
   }
-  const uint64_t used = pool_.bytes_in_use() + qv::nodes::filter::stats().bytes + elsewhere_() + wanted;
+  const uint64_t used = use_.now().sum() - pool_.bytes_idle() + wanted;
   if (used <= memory_) return;
   const uint64_t over = used - memory_;
   stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over));
 }
 
+std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs) {
+  std::vector<std::vector<size_t>> places;
+  size_t next = outputs;
+  for (size_t i = 0; i < targets.size(); ++i) {
+    places.push_back({i});
+    for (size_t layer = 1; layer < targets[i].file.layers.size(); ++layer) places[i].push_back(next++);
+  }
+  return places;
+}
+
+std::vector<Evaluator::Part> parts_of(const std::vector<frame::Target>& targets,
+                                      const std::vector<std::vector<size_t>>& places) {
+  size_t count = 0;
+  for (const auto& each : places) count = std::max(count, 1 + *std::max_element(each.begin(), each.end()));
+  std::vector<Evaluator::Part> parts(count);
+  for (size_t i = 0; i < targets.size(); ++i) {
+    for (const size_t at : places[i])
+      parts[at] = targets[i].file.overscan ? Evaluator::Part::whole : Evaluator::Part::in_format;
+  }
+  return parts;
+}
+
 // A filter's scratch textures and those that wait for their next use are worth keeping only while
 // there is room for them.
 void Evaluator::hold_to_memory() {
-  const uint64_t room = memory_ - std::min(memory_, pool_.bytes_in_use() + elsewhere_());
-  if (qv::nodes::filter::stats().bytes > room) qv::nodes::filter::scratch_trim(room);
-  pool_.trim(room - std::min(room, qv::nodes::filter::stats().bytes));
-  const uint64_t bytes = pool_.bytes_in_use() + pool_.bytes_idle() + qv::nodes::filter::stats().bytes;
-  stats_.peak_texture_bytes = std::max(stats_.peak_texture_bytes, bytes);
+  const uint64_t spare = pool_.bytes_idle() + context_.scratch_bytes();
+  const uint64_t room = memory_ - std::min(memory_, use_.now().sum() - spare);
+  context_.trim_scratch(room);
+  pool_.trim(room - std::min(room, context_.scratch_bytes()));
+}
+
+void Evaluator::end_frame() {
+  const uint64_t before = pool_.bytes_idle() + context_.scratch_bytes();
+  pool_.end_frame();
+  context_.end_frame();
+  // Textures of sizes that do not come again, in the memory of the process, leave holes that fit nothing
+  // else.
+  if (!timer_ && pool_.bytes_idle() + context_.scratch_bytes() < before) return_freed_memory();
 }
 
 // What was drawn while the flag went up may be half an image, which nobody may see.

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "host/base/memory_use.h"
 #include "host/frame/keyed_frame.h"
+#include "host/frame/targets.h"
 #include "host/gpu/timer.h"
 #include "host/node/render_context.h"
 #include "host/render/result_store.h"
@@ -21,14 +23,11 @@ class Evaluator {
   // Whether a result is worth keeping for later frames.
   using Keep = std::function<bool(int64_t key)>;
 
-  // Bytes that images have outside of textures.
-  using Elsewhere = std::function<uint64_t()>;
-
-  // memory: bytes that textures may have together with what is `elsewhere`; time_device: ask the device for
-  // its times; stop: ends an evaluation between two nodes, may be null.
+  // use: what all owners have, textures among them; memory: bytes that it may come to; time_device: ask the
+  // device for its times; stop: ends an evaluation between two nodes, may be null.
   Evaluator(const shot::Composition& composition, const node::Project& project, gpu::TexturePool& pool,
-            node::RenderContext& context, ResultStore& store, Stats& stats, uint64_t memory, bool time_device,
-            Elsewhere elsewhere, const std::atomic<bool>* stop);
+            node::RenderContext& context, ResultStore& store, Stats& stats, MemoryUse use, uint64_t memory,
+            bool time_device, const std::atomic<bool>* stop);
 
   // How much of an output is wanted: a transform at the end of a graph is drawn no further.
   enum class Part { whole, in_format };
@@ -52,6 +51,7 @@ class Evaluator {
   const node::Image& settled(Run& run, size_t at, Part part = Part::whole);
   void make_room(const shot::Composition& composition, const frame::Instance& instance, const Box& window);
   void hold_to_memory();
+  void end_frame();
   void check_stop() const;
 
   const shot::Composition& composition_;
@@ -60,10 +60,15 @@ class Evaluator {
   node::RenderContext& context_;
   ResultStore& store_;
   Stats& stats_;
+  MemoryUse use_;
   uint64_t memory_;
-  Elsewhere elsewhere_;
   const std::atomic<bool>* stop_;
   std::optional<gpu::Timer> timer_;
 };
+
+// Where the images of each target stand among frame::images_of, and what of them the files show.
+std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs);
+std::vector<Evaluator::Part> parts_of(const std::vector<frame::Target>& targets,
+                                      const std::vector<std::vector<size_t>>& places);
 
 }  // namespace host::render

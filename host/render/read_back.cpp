@@ -41,46 +41,42 @@ class BoundForDrawing {
 
 }  // namespace
 
-BufferPool::BufferPool(size_t most) {
-  state_->most = std::max<size_t>(1, most);
-  state_->kept.reserve(state_->most);
+BufferPool::BufferPool(size_t most_kept, MemoryUse use) : state_(std::make_shared<State>(std::move(use))) {
+  state_->kept.reserve(std::max<size_t>(2, most_kept));
 }
 
 // The three of State are called with its mutex held.
-void BufferPool::State::drop_kept() {
-  bytes -= kept.size() * floats * sizeof(float);
-  kept.clear();
+void BufferPool::State::tell() {
+  account.set(out_bytes + kept.size() * floats * sizeof(float));
 }
 
 std::unique_ptr<float[]> BufferPool::State::take(size_t wanted) {
-  if (floats != wanted) drop_kept();
+  if (floats != wanted) kept.clear();
   floats = wanted;
   std::unique_ptr<float[]> buffer;
   if (kept.empty()) {
     buffer.reset(new float[wanted]);
-    bytes += wanted * sizeof(float);
-    peak_bytes = std::max(peak_bytes, bytes);
   } else {
     buffer = std::move(kept.back());
     kept.pop_back();
   }
   ++out;
+  out_bytes += wanted * sizeof(float);
+  tell();
   return buffer;
 }
 
 void BufferPool::State::give_back(std::unique_ptr<float[]> buffer, size_t size) {
   --out;
+  out_bytes -= size * sizeof(float);
+  if (size == floats && kept.size() < kept.capacity()) kept.push_back(std::move(buffer));
+  tell();
   back.notify_one();
-  if (size == floats && kept.size() < most) {
-    kept.push_back(std::move(buffer));
-  } else {
-    bytes -= size * sizeof(float);
-  }
 }
 
-std::shared_ptr<float[]> BufferPool::acquire(size_t floats, bool joins) {
+std::shared_ptr<float[]> BufferPool::acquire(size_t floats, const SentLimit& limit) {
   std::unique_lock lock(state_->mutex);
-  state_->back.wait(lock, [&] { return joins || state_->out < state_->most; });
+  state_->back.wait(lock, [&] { return limit.room(state_->out, state_->out_bytes, floats * sizeof(float)); });
   // Where there is no room for the holder, its deleter is called.
   float* const buffer = state_->take(floats).release();
   lock.unlock();
@@ -90,20 +86,14 @@ std::shared_ptr<float[]> BufferPool::acquire(size_t floats, bool joins) {
           }};
 }
 
-uint64_t BufferPool::bytes() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->bytes;
+Box read_window(const node::Image& image, const Box& area) {
+  return image.texture ? intersection(image.extent.window, area) : Box{};
 }
 
-uint64_t BufferPool::peak_bytes() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->peak_bytes;
-}
-
-uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, bool joins,
+uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, const SentLimit& limit,
                    std::function<void(ReadBack)> done) {
-  const Box window = intersection(image.extent.window, area);
-  if (!image.texture || is_empty(window)) {
+  const Box window = read_window(image, area);
+  if (is_empty(window)) {
     done({{area[0], area[1], area[0] + 1, area[1] + 1}, std::shared_ptr<const float[]>(new float[4]())});
     return 0;
   }
@@ -111,7 +101,7 @@ uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffer
   const int height = static_cast<int>(box_height(window));
   const auto transfer = std::make_shared<Transfer>();
   transfer->result.window = window;
-  transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, joins);
+  transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, limit);
   transfer->done = std::move(done);
   const int x = static_cast<int>(window[0] - image.extent.window[0]);
   const int y = static_cast<int>(image.extent.window[3] - window[3]);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "host/base/memory_use.h"
 #include "host/node/image.h"
+#include "host/render/limits.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -8,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace host::render {
@@ -16,33 +19,30 @@ namespace host::render {
 // filling it. Thread-safe; a buffer outlives the pool if it must.
 class BufferPool {
  public:
-  // most: buffers that are out at a time, at least 1.
-  explicit BufferPool(size_t most);
+  // most_kept: of those that are not out, at least two; use: whose Owner::sent all are.
+  explicit BufferPool(size_t most_kept, MemoryUse use = MemoryUse());
 
   // Room for this many floats, undefined contents. Comes back when the last holder lets go, which is waited
-  // for while `most` are out; not for one that others already out wait for (`joins`).
-  std::shared_ptr<float[]> acquire(size_t floats, bool joins);
-
-  // Bytes of the buffers that are out and of those kept; and the most that there were.
-  uint64_t bytes() const;
-  uint64_t peak_bytes() const;
+  // for while the limit has no room.
+  std::shared_ptr<float[]> acquire(size_t floats, const SentLimit& limit);
 
  private:
   struct State {
+    explicit State(MemoryUse use) : account(std::move(use), Owner::sent) {}
+
     std::mutex mutex;
     std::condition_variable back;
-    size_t most = 1;
     size_t out = 0;
+    uint64_t out_bytes = 0;
     size_t floats = 0;  // of each kept buffer; those of another size are not kept
     std::vector<std::unique_ptr<float[]>> kept;
-    uint64_t bytes = 0;
-    uint64_t peak_bytes = 0;
+    Account account;
 
     std::unique_ptr<float[]> take(size_t wanted);
     void give_back(std::unique_ptr<float[]> buffer, size_t size);
-    void drop_kept();
+    void tell();
   };
-  std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::shared_ptr<State> state_;
 };
 
 // Pixels that have left the GPU; rgba is null when the driver let the transfer down.
@@ -51,12 +51,15 @@ struct ReadBack {
   std::shared_ptr<const float[]> rgba;
 };
 
+// The part of an image that a reading of `area` is of; empty where it has no pixels there.
+Box read_window(const node::Image& image, const Box& area);
+
 // Starts reading the part of an image that lies in `area` through the transfer ring. The texture may
 // be drawn into by later calls at once. `done` runs on the ring's thread, in order of the calls. An
 // image without pixels there gives one transparent pixel, because no file can have none. Waits while
-// every slot of the ring is in flight, and for a buffer as acquire does. Returns the ticket to wait for, 0
-// when `done` has run already. GL thread only.
-uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, bool joins,
+// every slot of the ring is in flight, or `limit` has no room. Returns the ticket to wait for, 0 when `done`
+// has run already. GL thread only.
+uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, const SentLimit& limit,
                    std::function<void(ReadBack)> done);
 
 }  // namespace host::render

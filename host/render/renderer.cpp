@@ -10,19 +10,13 @@
 #include "host/render/renderer_state.h"
 #include "host/render/upcoming.h"
 
-#include <algorithm>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace host::render {
 namespace {
 
 namespace filter = qv::nodes::filter;
-
-int thread_count(int asked) {
-  return asked > 0 ? asked : static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
-}
 
 }  // namespace
 
@@ -31,26 +25,25 @@ Renderer::State::State(const shot::Composition& shot, RenderOptions render_optio
     : composition(shot),
       options(std::move(render_options)),
       gpu(gpu_context),
-      threads(thread_count(options.threads)),
+      limits(options.threads, options.memory, gpu.software()),
+      use(!gpu.software()),
       headers(options.headers ? options.headers : std::make_shared<plates::Headers>()),
       project(frame::make_project(shot, options.scale, *headers, options.by_content)),
-      decoder(*headers, threads, options.memory / 4, notices),
+      decoder(*headers, limits.threads, limits.decoded_bytes, notices, use),
       shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
-      pool(options.memory, gpu.max_texture_size()),
-      context(shaders, pool, decoder),
+      pool(options.memory, gpu.max_texture_size(), use),
+      context(shaders, pool, decoder, use),
       targets(composition, project, options.outputs),
-      buffers(static_cast<size_t>(std::max(2, threads))),
-      evaluator(
-          composition, project, pool, context, store, stats, options.memory, !gpu.software(),
-          [this] { return decoder.bytes() + buffers.bytes(); }, options.stop),
+      buffers(static_cast<size_t>(limits.threads), use),
+      evaluator(composition, project, pool, context, store, stats, use, options.memory, !gpu.software(),
+                options.stop),
       keys(composition, project),
       single_keys(composition, project),
       gpu_before(qv::gpu::stats()),
       scratch_before(filter::stats().created),
       read_back_before(qv::transport::stats().bytes) {
   headers->hold_to(gpu.max_texture_size());
-  // A processor that draws does not copy meanwhile; a device goes on with the next image.
-  qv::transport::set_ring_size(gpu.software() ? 1 : 3);
+  qv::transport::set_ring_size(limits.ring);
   std::string error;
   if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
   if (gpu.software()) shaders.widen_blurs();
@@ -76,8 +69,13 @@ void Renderer::State::gather_stats() {
   stats.textures_created = static_cast<int64_t>(pool.created() + filter::stats().created - scratch_before);
   stats.bytes_read_back = qv::transport::stats().bytes - read_back_before;
   stats.files_read = files.files;
-  stats.peak_decoded_bytes = files.peak_bytes;
-  stats.peak_sent_bytes = buffers.peak_bytes();
+  const Holdings peaks = use.peaks();
+  stats.peak_texture_bytes = peaks.of(Owner::device);
+  stats.peak_decoded_bytes = peaks.of(Owner::decoded);
+  stats.peak_ring_bytes = peaks.of(Owner::ring);
+  stats.peak_sent_bytes = peaks.of(Owner::sent);
+  stats.peak_encoder_bytes = peaks.of(Owner::encoders);
+  stats.peak_bytes = use.at_most().sum();
   stats.decode_ms = files.decode_ms;
   stats.wait_decode_ms = context.times().wait_decode_ms;
   stats.upload_ms = context.times().upload_ms;
@@ -106,7 +104,7 @@ HostImage Renderer::image(int node, int64_t frame) {
   HostImage result{image.extent, {}};
   if (!image.texture) return result;
   ReadBack pixels;
-  qv::transport::wait(read_back(image, image.extent.window, state.buffers, false,
+  qv::transport::wait(read_back(image, image.extent.window, state.buffers, {},
                                 [&](ReadBack read) { pixels = std::move(read); }));
   if (!pixels.rgba) {
     throw frame::FrameError(frame::frame_place(state.composition, node, frame) +

@@ -2,6 +2,7 @@
 
 #include <qv/gpu/registry.h>
 
+#include "host/base/memory_use.h"
 #include "host/base/notices.h"
 #include "host/frame/keyed_frame.h"
 #include "host/frame/targets.h"
@@ -10,6 +11,7 @@
 #include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
 #include "host/render/evaluator.h"
+#include "host/render/limits.h"
 #include "host/render/read_back.h"
 #include "host/render/renderer.h"
 #include "host/render/result_store.h"
@@ -32,7 +34,8 @@ struct Renderer::State {
   const shot::Composition& composition;
   RenderOptions options;
   gpu::GpuContext& gpu;
-  int threads;
+  const Limits limits;
+  const MemoryUse use;
   Stats stats;
   Notices notices;
   std::shared_ptr<plates::Headers> headers;

@@ -23,23 +23,6 @@ std::vector<int64_t> checked_frames(const Renderer::State& state) {
   return frames;
 }
 
-// Where the images of each target stand among frame::images_of.
-std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs) {
-  std::vector<std::vector<size_t>> places;
-  size_t next = outputs;
-  for (size_t i = 0; i < targets.size(); ++i) {
-    places.push_back({i});
-    for (size_t layer = 1; layer < targets[i].file.layers.size(); ++layer) places[i].push_back(next++);
-  }
-  return places;
-}
-
-// Looks for a few frames ahead of the one being rendered: decoding shares the processors with drawing
-// and encoding, so more would only lie in memory.
-int frames_ahead(int threads) {
-  return std::max(1, threads / 2);
-}
-
 }  // namespace
 
 // One run over the frames: everything that is not worth keeping between runs.
@@ -49,8 +32,8 @@ class Run {
       : state_(state),
         progress_(progress),
         frames_(checked_frames(state)),
-        upcoming_(state.composition, state.project, state.keys, unfinished(), frames_ahead(state.threads)),
-        delivery_(state.threads, state.buffers, state.notices) {}
+        upcoming_(state.composition, state.project, state.keys, unfinished(), state.limits.frames_ahead),
+        delivery_(state.limits, state.buffers, state.notices, state.use) {}
 
   Outcome render_all() {
     if (frames_.empty()) return Outcome::nothing;
@@ -145,14 +128,8 @@ class Run {
       state_.notices.add(text);
     }
     const std::vector<std::vector<size_t>> places = places_of(targets, state_.composition.outputs.size());
-    std::vector<Evaluator::Part> parts(frame.keyed.graph.outputs.size());
-    for (size_t i = 0; i < targets.size(); ++i) {
-      const bool whole = targets[i].file.overscan;
-      for (const size_t at : places[i])
-        parts[at] = whole ? Evaluator::Part::whole : Evaluator::Part::in_format;
-    }
     const auto images = state_.evaluator.evaluate(
-        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts);
+        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts_of(targets, places));
     for (size_t i = 0; i < targets.size(); ++i) {
       std::vector<node::Image> layers;
       layers.reserve(places[i].size());

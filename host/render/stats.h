@@ -35,7 +35,10 @@ struct Stats {
   uint64_t bytes_read_back = 0;     // from the device
   uint64_t peak_texture_bytes = 0;  // images, scratch and cached results together
   uint64_t peak_decoded_bytes = 0;  // sources on their way from files, until they are taken
+  uint64_t peak_ring_bytes = 0;     // buffers of the transfer ring
   uint64_t peak_sent_bytes = 0;     // images on their way to files, as they were drawn
+  uint64_t peak_encoder_bytes = 0;  // what files were made in
+  uint64_t peak_bytes = 0;          // all of these together
 };
 
 }  // namespace host::render

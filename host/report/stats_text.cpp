@@ -46,9 +46,11 @@ std::string stats_text(const render::Stats& stats) {
   text += formatted("beside it  decoding %.0f ms, encoding %.0f ms on other threads\n", stats.decode_ms,
                     stats.encode_ms);
   text += formatted(
-      "memory     %.1f MiB of textures at most, %.1f MiB decoded ahead, %.1f MiB on the way to files\n",
-      mebibytes(stats.peak_texture_bytes), mebibytes(stats.peak_decoded_bytes),
-      mebibytes(stats.peak_sent_bytes));
+      "memory     %.1f MiB of images at most: %.1f MiB of textures, %.1f MiB decoded ahead, %.1f MiB in the "
+      "transfer ring, %.1f MiB on the way to files, %.1f MiB in encoders\n",
+      mebibytes(stats.peak_bytes), mebibytes(stats.peak_texture_bytes), mebibytes(stats.peak_decoded_bytes),
+      mebibytes(stats.peak_ring_bytes), mebibytes(stats.peak_sent_bytes),
+      mebibytes(stats.peak_encoder_bytes));
   return text;
 }
 
@@ -81,7 +83,10 @@ std::string stats_json(const render::Stats& stats) {
                                        {"bytes_read_back", stats.bytes_read_back},
                                        {"peak_texture_bytes", stats.peak_texture_bytes},
                                        {"peak_decoded_bytes", stats.peak_decoded_bytes},
-                                       {"peak_sent_bytes", stats.peak_sent_bytes}};
+                                       {"peak_ring_bytes", stats.peak_ring_bytes},
+                                       {"peak_sent_bytes", stats.peak_sent_bytes},
+                                       {"peak_encoder_bytes", stats.peak_encoder_bytes},
+                                       {"peak_bytes", stats.peak_bytes}};
   return json.dump(2) + "\n";
 }
 

@@ -172,13 +172,14 @@ bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec) 
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
                    const LayerGroup& group, const Bands& bands, std::string& err) {
   const Read& first = group.reads.front();
+  if (spec.deep) {
+    err = deep_text;
+    return false;
+  }
   if (bands.count == 1 || is_whole_only(input, spec)) {
-    // Only reading a whole image refuses a deep one with a text.
-    const bool done = spec.deep ? input.read_image(first.subimage, 0, first.chbegin, first.chend,
-                                                   OIIO::TypeFloat, group.pixels.front().floats.get())
-                                : read_group(input, spec, group, 0, first.height);
-    if (!done) err = take_error(input);
-    return done;
+    if (read_group(input, spec, group, 0, first.height)) return true;
+    err = take_error(input);
+    return false;
   }
   std::mutex mutex;
   std::atomic<bool> good = true;

@@ -65,6 +65,8 @@ bool fits_memory(uint64_t bytes) {
 std::string refusal(const OIIO::ImageSpec& spec, const std::string& format, const FileAttributes& file) {
   const auto floats = float_count(spec.width, spec.height, spec.nchannels);
   if (!floats) return "out of memory";
+  // Newer readers give the numbers of samples, or nothing, in place of pixels.
+  if (spec.deep) return deep_text;
   const uint64_t bytes = uint64_t{*floats} * sizeof(float);
   if (bytes <= believed) return {};
   const std::string image =

@@ -23,6 +23,9 @@ std::optional<uint64_t> available_memory();
 // False for over 1 GiB where less is available, which is asked only then.
 bool fits_memory(uint64_t bytes);
 
+// What is said of an image that has samples in place of pixels.
+constexpr const char* deep_text = "a deep image has no pixels to read as floats; flatten it first";
+
 // Why an image of a file is not to be read as floats; empty when nothing speaks against it. `format` is
 // OpenImageIO's name of the reader. Thread-safe, as all of these.
 std::string refusal(const OIIO::ImageSpec& spec, const std::string& format, const FileAttributes& file);

@@ -74,10 +74,12 @@ class Claim {
 // Sees to it that the slot holds `bytes`.
 bool fit(State& state, Slot& slot, uint64_t bytes) {
   if (slot.capacity >= bytes) return true;
-  if (!replace_buffer(state.driver, slot, slot_capacity(bytes))) return false;
+  const uint64_t before = slot.capacity;
+  const bool fits = replace_buffer(state.driver, slot, slot_capacity(bytes));
   const std::lock_guard lock(state.mutex);
-  ++state.stats.allocations;
-  return true;
+  state.stats.held += slot.capacity - before;
+  if (fits) ++state.stats.allocations;
+  return fits;
 }
 
 void add_slots(State& state) {
@@ -207,6 +209,7 @@ void close() {
   }
 
   lock.lock();
+  state.stats.held = 0;
   state.initialized = false;
   state.stopping = false;
   state.changed.notify_all();

@@ -27,13 +27,15 @@ namespace qv::transport {
 
 // Counters since the process began. `bytes` is what was copied to destinations. `completed` counts
 // whole transfers, `failed` those that the driver let down; together they reach `started` when
-// nothing is pending. `allocations` counts buffers made or grown.
+// nothing is pending. `allocations` counts buffers made or grown, `held` the bytes of those that there are
+// now.
 struct Stats {
   uint64_t started = 0;
   uint64_t completed = 0;
   uint64_t bytes = 0;
   uint64_t allocations = 0;
   uint64_t failed = 0;
+  uint64_t held = 0;
 };
 
 // Fetches the entry points and starts the background thread; true when the ring is ready, also

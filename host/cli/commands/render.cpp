@@ -9,7 +9,10 @@
 #include "host/frame/plan.h"
 #include "host/gpu/gpu_context.h"
 #include "host/plates/headers.h"
+#include "host/programs/shader_library.h"
+#include "host/render/prediction.h"
 #include "host/report/info.h"
+#include "host/report/prediction_text.h"
 #include "host/report/stats_text.h"
 #include "host/shot/composition.h"
 
@@ -20,6 +23,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -71,14 +75,6 @@ void hold_threads(int threads) {
   setenv("LP_NUM_THREADS", std::to_string(threads).c_str(), 0);
 }
 
-int dry_run(frame::Planner& planner, const std::vector<int64_t>& frames) {
-  std::string text;  // kept until it is known that nothing is written over an input
-  const auto add = [&text](const frame::FramePlan& plan) { text += report::plan_text(plan); };
-  const frame::Outlook outlook = planner.look_ahead(frames, add);
-  std::cout << text;
-  return outlook.failing == 0 ? exit_done : exit_some_failed;
-}
-
 // Nothing is drawn when frames are known to fail, unless the others are wanted all the same.
 int refuse(const frame::Outlook& outlook, size_t frames) {
   std::cerr << report::problems_text(outlook.problems);
@@ -101,6 +97,33 @@ class Device {
   gpu::DeviceChoice choice_;
   std::optional<gpu::GpuContext> context_;
 };
+
+// Of the frames that would be drawn; nothing where there is no device to draw them.
+std::string predicted_memory(const shot::Composition& composition, const render::RenderOptions& options,
+                             Device& device) {
+  if (options.frames.empty()) return {};
+  try {
+    return report::prediction_text(render::predict(composition, options, device.context()));
+  } catch (const gpu::NoGpu&) {
+    return {};
+  } catch (const programs::ShaderError&) {
+    return {};  // as a driver's without GL 4.2 in full; who renders is told
+  }
+}
+
+int dry_run(frame::Planner& planner, const shot::Composition& composition, render::RenderOptions options,
+            Device& device) {
+  std::string text;  // kept until it is known that nothing is written over an input
+  std::vector<int64_t> drawn;
+  const auto add = [&](const frame::FramePlan& plan) {
+    text += report::plan_text(plan);
+    if (!plan.fails && !plan.skipped) drawn.push_back(plan.frame);
+  };
+  const frame::Outlook outlook = planner.look_ahead(options.frames, add);
+  options.frames = std::move(drawn);
+  std::cout << text << predicted_memory(composition, options, device);
+  return outlook.failing == 0 ? exit_done : exit_some_failed;
+}
 
 void report_stats(const std::string& where, const render::Stats& stats) {
   if (where.empty()) return;
@@ -128,9 +151,9 @@ int render_frames(RenderCommand command) {
                                        [&opened] { return opened.context().max_texture_size(); },
                                        options.headers, options.by_content});
   planner.targets().check(frames);
-  if (command.dry_run) return dry_run(planner, frames);
-
   hold_threads(options.threads);
+  if (command.dry_run) return dry_run(planner, composition, options, opened);
+
   const frame::Outlook outlook = planner.look_ahead(frames, {});
   if (outlook.failing > 0 && !options.keep_going) return refuse(outlook, frames.size());
   options.stale = outlook.stale;

@@ -32,6 +32,11 @@ class Packer {
   std::span<const uint8_t> pack(const File& file, const Part& part, const Chunk& chunk, Bytes& to,
                                 Extremes& found);
 
+  // That it keeps for the next chunk.
+  size_t bytes() const {
+    return row_.capacity() + planes_.capacity() + dwa_.capacity();
+  }
+
  private:
   struct Free {
     void operator()(libdeflate_compressor* compressor) const;

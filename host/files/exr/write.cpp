@@ -91,6 +91,10 @@ class Assembly final : public Work {
 }  // namespace
 
 Written write(std::span<const Part> parts, Packer& own, Crew& crew, Memory& memory) {
+  // Growing would copy it again and again, and leave all these behind.
+  size_t most = size_t{1} << 16;
+  for (const Part& part : parts) most += row_bytes(part) * static_cast<size_t>(part.data.height);
+  memory.content.reserve(most);
   // One that is being packed and one that waits for its turn, a thread.
   memory.chunks.resize(std::max(memory.chunks.size(), 2 * crew.threads()));
   File file(parts, memory.content);

@@ -79,7 +79,8 @@ bool ScratchPool::make(int32_t w, int32_t h, uint32_t restore_framebuffer, Tex& 
   filter_gl.gen_textures(1, &tex.texture);
   if (tex.texture == 0) return false;
   gl::BindTexture(gl::TEXTURE_2D, tex.texture);
-  filter_gl.tex_image_2d(gl::TEXTURE_2D, 0, gl::RGBA32F, w, h, 0, gl::RGBA, gl::FLOAT, nullptr);
+  filter_gl.tex_image_2d(gl::TEXTURE_2D, 0, gl::RGBA32F, rehearsing_ ? 1 : w, rehearsing_ ? 1 : h, 0,
+                         gl::RGBA, gl::FLOAT, nullptr);
   filter_gl.tex_parameter(gl::TEXTURE_2D, gl::TEXTURE_BASE_LEVEL, 0);
   filter_gl.tex_parameter(gl::TEXTURE_2D, gl::TEXTURE_MAX_LEVEL, 0);
   filter_gl.tex_parameter(gl::TEXTURE_2D, gl::TEXTURE_MIN_FILTER, gl::NEAREST);
@@ -123,17 +124,26 @@ void ScratchPool::give_back(Held& held) {
   const uint64_t bytes = held.front().bytes;
   stats.in_use -= bytes;
   stats.pooled += bytes;
+  held.front().used = frame_;
   entries_.splice(entries_.begin(), held);
 }
 
 void ScratchPool::trim(uint64_t limit) {
   if (stats.pooled <= limit || !in_filter_context()) return;
-  while (stats.pooled > limit && !entries_.empty()) {
-    stats.pooled -= entries_.back().bytes;
-    delete_objects(entries_.back().tex);
-    entries_.pop_back();
-    ++stats.evicted;
-  }
+  while (stats.pooled > limit && !entries_.empty()) drop_oldest();
+}
+
+void ScratchPool::drop_oldest() {
+  stats.pooled -= entries_.back().bytes;
+  delete_objects(entries_.back().tex);
+  entries_.pop_back();
+  ++stats.evicted;
+}
+
+void ScratchPool::end_frame() {
+  if (!in_filter_context()) return;
+  while (!entries_.empty() && entries_.back().used < frame_) drop_oldest();
+  ++frame_;
 }
 
 void ScratchPool::refresh_bytes() {
@@ -162,6 +172,16 @@ void scratch_trim(uint64_t bytes) {
   ScratchPool& pool = scratch_pool();
   pool.trim(bytes);
   pool.refresh_bytes();
+}
+
+void scratch_end_frame() {
+  scratch_pool().end_frame();
+  scratch_pool().refresh_bytes();
+}
+
+void scratch_rehearse(bool on) {
+  scratch_trim(0);
+  scratch_pool().rehearse(on);
 }
 
 void note_fallback() {

@@ -54,6 +54,15 @@ QV_API void scratch_sampler(uint32_t sampler);
 // context, or where gl::load has accepted another, only brings `bytes` and `peak` up to date.
 QV_API void scratch_trim(uint64_t bytes);
 
+// Deletes the pooled textures that no run has used since the last call, as scratch_trim does: sizes that come
+// and go pile up nothing. For a host to call once a frame.
+QV_API void scratch_end_frame();
+
+// Whether plans are only rehearsed, from the next run on: textures are of one texel, whatever size they stand
+// for, so that a run costs next to nothing, draws nothing to look at, and the counters tell what it would
+// take. Empties the pool, under the filter context.
+QV_API void scratch_rehearse(bool on);
+
 // Counts a filter that the host computed without this layer.
 QV_API void note_fallback();
 

@@ -11,6 +11,7 @@ namespace qv::nodes::filter {
 struct ScratchEntry {
   Tex tex;
   uint64_t bytes = 0;
+  uint64_t used = 0;  // the frame in which it came back
 };
 
 // A texture taken from the pool, or empty. A list, because its node travels between the pool and a
@@ -44,21 +45,32 @@ class ScratchPool {
   // Brings `bytes` and `peak` of the stats up to date.
   void refresh_bytes();
 
+  // Deletes what has been pooled since before the last call.
+  void end_frame();
+
   void set_cap(uint64_t bytes) {
     cap_ = bytes;
   }
   void set_sampler(uint32_t sampler);
+
+  // Whether textures are of one texel; for an empty pool.
+  void rehearse(bool on) {
+    rehearsing_ = on;
+  }
 
   ScratchStats stats;
 
  private:
   bool make(int32_t w, int32_t h, uint32_t restore_framebuffer, Tex& tex);
   bool in_filter_context() const;
+  void drop_oldest();
 
   // Most recently released at the front.
   std::list<ScratchEntry> entries_;
   uint64_t cap_ = 536870912;
   uint32_t sampler_ = 0;
+  bool rehearsing_ = false;
+  uint64_t frame_ = 0;
   void* filter_context_ = nullptr;
 };
 

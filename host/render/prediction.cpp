@@ -1,0 +1,257 @@
+#include "host/render/prediction.h"
+
+#include <qv/nodes/filter/scratch.h>
+
+#include "host/files/container.h"
+#include "host/files/encode.h"
+#include "host/frame/project.h"
+#include "host/frame/targets.h"
+#include "host/programs/program_binaries.h"
+#include "host/programs/shader_library.h"
+#include "host/render/delivery.h"
+#include "host/render/evaluator.h"
+#include "host/render/limits.h"
+#include "host/render/read_back.h"
+#include "host/render/result_store.h"
+#include "host/render/upcoming.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace host::render {
+namespace {
+
+namespace filter = qv::nodes::filter;
+
+uint64_t bytes_of(const Box& window) {
+  return uint64_t{16} * static_cast<uint64_t>(box_width(window)) * static_cast<uint64_t>(box_height(window));
+}
+
+// The decoder's queue, of which everything is decoded at once: what it admits and until when it holds it.
+class RehearsedDecoder {
+ public:
+  RehearsedDecoder(plates::Headers& headers, const Limits& limits, MemoryUse use)
+      : headers_(headers),
+        threads_(static_cast<size_t>(limits.threads)),
+        most_bytes_(limits.decoded_bytes),
+        account_(std::make_shared<Account>(std::move(use), Owner::decoded)) {}
+
+  void want(const std::vector<plates::Wanted>& list) {
+    std::map<plates::Source, int>
+        takes;  // of the nearest frame that wants it; the list has nearer ones first
+    std::map<plates::Source, int> distances;
+    std::vector<plates::Source> order;
+    for (const plates::Wanted& each : list) {
+      const auto [known, fresh] = distances.try_emplace(each.source, each.distance);
+      if (fresh) order.push_back(each.source);
+      if (known->second == each.distance) ++takes[each.source];
+    }
+    std::erase_if(under_way_, [&](const auto& entry) { return distances.count(entry.first) == 0; });
+    waiting_.clear();
+    for (const plates::Source& source : order) {
+      const auto entry = under_way_.find(source);
+      if (entry != under_way_.end()) {
+        entry->second.takes = takes[source];
+      } else {
+        waiting_.emplace_back(source, takes[source]);
+      }
+    }
+    pump();
+  }
+
+  plates::Pixels take(const plates::Source& source) {
+    const auto place = under_way_.find(source);
+    const Entry entry = place != under_way_.end() ? place->second : hold(source, 1);
+    plates::Pixels pixels{entry.extent, {entry.held, nullptr}, {}};
+    if (place == under_way_.end()) return pixels;
+    if (--place->second.takes <= 0) under_way_.erase(place);
+    pump();
+    return pixels;
+  }
+
+ private:
+  struct Entry {
+    Extent extent;
+    std::shared_ptr<void> held;  // counted as long as somebody has it
+    int takes = 1;
+  };
+
+  Entry hold(const plates::Source& source, int takes) const {
+    const Extent extent = headers_.layer(source).extent;
+    const uint64_t bytes = bytes_of(extent.window);
+    account_->set(account_->bytes() + bytes);
+    return {extent,
+            {nullptr, [account = account_, bytes](void*) { account->set(account->bytes() - bytes); }},
+            takes};
+  }
+
+  void pump() {
+    uint64_t bytes = 0;
+    for (const auto& [source, entry] : under_way_) bytes += bytes_of(entry.extent.window);
+    while (!waiting_.empty()) {
+      const auto [source, takes] = waiting_.front();
+      bytes += bytes_of(headers_.layer(source).extent.window);
+      if (under_way_.size() >= threads_ && bytes > most_bytes_) return;
+      under_way_.emplace(source, hold(source, takes));
+      waiting_.pop_front();
+    }
+  }
+
+  plates::Headers& headers_;
+  size_t threads_;
+  uint64_t most_bytes_;
+  std::shared_ptr<Account> account_;
+  std::map<plates::Source, Entry> under_way_;
+  std::deque<std::pair<plates::Source, int>> waiting_;
+};
+
+// Images on their way to files, as many as there may be.
+class RehearsedDelivery {
+ public:
+  RehearsedDelivery(const Limits& limits, const MemoryUse& use)
+      : limits_(limits),
+        buffers_(static_cast<size_t>(limits.threads), use),
+        ring_(use, Owner::ring),
+        encoders_(use, Owner::encoders) {}
+
+  void send(const std::vector<node::Image>& images, const files::OutputFile& file) {
+    uint64_t encoding = 0;
+    for (const node::Image& image : images) encoding += send(image, file, &image != &images[0]);
+    encoding_ = std::max(encoding_, encoding);
+    at_work_ = std::max(at_work_, std::min(sent_.size(), static_cast<size_t>(limits_.threads)));
+    encoders_.set(at_work_ * encoding_);
+  }
+
+ private:
+  // Returns what an encoder fills for it.
+  uint64_t send(const node::Image& image, const files::OutputFile& file, bool joins) {
+    const Box window = read_window(image, sent_area(image, file));
+    const uint64_t bytes = bytes_of(window);
+    const SentLimit limit = joins ? unlimited : limits_.sent(files::packed_by_all(file.path));
+    uint64_t held = 0;
+    for (const auto& sent : sent_) held += sent.second;
+    for (; !sent_.empty() && !limit.room(sent_.size(), held, bytes); sent_.pop_front())
+      held -= sent_.front().second;
+    if (bytes > 0) sent_.emplace_back(buffers_.acquire(bytes / sizeof(float), limit), bytes);
+
+    largest_ = std::max(largest_, bytes);
+    used_ = std::min(used_ + 1, static_cast<uint64_t>(limits_.ring));
+    constexpr uint64_t step = uint64_t{1} << 20;
+    ring_.set(used_ * ((largest_ + step - 1) / step * step));
+    return files::encoding_bytes(file, {image.extent.format, window});
+  }
+
+  const Limits& limits_;
+  BufferPool buffers_;
+  std::deque<std::pair<std::shared_ptr<float[]>, uint64_t>> sent_;
+  Account ring_;
+  Account encoders_;
+  uint64_t largest_ = 0;   // image that came through the ring
+  uint64_t used_ = 0;      // buffers of the ring
+  uint64_t encoding_ = 0;  // the most that one encoder fills
+  size_t at_work_ = 0;     // encoders
+};
+
+// The filter layer's textures are of one texel meanwhile.
+struct RehearsedFilters {
+  RehearsedFilters() {
+    filter::scratch_rehearse(true);
+  }
+  ~RehearsedFilters() {
+    filter::scratch_rehearse(false);
+  }
+  RehearsedFilters(const RehearsedFilters&) = delete;
+  RehearsedFilters& operator=(const RehearsedFilters&) = delete;
+};
+
+class Rehearsal {
+ public:
+  Rehearsal(const shot::Composition& composition, const RenderOptions& options, gpu::GpuContext& context)
+      : outputs_(composition.outputs.size()),
+        limits_(options.threads, options.memory, context.software()),
+        use_(!context.software()),
+        headers_(options.headers ? options.headers : std::make_shared<plates::Headers>()),
+        project_(frame::make_project(composition, options.scale, *headers_, options.by_content)),
+        targets_(composition, project_, options.outputs),
+        shaders_(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
+        pool_(options.memory, context.max_texture_size(), use_, gpu::TexturePool::Purpose::rehearsal),
+        decoder_(*headers_, limits_, use_),
+        context_(
+            shaders_, pool_, [this](const plates::Source& source) { return decoder_.take(source); }, use_),
+        evaluator_(composition, project_, pool_, context_, store_, stats_, use_, options.memory, false,
+                   nullptr),
+        keys_(composition, project_),
+        upcoming_(composition, project_, keys_, options.frames.empty() ? composition.frames : options.frames,
+                  limits_.frames_ahead),
+        delivery_(limits_, use_) {
+    headers_->hold_to(context.max_texture_size());
+    if (context.software()) shaders_.widen_blurs();
+    filter::scratch_sampler(pool_.sampler());
+    filter::scratch_cap(options.memory / 4);
+  }
+
+  Holdings run() {
+    Upcoming frame;
+    while (upcoming_.next(frame)) {
+      if (!frame.error.empty()) continue;
+      try {
+        rehearse(frame);
+      } catch (const frame::FrameError&) {
+        continue;  // who renders it is told
+      }
+    }
+    return use_.at_most();
+  }
+
+ private:
+  void rehearse(const Upcoming& frame) {
+    const std::vector<frame::Target> targets = targets_.at(frame.frame);
+    decoder_.want(upcoming_.wanted(frame, store_));
+    const auto places = places_of(targets, outputs_);
+    const auto images = evaluator_.evaluate(
+        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts_of(targets, places));
+    for (size_t i = 0; i < targets.size(); ++i) {
+      std::vector<node::Image> layers;
+      for (const size_t at : places[i]) layers.push_back(images[at]);
+      delivery_.send(layers, targets[i].file);
+    }
+  }
+
+  const size_t outputs_;
+  const Limits limits_;
+  const MemoryUse use_;
+  Stats stats_;
+  std::shared_ptr<plates::Headers> headers_;
+  node::Project project_;
+  frame::Targets targets_;
+  programs::ShaderLibrary shaders_;
+  gpu::TexturePool pool_;
+  RehearsedFilters filters_;
+  RehearsedDecoder decoder_;
+  node::RenderContext context_;
+  ResultStore store_;
+  Evaluator evaluator_;
+  frame::FrameKeys keys_;
+  UpcomingFrames upcoming_;
+  RehearsedDelivery delivery_;
+};
+
+}  // namespace
+
+Prediction predict(const shot::Composition& composition, const RenderOptions& options,
+                   gpu::GpuContext& context) {
+  Rehearsal rehearsal(composition, options, context);
+  Prediction prediction;
+  prediction.device_apart = !context.software();
+  prediction.images = rehearsal.run();
+  prediction.base = resident_bytes();
+  return prediction;
+}
+
+}  // namespace host::render
