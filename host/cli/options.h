@@ -9,9 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace host::cli {
 

@@ -3,9 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace host::manual {
 

@@ -2,9 +2,7 @@
 
 #include <string>
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace host::manual {
 
