@@ -80,7 +80,7 @@ std::string submit(const std::filesystem::path& script, const std::vector<std::s
   words.push_back(script.string());
   const Ended ended = run_program(words);
   // "12" or "12;cluster", and a line's end.
-  const std::string id = ended.out.substr(0, ended.out.find_first_of(";\n"));
+  std::string id = ended.out.substr(0, ended.out.find_first_of(";\n"));
   if (ended.code != 0 || id.empty()) throw SchedulerError("sbatch refused " + script.string());
   return id;
 }

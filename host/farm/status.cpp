@@ -151,9 +151,9 @@ std::string status_text(const Job& job, const Status& status) {
     std::string frames = chunk.frames;
     number.insert(0, number.size() < 4 ? 4 - number.size() : 0, ' ');
     frames.resize(std::max<size_t>(frames.size(), 12), ' ');
-    text += number + "  " + frames + " [" + std::string(filled, '=') + std::string(width - filled, ' ') +
-            "] " + std::to_string(chunk.whole) + "/" + std::to_string(chunk.total) + "  " +
-            name_of(chunk.state);
+    text.append(number).append("  ").append(frames).append(" [");
+    text.append(filled, '=').append(width - filled, ' ').append("] ").append(std::to_string(chunk.whole));
+    text.append("/").append(std::to_string(chunk.total)).append("  ").append(name_of(chunk.state));
     if (chunk.at) text += " at frame " + std::to_string(*chunk.at);
     if (!chunk.node.empty()) text += " on " + chunk.node;
     if (chunk.restarts > 0) text += ", put back " + std::to_string(chunk.restarts) + " times";

@@ -127,6 +127,11 @@ struct Decoder::State {
     return under_way.size() < threads || (unmeasured == 0 && more && account.bytes() + *more <= most_bytes);
   }
 
+  // Another pass over a file costs more than the room for what this pass can bring along.
+  bool fits_twice(std::optional<uint64_t> more) const {
+    return more && account.bytes() + *more <= 2 * most_bytes;
+  }
+
   void note_more(uint64_t more) {
     account.set(account.bytes() + more);
   }
@@ -185,7 +190,8 @@ struct Decoder::State {
       const Waiting& wanted = waiting[at];
       const Size size = size_of(wanted.source);
       if (size.known && !size.bytes) continue;  // whoever takes it is told
-      if (!room_for(size.bytes)) break;
+      const bool joins = jobs.count({wanted.source.path, wanted.distance}) > 0 && fits_twice(size.bytes);
+      if (!joins && !room_for(size.bytes)) break;
       auto& job = jobs[{wanted.source.path, wanted.distance}];
       if (!job) job = new_job(wanted.source.path);
       job->sources.push_back(wanted.source);
