@@ -94,7 +94,7 @@ Made made(const std::string& path) {
 
 Made made_whole(const std::string& path) {
   const auto input = opened(path);
-  const Made made = made_of(input->spec());
+  Made made = made_of(input->spec());
   for (int part = 0; input->seek_subimage(part, 0); ++part) {
     if (!decodes(*input, part)) throw std::runtime_error(path + ": " + input->geterror());
   }

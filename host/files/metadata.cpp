@@ -108,7 +108,7 @@ uint64_t Metadata::bytes() const {
   uint64_t sum = 0;
   for (const Metadatum& each : entries_) {
     sum += sizeof each + each.name.size() + each.type.size() + each.numbers.size() * sizeof(double);
-    for (const std::string& text : each.texts) sum += sizeof text + text.size();
+    for (const std::string& text : each.texts) sum += sizeof(std::string) + text.size();
   }
   return sum;
 }

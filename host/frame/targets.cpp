@@ -75,7 +75,8 @@ void Targets::give_path(const std::string& name, const std::string& path) {
     const node::Node& node = composition_.nodes[static_cast<size_t>(output)];
     if (node.given_name() != name) continue;
     if (files::has_view(path) && node.view.empty()) {
-      throw TargetError("--output: " + path + ": node \"" + name + "\" depends on no view");
+      std::string text = "--output: " + path;
+      throw TargetError(text.append(": node \"").append(name).append("\" depends on no view"));
     }
     given_[output] = node.view.empty() ? path : files::view_path(path, node.view);
   }

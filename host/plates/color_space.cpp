@@ -34,9 +34,8 @@ ColorSpace color_space_of(const OIIO::ImageSpec& spec) {
       return {srgb ? "sRGB" : "linear", "its description says so"};
   }
   const bool floats = spec.format.is_floating_point();
-  const ColorSpace otherwise = floats
-                                   ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
-                                   : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
+  ColorSpace otherwise = floats ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
+                                : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
   const std::string space = space_of(spec);
   const std::string profile = lower(spec.get_string_attribute("ICCProfile:profile_description"));
   if (space.empty() && profile.find("linear") != std::string::npos)
