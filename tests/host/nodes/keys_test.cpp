@@ -210,7 +210,8 @@ TEST(Transforms, DoNotHideFaultsOfTheirAuthor) {
                                 [](const KnobSpec& spec) { return spec.name == "filter"; }));
   host::node::Node node;
   node.type = &type;
-  node.inputs.assign(type.inputs.size(), 0);
+  node.inputs.assign(type.inputs.size(), -1);
+  node.inputs[0] = 0;
   for (const KnobSpec& spec : type.knobs) node.knobs.push_back(host::node::KnobValue::default_of(spec));
   const host::node::Project project;
   const std::vector<host::Extent> inputs = {{{4, 4, 1}, {0, 0, 4, 4}}};
