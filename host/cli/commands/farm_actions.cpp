@@ -1,15 +1,15 @@
 #include "host/cli/commands/farm_actions.h"
 
 #include "host/cli/cli.h"
-#include "host/farm/job.h"
-#include "host/farm/openjd.h"
-#include "host/farm/sbatch.h"
-#include "host/farm/slurm.h"
-#include "host/farm/status.h"
-#include "host/farm/verify.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
+#include "host/render_farm/job.h"
+#include "host/render_farm/openjd.h"
+#include "host/render_farm/sbatch.h"
+#include "host/render_farm/slurm.h"
+#include "host/render_farm/status.h"
+#include "host/render_farm/verify.h"
 #include "host/report/info.h"
 #include "host/report/printable.h"
 #include "host/shot/composition.h"
@@ -52,13 +52,13 @@ void write_text(const fs::path& file, const std::string& text) {
 // The job that was submitted last, and its composition as it was asked for then.
 struct Known {
   shot::Composition composition;
-  farm::Job job;
+  render_farm::Job job;
 };
 
 Known known_job(const FarmCommand& given) {
   const shot::Composition composition = given.render.shot.read();
-  const fs::path folder = farm::job_folder(composition, given.render.options.outputs);
-  const auto job = farm::load(folder);
+  const fs::path folder = render_farm::job_folder(composition, given.render.options.outputs);
+  const auto job = render_farm::load(folder);
   if (!job || job->array_id.empty())
     throw UsageError(composition.file + ": nothing has been submitted; quorvel farm submit does so");
   if (job->composition != fs::absolute(composition.file).lexically_normal())
@@ -77,14 +77,14 @@ std::string absolute_output(const shot::Composition& composition, const std::str
          fs::absolute(files::expanded(output.substr(path))).lexically_normal().string();
 }
 
-farm::Job new_job(const shot::Composition& composition, const FarmCommand& given) {
+render_farm::Job new_job(const shot::Composition& composition, const FarmCommand& given) {
   if (given.render.shot.file == "-")
     throw UsageError("a composition from standard input cannot be handed on");
   const render::RenderOptions& options = given.render.options;
-  farm::Job job;
+  render_farm::Job job;
   job.composition = fs::absolute(composition.file).lexically_normal();
   job.program = own_program();
-  job.folder = farm::job_folder(composition, options.outputs);
+  job.folder = render_farm::job_folder(composition, options.outputs);
   job.name = job.folder.filename().string();
   job.asked = given.render.shot.asked;
   for (const std::string& each : options.outputs) job.outputs.push_back(absolute_output(composition, each));
@@ -105,7 +105,7 @@ struct Ahead {
   std::vector<int64_t> left;
 };
 
-Ahead look_ahead(const shot::Composition& composition, const farm::Job& job) {
+Ahead look_ahead(const shot::Composition& composition, const render_farm::Job& job) {
   frame::Planner planner(composition,
                          {job.scale, job.outputs, frame::Existing::current, {}, {}, job.by_content});
   planner.targets().check(job.frames);
@@ -117,23 +117,24 @@ Ahead look_ahead(const shot::Composition& composition, const farm::Job& job) {
 }
 
 // What frames take; three of them are rendered here where the journal does not say.
-farm::Times times_of(const farm::Job& job, const std::vector<int64_t>& left) {
-  const fs::path journal = farm::journal_of(job);
-  const farm::Times known = farm::times_in(journal);
+render_farm::Times times_of(const render_farm::Job& job, const std::vector<int64_t>& left) {
+  const fs::path journal = render_farm::journal_of(job);
+  const render_farm::Times known = render_farm::times_in(journal);
   if (known.each > 0) return known;
   const std::vector<int64_t> tried(left.begin(),
                                    left.begin() + std::min<std::ptrdiff_t>(3, std::ssize(left)));
   std::cerr << "quorvel: rendering frames " << shot::frames_text(tried) << " to see what they take\n";
-  std::vector<std::string> words = farm::render_words(job);
+  std::vector<std::string> words = render_farm::render_words(job);
   words.push_back("--journal=" + journal.string());
   words.push_back("--frames=" + shot::frames_text(tried));
-  farm::run_program(words);
-  return farm::times_in(journal);
+  render_farm::run_program(words);
+  return render_farm::times_in(journal);
 }
 
-void plan_chunks(farm::Job& job, const FarmCommand& given, const std::vector<int64_t>& left, int most) {
-  const int64_t size = given.chunk > 0 ? given.chunk : farm::automatic_chunk(times_of(job, left));
-  job.chunks = farm::chunks_of(left, size, most);
+void plan_chunks(render_farm::Job& job, const FarmCommand& given, const std::vector<int64_t>& left,
+                 int most) {
+  const int64_t size = given.chunk > 0 ? given.chunk : render_farm::automatic_chunk(times_of(job, left));
+  job.chunks = render_farm::chunks_of(left, size, most);
 }
 
 std::string plural(size_t count, const std::string& what) {
@@ -142,13 +143,13 @@ std::string plural(size_t count, const std::string& what) {
 
 // Waits for the job that checks; the exit code of the verification. Where it left none, as on a full disk or
 // cancelled, the frames are verified here.
-int wait_for_check(const shot::Composition& composition, const farm::Job& job) {
+int wait_for_check(const shot::Composition& composition, const render_farm::Job& job) {
   for (bool live = true; live; std::this_thread::sleep_for(pause)) {
     try {
-      const auto tasks = farm::tasks_of(job.check_id);
+      const auto tasks = render_farm::tasks_of(job.check_id);
       live = std::any_of(tasks.begin(), tasks.end(),
-                         [](const auto& task) { return farm::is_live(task.second); });
-    } catch (const farm::SchedulerError&) {
+                         [](const auto& task) { return render_farm::is_live(task.second); });
+    } catch (const render_farm::SchedulerError&) {
       live = true;  // away for a while
     }
   }
@@ -161,14 +162,15 @@ int wait_for_check(const shot::Composition& composition, const farm::Job& job) {
   }
   std::cerr << "quorvel: job " << job.check_id
             << ", which was to verify the frames, left nothing; they are verified here\n";
-  const farm::Verdict verdict = farm::verify(composition, job.frames, job.outputs, job.scale, job.threads);
-  std::cout << farm::verdict_text(verdict);
+  const render_farm::Verdict verdict =
+      render_farm::verify(composition, job.frames, job.outputs, job.scale, job.threads);
+  std::cout << render_farm::verdict_text(verdict);
   return verdict.flaws.empty() ? exit_done : exit_some_failed;
 }
 
-void refuse_while_live(const farm::Job& job) {
+void refuse_while_live(const render_farm::Job& job) {
   if (job.array_id.empty()) return;
-  const auto tasks = farm::tasks_of(job.array_id);
+  const auto tasks = render_farm::tasks_of(job.array_id);
   const auto live =
       std::count_if(tasks.begin(), tasks.end(), [](const auto& task) { return is_live(task.second); });
   if (live == 0) return;
@@ -176,25 +178,25 @@ void refuse_while_live(const farm::Job& job) {
                    " waiting or running; wait for it, or quorvel farm cancel ends it");
 }
 
-int hand_over(const shot::Composition& composition, farm::Job job, bool wait) {
+int hand_over(const shot::Composition& composition, render_farm::Job job, bool wait) {
   std::error_code ignored;
   fs::create_directories(job.folder / "logs");
   fs::remove(job.folder / "cancelled", ignored);
-  write_text(job.folder / "render.sh", farm::render_script(job));
-  write_text(job.folder / "check.sh", farm::check_script(job));
-  job.array_id = farm::submit(job.folder / "render.sh", {});
+  write_text(job.folder / "render.sh", render_farm::render_script(job));
+  write_text(job.folder / "check.sh", render_farm::check_script(job));
+  job.array_id = render_farm::submit(job.folder / "render.sh", {});
   try {
-    job.check_id = farm::submit(job.folder / "check.sh", {"--dependency=afterany:" + job.array_id});
-  } catch (const farm::SchedulerError&) {
-    farm::run_program({"scancel", job.array_id});
+    job.check_id = render_farm::submit(job.folder / "check.sh", {"--dependency=afterany:" + job.array_id});
+  } catch (const render_farm::SchedulerError&) {
+    render_farm::run_program({"scancel", job.array_id});
     throw;
   }
-  farm::save(job);
+  render_farm::save(job);
   size_t frames = 0;
-  for (const farm::Chunk& chunk : job.chunks) frames += chunk.size();
+  for (const render_farm::Chunk& chunk : job.chunks) frames += chunk.size();
   std::cout << "job " << job.array_id << ": " << plural(frames, "frame") << " in "
             << plural(job.chunks.size(), "chunk") << " of up to " << job.chunks.front().size() << ", "
-            << farm::memory_mib(job) << " MiB each; job " << job.check_id << " checks them\nlogs in "
+            << render_farm::memory_mib(job) << " MiB each; job " << job.check_id << " checks them\nlogs in "
             << (job.folder / "logs").string() << '\n'
             << std::flush;
   return wait ? wait_for_check(composition, job) : exit_done;
@@ -202,7 +204,7 @@ int hand_over(const shot::Composition& composition, farm::Job job, bool wait) {
 
 // The frames of a job that are not current, planned; nothing, with an exit code, where there is no job to
 // make.
-int submit_job(const shot::Composition& composition, farm::Job job, const FarmCommand& given) {
+int submit_job(const shot::Composition& composition, render_farm::Job job, const FarmCommand& given) {
   if (job.frames.empty()) {
     std::cerr << "quorvel: --frames: " << given.render.frames << " leaves no frame to render\n";
     return exit_nothing;
@@ -218,8 +220,8 @@ int submit_job(const shot::Composition& composition, farm::Job job, const FarmCo
     std::cout << "every frame stands and is current; nothing was submitted\n";
     return exit_done;
   }
-  if (const auto before = farm::load(job.folder)) refuse_while_live(*before);
-  plan_chunks(job, given, ahead.left, farm::most_tasks());
+  if (const auto before = render_farm::load(job.folder)) refuse_while_live(*before);
+  plan_chunks(job, given, ahead.left, render_farm::most_tasks());
   return hand_over(composition, std::move(job), given.wait);
 }
 
@@ -240,33 +242,34 @@ int status(const FarmCommand& given) {
   std::ostream bare(report::bare_buffer(std::cout));
   while (true) {
     const auto [composition, job] = known_job(given);
-    std::optional<std::map<int, farm::Task>> tasks;
+    std::optional<std::map<int, render_farm::Task>> tasks;
     try {
-      tasks = farm::tasks_of(job.array_id);
-    } catch (const farm::SchedulerError& error) {
+      tasks = render_farm::tasks_of(job.array_id);
+    } catch (const render_farm::SchedulerError& error) {
       std::cerr << "quorvel: " << error.what() << "; this is what journal and files say\n";
     }
-    const farm::Status now = farm::status_of(composition, job, tasks ? &*tasks : nullptr);
+    const render_farm::Status now = render_farm::status_of(composition, job, tasks ? &*tasks : nullptr);
     if (given.watch && terminal) bare << "\033[H\033[2J" << std::flush;
-    std::cout << (given.json ? farm::status_json(job, now) : farm::status_text(job, now)) << std::flush;
+    std::cout << (given.json ? render_farm::status_json(job, now) : render_farm::status_text(job, now))
+              << std::flush;
     if (!given.watch || now.ended) return now.failed > 0 ? exit_some_failed : exit_done;
     std::this_thread::sleep_for(pause);
   }
 }
 
 int cancel(const FarmCommand& given) {
-  const farm::Job job = known_job(given).job;
+  const render_farm::Job job = known_job(given).job;
   // First, so that no chunk puts itself back.
   write_text(job.folder / "cancelled", job.array_id + "\n");
-  const farm::Ended ended = farm::run_program({"scancel", job.array_id, job.check_id});
-  if (ended.code != 0) throw farm::SchedulerError("scancel refused");
+  const render_farm::Ended ended = render_farm::run_program({"scancel", job.array_id, job.check_id});
+  if (ended.code != 0) throw render_farm::SchedulerError("scancel refused");
   std::cout << "job " << job.array_id << " is cancelled; frames that stand stay\n";
   return exit_done;
 }
 
 int export_job(const FarmCommand& given) {
   const shot::Composition composition = given.render.shot.read();
-  farm::Job job = new_job(composition, given);
+  render_farm::Job job = new_job(composition, given);
   if (job.frames.empty()) {
     std::cerr << "quorvel: --frames: " << given.render.frames << " leaves no frame to render\n";
     return exit_nothing;
@@ -275,11 +278,11 @@ int export_job(const FarmCommand& given) {
   const bool open_job = given.format == "openjd";
   plan_chunks(job, given, job.frames, open_job ? most_of_a_template : most_of_an_array);
   if (open_job) {
-    std::cout << farm::open_job(job, given.task_chunking, given.yaml);
+    std::cout << render_farm::open_job(job, given.task_chunking, given.yaml);
     return exit_done;
   }
   fs::create_directories(job.folder / "logs");  // tasks without a place for their logs fail
-  std::cout << farm::render_script(job);
+  std::cout << render_farm::render_script(job);
   return exit_done;
 }
 

@@ -3,7 +3,6 @@
 #include "host/cli/interrupt.h"
 #include "host/cli/options.h"
 #include "host/cli/table.h"
-#include "host/farm/journal.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
@@ -11,6 +10,7 @@
 #include "host/plates/headers.h"
 #include "host/programs/shader_library.h"
 #include "host/render/prediction.h"
+#include "host/render_farm/journal.h"
 #include "host/report/info.h"
 #include "host/report/prediction_text.h"
 #include "host/report/stats_text.h"
@@ -166,11 +166,11 @@ int render_frames(RenderCommand command) {
   const bool events = command.progress == report::ProgressStyle::jsonl;
   const auto progress = report::make_progress(command.progress, command.log_level,
                                               events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
-  std::unique_ptr<farm::Journal> journal;
+  std::unique_ptr<render_farm::Journal> journal;
   std::unique_ptr<render::Progress> noted;
   if (!command.journal.empty()) {
-    journal = std::make_unique<farm::Journal>(files::expanded(command.journal));
-    noted = farm::journalled(*progress, *journal);
+    journal = std::make_unique<render_farm::Journal>(files::expanded(command.journal));
+    noted = render_farm::journalled(*progress, *journal);
   }
   const render::Outcome outcome = renderer.run(noted ? *noted : *progress);
   const bool debug = command.log_level == report::LogLevel::debug && command.stats.empty();

@@ -1,4 +1,4 @@
-#include "host/farm/verify.h"
+#include "host/render_farm/verify.h"
 
 #include "host/cli/cli.h"
 #include "host/cli/options.h"
@@ -27,9 +27,9 @@ int verify(const VerifyCommand& given) {
     return exit_nothing;
   }
   const render::RenderOptions& options = given.render.options;
-  const farm::Verdict verdict =
-      farm::verify(composition, frames, options.outputs, options.scale, options.threads);
-  std::cout << (given.json ? farm::verdict_json(verdict) : farm::verdict_text(verdict));
+  const render_farm::Verdict verdict =
+      render_farm::verify(composition, frames, options.outputs, options.scale, options.threads);
+  std::cout << (given.json ? render_farm::verdict_json(verdict) : render_farm::verdict_text(verdict));
   return verdict.flaws.empty() ? exit_done : exit_some_failed;
 }
 

@@ -1,6 +1,6 @@
 // Files that say what they were made from, and who believes them.
 
-#include "host/farm/journal.h"
+#include "host/render_farm/journal.h"
 #include "tests/host/cli/process.h"
 
 #include <chrono>
@@ -120,11 +120,11 @@ TEST(Verify, NamesEveryFileThatIsNotWhole) {
 
 TEST(Journal, LinesOfSeveralWritersAreReadAndTornOnesReadOver) {
   const fs::path file = process::new_folder() / "a/b/shot.jsonl";
-  using host::farm::Entry;
+  using host::render_farm::Entry;
   const Entry told{1, "done", "n1", "7_0.0", "s", "e", 12.5, 99, "d1", ""};
   const Entry failed{-2, "failed", "n\"2", "", "s", "e", 0, 0, "", "\"file\": a\nb\\c"};
   {
-    host::farm::Journal one(file), other(file);
+    host::render_farm::Journal one(file), other(file);
     one.add(told);
     std::ofstream(file, std::ios::app) << R"({"frame":5,"outcome":"do)";
     other.add(failed);
@@ -135,7 +135,7 @@ TEST(Journal, LinesOfSeveralWritersAreReadAndTornOnesReadOver) {
                                      << "\n"
                                      << R"({"frame":6})";
   std::vector<Entry> read;
-  host::farm::read_journal(file, [&](const Entry& entry) { read.push_back(entry); });
+  host::render_farm::read_journal(file, [&](const Entry& entry) { read.push_back(entry); });
   ASSERT_EQ(read.size(), 4U);
   EXPECT_EQ(read[0].ms, 12.5);
   EXPECT_EQ(read[0].bytes, 99U);

@@ -1,4 +1,4 @@
-#include "host/farm/slurm.h"
+#include "host/render_farm/slurm.h"
 
 #include "host/shot/frames.h"
 
@@ -15,7 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace host::farm {
+namespace host::render_farm {
 namespace {
 
 // Numbers stand as they are, or since 23.11 as {"set": true, "number": 7}.
@@ -126,4 +126,4 @@ int most_tasks() {
   return digits == std::string::npos ? usual : std::max(1, std::atoi(ended.out.c_str() + digits) - 1);
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm

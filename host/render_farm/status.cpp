@@ -1,9 +1,9 @@
-#include "host/farm/status.h"
+#include "host/render_farm/status.h"
 
-#include "host/farm/journal.h"
 #include "host/frame/obstacles.h"
 #include "host/frame/project.h"
 #include "host/plates/headers.h"
+#include "host/render_farm/journal.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace host::farm {
+namespace host::render_farm {
 namespace {
 
 using State = ChunkStatus::State;
@@ -188,4 +188,4 @@ std::string status_json(const Job& job, const Status& status) {
   return all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace host::farm {
+namespace host::render_farm {
 
 // What the scheduler knows of one task of an array job.
 struct Task {
@@ -47,4 +47,4 @@ std::map<int, Task> tasks_in(const std::string& json, const std::string& job);
 // How many tasks an array job may have; 1000 where the scheduler does not say.
 int most_tasks();
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "host/farm/job.h"
-#include "host/farm/slurm.h"
 #include "host/frame/targets.h"
+#include "host/render_farm/job.h"
+#include "host/render_farm/slurm.h"
 #include "host/shot/composition.h"
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace host::farm {
+namespace host::render_farm {
 
 struct ChunkStatus {
   enum class State { waiting, running, done, failed, unknown };
@@ -41,4 +41,4 @@ Status status_of(const shot::Composition& composition, const Job& job, const std
 std::string status_text(const Job& job, const Status& status);
 std::string status_json(const Job& job, const Status& status);
 
-}  // namespace host::farm
+}  // namespace host::render_farm

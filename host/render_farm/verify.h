@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace host::farm {
+namespace host::render_farm {
 
 // A file that is not what its frame should have, and why: "missing", what a decoder said, or what it was
 // made from.
@@ -34,4 +34,4 @@ Verdict verify(const shot::Composition& composition, const std::vector<int64_t>&
 std::string verdict_text(const Verdict& verdict);
 std::string verdict_json(const Verdict& verdict);
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -1,4 +1,4 @@
-#include "host/farm/journal.h"
+#include "host/render_farm/journal.h"
 
 #include <array>
 #include <cerrno>
@@ -20,7 +20,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace host::farm {
+namespace host::render_farm {
 
 namespace fs = std::filesystem;
 
@@ -204,4 +204,4 @@ std::unique_ptr<render::Progress> journalled(render::Progress& shown, Journal& j
   return std::make_unique<Journalled>(shown, journal);
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -1,10 +1,10 @@
-#include "host/farm/job.h"
+#include "host/render_farm/job.h"
 
-#include "host/farm/journal.h"
 #include "host/files/atomic_file.h"
 #include "host/frame/project.h"
 #include "host/frame/targets.h"
 #include "host/plates/headers.h"
+#include "host/render_farm/journal.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace host::farm {
+namespace host::render_farm {
 
 namespace fs = std::filesystem;
 
@@ -181,4 +181,4 @@ std::vector<Chunk> chunks_of(const std::vector<int64_t>& frames, int64_t size, i
   return chunks;
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -1,4 +1,4 @@
-#include "host/farm/openjd.h"
+#include "host/render_farm/openjd.h"
 
 #include "host/shot/frames.h"
 
@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace host::farm {
+namespace host::render_farm {
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -115,4 +115,4 @@ std::string open_job(const Job& job, bool task_chunking, bool yaml) {
   return text;
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm

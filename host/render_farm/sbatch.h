@@ -1,10 +1,10 @@
 #pragma once
 
-#include "host/farm/job.h"
+#include "host/render_farm/job.h"
 
 #include <string>
 
-namespace host::farm {
+namespace host::render_farm {
 
 // The batch script of a job's chunks, an array job that stands for itself: it renders its chunk, puts itself
 // back into the queue when the renderer was told to end or was killed, and on the last try renders frame by
@@ -15,4 +15,4 @@ std::string render_script(const Job& job);
 // folder, as check_result finds it.
 std::string check_script(const Job& job);
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace host::farm {
+namespace host::render_farm {
 
 // Frames that are rendered by one process, in order.
 using Chunk = std::vector<int64_t>;
@@ -70,4 +70,4 @@ int64_t automatic_chunk(const Times& times);
 // The frames in their order, in chunks of `size`, and larger ones where there would be more than `most`.
 std::vector<Chunk> chunks_of(const std::vector<int64_t>& frames, int64_t size, int64_t most);
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -2,9 +2,9 @@
 // beside the ideal, how often they are put back, and what it takes to read the journal of it all. usage:
 // bench_farm [FOLDER]    writes FOLDER/farm.svg and a journal beside it, prints a table
 
-#include "host/farm/job.h"
-#include "host/farm/journal.h"
-#include "host/farm/status.h"
+#include "host/render_farm/job.h"
+#include "host/render_farm/journal.h"
+#include "host/render_farm/status.h"
 #include "host/shot/composition.h"
 
 #include <algorithm>
@@ -26,7 +26,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-namespace farm = host::farm;
+namespace farm = host::render_farm;
 
 constexpr int nodes = 2000;
 constexpr int64_t frames = 100000;
@@ -60,7 +60,7 @@ struct Task {
   size_t chunk = 0, next = 0;
 };
 
-Result simulate(const Show& show, const std::vector<farm::Chunk>& chunks, unsigned seed,
+Result simulate(const Show& show, const std::vector<render_farm::Chunk>& chunks, unsigned seed,
                 const std::function<void(int64_t frame, size_t chunk, double seconds)>& done) {
   std::mt19937_64 random(seed);
   const auto after = [&random](double rate) {
@@ -93,7 +93,7 @@ Result simulate(const Show& show, const std::vector<farm::Chunk>& chunks, unsign
     double disk = now + after(disk_fails);
     const double end = std::min(node_end, task_end);
     now += start + once;
-    const farm::Chunk& chunk = chunks[task.chunk];
+    const render_farm::Chunk& chunk = chunks[task.chunk];
     for (; task.next < chunk.size(); ++task.next) {
       double seconds = show.seconds[static_cast<size_t>(chunk[task.next])];
       if (now + seconds > disk) {
@@ -164,13 +164,13 @@ void measure_status(const Show& show, const fs::path& folder) {
       R"({"format": {"width": 32, "height": 18}, "frames": "0-99999", "nodes": [{"name": "c", "type": "constant"},
           {"name": "out", "type": "write", "inputs": "c", "knobs": {"file": "out/f.#####.exr"}}]})",
       folder / "shot.json");
-  farm::Job job;
+  render_farm::Job job;
   job.folder = folder / "shot";
   job.array_id = std::string("9");  // gcc 12 takes the other way for an overlap
   job.frames = composition.frames;
-  job.chunks = farm::chunks_of(job.frames, 100, 1000);
-  fs::remove(farm::journal_of(job));
-  std::ofstream journal(farm::journal_of(job));
+  job.chunks = render_farm::chunks_of(job.frames, 100, 1000);
+  fs::remove(render_farm::journal_of(job));
+  std::ofstream journal(render_farm::journal_of(job));
   int64_t lines = 0;
   for (int round = 0; round < 10; ++round) {
     simulate(show, job.chunks, static_cast<unsigned>(round),
@@ -183,10 +183,10 @@ void measure_status(const Show& show, const fs::path& folder) {
              });
   }
   journal.close();
-  farm::Status status;
-  const double took = seconds_of([&] { status = farm::status_of(composition, job, nullptr); });
-  const double read =
-      seconds_of([&] { farm::read_journal(farm::journal_of(job), [](const farm::Entry&) {}); });
+  render_farm::Status status;
+  const double took = seconds_of([&] { status = render_farm::status_of(composition, job, nullptr); });
+  const double read = seconds_of(
+      [&] { render_farm::read_journal(render_farm::journal_of(job), [](const render_farm::Entry&) {}); });
   std::printf("status of %lld frames from a journal of %lld lines: %.2f s, %.2f s of them reading it\n",
               static_cast<long long>(status.frames), static_cast<long long>(lines), took, read);
 }
@@ -198,14 +198,14 @@ int main(int argc, char** argv) {
   const Show show(7);
   std::vector<int64_t> all(static_cast<size_t>(frames));
   std::iota(all.begin(), all.end(), 0);
-  const int64_t automatic = farm::automatic_chunk({(once + 25) * 1000, 25000});
+  const int64_t automatic = render_farm::automatic_chunk({(once + 25) * 1000, 25000});
   std::printf("%lld frames on %d nodes; ideal: %.2f h\n%8s %8s %10s %10s %10s\n",
               static_cast<long long>(frames), nodes, show.ideal, "chunk", "chunks", "hours", "machine",
               "put back");
   std::vector<Point> hours, busy;
   for (const int64_t size : {int64_t{1}, int64_t{2}, int64_t{5}, int64_t{10}, automatic, int64_t{50},
                              int64_t{100}, int64_t{200}, int64_t{500}}) {
-    const Result result = simulate(show, farm::chunks_of(all, size, frames), 1, {});
+    const Result result = simulate(show, render_farm::chunks_of(all, size, frames), 1, {});
     std::printf("%8lld %8lld %10.2f %9.2fx %10lld%s\n", static_cast<long long>(size),
                 static_cast<long long>(result.chunks), result.hours, result.busy,
                 static_cast<long long>(result.restarts), size == automatic ? "  auto" : "");

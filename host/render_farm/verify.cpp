@@ -1,4 +1,4 @@
-#include "host/farm/verify.h"
+#include "host/render_farm/verify.h"
 
 #include "host/files/made.h"
 #include "host/frame/digest.h"
@@ -19,7 +19,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace host::farm {
+namespace host::render_farm {
 namespace {
 
 struct Look {
@@ -112,4 +112,4 @@ std::string verdict_json(const Verdict& verdict) {
   return all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-namespace host::farm {
+namespace host::render_farm {
 
 // One attempt at a frame: a line of a journal.
 struct Entry {
@@ -49,4 +49,4 @@ void read_journal(const std::filesystem::path& path, const std::function<void(co
 // the frames stand without it. Both outlive the result.
 std::unique_ptr<render::Progress> journalled(render::Progress& shown, Journal& journal);
 
-}  // namespace host::farm
+}  // namespace host::render_farm

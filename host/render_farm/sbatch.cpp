@@ -1,8 +1,8 @@
-#include "host/farm/sbatch.h"
+#include "host/render_farm/sbatch.h"
 
 #include "host/shot/frames.h"
 
-namespace host::farm {
+namespace host::render_farm {
 namespace {
 
 // A word as a shell takes it for what it is.
@@ -124,4 +124,4 @@ std::string check_script(const Job& job) {
          shell_word((job.folder / "checked").string()) + "\nexit $code\n";
 }
 
-}  // namespace host::farm
+}  // namespace host::render_farm
