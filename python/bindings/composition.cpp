@@ -1,0 +1,9 @@
+#include "python/bindings/bindings.h"
+
+namespace bindings {
+
+void add_composition(pybind11::module_& module) {
+  (void)module;
+}
+
+}  // namespace bindings

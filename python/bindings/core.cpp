@@ -1,0 +1,9 @@
+#include "python/bindings/bindings.h"
+
+namespace bindings {
+
+void add_core(pybind11::module_& core) {
+  (void)core;
+}
+
+}  // namespace bindings
