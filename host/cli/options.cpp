@@ -83,6 +83,15 @@ const char* const exit_codes =
     "  75   ended by SIGTERM: to be started again; files are whole or not there\n"
     "  130  interrupted; files are whole or not there\n";
 
+void add_parsed(CLI::App& command, const std::string& name, const std::string& type, const std::string& help,
+                std::function<void(const std::string&)> take) {
+  const auto take_first = [take = std::move(take)](const CLI::results_t& given) {
+    take(given.at(0));
+    return true;
+  };
+  command.add_option(name, take_first, help)->type_name(type);
+}
+
 void add_asked(CLI::App& command, shot::Asked& given) {
   // One value an option, or it would take the composition as well.
   command
@@ -121,15 +130,8 @@ void add_target_options(CLI::App& command, RenderCommand& given) {
           "#### or %04d is the frame, %V the view")
       ->type_name("[NODE=]PATH")
       ->allow_extra_args(false);
-  command
-      .add_option(
-          "--proxy",
-          [&options](const CLI::results_t& typed) {
-            options.scale = parse_scale(typed.at(0));
-            return true;
-          },
-          "Render at this scale, above 0 and at most 1")
-      ->type_name("SCALE");
+  add_parsed(command, "--proxy", "SCALE", "Render at this scale, above 0 and at most 1",
+             [&options](const std::string& text) { options.scale = parse_scale(text); });
 }
 
 void add_threads(CLI::App& command, int& threads, const std::string& help) {
@@ -140,16 +142,10 @@ void add_machine_options(CLI::App& command, RenderCommand& given) {
   render::RenderOptions& options = given.options;
   add_threads(command, options.threads,
               "Threads that decode and encode, and as many that draw in software; 0: one a processor");
-  command
-      .add_option(
-          "--memory",
-          [&options](const CLI::results_t& typed) {
-            options.memory = parse_bytes(typed.at(0));
-            return true;
-          },
-          "Memory for images, on the device, decoded and on their way to files, such as 512M or 4G "
-          "(default 2G); beside it stand what one node works on, and the program itself")
-      ->type_name("BYTES");
+  add_parsed(command, "--memory", "BYTES",
+             "Memory for images, on the device, decoded and on their way to files, such as 512M or 4G "
+             "(default 2G); beside it stand what one node works on, and the program itself",
+             [&options](const std::string& text) { options.memory = parse_bytes(text); });
   command.add_option("--gpu", given.gpu, "Device: auto (the default), software, or its number")
       ->type_name("DEVICE");
   command.add_flag("--content", options.by_content,

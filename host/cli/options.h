@@ -5,6 +5,7 @@
 #include "host/shot/composition.h"
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -48,6 +49,10 @@ struct RenderCommand {
     return log_level >= report::LogLevel::info && progress != report::ProgressStyle::none;
   }
 };
+
+// An option whose text `take` reads, and refuses by throwing CLI::ValidationError. type: as help shows it.
+void add_parsed(CLI::App& command, const std::string& name, const std::string& type, const std::string& help,
+                std::function<void(const std::string&)> take);
 
 // What is asked of a composition. Here and below: `given` is filled in as the command line is parsed, and
 // outlives it.

@@ -165,43 +165,53 @@ void add_positional(const CLI::App& command, size_t position, Values values) {
   }
 }
 
-}  // namespace
-
-Candidates candidates(const CLI::App& program, const std::vector<std::string>& words) {
-  Candidates found;
-  if (words.empty()) return found;
-  const std::string& begun = words.back();
-  const CLI::App* command = &program;
-  size_t depth = 0;  // words that name it
-  while (depth + 1 < words.size()) {
-    const CLI::App* const next = find_command(*command, words[depth]);
+// The command that the first words name, and how many they are.
+std::pair<const CLI::App*, size_t> command_of(const CLI::App& program,
+                                              const std::vector<std::string>& words) {
+  std::pair<const CLI::App*, size_t> command(&program, 0);
+  while (command.second + 1 < words.size()) {
+    const CLI::App* const next = find_command(*command.first, words[command.second]);
     if (!next) break;
-    command = next;
-    ++depth;
+    command = {next, command.second + 1};
   }
-  const std::vector<const CLI::App*> below = command->get_subcommands([](const CLI::App*) { return true; });
-  if (!below.empty()) {
-    if (words.size() > depth + 1) return found;
-    if (begun.starts_with("-")) add_options(*command, begun, found);
-    for (const CLI::App* each : below) {
-      const bool shown = !each->get_group().empty() && each->get_name().starts_with(begun);
-      if (shown) found.words.push_back({each->get_name(), each->get_description()});
-    }
-    return found;
+  return command;
+}
+
+void add_commands(const CLI::App& command, const std::string& begun, Candidates& found) {
+  if (begun.starts_with("-")) add_options(command, begun, found);
+  for (const CLI::App* each : command.get_subcommands([](const CLI::App*) { return true; })) {
+    const bool shown = !each->get_group().empty() && each->get_name().starts_with(begun);
+    if (shown) found.words.push_back({each->get_name(), each->get_description()});
   }
-  const Typed typed = read_words(*command, words, depth);
+}
+
+// The last word, of a command that takes options and arguments.
+void add_arguments(const CLI::App& command, const std::string& begun, const Typed& typed, Candidates& found) {
   const std::string file = typed.positionals.empty() ? "" : typed.positionals.front();
   const size_t equals = begun.find('=');
   if (typed.awaiting) {
     Values("", begun, file, found).add_of_type(typed.awaiting->get_type_name());
   } else if (begun.starts_with("--") && equals != std::string::npos) {
-    const CLI::Option* const option = find_option(*command, begun.substr(0, equals));
+    const CLI::Option* const option = find_option(command, begun.substr(0, equals));
     Values values(begun.substr(0, equals + 1), begun.substr(equals + 1), file, found);
     if (option) values.add_of_type(option->get_type_name());
   } else if (begun.starts_with("-")) {
-    add_options(*command, begun, found);
+    add_options(command, begun, found);
   } else {
-    add_positional(*command, typed.positionals.size(), Values("", begun, file, found));
+    add_positional(command, typed.positionals.size(), Values("", begun, file, found));
+  }
+}
+
+}  // namespace
+
+Candidates candidates(const CLI::App& program, const std::vector<std::string>& words) {
+  Candidates found;
+  if (words.empty()) return found;
+  const auto [command, depth] = command_of(program, words);
+  if (command->get_subcommands([](const CLI::App*) { return true; }).empty()) {
+    add_arguments(*command, words.back(), read_words(*command, words, depth), found);
+  } else if (words.size() == depth + 1) {
+    add_commands(*command, words.back(), found);
   }
   return found;
 }

@@ -10,10 +10,9 @@ namespace host::manual {
 namespace {
 
 constexpr const char* description =
-    "quorvel renders compositions of image nodes, JSON texts, to files, without a window. Files appear whole "
-    "or "
-    "not at all, and what keeps a frame from being rendered is said before the first is drawn. Results go to "
-    "standard output, messages to standard error.";
+    "quorvel renders compositions of image nodes, JSON texts, to files, without a window. Files appear "
+    "whole or not at all, and what keeps a frame from being rendered is said before the first is drawn. "
+    "Results go to standard output, messages to standard error.";
 
 constexpr const char* environment = R"(.SH ENVIRONMENT
 .TP

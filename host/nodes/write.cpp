@@ -145,9 +145,9 @@ NodeType write() {
   type.knobs = {
       file("file", "Path; #### or %04d stands for the frame number."),
       choice("depth", "auto", depth_names,
-             "How a channel is stored: half or float in EXR, by layer as well ({\"depth\": \"float\"}), 8 or "
-             "16 bits in "
-             "PNG, these or float in TIFF, 8 in JPEG, 8 to 16 in DPX; auto: half, 8, 16, 8 and 10.")
+             "How a channel is stored: half or float in EXR, by layer as well ({\"depth\": \"float\"}), "
+             "8 or 16 bits in PNG, these or float in TIFF, 8 in JPEG, 8 to 16 in DPX; auto: half, 8, 16, "
+             "8 and 10.")
           .or_by_layer(),
       text("compression", "",
            "The file type's own name for it, such as zip, zip:9 (from 1, fast, to 9, small) or dwaa:45; "
@@ -156,8 +156,7 @@ NodeType write() {
              "How colour is encoded; auto: sRGB in PNG and JPEG, else linear."),
       choice("channels", "rgba", {"rgba", "rgb"},
              "Which channels to write; of EXR layers their names ({\"depth\": [\"Z\"]}: depth.Z), in the "
-             "order of "
-             "red, green, blue and alpha.")
+             "order of red, green, blue and alpha.")
           .or_by_layer(),
       flag("overscan", false, "Keeps pixels outside the format, where the file type can."),
       flag("parts", false, "Puts each layer into a part of an EXR file, with a data window of its own."),

@@ -43,8 +43,8 @@ class RehearsedDecoder {
         account_(std::make_shared<Account>(std::move(use), Owner::decoded)) {}
 
   void want(const std::vector<plates::Wanted>& list) {
-    std::map<plates::Source, int>
-        takes;  // of the nearest frame that wants it; the list has nearer ones first
+    // Of the nearest frame that wants it; the list has nearer ones first.
+    std::map<plates::Source, int> takes;
     std::map<plates::Source, int> distances;
     std::vector<plates::Source> order;
     for (const plates::Wanted& each : list) {

@@ -24,16 +24,10 @@ int64_t parse_chunk(const std::string& text) {
 }
 
 void add_chunk(CLI::App& command, FarmCommand& given) {
-  command
-      .add_option(
-          "--chunk",
-          [&given](const CLI::results_t& typed) {
-            given.chunk = parse_chunk(typed.at(0));
-            return true;
-          },
-          "Frames that one process renders; auto (the default): those of about ten minutes, by the journal's "
-          "times or by three frames that are rendered here first")
-      ->type_name("N");
+  add_parsed(command, "--chunk", "N",
+             "Frames that one process renders; auto (the default): those of about ten minutes, by the "
+             "journal's times or by three frames that are rendered here first",
+             [&given](const std::string& text) { given.chunk = parse_chunk(text); });
 }
 
 // What decides on a job's scripts.
