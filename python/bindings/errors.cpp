@@ -1,0 +1,39 @@
+#include "host/frame/frame_error.h"
+#include "host/gpu/gpu_context.h"
+#include "host/shot/composition.h"
+#include "python/bindings/bindings.h"
+
+#include <exception>
+
+namespace bindings {
+namespace {
+
+namespace py = pybind11;
+
+// The class of that name in quorvel.errors, with the text; it finds node, knob and frame in there.
+void raise(const char* name, const std::exception& error) {
+  const py::object type = py::module_::import("quorvel.errors").attr(name);
+  PyErr_SetString(type.ptr(), error.what());
+}
+
+void translate(std::exception_ptr thrown) {
+  try {
+    std::rethrow_exception(std::move(thrown));
+  } catch (const host::shot::CompositionError& error) {
+    raise("CompositionError", error);
+  } catch (const host::frame::MemoryLimit& error) {
+    raise("MemoryBudgetError", error);
+  } catch (const host::frame::FrameError& error) {
+    raise("FrameError", error);
+  } catch (const host::gpu::NoGpu& error) {
+    raise("Error", error);
+  }
+}
+
+}  // namespace
+
+void add_errors() {
+  py::register_exception_translator(&translate);
+}
+
+}  // namespace bindings
