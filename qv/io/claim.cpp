@@ -68,7 +68,9 @@ std::string refusal(const OIIO::ImageSpec& spec, const std::string& format, cons
   // Newer readers give the numbers of samples, or nothing, in place of pixels.
   if (spec.deep) return deep_text;
   const uint64_t bytes = uint64_t{*floats} * sizeof(float);
-  if (bytes <= believed) return {};
+  // OpenImageIO reads through a buffer of up to 256 rows, whatever the height.
+  const uint64_t buffer = 256 * spec.scanline_bytes(true);
+  if (std::max(bytes, buffer) <= believed) return {};
   const std::string image =
       "an image of " + std::to_string(spec.width) + " x " + std::to_string(spec.height) + " pixels";
   const auto ratio =

@@ -12,9 +12,9 @@ namespace qv::io {
 
 // What keeps a small file with a damaged header from taking the process down: such a header can claim
 // any width, some codecs then deliver that many pixels of nothing, and a system that grants more memory
-// than it has kills whoever writes to it. So an image of over 1 GiB is judged before its pixels are
-// allocated, by facts alone: what its codec can at most make of the file's bytes, and the memory that
-// there is. Smaller ones and codecs without a bound are believed.
+// than it has kills whoever writes to it. So an image of over 1 GiB, or with rows of over 4 MiB, is judged
+// before its pixels are allocated, by facts alone: what its codec can at most make of the file's bytes, and
+// the memory that there is. Smaller ones and codecs without a bound are believed.
 
 // Bytes that the system and the process's control groups can still give, free swap included; nothing
 // where they do not say. Linux: MemAvailable; a group's limit less what its processes hold.

@@ -194,9 +194,10 @@ TEST(load_layers, refuses_plans_that_do_not_fit) {
 TEST(sizes, are_refused_only_where_the_codec_or_the_memory_cannot_hold_them) {
   struct Row {
     const char *format, *compression;
-    int width;  // by 16384 rows of four halves: 1 GiB of floats is a width of 4096
+    int width;
     uint64_t file_bytes;
     const char* text;
+    int height = 16384;  // of four halves: 1 GiB of floats is a width of 4096
   };
   constexpr int beyond = 1 << 30;  // 256 TiB of floats
   const char *no_room = "in 1000 bytes of this compression",
@@ -210,9 +211,10 @@ TEST(sizes, are_refused_only_where_the_codec_or_the_memory_cannot_hold_them) {
                          {"tiff", "zip", 4097, 1000, ""},
                          {"openexr", "zip", 4097, 1000, no_room},
                          {"openexr", "none", 4097, 1000, no_room},
+                         {"openexr", "rle", 8'000'000, 1000, no_room, 8},
                          {"openexr", "dwab:45", beyond, 0, no_memory},
                          {"tiff", "none", beyond, 0, no_memory}}) {
-    OIIO::ImageSpec spec(row.width, 16384, 4, OIIO::TypeHalf);
+    OIIO::ImageSpec spec(row.width, row.height, 4, OIIO::TypeHalf);
     spec.attribute("compression", row.compression);
     const std::string text = refusal(spec, row.format, {row.file_bytes > 0, 0, row.file_bytes, false});
     const bool fits = fits_memory(uint64_t{16384} * 16 * static_cast<uint64_t>(row.width));
