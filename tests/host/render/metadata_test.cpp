@@ -1,10 +1,7 @@
 #include "tests/host/render/placed_cases.h"
 #include "tests/host/render/scene.h"
-#include "tests/support/files.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <sstream>
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfDoubleAttribute.h>
@@ -76,54 +73,34 @@ void write_source(const fs::path& path) {
   file.writePixels(8);
 }
 
-// What a program says of a file, a line each, without those of storage and of our own name.
-std::vector<std::string> told(const std::string& program, const fs::path& path) {
-  const fs::path out = scene::folder() / "told";
-  const std::string line = program + " " + path.string() + " >" + out.string() + " 2>&1";
-  std::vector<std::string> lines;
-  if (std::system(line.c_str()) != 0) lines.emplace_back("failed");
-  std::istringstream text(support::bytes_of(out));
-  const std::vector<std::string> others = {path.string(), "channel",     "Software", "16-bit",
-                                           "type (type",  "compression", "flags"};
-  for (std::string each; std::getline(text, each);) {
-    const auto has = [&each](const std::string& other) { return each.find(other) != std::string::npos; };
-    if (std::none_of(others.begin(), others.end(), has)) lines.push_back(each);
-  }
-  return lines;
+// What a program says of a file, without what tells of storage and of our own name.
+std::vector<std::string> told(const std::string& program, const char* file) {
+  return scene::told(program, scene::folder() / file,
+                     {"channel", "Software", "16-bit", "type (type", "compression", "flags"});
 }
 
-void render(const std::string& nodes) {
-  host::render::RenderOptions options;
-  options.frames = {1};
-  scene::Scene shot(nodes, 8, 8, options);
-  scene::Recorder recorder;
-  ASSERT_EQ(shot.renderer().run(recorder), host::render::Outcome::done) << recorder.frames.back().error;
-}
-
-std::string write_node(const std::string& input, const std::string& file) {
-  return scene::node("out " + file, input, "write", R"("file": ")" + file + "\"");
+// How many lines hold a text.
+int64_t count(const std::vector<std::string>& lines, const std::string& text) {
+  return std::count_if(lines.begin(), lines.end(),
+                       [&text](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
 // Through every way that an image takes: merged as B, masked, moved, held, chosen, drawn from other frames.
 TEST(Metadata, ComesOutOfAGraphAsItWentIn) {
   write_source(scene::folder() / "source.exr");
   scene::write_numbered("other.exr", 8, 8);
-  render(R"({"name": "other", "type": "read", "knobs": {"file": "other.exr"}})" +
-         scene::read_plate("source.exr") +
-         scene::node("over", R"({"a": "other", "b": "p", "mask": "other"})", "merge", "") +
-         scene::node("soft", R"({"image": "over", "mask": "other"})", "blur", R"("size": 2, "mix": 0.5)") +
-         scene::node("moved", "soft", "transform", R"("translate": [1.5, 0])") +
-         scene::node("mixed", "moved", "frame_blend", "") +
-         scene::node("copied", R"({"a": "other", "b": "mixed"})", "copy", "") +
-         scene::node("chosen", R"(["other", "copied"])", "switch", R"("which": 1)") +
-         write_node("chosen", "out.exr") + write_node("other", "other out.exr"));
-  const fs::path source = scene::folder() / "source.exr", out = scene::folder() / "out.exr";
+  scene::render(
+      scene::read_plate("other.exr", "other") + scene::read_plate("source.exr") +
+      scene::node("over", R"({"a": "other", "b": "p", "mask": "other"})", "merge", "") +
+      scene::node("soft", R"({"image": "over", "mask": "other"})", "blur", R"("size": 2, "mix": 0.5)") +
+      scene::node("moved", "soft", "transform", R"("translate": [1.5, 0])") +
+      scene::node("mixed", "moved", "frame_blend", "") +
+      scene::node("copied", R"({"a": "other", "b": "mixed"})", "copy", "") +
+      scene::node("chosen", R"(["other", "copied"])", "switch", R"("which": 1)") +
+      scene::write_node("chosen", "out.exr") + scene::write_node("other", "other out.exr"));
   for (const char* program : {"exrheader", "oiiotool --info -v"})
-    EXPECT_EQ(told(program, out), told(program, source)) << program;
-  const auto other = told("exrheader", "'" + (scene::folder() / "other out.exr").string() + "'");
-  EXPECT_TRUE(std::none_of(other.begin(), other.end(), [](const std::string& line) {
-    return line.find("timeCode") != std::string::npos;
-  }));
+    EXPECT_EQ(told(program, "out.exr"), told(program, "source.exr")) << program;
+  EXPECT_EQ(count(told("exrheader", "other out.exr"), "timeCode"), 0);
 }
 
 TEST(Metadata, IsSetAndDroppedAndToldByEveryFileType) {
@@ -164,28 +141,21 @@ TEST(Metadata, IsSetAndDroppedAndToldByEveryFileType) {
         "two", "lines\""},
        {"timeCode"}},
   };
-  std::string nodes = scene::read_plate("source.exr").substr(1);
+  std::string nodes = scene::read_plate("source.exr");
   for (const auto& each : cases) {
     const std::string file = each.file;
-    nodes += scene::node(file, "p", "metadata", each.knobs) + write_node(file, file);
+    nodes += scene::node(file, "p", "metadata", each.knobs) + scene::write_node(file, file);
   }
-  render(nodes);
-  render(R"({"name": "p", "type": "read", "knobs": {"file": "text.png"}})" + write_node("p", "back.exr"));
+  scene::render(nodes);
+  scene::render(scene::read_plate("text.png") + scene::write_node("p", "back.exr"));
   for (const auto& each : cases) {
-    const auto lines = told(each.program, scene::folder() / each.file);
-    const auto count = [&lines](const std::string& text) {
-      return std::count_if(lines.begin(), lines.end(),
-                           [&text](const std::string& line) { return line.find(text) != std::string::npos; });
-    };
-    for (const std::string& line : each.there) EXPECT_EQ(count(line), 1) << each.file << ": " << line;
-    for (const std::string& line : each.gone) EXPECT_EQ(count(line), 0) << each.file << ": " << line;
+    const auto lines = told(each.program, each.file);
+    for (const std::string& line : each.there) EXPECT_EQ(count(lines, line), 1) << each.file << ": " << line;
+    for (const std::string& line : each.gone) EXPECT_EQ(count(lines, line), 0) << each.file << ": " << line;
   }
-  const auto back = told("exrheader", scene::folder() / "back.exr");
   for (const char* line : {"    time 12:34:56:13", "framesPerSecond (type rational): 24000/1001 (23.976)",
                            "comments (type string): \"two"})
-    EXPECT_TRUE(std::any_of(back.begin(), back.end(), [line](const std::string& each) {
-      return each.find(line) != std::string::npos;
-    })) << line;
+    EXPECT_EQ(count(told("exrheader", "back.exr"), line), 1) << line;
 }
 
 TEST(Metadata, ThatMeansNothingIsRefusedWithTheReason) {

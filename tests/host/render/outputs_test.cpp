@@ -1,3 +1,4 @@
+#include "host/files/pattern.h"
 #include "tests/host/render/scene.h"
 
 #include <cstdint>
@@ -40,16 +41,6 @@ const std::vector<std::vector<std::string>> compositions = {
     {"moved", "flipped", "small", "soft", "pinned"},
 };
 
-std::string file_name(std::string name, int64_t frame) {
-  return name.append(".").append(std::to_string(frame)).append(".exr");
-}
-
-std::string written(const std::string& name) {
-  return R"(, {"name": "write )" + name + R"(", "type": "write", "inputs": ")" + name +
-         R"(", "knobs": {"file": "together/)" + name +
-         R"(.#.exr", "depth": "float", "compression": "none"}})";
-}
-
 // How many floats of a file are not those of an image.
 int64_t differences(const std::filesystem::path& file, const host::render::HostImage& image) {
   const OIIO::ImageBuf stored(file.string());
@@ -68,7 +59,7 @@ class Outputs : public testing::TestWithParam<int> {
     setenv("LP_NUM_THREADS", std::to_string(GetParam()).c_str(), 1);
     std::mt19937 random(5);
     for (int i = 0; i < 2 * plates; ++i)
-      scene::write_plate(scene::folder() / file_name(i % 2 ? "b" : "a", 1 + i / 2),
+      scene::write_plate(host::files::frame_path(i % 2 ? "b.#.exr" : "a.#.exr", 1 + i / 2),
                          scene::noise(random, width, height));
   }
 };
@@ -77,20 +68,17 @@ TEST_P(Outputs, OfOneFrameHoldWhatEachHoldsAlone) {
   int64_t first = 1;
   for (const auto& names : compositions) {
     host::render::RenderOptions options;
-    options.existing = host::frame::Existing::overwrite;
     options.frames.resize(names == compositions.back() ? 14 : 12);
     std::iota(options.frames.begin(), options.frames.end(), first);
     first += static_cast<int64_t>(options.frames.size());
     std::string nodes = branches;
-    for (const std::string& name : names) nodes += written(name);
-    scene::Recorder recorder;
-    ASSERT_EQ(scene::Scene(nodes, width, height, options).renderer().run(recorder),
-              host::render::Outcome::done)
-        << recorder.frames.back().error;
+    for (const std::string& name : names)
+      nodes += scene::write_node(name, name + ".#.exr", R"("depth": "float", "compression": "none")");
+    scene::render(nodes, width, height, options);
     scene::Scene alone(branches, width, height);
     for (const int64_t frame : options.frames) {
       for (const std::string& name : names) {
-        const auto file = scene::folder() / "together" / file_name(name, frame);
+        const auto file = scene::folder() / host::files::frame_path(name + ".#.exr", frame);
         ASSERT_EQ(differences(file, alone.image(name, frame)), 0)
             << name << ", frame " << frame << ", one of " << names.size();
       }

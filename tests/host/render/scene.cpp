@@ -3,8 +3,13 @@
 #include "tests/support/files.h"
 #include "tests/support/images.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include <gtest/gtest.h>
 
 namespace scene {
 
@@ -31,6 +36,29 @@ host::render::HostImage Scene::image(const std::string& node, int64_t frame) {
   const int at = composition_.find(node);
   if (at < 0) throw std::invalid_argument("no node " + node);
   return renderer_->image(at, frame);
+}
+
+void render(const std::string& nodes, int width, int height, host::render::RenderOptions options) {
+  if (options.frames.empty()) options.frames = {1};
+  options.existing = host::frame::Existing::overwrite;
+  Recorder recorder;
+  const auto outcome = Scene(nodes, width, height, std::move(options)).renderer().run(recorder);
+  ASSERT_EQ(outcome, host::render::Outcome::done) << recorder.frames.back().error;
+}
+
+std::vector<std::string> told(const std::string& program, const std::filesystem::path& file,
+                              std::vector<std::string> without) {
+  const std::filesystem::path out = folder() / "told";
+  const std::string line = program + " '" + file.string() + "' >" + out.string() + " 2>&1";
+  if (std::system(line.c_str()) != 0) throw std::runtime_error(line + ": " + support::bytes_of(out));
+  without.push_back(file.string());
+  std::istringstream text(support::bytes_of(out));
+  std::vector<std::string> lines;
+  for (std::string each; std::getline(text, each);) {
+    const auto has = [&each](const std::string& part) { return each.find(part) != std::string::npos; };
+    if (std::none_of(without.begin(), without.end(), has)) lines.push_back(each);
+  }
+  return lines;
 }
 
 Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
@@ -78,6 +106,11 @@ std::string node(const std::string& name, const std::string& input, const std::s
 
 std::string read_plate(const std::string& file, const std::string& name) {
   return node(name, "[]", "read", R"("file": ")" + file + '"');
+}
+
+std::string write_node(const std::string& input, const std::string& file, const std::string& knobs) {
+  return node("out " + file, input, "write",
+              R"("file": ")" + file + '"' + (knobs.empty() ? "" : ", ") + knobs);
 }
 
 std::string constant(const std::string& name, const Rgba& color) {

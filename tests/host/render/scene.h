@@ -66,6 +66,16 @@ struct Recorder : host::render::Progress {
   }
 };
 
+// Renders frame 1, or those of the options, to files, all of which must stand in the end, whatever stood
+// there.
+void render(const std::string& nodes, int width = 8, int height = 8,
+            host::render::RenderOptions options = {});
+
+// What a program says of a file, a line each, without lines that hold any of `without` or the file's path.
+// Throws where the program fails.
+std::vector<std::string> told(const std::string& program, const std::filesystem::path& file,
+                              std::vector<std::string> without = {});
+
 // The pixel at knob coordinates (x, y), transparent black outside the window.
 Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y);
 
@@ -89,9 +99,11 @@ Plate noise(std::mt19937& random, int width, int height, std::vector<std::string
 // A plate whose pixel (x, y), y up, holds 1 + x + 10 y in every channel, as a file under `folder()`.
 void write_numbered(const std::string& file, int width, int height);
 
-// Texts of nodes, each behind a comma: one that reads a file; a constant; and any. `input` is a name, or a
-// list or object as it stands, and `knobs` the inside of the knobs.
+// Texts of nodes, each behind a comma: one that reads a file; one that writes it, named "out FILE"; a
+// constant; and any. `input` is a name, or a list or object as it stands, and `knobs` the inside of the
+// knobs.
 std::string read_plate(const std::string& file, const std::string& name = "p");
+std::string write_node(const std::string& input, const std::string& file, const std::string& knobs = "");
 std::string constant(const std::string& name, const Rgba& color);
 std::string node(const std::string& name, const std::string& input, const std::string& type,
                  const std::string& knobs);
