@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -45,6 +47,11 @@ Cost run_commands(const std::vector<std::vector<std::string>>& commands) {
   }
   cost.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   return cost;
+}
+
+std::string last_output() {
+  std::ifstream log(log_name);
+  return {std::istreambuf_iterator<char>(log), {}};
 }
 
 bool has_program(const std::string& name) {

@@ -15,6 +15,9 @@ struct Cost {
 // bench with what they printed when one fails.
 Cost run_commands(const std::vector<std::vector<std::string>>& commands);
 
+// What the last of them printed.
+std::string last_output();
+
 // Whether a program can be found.
 bool has_program(const std::string& name);
 
