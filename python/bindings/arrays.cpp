@@ -20,10 +20,12 @@ std::string shape_text(const py::array& array) {
 
 py::array numbers(const ArrayLike& argument, const char* name) {
   py::array array = py::array::ensure(argument.value);
-  if (!array) throw py::type_error(std::string(name) + ": no array can be made of a " + type_text(argument.value));
+  if (!array)
+    throw py::type_error(std::string(name) + ": no array can be made of a " + type_text(argument.value));
   const char kind = array.dtype().kind();
   if (kind == 'b' || kind == 'i' || kind == 'u' || kind == 'f') return array;
-  throw py::type_error(std::string(name) + ": numbers are needed, not " + std::string(py::str(array.dtype())));
+  throw py::type_error(std::string(name) + ": numbers are needed, not " +
+                       std::string(py::str(array.dtype())));
 }
 
 Packed<double> doubles(const ArrayLike& argument, const char* name) {
@@ -43,13 +45,15 @@ Packed<int64_t> integers(const ArrayLike& argument, const char* name) {
   return Packed<int64_t>(array);
 }
 
-std::vector<int64_t> integers_within(const ArrayLike& argument, const char* name, int64_t least, int64_t most) {
+std::vector<int64_t> integers_within(const ArrayLike& argument, const char* name, int64_t least,
+                                     int64_t most) {
   const Packed<int64_t> array = integers(argument, name);
   if (array.ndim() != 1)
-    throw py::value_error(std::string(name) + ": one row of numbers is needed, not shape " + shape_text(array));
+    throw py::value_error(std::string(name) + ": one row of numbers is needed, not shape " +
+                          shape_text(array));
   std::vector<int64_t> values(array.data(), array.data() + array.size());
-  const auto outside =
-      std::find_if(values.begin(), values.end(), [&](int64_t value) { return value < least || value > most; });
+  const auto outside = std::find_if(values.begin(), values.end(),
+                                    [&](int64_t value) { return value < least || value > most; });
   if (outside == values.end()) return values;
   throw py::value_error(std::string(name) + ": " + std::to_string(*outside) + " is not within " +
                         std::to_string(least) + " to " + std::to_string(most));

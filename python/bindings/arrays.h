@@ -1,7 +1,5 @@
 #pragma once
 
-#include <pybind11/numpy.h>
-
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -9,8 +7,10 @@
 #include <utility>
 #include <vector>
 
-// Arrays, numbers and paths on their way in and out. Every type has the name that the stubs shall show. Whoever
-// takes an argument gives its name along, so that an error can say which one is wrong.
+#include <pybind11/numpy.h>
+
+// Arrays, numbers and paths on their way in and out. Every type has the name that the stubs shall show.
+// Whoever takes an argument gives its name along, so that an error can say which one is wrong.
 namespace bindings {
 
 // What an array can be made of: an array of any type and layout, nested sequences, an object with a buffer.
@@ -54,7 +54,8 @@ Packed<float> floats(const ArrayLike& argument, const char* name);
 Packed<int64_t> integers(const ArrayLike& argument, const char* name);
 
 // The argument as one row of whole numbers between `least` and `most`. Throws ValueError.
-std::vector<int64_t> integers_within(const ArrayLike& argument, const char* name, int64_t least, int64_t most);
+std::vector<int64_t> integers_within(const ArrayLike& argument, const char* name, int64_t least,
+                                     int64_t most);
 
 template <class T>
 std::vector<T> integers_of(const ArrayLike& argument, const char* name) {
@@ -113,7 +114,8 @@ template <>
 struct type_caster<bindings::Number> {
   PYBIND11_TYPE_CASTER(bindings::Number, const_name("float"));
   bool load(handle source, bool) {
-    if (isinstance<array>(source) || PySequence_Check(source.ptr()) || !PyNumber_Check(source.ptr())) return false;
+    if (isinstance<array>(source) || PySequence_Check(source.ptr()) || !PyNumber_Check(source.ptr()))
+      return false;
     value.value = PyFloat_AsDouble(source.ptr());
     if (!PyErr_Occurred()) return true;
     PyErr_Clear();

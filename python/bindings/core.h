@@ -6,7 +6,7 @@
 // logic, lies in modules of their own; all else lies in `core` itself.
 namespace bindings {
 
-void add_anim(pybind11::module_& core);   // keys and curves
-void add_time(pybind11::module_& core);   // core.time
+void add_anim(pybind11::module_& core);  // keys and curves
+void add_time(pybind11::module_& core);  // core.time
 
 }  // namespace bindings

@@ -1,15 +1,15 @@
 #include <qv/anim/curve.h>
 #include <qv/nodes/time/frames.h>
 
+#include "python/bindings/arrays.h"
+#include "python/bindings/core.h"
+
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <pybind11/stl.h>
-
-#include "python/bindings/arrays.h"
-#include "python/bindings/core.h"
 
 namespace bindings {
 
@@ -22,8 +22,15 @@ namespace anim = qv::anim;
 namespace time = qv::nodes::time;
 
 anim::Key key(double at, double value, int kind, std::optional<double> in, std::optional<double> out) {
-  if (kind < 0 || kind > 255) throw py::value_error("kind: " + std::to_string(kind) + " is not within 0 to 255");
-  return {at, value, static_cast<uint8_t>(kind), in.has_value(), out.has_value(), in.value_or(0), out.value_or(0)};
+  if (kind < 0 || kind > 255)
+    throw py::value_error("kind: " + std::to_string(kind) + " is not within 0 to 255");
+  return {at,
+          value,
+          static_cast<uint8_t>(kind),
+          in.has_value(),
+          out.has_value(),
+          in.value_or(0),
+          out.value_or(0)};
 }
 
 std::optional<double> in_slope(const anim::Key& key) {
@@ -110,8 +117,9 @@ NotCompilable: neighbours at one time, or a spline that has no solution.)")
       .def(
           "value", [](const anim::Curve& curve, Number t) { return curve.value(t.value); }, "t"_a,
           "The value at a time in frames, as a number for a number.")
-      .def("value", &values, "t"_a,
-           "The values at times of any shape, as an array of that shape. The interpreter's lock is released.");
+      .def(
+          "value", &values, "t"_a,
+          "The values at times of any shape, as an array of that shape. The interpreter's lock is released.");
 
   core.def("slopes", &slopes, "keys"_a, R"(The slopes with which a curve arrives at each key and leaves it.
 
@@ -151,7 +159,8 @@ None where the mode is edge_no_frame and the frame lies outside.
 >>> [core.time.edge_frame(f, 1, 3, core.time.edge_ping_pong) for f in range(0, 7)]
 [2, 1, 2, 3, 2, 1, 2])");
   m.def("timeoffset_frame", &time::timeoffset_frame, "t"_a, "offset"_a, "reverse"_a, "first"_a, "last"_a,
-        "nearest"_a, "The frame of an input shifted later by `offset`, or mirrored in its range and then shifted.");
+        "nearest"_a,
+        "The frame of an input shifted later by `offset`, or mirrored in its range and then shifted.");
   m.def("framehold_frame", &time::framehold_frame, "t"_a, "hold_frame"_a, "every"_a, "nearest"_a,
         "`hold_frame`, or with `every` above 0 the last of hold_frame, hold_frame + every, ... up to `t`.");
   m.def("frameblend_frames", &time::frameblend_frames, "frame"_a, "count"_a, "use_range"_a, "range_start"_a,
@@ -170,9 +179,9 @@ frames going back from `frame`. ValueError, MemoryError: more frames than memory
   m.def(
       "retime_ranges",
       [](double first, double last, Set in_first, Set in_last, Set out_first, Set out_last, double speed) {
-        return time::retime_ranges(first, last, in_first.value_or(0), in_first.has_value(), in_last.value_or(0),
-                                   in_last.has_value(), out_first.value_or(0), out_first.has_value(),
-                                   out_last.value_or(0), out_last.has_value(), speed);
+        return time::retime_ranges(first, last, in_first.value_or(0), in_first.has_value(),
+                                   in_last.value_or(0), in_last.has_value(), out_first.value_or(0),
+                                   out_first.has_value(), out_last.value_or(0), out_last.has_value(), speed);
       },
       "input_first"_a, "input_last"_a, "in_first"_a = std::nullopt, "in_last"_a = std::nullopt,
       "out_first"_a = std::nullopt, "out_last"_a = std::nullopt, "speed"_a = 1.0,

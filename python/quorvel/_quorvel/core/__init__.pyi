@@ -1,7 +1,6 @@
 from collections.abc import Sequence
-from typing import Any, List, Optional, Tuple, Union
+from typing import Any, Optional, Tuple, Union, overload
 
-from typing import overload
 import numpy
 import numpy.typing
 key_cubic: int
