@@ -1,5 +1,6 @@
 #include "python/bindings/composition.h"
 
+#include "host/base/suggest.h"
 #include "host/node/expectation.h"
 #include "host/nodes/catalogue.h"
 #include "host/shot/frames.h"
@@ -136,6 +137,8 @@ void add_composition(py::module_& module) {
   module.def("catalogue", &catalogue, "Every node type there is, as plain values.");
   module.def("knob_at", &knob_at, "type"_a, "knob"_a, "json"_a, "frame"_a,
              "A numeric knob's components at a frame, given its value as JSON.");
+  module.def("did_you_mean", &host::did_you_mean, "name"_a, "candidates"_a,
+             "What may have been meant by a name, in words; \"\" where none is near.");
   module.def("parse_frames", &shot::parse_frames, "text"_a, "The frames of a text such as \"1-24x2,^7\".");
   module.def("frames_text", &shot::frames_text, "frames"_a, "The shortest text for a list of frames.");
 }
