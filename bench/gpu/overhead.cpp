@@ -63,14 +63,14 @@ void whole_filters(bench::Report& report) {
   const int n = report.quick() ? 2'000 : 20'000;
   for (const Run& run : runs) {
     report.require(run.drawn(), std::string(run.op) + " is drawn");
-    const size_t objects = fake_egl::alive("texture") + fake_egl::alive("framebuffer");
+    const size_t objects = fake_egl::alive("texture").count + fake_egl::alive("framebuffer").count;
     const filter::ScratchStats before = filter::stats();
     const auto times = bench::time_in_turn(7, {[&] {
                                              for (int i = 0; i < n; ++i) run.drawn();
                                            }});
     const filter::ScratchStats after = filter::stats();
     report.require(after.created == before.created && after.evicted == before.evicted &&
-                       fake_egl::alive("texture") + fake_egl::alive("framebuffer") == objects,
+                       fake_egl::alive("texture").count + fake_egl::alive("framebuffer").count == objects,
                    std::string(run.op) + " makes no GL object when it runs again");
     const double passes =
         static_cast<double>(after.draws - before.draws) / static_cast<double>(after.runs - before.runs);
@@ -85,7 +85,7 @@ void whole_filters(bench::Report& report) {
 int main(int argc, char** argv) {
   bench::Report report("gpu_overhead", argc, argv);
   programs::start();
-  fake_egl::record(false);
+  fake_egl::recording = false;
   if (report.wants("draw")) single_draws(report);
   if (report.wants("run_op")) whole_filters(report);
   return report.finish();

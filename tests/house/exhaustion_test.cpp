@@ -69,13 +69,13 @@ std::string text(const Values&... values) {
 void start_ring() {
   transport::close();
   fake_egl::reset();
-  fake_egl::record(false);
+  fake_egl::recording = false;
   fake_egl::plan_transfers([] { return fake_egl::Fence::prompt; }, [] { return true; });
 }
 
 void start_filters() {
   programs::start();
-  fake_egl::record(false);
+  fake_egl::recording = false;
 }
 
 const std::string long_name = "a name that is too long for a string's own room";
@@ -123,8 +123,9 @@ std::vector<Row> rows() {
                                                   {.time = 4, .value = 3, .kind = 6}};
   const auto silent = [] { return std::string(); };
   const auto pool = [] {
-    return text(filter::stats().in_use, filter::stats().pooled - fake_egl::texture_bytes(),
-                fake_egl::alive("texture") - fake_egl::alive("framebuffer"), fake_egl::misuse().size());
+    return text(filter::stats().in_use, filter::stats().pooled - fake_egl::alive("texture").bytes,
+                fake_egl::alive("texture").count - fake_egl::alive("framebuffer").count,
+                fake_egl::driver.misuse.size());
   };
   static const qv::gpu::UniformInfo uniform = {3, 0, 1};
   static const filter::Prog few = {1, 2, 3, 4, {{"u_a", 5}}};
@@ -135,7 +136,7 @@ std::vector<Row> rows() {
        [] {
          fake_egl::reset();
          gl::load(nullptr);
-         fake_egl::hide("glScissor");
+         fake_egl::driver.hidden.insert("glScissor");
        },
        [] {
          std::string error;
@@ -222,7 +223,7 @@ std::vector<Row> rows() {
        },
        [] {
          transport::wait_all();
-         return text(fake_egl::fences_alive(), fake_egl::misuse().size());
+         return text(fake_egl::fences_alive(), fake_egl::driver.misuse.size());
        }},
   };
   for (int64_t step = 0; step < 180; ++step) all.push_back(cache_row(step));

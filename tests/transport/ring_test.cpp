@@ -78,8 +78,8 @@ void begin(
 
 void end() {
   transport::close();
-  EXPECT_EQ(fake_egl::alive("buffer") + fake_egl::fences_alive(), 0U);
-  EXPECT_EQ(fake_egl::misuse(), std::vector<std::string>());
+  EXPECT_EQ(fake_egl::alive("buffer").count + fake_egl::fences_alive(), 0U);
+  EXPECT_EQ(fake_egl::driver.misuse, std::vector<std::string>());
 }
 
 TEST(Ring, NeedsEveryFunction) {
@@ -88,7 +88,7 @@ TEST(Ring, NeedsEveryFunction) {
         "glMapBufferRange", "glBindFramebuffer", "glReadBuffer", "glReadPixels", "glFlush",
         "eglGetCurrentDisplay", "eglCreateSyncKHR", "eglClientWaitSyncKHR", "eglDestroySyncKHR"}) {
     fake_egl::reset();
-    fake_egl::hide(name);
+    fake_egl::driver.hidden.insert(name);
     std::string error;
     EXPECT_FALSE(transport::init(&error) || transport::ready()) << name;
     EXPECT_EQ(error, "libEGL.so.1 / eglGetProcAddress not available");
@@ -124,7 +124,7 @@ TEST(Ring, ServesWhatItsFencesLetThrough) {
     }
     EXPECT_TRUE(waits == c.waits && flushes == 2) << waits << " and " << flushes;
     EXPECT_TRUE(last["glBindBuffer"] == "0" && last["glBindFramebuffer"] == "9") << c.rows;
-    EXPECT_EQ(fake_egl::alive("buffer"), 1U);
+    EXPECT_EQ(fake_egl::alive("buffer").count, 1U);
   }
   end();
   // Colour attachment 0, into memory that stays mapped, is the host's and needs no flush to be seen.
@@ -209,7 +209,7 @@ TEST(Ring, SurvivesAStorm) {
   std::mt19937 fate(1);
   constexpr Fence odd[] = {Fence::refused, Fence::broken, Fence::silent, Fence::late};
   begin([&] { return fate() % 5 == 0 ? odd[fate() % 4] : Fence::prompt; }, [&] { return fate() % 3 != 0; });
-  fake_egl::record(false);
+  fake_egl::recording = false;
   std::deque<Image> images[3];
   std::vector<std::thread> threads;
   for (unsigned k = 0; k < 3; ++k) {
@@ -265,7 +265,7 @@ TEST(Ring, SurvivesAStorm) {
   // What a ticket 1,024 later has pushed out is no longer known, and no other's fate is taken for it.
   EXPECT_FALSE(transport::failed(0) || transport::failed(after.started + 1) || transport::current_ticket());
   begin();
-  fake_egl::record(false);
+  fake_egl::recording = false;
   float pixel[4];
   for (int n = 0; n < 1024; ++n) EXPECT_NE(transport::start(7, 9, 0, 0, 1, 1, 4, pixel, nullptr, 0, {}), 0U);
   transport::wait_all();

@@ -122,7 +122,7 @@ TEST(Plan, EveryMissingEntryPointRefusesTheContextUntilOneHasThemAll) {
     fake_egl::make_current(fake_egl::fresh_context());
     EXPECT_EQ(run_two_passes(), -2) << "not loaded for this context";
     ASSERT_TRUE(qv::gpu::gl::load(nullptr));
-    fake_egl::hide(name);
+    fake_egl::driver.hidden.insert(name);
     fake_egl::take_calls();
     EXPECT_EQ(run_two_passes(), -2) << name;
     EXPECT_TRUE(fake_egl::take_calls().empty());
@@ -146,13 +146,13 @@ TEST(Plan, FailuresOnTheWayLeaveNamesAndBytesInBalance) {
   };
   const auto expect_balance = [](const std::string& when) {
     EXPECT_EQ(stats().in_use, 0U) << when;
-    EXPECT_EQ(stats().pooled, fake_egl::texture_bytes()) << when;
-    EXPECT_EQ(fake_egl::alive("texture"), fake_egl::alive("framebuffer")) << when;
-    EXPECT_TRUE(fake_egl::misuse().empty()) << when;
+    EXPECT_EQ(stats().pooled, fake_egl::alive("texture").bytes) << when;
+    EXPECT_EQ(fake_egl::alive("texture").count, fake_egl::alive("framebuffer").count) << when;
+    EXPECT_TRUE(fake_egl::driver.misuse.empty()) << when;
   };
   for (int n = 1; n <= 4; ++n) {
     programs::start();
-    fake_egl::fail_object(n);
+    fake_egl::driver.failing_object = n;
     EXPECT_EQ(run_three(), -2) << n;
     expect_balance("object " + std::to_string(n));
     EXPECT_EQ(run_three(), 1) << n;
@@ -165,7 +165,8 @@ TEST(Plan, FailuresOnTheWayLeaveNamesAndBytesInBalance) {
     void* const context = qv::gpu::gl::current_context();
     EXPECT_EQ(run_three(), 1);
     const uint64_t evicted = stats().evicted;
-    fake_egl::switch_context_after(n, fake_egl::fresh_context());
+    fake_egl::driver.calls_to_switch = n;
+    fake_egl::driver.switched_context = fake_egl::fresh_context();
     scratch_cap(0);
     const int result = run_three();
     scratch_cap(536870912);

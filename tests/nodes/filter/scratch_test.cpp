@@ -95,7 +95,7 @@ struct Random {
 
 TEST(Scratch, KeepsWhatANaiveTwinKeeps) {
   programs::start();
-  fake_egl::record(false);
+  fake_egl::recording = false;
   Random random;
   Model model;
   model.stats = stats();
@@ -143,12 +143,12 @@ TEST(Scratch, KeepsWhatANaiveTwinKeeps) {
     }
     ASSERT_EQ(counts(stats()), counts(model.stats)) << step;
     ASSERT_TRUE(stats().in_use == 0 && stats().pooled == model.pooled()) << step;
-    ASSERT_EQ(fake_egl::texture_bytes(), model.pooled()) << step;
-    ASSERT_TRUE(fake_egl::alive("texture") == model.pool.size() &&
-                fake_egl::alive("framebuffer") == model.pool.size())
+    ASSERT_EQ(fake_egl::alive("texture").bytes, model.pooled()) << step;
+    ASSERT_TRUE(fake_egl::alive("texture").count == model.pool.size() &&
+                fake_egl::alive("framebuffer").count == model.pool.size())
         << step;
   }
-  EXPECT_TRUE(fake_egl::misuse().empty());
+  EXPECT_TRUE(fake_egl::driver.misuse.empty());
   scratch_cap(536870912);
   note_fallback();
   EXPECT_EQ(stats().fallbacks, model.stats.fallbacks + 1);

@@ -3,7 +3,6 @@
 #include "tests/support/fake_egl/fake_egl.h"
 
 #include <algorithm>
-#include <atomic>
 #include <initializer_list>
 #include <span>
 #include <sstream>
@@ -29,27 +28,13 @@ struct Provide {
 };
 
 // In an entry point that allocates: what a test lets fail are not the driver's allocations.
-class Spared {
- public:
+struct Spared {
   Spared() {
-    tell(true);
+    if (support_spare_allocations) support_spare_allocations(true);
   }
   ~Spared() {
-    tell(false);
+    if (support_spare_allocations) support_spare_allocations(false);
   }
-  Spared(const Spared&) = delete;
-  Spared& operator=(const Spared&) = delete;
-
- private:
-  static void tell(bool spare) {
-    if (support_spare_allocations) support_spare_allocations(spare);
-  }
-};
-
-struct Object {
-  std::string kind;
-  void* context = nullptr;
-  uint64_t bytes = 0;
 };
 
 // Names and deletes objects of the current context; object() is null for what is not alive there.
@@ -59,10 +44,6 @@ Object* object(const char* kind, unsigned name);
 void complain(const std::string& text);
 
 void append(const std::string& call);
-
-// Benchmarks draw through here, so what every call does is two loads and a store, none of them locked.
-inline std::atomic<bool> recording{true};
-inline std::atomic<uint64_t> calls_made{0};
 
 template <class T>
 void print(std::ostream& out, T value) {
@@ -77,10 +58,10 @@ void print(std::ostream& out, T value) {
   }
 }
 
-// Writes a call down; every entry point starts with it.
+// Writes a call down; every entry point starts with it. Benchmarks draw through here, so that what does not
+// record costs a load.
 template <class... Arguments>
 void log(const char* name, Arguments... arguments) {
-  calls_made.store(calls_made.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   if (!recording.load(std::memory_order_relaxed)) return;
   std::ostringstream out;
   out << name;
@@ -108,7 +89,7 @@ void named(int count, unsigned* names) {
 }
 template <Name name, Name kind>
 void deleted(int count, const unsigned* names) {
-  log(name.value, count, std::span(names, static_cast<size_t>(count)));
+  log(name.value, count, names);
   destroy(kind.value, count, names);
 }
 

@@ -20,18 +20,13 @@ void BindTexture(unsigned target, unsigned name) {
   log("glBindTexture", target, name);
   bound_texture = name;
 }
-template <int components>
-void ProgramUniform(unsigned program, int location, int count, const float* values) {
-  const Spared spared;
-  static const std::string name = "glProgramUniform" + std::to_string(components) + "fv";
-  log(name.c_str(), program, location, count, std::span(values, components));
+template <Name name, size_t floats>
+void uniform(unsigned program, int location, int count, const float* values) {
+  log(name.value, program, location, count, std::span(values, floats));
 }
-template <int side>
-void ProgramUniformMatrix(unsigned program, int location, int count, unsigned char transpose,
-                          const float* values) {
-  const Spared spared;
-  static const std::string name = "glProgramUniformMatrix" + std::to_string(side) + "fv";
-  log(name.c_str(), program, location, count, int{transpose}, std::span(values, side * side));
+template <Name name, size_t floats>
+void matrix(unsigned program, int location, int count, unsigned char transpose, const float* values) {
+  log(name.value, program, location, count, int{transpose}, std::span(values, floats));
 }
 unsigned GetError() {
   log("glGetError");
@@ -52,9 +47,6 @@ void FramebufferTexture2D(unsigned target, unsigned attachment, unsigned texture
   if (object("framebuffer", bound_framebuffer) == nullptr) complain("attachment to no framebuffer");
   if (object("texture", texture) == nullptr) complain("attachment of no texture");
 }
-void DrawBuffers(int count, const unsigned* buffers) {
-  log("glDrawBuffers", count, std::span(buffers, static_cast<size_t>(count)));
-}
 
 const Provide provide{
     entry("glBindFramebuffer", BindFramebuffer),
@@ -67,12 +59,12 @@ const Provide provide{
     entry("glBindVertexArray", logged<"glBindVertexArray", unsigned>),
     entry("glDrawElementsInstancedBaseInstance",
           logged<"glDrawElementsInstancedBaseInstance", unsigned, int, unsigned, const void*, int, unsigned>),
-    entry("glProgramUniform1fv", ProgramUniform<1>),
-    entry("glProgramUniform2fv", ProgramUniform<2>),
-    entry("glProgramUniform3fv", ProgramUniform<3>),
-    entry("glProgramUniform4fv", ProgramUniform<4>),
-    entry("glProgramUniformMatrix3fv", ProgramUniformMatrix<3>),
-    entry("glProgramUniformMatrix4fv", ProgramUniformMatrix<4>),
+    entry("glProgramUniform1fv", uniform<"glProgramUniform1fv", 1>),
+    entry("glProgramUniform2fv", uniform<"glProgramUniform2fv", 2>),
+    entry("glProgramUniform3fv", uniform<"glProgramUniform3fv", 3>),
+    entry("glProgramUniform4fv", uniform<"glProgramUniform4fv", 4>),
+    entry("glProgramUniformMatrix3fv", matrix<"glProgramUniformMatrix3fv", 9>),
+    entry("glProgramUniformMatrix4fv", matrix<"glProgramUniformMatrix4fv", 16>),
     entry("glGetError", GetError),
     entry("glGenTextures", named<"glGenTextures", "texture">),
     entry("glDeleteTextures", deleted<"glDeleteTextures", "texture">),
@@ -81,7 +73,7 @@ const Provide provide{
     entry("glGenFramebuffers", named<"glGenFramebuffers", "framebuffer">),
     entry("glDeleteFramebuffers", deleted<"glDeleteFramebuffers", "framebuffer">),
     entry("glFramebufferTexture2D", FramebufferTexture2D),
-    entry("glDrawBuffers", DrawBuffers),
+    entry("glDrawBuffers", logged<"glDrawBuffers", int, const unsigned*>),
 };
 
 }  // namespace
