@@ -83,8 +83,6 @@ class FlatMap {
   }
 
  private:
-  friend struct FlatMapCheck;  // defined by the tests, which look at every slot
-
   struct S {
     int64_t key = 0;
     T value{};

@@ -10,32 +10,9 @@
 
 namespace qv::graph {
 
-// Looks at every slot: what is probed for must be reachable from its home without a gap.
-struct FlatMapCheck {
-  template <class T>
-  static void holds(const FlatMap<T>& map) {
-    const auto& slots = map.slots_;
-    uint64_t used = 0;
-    for (uint64_t i = 0; i < slots.size(); ++i) {
-      if (!slots[i].used) {
-        EXPECT_EQ(slots[i].value, T{}) << "free slot " << i;
-        continue;
-      }
-      ++used;
-      for (uint64_t j = map.home(slots[i].key); j != i; j = (j + 1) & map.mask_)
-        EXPECT_TRUE(slots[j].used) << "gap before slot " << i;
-      EXPECT_EQ(map.find(slots[i].key), &slots[i].value);
-    }
-    EXPECT_EQ(used, map.count_);
-    EXPECT_LE(used * 4, slots.size() * 3);
-    EXPECT_TRUE(slots.empty() || map.mask_ == slots.size() - 1);
-  }
-};
-
 // Follows both orders in both directions and counts every user of every buffer again.
 struct ResultCacheCheck {
   static void holds(const ResultCache& cache) {
-    FlatMapCheck::holds(cache.index_);
     std::set<int> seen(cache.free_.begin(), cache.free_.end());
     EXPECT_EQ(seen.size(), cache.free_.size());
     EXPECT_TRUE(cache.found_count_ == 0) << "order not settled";
