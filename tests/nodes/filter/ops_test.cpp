@@ -40,6 +40,7 @@ TEST(Ops, SayWhatTheyHaveDrawn) {
       {"disc", {0.49, -4, 0}, run_nothing},
       {"disc", {nan, nan, 0}, run_nothing},
       {"Blur", {5, 3, 1, 0, 0, 0, 64, 48}, run_bad},
+      {"blur", {100, 100, 1, 2, 0, 0, 1e30, 3}, run_bad},
       {"", {}, run_bad},
   };
   programs::start();
