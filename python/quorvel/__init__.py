@@ -6,4 +6,14 @@ from .composition import Composition, Format
 from .errors import CompositionError, Error, FrameError, MemoryBudgetError
 from .node import Node
 
-__all__ = ["Composition", "CompositionError", "Error", "Format", "FrameError", "MemoryBudgetError", "Node", "__version__", "nodes"]
+__all__ = [
+    "Composition",
+    "CompositionError",
+    "Error",
+    "Format",
+    "FrameError",
+    "MemoryBudgetError",
+    "Node",
+    "__version__",
+    "nodes",
+]

@@ -9,9 +9,10 @@ from contextlib import contextmanager
 from pathlib import Path
 from typing import Any, NamedTuple, Union
 
-from . import _quorvel, json_text
-from .errors import CompositionError, Problem, UnknownNode
-from .node import Node, by_name, plain, shortest
+from . import _quorvel, checks, json_text
+from .document import MEMBERS, is_default, laid_out, meaning, move, node_names, shortest
+from .errors import CompositionError, UnknownNode
+from .node import Node, plain
 from .nodes import types
 
 __all__ = ["Composition", "Format"]
@@ -19,7 +20,6 @@ __all__ = ["Composition", "Format"]
 PathLike = Union[str, "os.PathLike[str]"]
 
 _TOP = ("$schema", "comment", "format", "frames", "views", "nodes", "output")
-_MEMBERS = ("name", "type", "inputs", "knobs", "comment", "disabled")
 
 
 class Format(NamedTuple):
@@ -43,7 +43,7 @@ class Composition:
     >>> soft = shot.add("blur", size=7, inputs=hills)
     >>> soft
     <blur: blur(size=7) of hills>
-    >>> shot["hills"].size = -3
+    >>> shot["hills"].size = -3  # doctest: +ELLIPSIS
     Traceback (most recent call last):
     quorvel.errors.CompositionError: composition: node "hills": knob "size": expected ... found -3
     >>> print(shot.to_json(), end="")
@@ -78,14 +78,17 @@ class Composition:
     @classmethod
     def load(cls, path: PathLike) -> Composition:
         """Reads a file. Raises CompositionError with all that is wrong in it, and OSError."""
-        return cls.parse(Path(path).read_bytes().decode("utf-8", "surrogateescape"), path)
+        try:
+            return cls.parse(Path(path).read_bytes().decode(), path)
+        except UnicodeDecodeError as error:
+            raise CompositionError(f"{os.fspath(path)}: not JSON: {error}") from None
 
     @classmethod
     def parse(cls, text: str, path: PathLike | None = None) -> Composition:
         """Reads a text, as if it stood in the file `path`. Raises CompositionError."""
         shot = cls()
         shot._path = None if path is None else Path(path)
-        compiled = _quorvel.Composition.parse(text.encode("utf-8", "surrogateescape"), shot._file())
+        compiled = _quorvel.Composition.parse(text, shot._file())
         shot._text, shot._place = text, json_text.read(text.removeprefix("\ufeff"))
         shot._doc = copy.deepcopy(shot._place.value)
         shot._named = {each["name"]: each for each in shot._doc["nodes"]}
@@ -106,7 +109,7 @@ class Composition:
         """The text that `save` writes: that which was loaded with what has changed, or else one laid out anew, as it is
         without `comments`. Knobs at their defaults are left out of new text."""
         if self._place is None or not comments:
-            return self._laid_out()
+            return laid_out(self._doc)
         start = len(self._text) - len(self._text.removeprefix("\ufeff"))
         text = self._text[start:]
         body = json_text.patched(text, self._place, self._doc)
@@ -120,12 +123,12 @@ class Composition:
         target = self._path if path is None else Path(path)
         if target is None:
             raise ValueError("a composition that has no file yet is saved under a path")
-        self._move(target.parent)
+        move(self._doc, os.path.realpath(self._folder()), os.path.realpath(target.parent))
         text = self.to_json()
         real = Path(os.path.realpath(target))
         part = real.with_name(f".{real.name}.{os.getpid()}.part")
         try:
-            part.write_bytes(text.encode("utf-8", "surrogateescape"))
+            part.write_bytes(text.encode())
             if real.exists():
                 part.chmod(real.stat().st_mode & 0o7777)
             part.replace(real)
@@ -202,7 +205,14 @@ class Composition:
     # Nodes.
 
     def add(
-        self, type: str, name: str | None = None, *, inputs: Any = None, comment: str = "", disabled: bool = False, **knobs: Any
+        self,
+        type: str,
+        name: str | None = None,
+        *,
+        inputs: Any = None,
+        comment: str = "",
+        disabled: bool = False,
+        **knobs: Any,
     ) -> Node:
         """A new node of a type, named after it unless said otherwise. `inputs` is a node or a name for the first input,
         a list, or a dict by input. Knobs whose names Python keeps for itself have a _ behind them: `from_`."""
@@ -255,9 +265,10 @@ class Composition:
     def __delitem__(self, name: str) -> None:
         """Takes a node out. Raises CompositionError while others read it, or it is the output."""
         data = self[name]._data
-        readers = [f'"{each.name}"' for each in self if name in _read_by(each)]
-        if readers or name in self.output:
-            self._refuse(name, f"cannot be taken out: it is read by {', '.join(readers)}" if readers else "is the output")
+        readers = [f'node "{each.name}"' for each in self if name in node_names(each._data.get("inputs"))]
+        readers += ["the output"] if name in self.output else []
+        if readers:
+            self._refuse(name, f"cannot be taken out: {', '.join(readers)} would miss it")
         self._doc["nodes"] = [each for each in self._doc["nodes"] if each is not data]
         del self._named[name]
         self._last = None
@@ -304,10 +315,11 @@ class Composition:
         data = self._present(node)
         given = {name: self._plain(node.name, name, value) for name, value in values.items()}
         old = data.get("knobs", {})
-        # What stands at its default in nobody's text is not written either.
         new = {name: value for name, value in {**old, **given}.items() if name not in gone}
         self._check_node({**data, "knobs": new}, list(given))
-        self._put(data, "knobs", {name: new[name] for name in new if name in old or not _is_default(data, name, new[name])})
+        # What is given its default where nothing was given still says nothing.
+        silent = [name for name in new if name not in old and is_default(data, name, new[name])]
+        self._put(data, "knobs", {name: value for name, value in new.items() if name not in silent})
 
     def _edit_inputs(self, node: Node, inputs: Any) -> None:
         data = self._present(node)
@@ -324,7 +336,7 @@ class Composition:
             data[key] = value
         else:
             data.pop(key, None)
-        for each in [name for name in _MEMBERS if name in data]:
+        for each in [name for name in MEMBERS if name in data]:
             data[each] = data.pop(each)
         self._last = None
 
@@ -334,10 +346,8 @@ class Composition:
         return node._data
 
     def _edit_top(self, key: str, value: Any, default: bool = False) -> None:
-        names = [str(each["name"]) for each in self._doc["nodes"]] if key == "output" else ["any"]
-        stub: dict[str, Any] = {"format": self._doc["format"], "nodes": [_stub(each) for each in names]}
         if not default:
-            self._raise_if(_quorvel.problems(json_text.compact({**stub, key: value}), self._file()))
+            self._raise_if(checks.top_problems(self._doc, key, value, self._file()))
         new = {**self._doc, key: value}
         self._doc = {each: new[each] for each in _TOP if each in new and not (each == key and default)}
         self._last = None
@@ -360,31 +370,13 @@ class Composition:
         raise CompositionError(f'{self._file()}: node "{node}": {message}')
 
     def _check_node(
-        self, data: Mapping[str, Any], knobs: Sequence[str] | None = None, error: type[CompositionError] = CompositionError
+        self,
+        data: Mapping[str, Any],
+        knobs: Sequence[str] | None = None,
+        error: type[CompositionError] = CompositionError,
     ) -> None:
-        """Has a node checked among stand-ins for what it reads; of its knobs those named alone."""
-        wanted = {**data}
-        node_type = types.get(wanted["type"])
-        if knobs is not None:
-            wanted.pop("inputs", None)
-        wanted.pop("disabled", None)
-        read = _texts(wanted.get("inputs"))
-        known = set(read) <= self._named.keys() | {wanted["name"]}
-        others = [name for name in (read if known else self._named) if name != wanted["name"]]
-        if node_type is not None:
-            wanted["inputs"] = _completed(node_type, wanted.get("inputs"), missing := wanted["name"] + "'s input")
-            others.append(missing)
-        stub = {
-            "format": self._doc["format"],
-            "views": self._doc.get("views", ["view"]),
-            "nodes": [wanted, *(_stub(name) for name in dict.fromkeys(others))],
-        }
-        if not wanted.get("inputs"):
-            wanted.pop("inputs", None)
-        lines = _quorvel.problems(json_text.compact(stub), self._file()).splitlines()
-        if knobs is not None:
-            lines = [line for line in lines if Problem.of(line).knob in (*knobs, None)]
-        self._raise_if("\n".join(lines), error)
+        text = checks.node_problems(self._doc, self._named, data, knobs, self._file())
+        self._raise_if(text, error)
 
     def _raise_if(self, text: str, error: type[CompositionError] = CompositionError) -> None:
         if text:
@@ -397,35 +389,12 @@ class Composition:
             name = f"{type}{number}"
         return name
 
-    def _laid_out(self) -> str:
-        doc = {**self._doc, "nodes": [_without_defaults(each) for each in self._doc["nodes"]]}
-        lines = []
-        for key, value in doc.items():
-            if key == "nodes":
-                nodes = ",\n".join("    " + json_text.layout(each, 4, 4) for each in value)
-                text = f"[\n{nodes}\n  ]" if value else "[]"
-            else:
-                text = json_text.layout(value, 2, len(key) + 6)
-            lines.append(f'  "{key}": {text}')
-        return "{\n" + ",\n".join(lines) + "\n}\n"
-
-    def _move(self, folder: Path) -> None:
-        """Makes paths relative to another folder."""
-        old = os.path.realpath(self._folder())
-        new = os.path.realpath(folder)
-        if old == new:
-            return
-        for data in self._doc["nodes"]:
-            for name in _file_knobs(data):
-                if _relative(data["knobs"][name]):
-                    data["knobs"][name] = os.path.relpath(os.path.join(old, data["knobs"][name]), new)
-
     def _folder(self) -> Path:
         return Path() if self._path is None else self._path.parent
 
     def _meaning(self) -> Any:
         folder = os.path.realpath(self._folder())
-        nodes = [_node_meaning(each, folder) for each in self._doc["nodes"]]
+        nodes = [meaning(each, folder) for each in self._doc["nodes"]]
         return (self.format, self.frame_numbers, self.views, self.output, self.comment, nodes)
 
 
@@ -440,86 +409,3 @@ def _names(inputs: Any) -> Any:
     if isinstance(inputs, Mapping):
         return {str(key): _names(each) for key, each in inputs.items() if each is not None}
     return [_names(each) for each in inputs] if isinstance(inputs, (list, tuple)) else inputs
-
-
-def _texts(value: Any) -> list[str]:
-    """All texts in a value of inputs."""
-    if isinstance(value, dict):
-        value = list(value.values())
-    if isinstance(value, list):
-        return [text for each in value for text in _texts(each)]
-    return [value] if isinstance(value, str) else []
-
-
-def _read_by(node: Node) -> list[str]:
-    return _texts(node._data.get("inputs"))
-
-
-def _stub(name: str) -> dict[str, Any]:
-    return {"name": name, "type": "constant"}
-
-
-def _completed(node_type: Any, inputs: Any, missing: str) -> Any:
-    """Inputs with a stand-in wherever a required one is not connected yet."""
-    required = [each.name for each in node_type.inputs if each.required]
-    if inputs is None:
-        return {name: missing for name in required}
-    if isinstance(inputs, list):
-        return inputs + [missing] * (len(required) - len(inputs))
-    if isinstance(inputs, str) and required:
-        inputs = {node_type.inputs[0].name: inputs}
-    if not isinstance(inputs, dict) or (node_type.takes_layers and inputs):
-        return inputs
-    return {**{name: missing for name in required}, **inputs}
-
-
-def _file_knobs(data: Mapping[str, Any]) -> list[str]:
-    return [name for name in data.get("knobs", {}) if types[data["type"]].knobs[name].kind == "file"]
-
-
-def _relative(path: str) -> bool:
-    """Whether it depends on the folder; what a variable stands for is taken to be absolute."""
-    return bool(path) and not path.startswith(("/", "~")) and not (path.startswith("$") and not path.startswith("$$"))
-
-
-def _normal(data: Mapping[str, Any], name: str, value: Any) -> Any:
-    """A knob's value in the one way of writing that shows whether two are equal."""
-    knob = types[data["type"]].knobs[name]
-    if knob.kind == "texts":
-        return [each for each in ([value] if isinstance(value, str) else list(value)) if each]
-    if not knob.numeric:
-        return value
-    parts = value if isinstance(value, (list, tuple)) else [value] * knob.length
-    return [_normal_component(each) for each in parts]
-
-
-def _normal_component(value: Any) -> Any:
-    if not isinstance(value, dict):
-        return value
-    keys = [(*key, "linear") if len(key) == 2 else tuple(key) for key in value["keys"]]
-    return keys, bool(value.get("extrapolate", False))
-
-
-def _is_default(data: Mapping[str, Any], name: str, value: Any) -> bool:
-    default = types[data["type"]].knobs[name].default
-    return bool(_normal(data, name, value) == _normal(data, name, default))
-
-
-def _without_defaults(data: Mapping[str, Any]) -> dict[str, Any]:
-    knobs = {name: value for name, value in data.get("knobs", {}).items() if not _is_default(data, name, value)}
-    made = {**data, "knobs": knobs, "disabled": data.get("disabled", False)}
-    return {key: made[key] for key in _MEMBERS if made.get(key)}
-
-
-def _node_meaning(data: Mapping[str, Any], folder: str) -> Any:
-    node_type = types[data["type"]]
-    knobs = {
-        name: _normal(data, name, value)
-        for name, value in data.get("knobs", {}).items()
-        if not _is_default(data, name, value)
-    }
-    for name in _file_knobs(data):
-        if name in knobs and _relative(knobs[name]):
-            knobs[name] = os.path.normpath(os.path.join(folder, knobs[name]))
-    inputs = by_name(node_type, data.get("inputs"))
-    return (data["name"], node_type.name, inputs, knobs, data.get("comment", ""), data.get("disabled", False))

@@ -108,7 +108,7 @@ def _read_entry(text: str, at: int, begin: int, named: bool) -> _Entry:
 
 
 def compact(value: Any) -> str:
-    """On one line, numbers without a fraction where there is none. Raises ValueError for numbers that are not finite."""
+    """On one line, whole numbers without a fraction. Raises ValueError for what is not finite."""
     if isinstance(value, dict):
         return "{" + ", ".join(f"{compact(name)}: {compact(each)}" for name, each in value.items()) + "}"
     if isinstance(value, list):
@@ -231,8 +231,8 @@ def _added(text: str, place: Place, before: list[tuple[str, str]], name: str | N
     inside = _indent(first.lead) if broken else _indent(text[line : place.start]) + 2
     head = "" if name is None else compact(name) + ": "
     if not lines:
-        so_far = (text[line : place.start] + "{" if before else "") + "".join(body + "," + trail for body, trail in before)
-        column = len(so_far.rpartition("\n")[2]) + (1 if before else place.start - line + 1)
+        so_far = text[line : place.start + 1] + "".join(body + "," + trail for body, trail in before)
+        column = len(so_far.rpartition("\n")[2])
         if column + len(head + compact(value)) + 3 <= WIDTH:
             return (" " if before else "") + head + compact(value)
     return "\n" + " " * inside + head + layout(value, inside, inside + len(head))

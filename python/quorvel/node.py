@@ -8,6 +8,7 @@ from collections.abc import Iterable, Iterator, Mapping, MutableMapping, Sequenc
 from typing import TYPE_CHECKING, Any, Union
 
 from . import _quorvel, json_text
+from .document import by_name
 from .errors import UnknownKnob
 from .nodes import Knob, NodeType, types
 
@@ -229,32 +230,6 @@ class Inputs(MutableMapping[str, Any]):
         return repr(by_name(self._node._type, self._node._data.get("inputs")))
 
 
-def by_name(node_type: NodeType, inputs: Any) -> dict[str, Any]:
-    """Inputs as an object, whichever way they are written."""
-    names = [each.name for each in node_type.inputs]
-    if not inputs or not names:
-        return {}
-    if isinstance(inputs, str):
-        return {names[0]: [inputs] if node_type.repeats_last_input and len(names) == 1 else inputs}
-    if isinstance(inputs, dict):
-        last = names[-1] if node_type.repeats_last_input else None
-        return {name: [each] if name == last and isinstance(each, str) else each for name, each in inputs.items()}
-    if not node_type.repeats_last_input:
-        return dict(zip(names, inputs))
-    single = dict(zip(names[:-1], inputs))
-    return {**single, names[-1]: list(inputs[len(names) - 1 :])}
-
-
-def shortest(node_type: NodeType, inputs: Any) -> Any:
-    """Inputs as a person writes them: a text where only the first is connected, a list where one repeats."""
-    names = [each.name for each in node_type.inputs]
-    if isinstance(inputs, dict) and list(inputs) == names[:1]:
-        inputs = inputs[names[0]]
-    if isinstance(inputs, list) and len(inputs) == 1:
-        return inputs[0]
-    return inputs
-
-
 class Node:
     """A node of a composition, a view: changes are the composition's. Knobs are attributes; what is not given reads
     as its default. A name that Python keeps for itself has a _ behind it (`ramp.from_`); `knobs` has all by name.
@@ -297,7 +272,8 @@ class Node:
 
     @property
     def inputs(self) -> Any:
-        """What it reads, by input: an Inputs. Set with a node or a name for the first, a list in the inputs' order, or a dict."""
+        """What it reads, by input: an Inputs. Set with a node or a name for the first, a list in the inputs' order,
+        or a dict."""
         return Inputs(self)
 
     @inputs.setter
