@@ -223,10 +223,14 @@ TEST(sizes, that_no_file_so_small_can_hold_are_refused_and_those_that_overflow_n
   const std::string path = write_bytes(folder / "wide.exr", bytes);
   DecodeResult result;
   decode_plain(path, 1, result);
-  EXPECT_TRUE(result.status == 3 && result.error.empty() && result.read_ms == 0);
   const auto read = qv::oiio_read_float(path);
-  EXPECT_TRUE(read.error.ends_with("bytes of this compression") && read.width == 1 << 20 &&
-              read.pixels.empty());
+  EXPECT_TRUE(read.pixels.empty());
+  if (result.status == decode_failed) {  // newer readers refuse it themselves
+    EXPECT_TRUE(result.error.find("claims") < read.error.size());
+  } else {
+    EXPECT_TRUE(result.status == decode_other && result.error.empty() && result.read_ms == 0);
+    EXPECT_TRUE(read.error.ends_with("bytes of this compression") && read.width == 1 << 20);
+  }
   constexpr int64_t most = 0x7fffffff;
   EXPECT_EQ(float_count(most, most / 4, 1), static_cast<size_t>(most * (most / 4)));
   EXPECT_FALSE(float_count(most, most, 4) || float_count(-1, most, 4) || float_count(0, -1, 4));
