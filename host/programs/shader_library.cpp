@@ -15,6 +15,9 @@
 #include <map>
 #include <optional>
 #include <system_error>
+#include <vector>
+
+#include <dlfcn.h>
 
 namespace host::programs {
 namespace {
@@ -118,6 +121,25 @@ fs::path folder_of_executable() {
   return error ? fs::path() : executable.parent_path();
 }
 
+// Of the shared object that this code is a part of, which is the Python module; "" in a program.
+fs::path folder_of_module() {
+  static const char here = 0;
+  Dl_info found{};
+  if (dladdr(&here, &found) == 0 || !found.dli_fname) return {};
+  const fs::path file = found.dli_fname;
+  return file.filename().string().find(".so") == std::string::npos ? fs::path() : file.parent_path();
+}
+
+// Where an installed copy has its fragment programs. A module does not look beside the program that loads it:
+// what lies there may be another version's.
+std::vector<fs::path> installed_roots() {
+  const fs::path module = folder_of_module();
+  if (!module.empty()) return {module / "shaders", module / QUORVEL_SHADERS_FROM_MODULE};
+  const fs::path executable = folder_of_executable();
+  if (executable.empty()) return {};
+  return {executable / QUORVEL_SHADERS_FROM_BIN};
+}
+
 }  // namespace
 
 struct ShaderLibrary::State {
@@ -194,10 +216,7 @@ ShaderLibrary::~ShaderLibrary() {
 fs::path ShaderLibrary::default_root() {
   std::vector<fs::path> candidates;
   if (const char* given = std::getenv("QUORVEL_SHADERS")) candidates.emplace_back(given);
-  const fs::path beside = folder_of_executable();
-  if (!beside.empty()) {
-    candidates.push_back((beside / QUORVEL_SHADERS_FROM_BIN).lexically_normal());
-  }
+  for (const fs::path& root : installed_roots()) candidates.push_back(root.lexically_normal());
   candidates.emplace_back(QUORVEL_SOURCE_SHADERS);
   std::string looked;
   for (const fs::path& candidate : candidates) {

@@ -3,6 +3,7 @@
 #include "host/base/suggest.h"
 #include "host/node/expectation.h"
 #include "host/nodes/catalogue.h"
+#include "host/programs/shader_library.h"
 #include "host/shot/frames.h"
 #include "host/shot/parse_knobs.h"
 #include "host/shot/problems.h"
@@ -139,6 +140,9 @@ void add_composition(py::module_& module) {
              "A numeric knob's components at a frame, given its value as JSON.");
   module.def("did_you_mean", &host::did_you_mean, "name"_a, "candidates"_a,
              "What may have been meant by a name, in words; \"\" where none is near.");
+  module.def(
+      "shader_folder", [] { return host::programs::ShaderLibrary::default_root().string(); },
+      "Where fragment programs are read from. Raises RuntimeError where there are none.");
   module.def("parse_frames", &shot::parse_frames, "text"_a, "The frames of a text such as \"1-24x2,^7\".");
   module.def("frames_text", &shot::frames_text, "frames"_a, "The shortest text for a list of frames.");
 }
