@@ -4,7 +4,10 @@
 #include "tests/support/images.h"
 
 #include <cstdint>
+#include <optional>
 #include <random>
+#include <string>
+#include <vector>
 
 #include <OpenImageIO/deepdata.h>
 
@@ -84,4 +87,13 @@ inline std::string make(const std::filesystem::path& folder, const Kind& kind, i
     }
     return output.write_deep_image(deep);
   });
+}
+
+// All pixels of a subimage in one call of the general reader; nothing where that fails.
+inline std::optional<std::vector<float>> whole(const std::string& path, int subimage) {
+  const auto input = OIIO::ImageInput::open(path);
+  const OIIO::ImageSpec spec = input->spec(subimage, 0);
+  std::vector<float> pixels(spec.image_pixels() * static_cast<size_t>(spec.nchannels));
+  if (input->read_image(subimage, 0, 0, spec.nchannels, OIIO::TypeFloat, pixels.data())) return pixels;
+  return std::nullopt;
 }
