@@ -55,34 +55,28 @@ def allowed(own, target):
     return unit == own or unit not in FLOORS or own not in FLOORS or unit in FLOORS[own]
 
 
-def storey(room):
-    return next((i for i, names in enumerate(HOST) if room in names), -1)
-
-
-def host_fault(own, target):
+def host_allowed(own, target):
     if target.startswith("qv/"):
-        return False
-    mine, theirs = own.split("/")[0], target.removeprefix("host/").split("/")[0]
-    if not target.startswith("host/") or storey(mine) < 0 or storey(theirs) < 0:
         return True
-    return mine != theirs and storey(theirs) <= storey(mine)
+    if not target.startswith("host/"):
+        return False
+    rooms = [unit.split("/")[0] for unit in (own, target.removeprefix("host/"))]
+    mine, theirs = [next((i for i, names in enumerate(HOST) if room in names), -1) for room in rooms]
+    return min(mine, theirs) >= 0 and (rooms[0] == rooms[1] or theirs > mine)
 
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    files = [p for p in sorted(root.glob("qv/**/*")) if p.suffix in (".h", ".cpp")]
-    faults = [] if files else ["no sources found: nothing was checked"]
-    for path in files:
-        own = path.relative_to(root / "qv").with_suffix("").as_posix()
-        targets = INCLUDE.findall(path.read_text())
-        faults += [f"{path.relative_to(root)} includes {t}" for t in targets if not allowed(own, t)]
-    host = [p for p in sorted(root.glob("host/**/*")) if p.suffix in (".h", ".cpp")]
-    for path in host:
-        own = path.relative_to(root / "host").as_posix()
-        faults += [f"{path.relative_to(root)} includes {t}" for t in INCLUDE.findall(path.read_text()) if host_fault(own, t)]
+    faults, files = [], 0
+    for tree, judge in (("qv", allowed), ("host", host_allowed)):
+        for path in sorted(p for p in root.glob(f"{tree}/**/*") if p.suffix in (".h", ".cpp")):
+            files += 1
+            own = path.relative_to(root / tree).with_suffix("").as_posix()
+            targets = INCLUDE.findall(path.read_text())
+            faults += [f"{path.relative_to(root)} includes {t}" for t in targets if not judge(own, t)]
     faults += [f"{unit} has no header" for unit in FLOORS if not (root / "qv" / f"{unit}.h").exists()]
-    print("\n".join(faults) or f"{len(files) + len(host)} files, every include points down")
-    return 1 if faults else 0
+    print("\n".join(faults) or f"{files} files, every include points down")
+    return 1 if faults or not files else 0
 
 
 if __name__ == "__main__":

@@ -6,7 +6,6 @@ usage: headers_alone.py SOURCE_DIR BUILD_DIR COMPILER"""
 import json
 import os
 import re
-import shlex
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
@@ -14,7 +13,7 @@ from pathlib import Path
 
 source, build, compiler = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3]
 FIRST_INCLUDE = re.compile(r'^#include [<"](.+)[>"]', re.MULTILINE)
-FLAG = re.compile(r"-(I|isystem|std=|W|ffp)")
+FLAG = re.compile(r"(?<= )-(?:isystem |I|std=|W|ffp)\S+")
 
 rooms, shown, flags = set(), set(), {}
 for entry in json.loads((build / "compile_commands.json").read_text()):
@@ -24,12 +23,8 @@ for entry in json.loads((build / "compile_commands.json").read_text()):
     rooms.add(path.relative_to(source).parts[0])
     if first := FIRST_INCLUDE.search(path.read_text()):
         shown.add(first[1])
-    words = shlex.split(entry["command"])
-    for word, following in zip(words, words[1:]):
-        if FLAG.match(word):
-            flags[word + (following if word == "-isystem" else "")] = (
-                [word, following] if word == "-isystem" else [word])
-command = [compiler, *sum(flags.values(), []), "-fsyntax-only", "-x", "c++", os.devnull, "-include"]
+    flags |= dict.fromkeys(FLAG.findall(entry["command"]))
+command = [compiler, *" ".join(flags).split(), "-fsyntax-only", "-x", "c++", os.devnull, "-include"]
 
 headers = [path for room in sorted(rooms) for path in sorted((source / room).rglob("*.h"))]
 left = [path for path in headers if str(path.relative_to(source)) not in shown]
