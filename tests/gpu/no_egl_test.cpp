@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-// Runs where "libEGL.so.1" is no library, and where it lacks one of the two functions.
+// Runs where "libEGL.so.1" lacks one of the two functions.
 TEST(NoEgl, LoadsRunsAndSaysWhatIsMissing) {
   namespace gl = qv::gpu::gl;
   EXPECT_EQ(gl::current_context(), nullptr);

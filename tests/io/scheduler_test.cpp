@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -54,31 +55,32 @@ TEST(scheduler, takes_what_a_function_of_the_hosts_says_or_throws) {
   ASSERT_TRUE(missing && missing->status == decode_failed && !missing->error.empty());
   auto captured = std::make_shared<int>(7);
   const std::weak_ptr<int> kept = captured;
-  struct Row {
-    DecodeScheduler::Decode decode;
+  auto whole = [held = std::move(captured)](int threads, DecodeResult& out) {
+    out.status = decode_done;
+    out.width = *held + threads;
+  };
+  const auto done = scheduler.take(scheduler.submit(std::move(whole), 0), -1);
+  EXPECT_TRUE(done && done->status == decode_done && done->width == 10 && kept.expired());
+  const struct {
+    int says;
+    std::exception_ptr thrown;
     int status;
     const char* error;
-  };
-  for (Row& row :
-       std::vector<Row>{{[held = std::move(captured)](int threads, DecodeResult&out) {
-                           out.status = decode_done;
-                           out.width = *held + threads;
-                         },
-                         decode_done, ""},
-                        {[](int, DecodeResult&) {}, decode_other, ""},
-                        {[](int, DecodeResult&out) { out.status = decode_running; }, decode_other, ""},
-                        {[](int, DecodeResult&out) { out.status = 17; }, 17, ""},
-                        {[](int, DecodeResult&out) {
-                           out.status = decode_done;
-                           throw std::runtime_error("no such plate");
-                         },
-                         decode_failed, "no such plate"},
-                        {[](int, DecodeResult&) { throw 5; }, decode_failed, "the decode failed"}}) {
-    const auto result = scheduler.take(scheduler.submit(std::move(row.decode), 0), -1);
-    ASSERT_TRUE(result && result->status == row.status && result->error == row.error) << row.error;
-    EXPECT_EQ(result->width, row.status == decode_done ? 10 : 0);
+  } rows[] = {
+      {decode_queued, nullptr, decode_other, ""},
+      {decode_running, nullptr, decode_other, ""},
+      {17, nullptr, 17, ""},
+      {decode_done, std::make_exception_ptr(std::runtime_error("no plate")), decode_failed, "no plate"},
+      {decode_done, std::make_exception_ptr(5), decode_failed, "the decode failed"}};
+  for (const auto& row : rows) {
+    const auto decode = [&](int, DecodeResult& out) {
+      out.status = row.says;
+      if (row.thrown) std::rethrow_exception(row.thrown);
+    };
+    const auto result = scheduler.take(scheduler.submit(decode, 0), -1);
+    EXPECT_TRUE(result && result->status == row.status && result->error == row.error && result->width == 0)
+        << row.status << row.error;
   }
-  EXPECT_TRUE(kept.expired());
 }
 
 // Random changes to a queue behind a busy worker, then the order of service, against scanning a list.
