@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <random>
+#include <tuple>
 #include <unordered_map>
 
 #include <gtest/gtest.h>
@@ -63,27 +64,23 @@ TEST(FlatMap, KeepsNothingOfAnErasedValue) {
 
 TEST(Record, HashesKindsAndTheWordsOfKindOne) {
   using Specs = std::vector<SlotSpec>;
-  const struct {
-    const char* name;
-    Specs specs;
-    std::vector<uint32_t> data;
-    std::vector<uint8_t> kinds;
-    std::vector<uint8_t> bytes;  // what the hash must run over
-  } rows[] = {
-      {"no slots", {}, {7}, {}, {}},
-      {"no components is one word", {{0, 1}}, {9, 0x04030201}, {1}, {1, 1, 2, 3, 4}},
-      {"negative components is one word", {{-3, 0}}, {0xff}, {1}, {1, 0xff, 0, 0, 0}},
-      {"other kinds give their kind only",
-       {{1, 0}, {9, 9}, {2, 1}},
-       {5, 6, 7},
-       {0, 2, 1},
-       {0, 2, 1, 6, 0, 0, 0, 7, 0, 0, 0}},
-  };
-  for (const auto& row : rows) {
+  // The last: what the hash must run over.
+  const std::tuple<const char*, Specs, std::vector<uint32_t>, std::vector<uint8_t>, std::vector<uint8_t>>
+      rows[] = {
+          {"no slots", {}, {7}, {}, {}},
+          {"no components is one word", {{0, 1}}, {9, 0x04030201}, {1}, {1, 1, 2, 3, 4}},
+          {"negative components is one word", {{-3, 0}}, {0xff}, {1}, {1, 0xff, 0, 0, 0}},
+          {"other kinds give their kind only",
+           {{1, 0}, {9, 9}, {2, 1}},
+           {5, 6, 7},
+           {0, 2, 1},
+           {0, 2, 1, 6, 0, 0, 0, 7, 0, 0, 0}},
+      };
+  for (const auto& [name, specs, data, kinds, bytes] : rows) {
     uint64_t expected = 0x14650fb0739d0383;
-    for (const uint8_t byte : row.bytes) expected = (expected ^ byte) * 0x100000001b3;
-    const Record record{std::make_shared<const Specs>(row.specs), row.data, row.kinds};
-    EXPECT_EQ(record.typed_hash(), expected) << row.name;
+    for (const uint8_t byte : bytes) expected = (expected ^ byte) * 0x100000001b3;
+    const Record record{std::make_shared<const Specs>(specs), data, kinds};
+    EXPECT_EQ(record.typed_hash(), expected) << name;
   }
   const Record bad[] = {{nullptr, {1}, {1}},
                         {std::make_shared<const Specs>(Specs{{1, 0}}), {1}, {1, 1}},

@@ -2,7 +2,6 @@
 
 #include <qv/io/layers.h>
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <random>

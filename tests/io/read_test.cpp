@@ -14,7 +14,6 @@
 #include <cstring>
 #include <iterator>
 #include <tuple>
-#include <utility>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

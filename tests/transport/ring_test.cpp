@@ -98,32 +98,29 @@ TEST(Ring, NeedsEveryFunction) {
 
 // What arrives, in how many waits of 100 ms, and what is left bound.
 TEST(Ring, ServesWhatItsFencesLetThrough) {
-  const struct {
-    int w, h, channels;
-    Fence first, second;
-    int called, rows, waits;
-  } cases[] = {{10, 300, 2, Fence::prompt, Fence::prompt, 1, 300, 1},
-               {10, 300, 2, Fence::silent, Fence::prompt, 1, 0, 300},
-               {1024, 599, 4, Fence::prompt, Fence::prompt, 1, 599, 2},
-               {1024, 599, 4, Fence::late, Fence::broken, 1, 300, 5},
-               {1024, 599, 4, Fence::broken, Fence::prompt, 1, 0, 1},
-               {1024, 599, 4, Fence::prompt, Fence::refused, 0, 0, 1}};  // waited for before it is let go
+  const std::tuple<int, int, int, Fence, Fence, int, int, int> cases[] = {
+      {10, 300, 2, Fence::prompt, Fence::prompt, 1, 300, 1},
+      {10, 300, 2, Fence::silent, Fence::prompt, 1, 0, 300},
+      {1024, 599, 4, Fence::prompt, Fence::prompt, 1, 599, 2},
+      {1024, 599, 4, Fence::late, Fence::broken, 1, 300, 5},
+      {1024, 599, 4, Fence::broken, Fence::prompt, 1, 0, 1},
+      {1024, 599, 4, Fence::prompt, Fence::refused, 0, 0, 1}};  // waited for before it is let go
   std::deque<Fence> kinds;
   std::map<std::string, std::string> last;  // of each call its last argument
   begin([&] { return kinds.size() > 1 ? kinds.pop_front(), kinds.front() : kinds.front(); });
-  for (const auto& c : cases) {
-    kinds = {Fence::prompt, c.first, c.second};
-    Image image{3, 5, c.w, c.h, c.channels};
+  for (const auto& [w, h, channels, first, second, called, rows, expected_waits] : cases) {
+    kinds = {Fence::prompt, first, second};
+    Image image{3, 5, w, h, channels};
     transport::wait(image.start());
-    EXPECT_TRUE(image.called == c.called && (c.called == 0 || image.rows() == c.rows)) << c.rows;
+    EXPECT_TRUE(image.called == called && (called == 0 || image.rows() == rows)) << rows;
     int waits = 0, flushes = 0;
     for (const std::string& call : fake_egl::take_calls()) {
       waits += call.starts_with("eglClientWaitSyncKHR");
       flushes += call == "glFlush";
       last[call.substr(0, call.find(' '))] = call.substr(call.rfind(' ') + 1);
     }
-    EXPECT_TRUE(waits == c.waits && flushes == 2) << waits << " and " << flushes;
-    EXPECT_TRUE(last["glBindBuffer"] == "0" && last["glBindFramebuffer"] == "9") << c.rows;
+    EXPECT_TRUE(waits == expected_waits && flushes == 2) << waits << " and " << flushes;
+    EXPECT_TRUE(last["glBindBuffer"] == "0" && last["glBindFramebuffer"] == "9") << rows;
     EXPECT_EQ(fake_egl::alive("buffer").count, 1U);
   }
   end();
@@ -156,18 +153,16 @@ TEST(Ring, RefusesWhatCannotBeRead) {
 TEST(Ring, CutsLargeImagesAndKeepsBuffers) {
   begin();
   const uint64_t before = transport::stats().allocations;
-  const struct {
-    int w, h, channels, chunks, rows;
-    uint64_t allocations;
-  } cases[] = {{512, 512, 4, 1, 512, 1},   {1024, 512, 4, 2, 256, 2},  {512, 512, 4, 1, 512, 2},
-               {1448, 1449, 2, 4, 363, 3}, {400000, 5, 4, 5, 1, 4},    {1536, 1536, 4, 8, 192, 5},
-               {1537, 1536, 4, 8, 192, 6}, {2048, 2048, 4, 8, 256, 7}, {2048, 2047, 4, 8, 256, 7}};
-  for (const auto& c : cases) {
-    Image image{0, 0, c.w, c.h, c.channels};
+  const std::array<int, 6> cases[] = {
+      {512, 512, 4, 1, 512, 1},   {1024, 512, 4, 2, 256, 2},  {512, 512, 4, 1, 512, 2},
+      {1448, 1449, 2, 4, 363, 3}, {400000, 5, 4, 5, 1, 4},    {1536, 1536, 4, 8, 192, 5},
+      {1537, 1536, 4, 8, 192, 6}, {2048, 2048, 4, 8, 256, 7}, {2048, 2047, 4, 8, 256, 7}};
+  for (const auto& [w, h, channels, chunks, rows, allocations] : cases) {
+    Image image{0, 0, w, h, channels};
     transport::wait(image.start());
-    EXPECT_EQ(std::count(image.aux.begin(), image.aux.end(), 1U), c.chunks);
-    EXPECT_TRUE(image.chunk_rows() == c.rows && image.rows() == c.h) << c.w;
-    EXPECT_EQ(transport::stats().allocations - before, c.allocations) << c.w;
+    EXPECT_EQ(std::count(image.aux.begin(), image.aux.end(), 1U), chunks);
+    EXPECT_TRUE(image.chunk_rows() == rows && image.rows() == h) << w;
+    EXPECT_EQ(transport::stats().allocations - before, static_cast<uint64_t>(allocations)) << w;
   }
   end();
 }

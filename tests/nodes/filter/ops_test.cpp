@@ -8,6 +8,8 @@
 #include <limits>
 #include <set>
 #include <span>
+#include <tuple>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -20,36 +22,29 @@ const double nan = std::nan("");
 
 // What there is to draw, told without a driver; the pixels are judged on a real one.
 TEST(Ops, SayWhatTheyHaveDrawn) {
-  const struct {
-    const char* op;
-    std::vector<double> params;
-    int result;
-    uint64_t draws = 0;
-    size_t inputs = 1;
-  } cases[] = {
-      {"blur", {5, 3, 1, 0, 0, 0, 64, 48}, run_drawn, 2},
-      {"blur", {0, 100.5, 0, 25, 9, 9, 9, 9}, run_drawn, 3},  // through a coarse image of an empty box
-      {"blur", {1, -7, 0, 0, 0, 0, 64, 48}, run_nothing},
-      {"blur", {nan, nan, nan, nan, nan, nan, nan, nan}, run_nothing},
-      {"sharpen", {0, 1, 0, 0, 0, 0, 64, 48, 2, -1, 1}, run_nothing},
-      {"erode", {-2, 3, 0, 0, 0, 64, 48}, run_drawn, 5},
-      {"erode", {0, 0, 0, 0, 0, 64, 48}, run_nothing},
-      {"dilate", {-inf}, run_drawn, 2},
-      {"disc", {4, 0.1, 0}, run_drawn, 2},
-      {"disc", {4, 2, 0}, run_drawn, 1, 2},
-      {"disc", {0.49, -4, 0}, run_nothing},
-      {"disc", {nan, nan, 0}, run_nothing},
-      {"Blur", {5, 3, 1, 0, 0, 0, 64, 48}, run_bad},
-      {"blur", {100, 100, 1, 2, 0, 0, 1e30, 3}, run_bad},
-      {"", {}, run_bad},
+  const std::tuple<const char*, size_t, std::vector<double>, int, uint64_t> cases[] = {
+      {"blur", 1, {5, 3, 1, 0, 0, 0, 64, 48}, run_drawn, 2},
+      {"blur", 1, {0, 100.5, 0, 25, 9, 9, 9, 9}, run_drawn, 3},  // through a coarse image of an empty box
+      {"blur", 1, {1, -7, 0, 0, 0, 0, 64, 48}, run_nothing, 0},
+      {"blur", 1, {nan, nan, nan, nan, nan, nan, nan, nan}, run_nothing, 0},
+      {"sharpen", 1, {0, 1, 0, 0, 0, 0, 64, 48, 2, -1, 1}, run_nothing, 0},
+      {"erode", 1, {-2, 3, 0, 0, 0, 64, 48}, run_drawn, 5},
+      {"erode", 1, {0, 0, 0, 0, 0, 64, 48}, run_nothing, 0},
+      {"dilate", 1, {-inf}, run_drawn, 2},
+      {"disc", 1, {4, 0.1, 0}, run_drawn, 2},
+      {"disc", 2, {4, 2, 0}, run_drawn, 1},
+      {"disc", 1, {0.49, -4, 0}, run_nothing, 0},
+      {"disc", 1, {nan, nan, 0}, run_nothing, 0},
+      {"Blur", 1, {5, 3, 1, 0, 0, 0, 64, 48}, run_bad, 0},
+      {"blur", 1, {100, 100, 1, 2, 0, 0, 1e30, 3}, run_bad, 0},
+      {"", 1, {}, run_bad, 0},
   };
   programs::start();
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.op + (" " + testing::PrintToString(c.params)));
-    const uint64_t draws = stats().draws;
-    const std::span inputs(programs::inputs);
-    EXPECT_EQ(run_op(c.op, inputs.first(c.inputs), c.params, programs::target(), 0), c.result);
-    EXPECT_EQ(stats().draws - draws, c.draws);
+  for (const auto& [op, inputs, params, result, draws] : cases) {
+    const uint64_t before = stats().draws;
+    EXPECT_EQ(run_op(op, std::span(programs::inputs).first(inputs), params, programs::target(), 0), result)
+        << op << testing::PrintToString(params);
+    EXPECT_EQ(stats().draws - before, draws) << op << testing::PrintToString(params);
   }
 }
 

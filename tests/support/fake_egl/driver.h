@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <span>
 #include <sstream>
 #include <type_traits>
 #include <utility>

@@ -1,6 +1,7 @@
 #include "tests/support/fake_egl/driver.h"
 
 #include <algorithm>
+#include <span>
 
 namespace fake_egl {
 
