@@ -165,15 +165,11 @@ class Reading : public testing::Test {
     double ms = 0;
     const bool done =
         exr::load(input, path, {all}, slots, all.width, all.height, any(random, 1, 3), outs, ms);
-    if (!done) {
-      ASSERT_TRUE(damaged || !is_ours(std::string(input.spec().get_string_attribute("compression"))));
-      std::string err;
-      const bool loaded = load_layers(path, {all}, slots, all.width, all.height, 1, outs, err, nullptr);
-      ASSERT_TRUE(loaded == err.empty() && (loaded || damaged)) << err;
-      return;
-    }
-    ASSERT_TRUE(expected) << "what the general reader refuses was read";
-    for (size_t i = 0; i < expected->size(); ++i) {
+    ASSERT_TRUE(done || damaged || !is_ours(std::string(input.spec().get_string_attribute("compression"))));
+    std::string err;
+    const bool loaded = done || load_layers(path, {all}, slots, all.width, all.height, 1, outs, err, nullptr);
+    ASSERT_TRUE(loaded == err.empty() && (loaded ? expected.has_value() : damaged)) << err;
+    for (size_t i = 0; loaded && i < expected->size(); ++i) {
       const size_t c = i % count;
       ASSERT_TRUE(same(&pixels[c / 4][i / count * 4 + c % 4], &(*expected)[i], 1)) << "float " << i;
     }

@@ -137,37 +137,32 @@ TEST(load_layers, has_the_floats_of_one_read_image_call_from_every_tiff) {
 TEST(load_layers, refuses_plans_that_do_not_fit) {
   const std::filesystem::path folder = new_folder();
   const std::string zip = make(folder, kinds()[1]);
-  struct Row {
-    const char* err;
-    Read read;
-    Slot slot;
-    int width = 8, height = 8;
-    size_t outs = 1;
-  };
   const Read good = {0, 0, 4, 0, 0, 40, 130};
   const char* misfit = "plan does not match the file";
   std::vector<float> out(8 * 8 * 4);
-  for (const Row& row : {Row{"", good, {0, 3, 0}},
-                         {"bad plan", good, {0, 0, 0}, -1},
-                         {"bad plan", good, {0, 0, 0}, 1, -1},
-                         {"bad plan", good, {0, 0, 0}, 8, 8, 0},
-                         {"bad slot", good, {1, 0, 0}},
-                         {"bad slot", good, {0, 4, 0}},
-                         {"bad slot", good, {0, -1, 0}},
-                         {"bad slot", {0, 4, -2147483647, 0, 0, 40, 130}, {0, 0, 0}},
-                         {misfit, {0, 3, 1, 0, 0, 40, 130}, {-1, 9, 0}},
-                         {misfit, {0, -1, 1, 0, 0, 40, 130}, {0, 0, 0}},
-                         {misfit, {0, 0, 5, 0, 0, 40, 130}, {0, 0, 0}},
-                         {misfit, {1, 0, 4, 0, 0, 40, 130}, {0, 0, 0}},
-                         {misfit, {-1, 0, 4, 0, 0, 40, 130}, {0, 0, 0}},
-                         {misfit, {0, 0, 4, 0, 0, 39, 130}, {0, 0, 0}},
-                         {misfit, {0, 0, 4, 0, 0, 40, 131}, {0, 0, 0}}}) {
+  // The size and the number of outputs last.
+  const std::tuple<const char*, Read, Slot, int, int, size_t> rows[] = {
+      {"", good, {0, 3, 0}, 8, 8, 1},
+      {"bad plan", good, {0, 0, 0}, -1, 8, 1},
+      {"bad plan", good, {0, 0, 0}, 1, -1, 1},
+      {"bad plan", good, {0, 0, 0}, 8, 8, 0},
+      {"bad slot", good, {1, 0, 0}, 8, 8, 1},
+      {"bad slot", good, {0, 4, 0}, 8, 8, 1},
+      {"bad slot", good, {0, -1, 0}, 8, 8, 1},
+      {"bad slot", {0, 4, -2147483647, 0, 0, 40, 130}, {0, 0, 0}, 8, 8, 1},
+      {misfit, {0, 3, 1, 0, 0, 40, 130}, {-1, 9, 0}, 8, 8, 1},
+      {misfit, {0, -1, 1, 0, 0, 40, 130}, {0, 0, 0}, 8, 8, 1},
+      {misfit, {0, 0, 5, 0, 0, 40, 130}, {0, 0, 0}, 8, 8, 1},
+      {misfit, {1, 0, 4, 0, 0, 40, 130}, {0, 0, 0}, 8, 8, 1},
+      {misfit, {-1, 0, 4, 0, 0, 40, 130}, {0, 0, 0}, 8, 8, 1},
+      {misfit, {0, 0, 4, 0, 0, 39, 130}, {0, 0, 0}, 8, 8, 1},
+      {misfit, {0, 0, 4, 0, 0, 40, 131}, {0, 0, 0}, 8, 8, 1}};
+  for (const auto& [expected, read, slot, width, height, count] : rows) {
     std::string err = "left over";
-    const std::vector<float*> outs(row.outs, out.data());
-    EXPECT_EQ(
-        load_layers(zip, {row.read}, {{row.slot, {}, {}, {}}}, row.width, row.height, 2, outs, err, nullptr),
-        *row.err == 0);
-    EXPECT_EQ(err, row.err);
+    const std::vector<float*> outs(count, out.data());
+    EXPECT_EQ(load_layers(zip, {read}, {{slot, {}, {}, {}}}, width, height, 2, outs, err, nullptr),
+              *expected == 0);
+    EXPECT_EQ(err, expected);
   }
 }
 

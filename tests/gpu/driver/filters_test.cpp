@@ -291,12 +291,8 @@ TEST_F(Filters, both_ways_of_the_disc_agree_beside_a_far_brighter_pixel) {
 TEST_F(Filters, what_is_no_number_stays_where_it_is) {
   const int w = 150, h = 41, at_x = 70, at_y = 20;
   const Picture matte = photograph(w, h, 3);
-  struct Reach {
-    const char* op;
-    std::vector<double> params;
-    int pixels;  // what lies farther away is never touched
-  };
-  const Reach table[] = {
+  // What lies farther away than the last says is never touched.
+  const std::tuple<const char*, std::vector<double>, int> table[] = {
       {"blur", {3, 3, 0, 0, 0, 0, w, h}, 1},
       {"blur", {4, 4, 1, 0, 0, 0, w, h}, 3},
       {"blur", {4, 4, 2, 0, 0, 0, w, h}, 5},
@@ -315,30 +311,24 @@ TEST_F(Filters, what_is_no_number_stays_where_it_is) {
       {"edgeblur", {3, 3, 2, 0, 0, 0, w, h, 0, 1, 1, 1, 1, 1}, 4},
   };
   for (const float bad : {nan, infinity, -infinity})
-    for (const Reach& row : table) {
+    for (const auto& [op, params, pixels] : table) {
       Picture picture = photograph(w, h);
-      const Picture clean = run(row.op, {picture, matte}, row.params);
+      const Picture clean = run(op, {picture, matte}, params);
       for (int c = 0; c < 4; ++c) picture.at(at_x, at_y, c) = bad;
-      const Picture got = run(row.op, {picture, matte}, row.params);
+      const Picture got = run(op, {picture, matte}, params);
       for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
-          const bool coarse_lines = row.pixels == 12;  // only y is coarse there
-          if (std::abs(x - at_x) <= (coarse_lines ? 0 : row.pixels) && std::abs(y - at_y) <= row.pixels)
-            continue;
+          const bool coarse_lines = pixels == 12;  // only y is coarse there
+          if (std::abs(x - at_x) <= (coarse_lines ? 0 : pixels) && std::abs(y - at_y) <= pixels) continue;
           for (int c = 0; c < 4; ++c)
-            ASSERT_EQ(got.at(x, y, c), clean.at(x, y, c)) << row.op << " " << x << " " << y;
+            ASSERT_EQ(got.at(x, y, c), clean.at(x, y, c)) << op << " " << x << " " << y;
         }
     }
 }
 
 TEST_F(Filters, odd_parameters_do_no_harm) {
-  struct Case {
-    const char* op;
-    std::vector<double> params;
-    std::vector<size_t> odd;  // parameters to be made odd; a box of nonsense is the host's fault
-    bool keeps_constants;
-  };
-  const std::vector<Case> cases = {
+  // Which parameters are made odd (a box of nonsense is the host's fault), and whether constants stay.
+  const std::tuple<std::string, std::vector<double>, std::vector<size_t>, bool> cases[] = {
       {"blur", {4, 3, 1, 2, 0, 0, 5, 3}, {0, 1, 2, 3}, true},
       {"blur", {4, 3, 3, 0, 0, 0, 5, 3}, {0, 1, 2, 4, 5, 6, 7}, true},
       {"dilate", {1.5}, {0}, true},
@@ -352,15 +342,15 @@ TEST_F(Filters, odd_parameters_do_no_harm) {
   };
   const Picture flat(5, 3, 0.5F);
   const std::vector<Picture> inputs = {flat, flat};
-  for (const Case& each : cases)
-    for (const size_t i : each.odd)
+  for (const auto& [op, sound, places, keeps_constants] : cases)
+    for (const size_t i : places)
       for (const double odd : {-3.0, 0.0, 1e9, -1e300, 1e300, double(infinity), double(nan)}) {
-        std::vector<double> params = each.params;
+        std::vector<double> params = sound;
         params[i] = odd;
         Picture out = flat;
-        const size_t used = each.op == std::string("edgeblur") ? 2 : 1;
-        EXPECT_GE(run_filter(each.op, std::span(inputs).first(used), params, out), 0);
-        if (each.keeps_constants) expect_near(out, flat, 1e-4, each.op + testing::PrintToString(params));
+        const size_t used = op == "edgeblur" ? 2 : 1;
+        EXPECT_GE(run_filter(op, std::span(inputs).first(used), params, out), 0);
+        if (keeps_constants) expect_near(out, flat, 1e-4, op + testing::PrintToString(params));
       }
 }
 
