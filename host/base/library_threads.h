@@ -6,4 +6,8 @@ namespace host {
 // encoders and decoders share, to this many threads. For a program's start, before files are read.
 void hold_library_threads(int threads);
 
+// The same, and a software driver's that has not begun yet, which asks the environment: what a person set
+// there stays. 0: leaves all as they are.
+void hold_threads(int threads);
+
 }  // namespace host

@@ -93,7 +93,7 @@ void Delivery::send(int64_t frame, std::span<const node::Image> images, const fi
   for (size_t i = 0; i < images.size(); ++i) {
     try {
       // Of one file all are on their way together, or none would ever come back.
-      read_back(images[i], sent_area(images[i], file), buffers_, i > 0 ? unlimited : limit,
+      read_back(images[i], sent_area(images[i], file), Outside::left_out, buffers_, i > 0 ? unlimited : limit,
                 [this, meeting, i](ReadBack pixels) {
                   arrived(*meeting, i, std::move(pixels), "the image could not be read back from the device");
                 });

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <utility>
 
 namespace host::render {
@@ -38,7 +39,7 @@ uint64_t texture_bytes(const Box& window) {
 // pixels, which is counted elsewhere.
 class DrawTime {
  public:
-  DrawTime(std::optional<gpu::Timer>& timer, Stats& stats, const node::ContextTimes& elsewhere)
+  DrawTime(gpu::Timer* timer, Stats& stats, const node::ContextTimes& elsewhere)
       : timer_(timer), stats_(stats), elsewhere_(elsewhere), before_(sum()), watch_(stats.draw_ms) {
     if (timer_) timer_->begin();
   }
@@ -54,12 +55,17 @@ class DrawTime {
     return elsewhere_.wait_decode_ms + elsewhere_.upload_ms;
   }
 
-  std::optional<gpu::Timer>& timer_;
+  gpu::Timer* timer_;
   Stats& stats_;
   const node::ContextTimes& elsewhere_;
   double before_;
   Stopwatch watch_;
 };
+
+// What was drawn while the flag went up may be half an image, which nobody may see.
+void check(const std::atomic<bool>* stop) {
+  if (stop && *stop) throw frame::Interrupted();
+}
 
 // Closes the touch cycle however the evaluation ends.
 struct TouchCycle {
@@ -78,6 +84,7 @@ struct TouchCycle {
 struct Evaluator::Run {
   const frame::KeyedFrame& frame;
   const Keep& keep;
+  const std::atomic<bool>* stop;
   std::vector<std::optional<Extent>> extents;  // of those that somebody asked about
   std::vector<ResultPtr> results;
   std::vector<std::pair<node::Image, node::Image>> settled;  // pending, and drawn: for other readers
@@ -85,7 +92,7 @@ struct Evaluator::Run {
 
 Evaluator::Evaluator(const shot::Composition& composition, const node::Project& project,
                      gpu::TexturePool& pool, node::RenderContext& context, ResultStore& store, Stats& stats,
-                     MemoryUse use, uint64_t memory, bool time_device, const std::atomic<bool>* stop)
+                     MemoryUse use, uint64_t memory, gpu::Timer* timer)
     : composition_(composition),
       project_(project),
       pool_(pool),
@@ -94,15 +101,13 @@ Evaluator::Evaluator(const shot::Composition& composition, const node::Project& 
       stats_(stats),
       use_(std::move(use)),
       memory_(memory),
-      stop_(stop) {
-  if (time_device) timer_.emplace();
-}
+      timer_(timer) {}
 
 std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, const Keep& keep,
-                                             const std::vector<Part>& parts) {
+                                             const std::vector<Part>& parts, const std::atomic<bool>* stop) {
   const DrawTime time(timer_, stats_, context_.times());
   const size_t count = frame.graph.instances.size();
-  Run run{frame, keep, std::vector<std::optional<Extent>>(count), std::vector<ResultPtr>(count), {}};
+  Run run{frame, keep, stop, std::vector<std::optional<Extent>>(count), std::vector<ResultPtr>(count), {}};
   const TouchCycle cycle(store_);
   qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys);
 
@@ -156,7 +161,7 @@ void Evaluator::compute(Run& run, size_t at) {
     image.metadata = node.type->operation->metadata(call, inputs);
     return image;
   });
-  check_stop();
+  check(run.stop);
   ++stats_.computed;
   if (run.keep(key)) store_.put(key, result);
   run.results[at] = std::move(result);
@@ -212,7 +217,7 @@ const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {
     const frame::Instance& instance = run.frame.graph.instances[at];
     make_room(composition_, instance, window);
     node::Image image = attempt(composition_, instance, [&] { return node::settle(wanted, context_); });
-    check_stop();
+    check(run.stop);
     drawn = std::move(image);
     run.settled.emplace_back(wanted, drawn);
     hold_to_memory();
@@ -236,6 +241,10 @@ void Evaluator::make_room(const shot::Composition& composition, const frame::Ins
   if (used <= memory_) return;
   const uint64_t over = used - memory_;
   stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over));
+}
+
+Evaluator::Part part_of(Area area) {
+  return area == Area::format ? Evaluator::Part::in_format : Evaluator::Part::whole;
 }
 
 std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs) {
@@ -276,11 +285,6 @@ void Evaluator::end_frame() {
   // Textures of sizes that do not come again, in the memory of the process, leave holes that fit nothing
   // else.
   if (!timer_ && pool_.bytes_idle() + context_.scratch_bytes() < before) return_freed_memory();
-}
-
-// What was drawn while the flag went up may be half an image, which nobody may see.
-void Evaluator::check_stop() const {
-  if (stop_ && *stop_) throw frame::Interrupted();
 }
 
 }  // namespace host::render

@@ -5,13 +5,13 @@
 #include "host/frame/targets.h"
 #include "host/gpu/timer.h"
 #include "host/node/render_context.h"
+#include "host/render/frame_image.h"
 #include "host/render/result_store.h"
 #include "host/render/stats.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <vector>
 
 namespace host::render {
@@ -23,24 +23,20 @@ class Evaluator {
   // Whether a result is worth keeping for later frames.
   using Keep = std::function<bool(int64_t key)>;
 
-  // use: what all owners have, textures among them; memory: bytes that it may come to; time_device: ask the
-  // device for its times; stop: ends an evaluation between two nodes, may be null.
+  // use: what all owners have, textures among them; memory: bytes that it may come to; timer: asked how long
+  // the device draws, may be null.
   Evaluator(const shot::Composition& composition, const node::Project& project, gpu::TexturePool& pool,
             node::RenderContext& context, ResultStore& store, Stats& stats, MemoryUse use, uint64_t memory,
-            bool time_device, const std::atomic<bool>* stop);
+            gpu::Timer* timer);
 
   // How much of an output is wanted: a transform at the end of a graph is drawn no further.
   enum class Part { whole, in_format };
 
   // The outputs' images, settled, in the graph's order; `parts` names one an output. Throws
-  // FrameError, MemoryLimit when one image alone is larger than the memory, ShaderError, Interrupted.
+  // FrameError, MemoryLimit when one image alone is larger than the memory, ShaderError, and Interrupted
+  // between two nodes once `stop`, which may be null, is set.
   std::vector<node::Image> evaluate(const frame::KeyedFrame& frame, const Keep& keep,
-                                    const std::vector<Part>& parts);
-
-  // Milliseconds that the device has drawn for. Waits for the last draw.
-  double device_ms() {
-    return timer_ ? timer_->total_ms(true) : stats_.draw_ms;
-  }
+                                    const std::vector<Part>& parts, const std::atomic<bool>* stop = nullptr);
 
  private:
   struct Run;
@@ -52,7 +48,6 @@ class Evaluator {
   void make_room(const shot::Composition& composition, const frame::Instance& instance, const Box& window);
   void hold_to_memory();
   void end_frame();
-  void check_stop() const;
 
   const shot::Composition& composition_;
   const node::Project& project_;
@@ -62,9 +57,11 @@ class Evaluator {
   Stats& stats_;
   MemoryUse use_;
   uint64_t memory_;
-  const std::atomic<bool>* stop_;
-  std::optional<gpu::Timer> timer_;
+  gpu::Timer* timer_;
 };
+
+// What of an image is drawn where this much of it is wanted.
+Evaluator::Part part_of(Area area);
 
 // Where the images of each target stand among frame::images_of, and what of them the files show.
 std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs);

@@ -15,6 +15,9 @@ struct SentLimit {
   bool room(size_t out, uint64_t held, uint64_t more) const;
 };
 
+// Of images that are handed out one frame after another, how many are drawn before they are asked for.
+constexpr size_t images_ahead = 2;
+
 // Of an image that others which are out already wait for.
 constexpr SentLimit unlimited{SIZE_MAX, UINT64_MAX / 2};
 

@@ -184,11 +184,10 @@ class Rehearsal {
         decoder_(*headers_, limits_, use_),
         context_(
             shaders_, pool_, [this](const plates::Source& source) { return decoder_.take(source); }, use_),
-        evaluator_(composition, project_, pool_, context_, store_, stats_, use_, options.memory, false,
-                   nullptr),
+        evaluator_(composition, project_, pool_, context_, store_, stats_, use_, options.memory, nullptr),
         keys_(composition, project_),
-        upcoming_(composition, project_, keys_, options.frames.empty() ? composition.frames : options.frames,
-                  limits_.frames_ahead),
+        upcoming_(composition, project_, keys_, frame::images_of(composition),
+                  options.frames.empty() ? composition.frames : options.frames, limits_.frames_ahead),
         delivery_(limits_, use_) {
     headers_->hold_to(context.max_texture_size());
     if (context.software()) shaders_.widen_blurs();
@@ -199,7 +198,7 @@ class Rehearsal {
   Holdings run() {
     Upcoming frame;
     while (upcoming_.next(frame)) {
-      if (!frame.error.empty()) continue;
+      if (frame.error) continue;
       try {
         rehearse(frame);
       } catch (const frame::FrameError&) {

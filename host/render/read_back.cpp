@@ -5,19 +5,48 @@
 #include "host/gpu/gl_functions.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace host::render {
 namespace {
 
+constexpr int channels = 4;
+
+size_t floats_of(const Box& box) {
+  return static_cast<size_t>(box_width(box)) * static_cast<size_t>(box_height(box)) * channels;
+}
+
+// Lays out rows that stand packed at the beginning of a buffer as they lie in a larger box, and clears the
+// rest. From the last row on, so that none is written over before it has moved.
+void spread(float* pixels, const Box& packed, const Box& box) {
+  const size_t row = static_cast<size_t>(box_width(packed)) * channels;
+  const size_t stride = static_cast<size_t>(box_width(box)) * channels;
+  const size_t left = static_cast<size_t>(packed[0] - box[0]) * channels;
+  const auto above = static_cast<size_t>(box[3] - packed[3]);
+  const auto rows = static_cast<size_t>(box_height(packed));
+  float* clear_to = pixels + floats_of(box);
+  for (size_t i = rows; i-- > 0;) {
+    float* const place = pixels + (above + i) * stride + left;
+    std::memmove(place, pixels + i * row, row * sizeof(float));
+    std::fill(place + row, clear_to, 0.0F);
+    clear_to = place;
+  }
+  std::fill(pixels, clear_to, 0.0F);
+}
+
 // Alive until the ring has run the callback.
 struct Transfer {
-  ReadBack result;
+  ReadBack result;  // its window is that of the buffer
+  Box filled{};     // what comes of it from the device, at the buffer's beginning
   std::shared_ptr<float[]> pixels;
   std::function<void(ReadBack)> done;
 
   void finish(bool whole) {
-    if (whole) result.rgba = pixels;
+    if (whole) {
+      if (filled != result.window) spread(pixels.get(), filled, result.window);
+      result.rgba = pixels;
+    }
     pixels.reset();
     done(std::move(result));
   }
@@ -86,28 +115,43 @@ std::shared_ptr<float[]> BufferPool::acquire(size_t floats, const SentLimit& lim
           }};
 }
 
+void BufferPool::note_read(uint64_t bytes) {
+  const std::lock_guard lock(state_->mutex);
+  state_->bytes_read += bytes;
+}
+
+uint64_t BufferPool::bytes_read() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->bytes_read;
+}
+
 Box read_window(const node::Image& image, const Box& area) {
   return image.texture ? intersection(image.extent.window, area) : Box{};
 }
 
-uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, const SentLimit& limit,
-                   std::function<void(ReadBack)> done) {
+uint64_t read_back(const node::Image& image, const Box& area, Outside outside, BufferPool& buffers,
+                   const SentLimit& limit, std::function<void(ReadBack)> done) {
   const Box window = read_window(image, area);
-  if (is_empty(window)) {
+  if (is_empty(window) && outside == Outside::left_out) {
     done({{area[0], area[1], area[0] + 1, area[1] + 1}, std::shared_ptr<const float[]>(new float[4]())});
     return 0;
   }
-  const int width = static_cast<int>(box_width(window));
-  const int height = static_cast<int>(box_height(window));
   const auto transfer = std::make_shared<Transfer>();
-  transfer->result.window = window;
-  transfer->pixels = buffers.acquire(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, limit);
+  transfer->result.window = outside == Outside::left_out ? window : area;
+  transfer->filled = window;
+  transfer->pixels = buffers.acquire(floats_of(transfer->result.window), limit);
   transfer->done = std::move(done);
+  if (is_empty(window)) {
+    transfer->finish(true);
+    return 0;
+  }
+  buffers.note_read(floats_of(window) * sizeof(float));
   const int x = static_cast<int>(window[0] - image.extent.window[0]);
   const int y = static_cast<int>(image.extent.window[3] - window[3]);
   const BoundForDrawing bound(image.texture->framebuffer);
   const uint64_t ticket = qv::transport::start(
-      image.texture->framebuffer, 0, x, y, width, height, 4, transfer->pixels.get(), nullptr, 0,
+      image.texture->framebuffer, 0, x, y, static_cast<int>(box_width(window)),
+      static_cast<int>(box_height(window)), channels, transfer->pixels.get(), nullptr, 0,
       [transfer] { transfer->finish(!qv::transport::failed(qv::transport::current_ticket())); });
   if (ticket == 0) transfer->finish(false);
   return ticket;

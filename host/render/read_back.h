@@ -26,6 +26,10 @@ class BufferPool {
   // for while the limit has no room.
   std::shared_ptr<float[]> acquire(size_t floats, const SentLimit& limit);
 
+  // What has been read into its buffers, in bytes; counted by read_back.
+  void note_read(uint64_t bytes);
+  uint64_t bytes_read() const;
+
  private:
   struct State {
     explicit State(MemoryUse use) : account(std::move(use), Owner::sent) {}
@@ -34,6 +38,7 @@ class BufferPool {
     std::condition_variable back;
     size_t out = 0;
     uint64_t out_bytes = 0;
+    uint64_t bytes_read = 0;
     size_t floats = 0;  // of each kept buffer; those of another size are not kept
     std::vector<std::unique_ptr<float[]>> kept;
     Account account;
@@ -54,12 +59,15 @@ struct ReadBack {
 // The part of an image that a reading of `area` is of; empty where it has no pixels there.
 Box read_window(const node::Image& image, const Box& area);
 
+// What becomes of the part of an area in which an image has no pixels. `left_out`: of an area without any,
+// one transparent pixel is read all the same, because no file can have none.
+enum class Outside : uint8_t { left_out, transparent };
+
 // Starts reading the part of an image that lies in `area` through the transfer ring. The texture may
-// be drawn into by later calls at once. `done` runs on the ring's thread, in order of the calls. An
-// image without pixels there gives one transparent pixel, because no file can have none. Waits while
+// be drawn into by later calls at once. `done` runs on the ring's thread, in order of the calls. Waits while
 // every slot of the ring is in flight, or `limit` has no room. Returns the ticket to wait for, 0 when `done`
 // has run already. GL thread only.
-uint64_t read_back(const node::Image& image, const Box& area, BufferPool& buffers, const SentLimit& limit,
-                   std::function<void(ReadBack)> done);
+uint64_t read_back(const node::Image& image, const Box& area, Outside outside, BufferPool& buffers,
+                   const SentLimit& limit, std::function<void(ReadBack)> done);
 
 }  // namespace host::render

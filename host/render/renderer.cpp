@@ -4,9 +4,11 @@
 #include <qv/transport/ring.h>
 
 #include "host/base/stopwatch.h"
+#include "host/frame/colors.h"
+#include "host/frame/frame_notices.h"
 #include "host/frame/project.h"
 #include "host/programs/program_binaries.h"
-#include "host/render/read_back.h"
+#include "host/render/image_sequence.h"
 #include "host/render/renderer_state.h"
 #include "host/render/upcoming.h"
 
@@ -18,56 +20,118 @@ namespace {
 
 namespace filter = qv::nodes::filter;
 
+int ring_users = 0;  // on the GL thread
+
 }  // namespace
 
-Renderer::State::State(const shot::Composition& shot, RenderOptions render_options,
-                       gpu::GpuContext& gpu_context)
-    : composition(shot),
-      options(std::move(render_options)),
+RingUser::RingUser() {
+  std::string error;
+  if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
+  ++ring_users;
+}
+
+RingUser::~RingUser() {
+  if (--ring_users == 0) qv::transport::close();
+}
+
+Subject::Subject(Renderer::State& of, Renderer::CompositionPtr shot, double scale)
+    : renderer(of),
+      held(std::move(shot)),
+      composition(*held),
+      project(frame::make_project(composition, scale, *of.headers, of.options.by_content)),
+      evaluator(composition, project, of.pool, of.context, of.store, of.stats, of.use, of.options.memory,
+                of.timer ? &*of.timer : nullptr),
+      keys(composition, project),
+      single_keys(composition, project) {}
+
+Subject::~Subject() {
+  renderer.visited_before += keys.visited() + single_keys.visited();
+}
+
+void Subject::notice(const frame::KeyedFrame& frame) {
+  const auto add = [this](const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) renderer.notices.add(text);
+  };
+  if (!std::exchange(colors_noted, true)) add(frame::color_notices(composition, project, frame.graph.frame));
+  add(frame::frame_notices(composition, frame.graph, project));
+}
+
+Renderer::State::State(CompositionPtr composition, RendererOptions given, gpu::GpuContext& gpu_context)
+    : options(std::move(given)),
       gpu(gpu_context),
       limits(options.threads, options.memory, gpu.software()),
       use(!gpu.software()),
       headers(options.headers ? options.headers : std::make_shared<plates::Headers>()),
-      project(frame::make_project(shot, options.scale, *headers, options.by_content)),
       decoder(*headers, limits.threads, limits.decoded_bytes, notices, use),
       shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
       pool(options.memory, gpu.max_texture_size(), use),
       context(shaders, pool, decoder, use),
-      targets(composition, project, options.outputs),
       buffers(static_cast<size_t>(limits.threads), use),
-      evaluator(composition, project, pool, context, store, stats, use, options.memory, !gpu.software(),
-                options.stop),
-      keys(composition, project),
-      single_keys(composition, project),
-      gpu_before(qv::gpu::stats()),
-      scratch_before(filter::stats().created),
-      read_back_before(qv::transport::stats().bytes) {
+      views(images_ahead + 1, use),
+      held(options.memory),
+      ring(use, Owner::ring) {
   headers->hold_to(gpu.max_texture_size());
-  qv::transport::set_ring_size(limits.ring);
-  std::string error;
-  if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
-  if (gpu.software()) shaders.widen_blurs();
-  filter::scratch_sampler(pool.sampler());
-  filter::scratch_cap(options.memory / 4);
+  if (gpu.software()) {
+    shaders.widen_blurs();
+  } else {
+    timer.emplace();
+  }
+  subject = std::make_shared<Subject>(*this, std::move(composition), options.scale);
 }
 
 Renderer::State::~State() {
-  qv::transport::close();
+  // Its sampler goes with the pool of textures.
   filter::scratch_trim(0);
+  filter::scratch_sampler(0);
+}
+
+const SubjectPtr& Renderer::State::at_scale(double scale) {
+  if (scale == 0 || scale == options.scale) return subject;
+  if (!scaled || scaled->project.scale != scale)
+    scaled = std::make_shared<Subject>(*this, subject->held, scale);
+  return scaled;
+}
+
+uint64_t Renderer::State::send(const Subject& of, const ImageRequest& request, int64_t frame,
+                               const node::Image& image, ImageDone done) {
+  const Extent& extent = image.extent;
+  FrameImage sent;
+  sent.node = of.composition.nodes[static_cast<size_t>(request.node)].name;
+  sent.frame = frame;
+  sent.extent = extent;
+  sent.area = request.area == Area::format ? format_box(extent.format) : read_window(image, extent.window);
+  sent.extent.window = read_window(image, sent.area);
+  sent.coverage = image.coverage;
+  sent.metadata = image.metadata;
+  if (is_empty(sent.area)) {
+    done(std::move(sent), "");
+    return 0;
+  }
+  const Box area = sent.area;
+  const auto counted = held.hold(
+      {sent.node, frame,
+       uint64_t{16} * static_cast<uint64_t>(box_width(area)) * static_cast<uint64_t>(box_height(area))});
+  const std::string place = frame::frame_place(of.composition, request.node, frame);
+  const auto arrived = [sent = std::move(sent), counted, place,
+                        done = std::move(done)](const ReadBack& read) {
+    FrameImage whole = sent;
+    if (!read.rgba) return done(std::move(whole), place + "the image could not be read back from the device");
+    whole.pixels = {read.rgba.get(), [rgba = read.rgba, counted](const float*) {}};
+    done(std::move(whole), "");
+  };
+  const uint64_t ticket = read_back(image, area, Outside::transparent, views, unlimited, arrived);
+  ring.set(qv::transport::stats().held);
+  return ticket;
 }
 
 void Renderer::State::gather_stats() {
-  const qv::gpu::Stats& now = qv::gpu::stats();
   const plates::DecoderStats files = decoder.stats();
-  stats.gpu_ms = evaluator.device_ms();
-  stats.visited = keys.visited() + single_keys.visited();
-  stats.draws = static_cast<int64_t>(now.draws - gpu_before.draws);
-  stats.uniforms_sent = static_cast<int64_t>(now.uploads - gpu_before.uploads);
-  stats.uniforms_skipped = static_cast<int64_t>(now.skipped - gpu_before.skipped);
+  stats.gpu_ms = timer ? timer->total_ms(true) : stats.draw_ms;
+  stats.visited = visited_before + subject->keys.visited() + subject->single_keys.visited();
+  if (scaled) stats.visited += scaled->keys.visited() + scaled->single_keys.visited();
   stats.programs_compiled = shaders.made().compiled;
   stats.programs_restored = shaders.made().restored;
-  stats.textures_created = static_cast<int64_t>(pool.created() + filter::stats().created - scratch_before);
-  stats.bytes_read_back = qv::transport::stats().bytes - read_back_before;
+  stats.bytes_read_back = buffers.bytes_read() + views.bytes_read();
   stats.files_read = files.files;
   const Holdings peaks = use.peaks();
   stats.peak_texture_bytes = peaks.of(Owner::device);
@@ -81,43 +145,86 @@ void Renderer::State::gather_stats() {
   stats.upload_ms = context.times().upload_ms;
 }
 
-Renderer::Renderer(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context) {
+Turn::Turn(Renderer::State& renderer, const std::atomic<bool>* stop) : renderer_(renderer) {
+  const uint64_t scratch_cap = renderer.options.memory / 4;
+  qv::transport::set_ring_size(renderer.limits.ring);
+  filter::scratch_sampler(renderer.pool.sampler());
+  filter::scratch_cap(scratch_cap);
+  renderer.context.trim_scratch(scratch_cap);
+  if (stop && renderer.gpu.software()) stoppable_.emplace(*stop);
+  gpu_before_ = qv::gpu::stats();
+  scratch_before_ = filter::stats().created + renderer.pool.created();
+}
+
+Turn::~Turn() {
+  const qv::gpu::Stats& now = qv::gpu::stats();
+  Stats& stats = renderer_.stats;
+  stats.draws += static_cast<int64_t>(now.draws - gpu_before_.draws);
+  stats.uniforms_sent += static_cast<int64_t>(now.uploads - gpu_before_.uploads);
+  stats.uniforms_skipped += static_cast<int64_t>(now.skipped - gpu_before_.skipped);
+  stats.textures_created +=
+      static_cast<int64_t>(filter::stats().created + renderer_.pool.created() - scratch_before_);
+}
+
+Renderer::Renderer(CompositionPtr composition, const RendererOptions& options, gpu::GpuContext& context) {
   double start_ms = 0;
   {
     const Stopwatch watch(start_ms);
-    state_ = std::make_unique<State>(composition, std::move(options), context);
+    state_ = std::make_unique<State>(std::move(composition), options, context);
   }
   state_->stats.start_ms = start_ms;
 }
 
 Renderer::~Renderer() = default;
 
-HostImage Renderer::image(int node, int64_t frame) {
+void Renderer::replace(CompositionPtr composition) {
+  // Files are known by their path as written, which may mean others in another folder.
+  if (composition->folder != state_->subject->composition.folder) state_->store.shrink(0);
+  state_->scaled.reset();
+  state_->subject = std::make_shared<Subject>(*state_, std::move(composition), state_->options.scale);
+}
+
+FrameImage Renderer::read(const ImageRequest& request, int64_t frame) {
   State& state = *state_;
-  const frame::KeyedFrame keyed = state.single_keys.frame({node}, frame);
+  const SubjectPtr subject = state.at_scale(request.scale);
+  const Turn turn(state, request.stop);
+  const frame::KeyedFrame keyed = subject->single_keys.frame({request.node}, frame);
   std::vector<plates::Wanted> wanted;
-  add_wanted(state.composition, state.project, keyed, 0, state.store, wanted);
+  add_wanted(subject->composition, subject->project, keyed, 0, state.store, wanted);
   state.decoder.want(wanted);
-  // Nothing is known of what will be asked for next, so everything may be.
-  const auto images = state.evaluator.evaluate(keyed, [](int64_t) { return true; }, {Evaluator::Part::whole});
-  const node::Image& image = images.at(0);
-  HostImage result{image.extent, {}};
-  if (!image.texture) return result;
-  ReadBack pixels;
-  qv::transport::wait(read_back(image, image.extent.window, state.buffers, {},
-                                [&](ReadBack read) { pixels = std::move(read); }));
-  if (!pixels.rgba) {
-    throw frame::FrameError(frame::frame_place(state.composition, node, frame) +
-                            "the image could not be read back from the device");
-  }
-  const auto floats = static_cast<size_t>(box_width(pixels.window) * box_height(pixels.window) * 4);
-  result.rgba.assign(pixels.rgba.get(), pixels.rgba.get() + floats);
+  subject->notice(keyed);
+  const auto images = subject->evaluator.evaluate(
+      keyed, [](int64_t) { return true; }, {part_of(request.area)}, request.stop);
+  FrameImage result;
+  std::string error = "out of memory";  // unless it arrives
+  qv::transport::wait(
+      state.send(*subject, request, frame, images.at(0), [&](FrameImage image, const std::string& why) {
+        result = std::move(image);
+        error = why;
+      }));
+  if (!error.empty()) throw frame::FrameError(error);
   return result;
+}
+
+std::unique_ptr<ImageSequence> Renderer::sequence(const ImageRequest& request, std::vector<int64_t> frames) {
+  return std::make_unique<ImageSequence>(state_->at_scale(request.scale), request, std::move(frames));
+}
+
+const RendererOptions& Renderer::options() const {
+  return state_->options;
 }
 
 const Stats& Renderer::stats() const {
   state_->gather_stats();
   return state_->stats;
+}
+
+const HeldImages& Renderer::held() const {
+  return state_->held;
+}
+
+std::vector<std::string> Renderer::take_notices() {
+  return state_->notices.take();
 }
 
 }  // namespace host::render

@@ -5,25 +5,59 @@
 #include "host/base/memory_use.h"
 #include "host/base/notices.h"
 #include "host/frame/keyed_frame.h"
-#include "host/frame/targets.h"
+#include "host/gpu/stoppable_draws.h"
 #include "host/gpu/texture_pool.h"
+#include "host/gpu/timer.h"
 #include "host/node/render_context.h"
 #include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
 #include "host/render/evaluator.h"
+#include "host/render/held_images.h"
 #include "host/render/limits.h"
 #include "host/render/read_back.h"
 #include "host/render/renderer.h"
 #include "host/render/result_store.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace host::render {
 
-// What a renderer is made of, each part for those below it.
+// What is rendered: a composition at a scale.
+struct Subject {
+  Subject(Renderer::State& renderer, Renderer::CompositionPtr composition, double scale);
+  ~Subject();
+  Subject(const Subject&) = delete;
+  Subject& operator=(const Subject&) = delete;
+
+  // Tells what a person should know of a frame, whose files are on their way.
+  void notice(const frame::KeyedFrame& frame);
+
+  Renderer::State& renderer;
+  const Renderer::CompositionPtr held;
+  const shot::Composition& composition;
+  const node::Project project;
+  Evaluator evaluator;
+  frame::FrameKeys keys;         // of the composition's outputs
+  frame::FrameKeys single_keys;  // of whatever node is asked for by itself
+  bool colors_noted = false;
+};
+using SubjectPtr = std::shared_ptr<Subject>;
+
+// The process's transfer ring, ready while there is one of these.
+class RingUser {
+ public:
+  RingUser();
+  ~RingUser();
+  RingUser(const RingUser&) = delete;
+  RingUser& operator=(const RingUser&) = delete;
+};
+
+// What a renderer is made of whatever it renders, each part for those below it; and what it renders.
 struct Renderer::State {
-  State(const shot::Composition& composition, RenderOptions options, gpu::GpuContext& context);
+  State(CompositionPtr composition, RendererOptions options, gpu::GpuContext& context);
   ~State();
   State(const State&) = delete;
   State& operator=(const State&) = delete;
@@ -31,28 +65,50 @@ struct Renderer::State {
   // Brings the counters that others keep into the statistics.
   void gather_stats();
 
-  const shot::Composition& composition;
-  RenderOptions options;
+  // Of the composition at a scale. That of the renderer stays, and the last one of another scale.
+  const SubjectPtr& at_scale(double scale);
+
+  // Starts reading an image of a frame; returns as read_back. Throws MemoryBudget.
+  uint64_t send(const Subject& of, const ImageRequest& request, int64_t frame, const node::Image& image,
+                ImageDone done);
+
+  const RendererOptions options;
   gpu::GpuContext& gpu;
   const Limits limits;
   const MemoryUse use;
+  const RingUser ring_user;
   Stats stats;
   Notices notices;
   std::shared_ptr<plates::Headers> headers;
-  node::Project project;
+  std::optional<gpu::Timer> timer;  // of a device with a clock of its own
   plates::Decoder decoder;
   programs::ShaderLibrary shaders;
   gpu::TexturePool pool;
   node::RenderContext context;
-  frame::Targets targets;
   ResultStore store;
   BufferPool buffers;  // of images on their way to files
-  Evaluator evaluator;
-  frame::FrameKeys keys;         // of the composition's outputs
-  frame::FrameKeys single_keys;  // of whatever image() asks for
-  qv::gpu::Stats gpu_before;
-  uint64_t scratch_before;
-  uint64_t read_back_before;
+  BufferPool views;    // of those that are handed out
+  HeldImages held;
+  Account ring;
+  int64_t visited_before = 0;  // by subjects that are gone
+  SubjectPtr subject;
+  SubjectPtr scaled;  // at another scale; may be null
+};
+
+// A renderer's turn: while it lives what the process has but one of serves this renderer, and draws end once
+// `stop`, which may be null, is set. One at a time.
+class Turn {
+ public:
+  Turn(Renderer::State& renderer, const std::atomic<bool>* stop);
+  ~Turn();
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  Renderer::State& renderer_;
+  std::optional<gpu::StoppableDraws> stoppable_;
+  qv::gpu::Stats gpu_before_;
+  uint64_t scratch_before_;
 };
 
 }  // namespace host::render

@@ -1,25 +1,22 @@
 #include "host/base/stopwatch.h"
-#include "host/frame/colors.h"
 #include "host/frame/digest.h"
-#include "host/frame/frame_notices.h"
 #include "host/frame/obstacles.h"
-#include "host/gpu/stoppable_draws.h"
+#include "host/frame/targets.h"
 #include "host/render/delivery.h"
 #include "host/render/renderer.h"
 #include "host/render/renderer_state.h"
 #include "host/render/upcoming.h"
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 namespace host::render {
 namespace {
 
-std::vector<int64_t> checked_frames(const Renderer::State& state) {
-  const auto& asked = state.options.frames;
-  const std::vector<int64_t>& frames = asked.empty() ? state.composition.frames : asked;
-  state.targets.check(frames);
+const std::vector<int64_t>& checked_frames(const shot::Composition& composition, const RunOptions& options,
+                                           const frame::Targets& targets) {
+  const std::vector<int64_t>& frames = options.frames.empty() ? composition.frames : options.frames;
+  targets.check(frames);
   return frames;
 }
 
@@ -28,11 +25,16 @@ std::vector<int64_t> checked_frames(const Renderer::State& state) {
 // One run over the frames: everything that is not worth keeping between runs.
 class Run {
  public:
-  Run(Renderer::State& state, Progress& progress)
+  Run(Renderer::State& state, const RunOptions& options, Progress& progress)
       : state_(state),
+        subject_(state.subject),
+        composition_(subject_->composition),
+        options_(options),
         progress_(progress),
-        frames_(checked_frames(state)),
-        upcoming_(state.composition, state.project, state.keys, unfinished(), state.limits.frames_ahead),
+        targets_(composition_, subject_->project, options.outputs),
+        frames_(checked_frames(composition_, options, targets_)),
+        upcoming_(composition_, subject_->project, subject_->keys, frame::images_of(composition_),
+                  unfinished(), state.limits.frames_ahead),
         delivery_(state.limits, state.buffers, state.notices, state.use) {}
 
   Outcome render_all() {
@@ -51,7 +53,7 @@ class Run {
     state_.gather_stats();
     if (!whole) return Outcome::interrupted;
     if (over_memory_) return Outcome::memory;
-    return state_.stats.failed > 0 ? Outcome::some_failed : Outcome::done;
+    return failed_ > 0 ? Outcome::some_failed : Outcome::done;
   }
 
  private:
@@ -59,7 +61,7 @@ class Run {
   bool render_frames() {
     Upcoming frame;
     while (upcoming_.next(frame)) {
-      if (state_.options.stop && *state_.options.stop) return false;
+      if (options_.stop && *options_.stop) return false;
       try {
         render_one(frame);
       } catch (const frame::Interrupted&) {
@@ -69,7 +71,7 @@ class Run {
       report_finished();
       // A frame that could not be drawn ends the run at once, though earlier files are still on
       // their way; one that could not be written does so as soon as it is known.
-      if ((draw_failed_ || state_.stats.failed > 0) && !state_.options.keep_going) break;
+      if ((draw_failed_ || failed_ > 0) && !options_.keep_going) break;
     }
     return true;
   }
@@ -96,7 +98,7 @@ class Run {
 
   // The frames that are to be rendered; notes those whose files are there and may stay.
   std::vector<int64_t> unfinished() {
-    const frame::Existing existing = state_.options.existing;
+    const frame::Existing existing = options_.existing;
     if (existing != frame::Existing::skip && existing != frame::Existing::current) return frames_;
     std::vector<int64_t> left;
     for (const int64_t frame : frames_) (stands_already(frame) ? finished_before_ : left).push_back(frame);
@@ -104,32 +106,29 @@ class Run {
   }
 
   bool stands_already(int64_t frame) const {
-    if (state_.options.existing == frame::Existing::current) return state_.options.kept.count(frame) > 0;
-    if (state_.options.stale.count(frame) > 0) return false;
-    const std::vector<frame::Target> targets = state_.targets.at(frame);
+    if (options_.existing == frame::Existing::current) return options_.kept.count(frame) > 0;
+    if (options_.stale.count(frame) > 0) return false;
+    const std::vector<frame::Target> targets = targets_.at(frame);
     return std::all_of(targets.begin(), targets.end(),
                        [](const frame::Target& target) { return frame::stands(target.file.path); });
   }
 
   void draw_and_send(const Upcoming& frame, FrameReport& report) {
-    if (!frame.error.empty()) throw frame::FrameError(frame.error);
-    const auto stale = state_.options.stale.find(frame.frame);
-    if (stale != state_.options.stale.end()) throw frame::FrameError(stale->second);
-    std::vector<frame::Target> targets = state_.targets.at(frame.frame);
+    if (frame.error) throw frame::FrameError(*frame.error);
+    const auto stale = options_.stale.find(frame.frame);
+    if (stale != options_.stale.end()) throw frame::FrameError(stale->second);
+    std::vector<frame::Target> targets = targets_.at(frame.frame);
     refuse_existing(targets, frame.frame);
     for (frame::Target& target : targets) {
-      target.file.digest = frame::digest(state_.composition, frame.keyed, target, state_.project);
+      target.file.digest = frame::digest(composition_, frame.keyed, target, subject_->project);
       report.digest += (report.digest.empty() ? "" : " ") + target.file.digest;
     }
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
-    note_colors(frame.frame);
-    for (const std::string& text :
-         frame::frame_notices(state_.composition, frame.keyed.graph, state_.project)) {
-      state_.notices.add(text);
-    }
-    const std::vector<std::vector<size_t>> places = places_of(targets, state_.composition.outputs.size());
-    const auto images = state_.evaluator.evaluate(
-        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts_of(targets, places));
+    subject_->notice(frame.keyed);
+    const std::vector<std::vector<size_t>> places = places_of(targets, composition_.outputs.size());
+    const auto images = subject_->evaluator.evaluate(
+        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts_of(targets, places),
+        options_.stop);
     for (size_t i = 0; i < targets.size(); ++i) {
       std::vector<node::Image> layers;
       layers.reserve(places[i].size());
@@ -138,21 +137,13 @@ class Run {
     }
   }
 
-  // Of the first frame alone; its headers are on their way by then.
-  void note_colors(int64_t frame) {
-    if (std::exchange(colors_noted_, true)) return;
-    for (const std::string& text : frame::color_notices(state_.composition, state_.project, frame)) {
-      state_.notices.add(text);
-    }
-  }
-
   // They may have come since the run was planned.
   void refuse_existing(const std::vector<frame::Target>& targets, int64_t frame) const {
-    if (state_.options.existing != frame::Existing::refuse) return;
+    if (options_.existing != frame::Existing::refuse) return;
     for (const frame::Target& target : targets) {
       const std::string& path = target.file.path;
       if (frame::stands(path)) {
-        throw frame::FrameError(frame::frame_place(state_.composition, target.node, frame) +
+        throw frame::FrameError(frame::frame_place(composition_, target.node, frame) +
                                 frame::exists_text(path));
       }
     }
@@ -162,6 +153,7 @@ class Run {
     for (const std::string& text : state_.notices.take()) progress_.notice(text);
     for (const FrameReport& report : delivery_.take_finished()) {
       if (!report.error.empty()) {
+        ++failed_;
         ++state_.stats.failed;
       } else if (!report.skipped) {
         ++state_.stats.frames;
@@ -171,23 +163,27 @@ class Run {
   }
 
   Renderer::State& state_;
+  const SubjectPtr subject_;
+  const shot::Composition& composition_;
+  const RunOptions& options_;
   Progress& progress_;
+  const frame::Targets targets_;
   std::vector<int64_t> frames_;
   std::vector<int64_t> finished_before_;
   UpcomingFrames upcoming_;
   Delivery delivery_;
-  bool colors_noted_ = false;
   bool draw_failed_ = false;
+  int64_t failed_ = 0;
   bool over_memory_ = false;
 };
 
-Outcome Renderer::run(Progress& progress) {
+Outcome Renderer::run(const RunOptions& options, Progress& progress) {
   Outcome outcome = Outcome::nothing;
   {
     const Stopwatch watch(state_->stats.wall_ms);
-    std::optional<gpu::StoppableDraws> stoppable;
-    if (state_->options.stop && state_->gpu.software()) stoppable.emplace(*state_->options.stop);
-    outcome = Run(*state_, progress).render_all();
+    const Turn turn(*state_, options.stop);
+    state_->ring.set(0);  // a run counts it by itself
+    outcome = Run(*state_, options, progress).render_all();
   }
   if (outcome != Outcome::nothing) progress.end(outcome, stats());
   return outcome;

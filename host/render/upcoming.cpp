@@ -1,7 +1,5 @@
 #include "host/render/upcoming.h"
 
-#include "host/frame/targets.h"
-
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -33,10 +31,12 @@ void add_wanted(const shot::Composition& composition, const node::Project& proje
 }
 
 UpcomingFrames::UpcomingFrames(const shot::Composition& composition, const node::Project& project,
-                               frame::FrameKeys& keys, std::vector<int64_t> frames, int ahead)
+                               frame::FrameKeys& keys, std::vector<int> outputs, std::vector<int64_t> frames,
+                               int ahead)
     : composition_(composition),
       project_(project),
       keys_(keys),
+      outputs_(std::move(outputs)),
       frames_(std::move(frames)),
       ahead_(static_cast<size_t>(ahead)) {}
 
@@ -54,9 +54,9 @@ void UpcomingFrames::key_ahead() {
     Upcoming& frame = queue_.emplace_back();
     frame.frame = frames_[keyed_++];
     try {
-      frame.keyed = keys_.frame(frame::images_of(composition_), frame.frame);
+      frame.keyed = keys_.frame(outputs_, frame.frame);
     } catch (const frame::FrameError& error) {
-      frame.error = error.what();
+      frame.error = error;
     }
     count_keys(frame.keyed, 1);
   }

@@ -2,6 +2,7 @@
 
 #include <qv/graph/flat_map.h>
 
+#include "host/frame/frame_error.h"
 #include "host/frame/keyed_frame.h"
 #include "host/plates/sources.h"
 #include "host/render/result_store.h"
@@ -9,8 +10,8 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
 namespace host::render {
@@ -19,7 +20,7 @@ namespace host::render {
 struct Upcoming {
   int64_t frame = 0;
   frame::KeyedFrame keyed;
-  std::string error;  // of a graph that could not be made; the frame fails with it
+  std::optional<frame::FrameError> error;  // of a graph that could not be made; the frame fails with it
 };
 
 // Adds the files that a frame will read, given what is stored already.
@@ -33,7 +34,7 @@ class UpcomingFrames {
  public:
   // frames, outputs: what to render; ahead: frames to look beyond the next one. References outlive it.
   UpcomingFrames(const shot::Composition& composition, const node::Project& project, frame::FrameKeys& keys,
-                 std::vector<int64_t> frames, int ahead);
+                 std::vector<int> outputs, std::vector<int64_t> frames, int ahead);
 
   // Moves on to the next frame; false when there is none.
   bool next(Upcoming& frame);
@@ -53,6 +54,7 @@ class UpcomingFrames {
   const shot::Composition& composition_;
   const node::Project& project_;
   frame::FrameKeys& keys_;
+  std::vector<int> outputs_;
   std::vector<int64_t> frames_;
   size_t ahead_;
   size_t keyed_ = 0;               // frames that have been keyed, from the first on

@@ -10,18 +10,16 @@
 #include "host/plates/headers.h"
 #include "host/programs/shader_library.h"
 #include "host/render/prediction.h"
+#include "host/render/prepare.h"
 #include "host/render_farm/journal.h"
 #include "host/report/info.h"
 #include "host/report/prediction_text.h"
 #include "host/report/stats_text.h"
 #include "host/shot/composition.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,17 +38,6 @@ gpu::DeviceChoice device_choice(const std::string& text) {
   }
 }
 
-// What earlier runs left half written where this one will write.
-void tidy_folders(const frame::Targets& targets, const std::vector<int64_t>& frames) {
-  std::set<std::filesystem::path> folders;
-  for (const int64_t frame : frames) {
-    for (const frame::Target& target : targets.at(frame)) {
-      folders.insert(files::followed(target.file.path).parent_path());
-    }
-  }
-  for (const auto& folder : folders) files::remove_leftovers(folder);
-}
-
 int exit_code(render::Outcome outcome, const InterruptFlag& interrupt) {
   switch (outcome) {
     case render::Outcome::done:
@@ -65,14 +52,6 @@ int exit_code(render::Outcome outcome, const InterruptFlag& interrupt) {
       break;
   }
   return exit_some_failed;
-}
-
-// Beside the decoders and encoders: the pools of the image libraries, and a software driver's, which
-// asks the environment. What a person set there stays.
-void hold_threads(int threads) {
-  if (threads == 0) return;
-  hold_library_threads(threads);
-  setenv("LP_NUM_THREADS", std::to_string(threads).c_str(), 0);
 }
 
 // Nothing is drawn when frames are known to fail, unless the others are wanted all the same.
@@ -137,7 +116,8 @@ void report_stats(const std::string& where, const render::Stats& stats) {
 
 int render_frames(RenderCommand command) {
   const gpu::DeviceChoice device = device_choice(command.gpu);
-  const shot::Composition composition = command.shot.read();
+  const auto shared = std::make_shared<const shot::Composition>(command.shot.read());
+  const shot::Composition& composition = *shared;
   std::vector<int64_t>& frames = command.options.frames;
   frames = frames_to_render(composition, command.frames);
   if (frames.empty()) {
@@ -151,18 +131,16 @@ int render_frames(RenderCommand command) {
                                        [&opened] { return opened.context().max_texture_size(); },
                                        options.headers, options.by_content});
   planner.targets().check(frames);
+  // Beside the decoders and encoders: the pools of the image libraries, and a software driver's.
   hold_threads(options.threads);
   if (command.dry_run) return dry_run(planner, composition, options, opened);
 
-  const frame::Outlook outlook = planner.look_ahead(frames, {});
-  if (outlook.failing > 0 && !options.keep_going) return refuse(outlook, frames.size());
-  options.stale = outlook.stale;
-  options.kept = outlook.kept;
+  const frame::Outlook outlook = render::prepare(planner, options);
+  if (render::refused(outlook, options)) return refuse(outlook, frames.size());
   if (command.tells_progress()) std::cerr << report::quick_look_text(composition, planner.targets(), frames);
   const InterruptFlag interrupt;
   options.stop = &interrupt.raised();
-  tidy_folders(planner.targets(), frames);
-  render::Renderer renderer(composition, options, opened.context());
+  render::Renderer renderer(shared, options, opened.context());
   const bool events = command.progress == report::ProgressStyle::jsonl;
   const auto progress = report::make_progress(command.progress, command.log_level,
                                               events ? std::cout : std::cerr, isatty(STDERR_FILENO) != 0);
@@ -172,7 +150,7 @@ int render_frames(RenderCommand command) {
     journal = std::make_unique<render_farm::Journal>(files::expanded(command.journal));
     noted = render_farm::journalled(*progress, *journal);
   }
-  const render::Outcome outcome = renderer.run(noted ? *noted : *progress);
+  const render::Outcome outcome = renderer.run(options, noted ? *noted : *progress);
   const bool debug = command.log_level == report::LogLevel::debug && command.stats.empty();
   report_stats(debug ? "-" : command.stats, renderer.stats());
   return exit_code(outcome, interrupt);

@@ -107,7 +107,7 @@ TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
     opens_of_all = 0;
     scene::Recorder progress;
     if (run) {
-      EXPECT_EQ(shot.renderer().run(progress), host::render::Outcome::done) << progress.frames.back().error;
+      EXPECT_EQ(shot.run(progress), host::render::Outcome::done) << progress.frames.back().error;
     } else {
       scene::Scene again(nodes);
       for (int frame = 1; frame <= frames; ++frame) again.image("b", frame);

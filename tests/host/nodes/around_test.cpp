@@ -14,7 +14,7 @@
 namespace {
 
 using host::node::NodeType;
-using host::render::HostImage;
+using scene::HostImage;
 using scene::Rgba;
 
 constexpr int width = 16;

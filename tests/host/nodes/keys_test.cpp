@@ -147,7 +147,7 @@ std::vector<int64_t> keys_of(const NodeType& type, const std::vector<Pair>& pair
   return keys;
 }
 
-std::string drawn(scene::Scene& shot, const std::string& name, host::render::HostImage& image) {
+std::string drawn(scene::Scene& shot, const std::string& name, scene::HostImage& image) {
   const std::string error =
       support::error_of<host::frame::FrameError>([&] { image = shot.image(name, frame); });
   return error.substr(std::min(error.size(), error.find("frame 5")));
@@ -158,7 +158,7 @@ void compare(const NodeType& type, const Pair& pair) {
   scene::Scene shot(
       node_text(type, "a", pair.a, "keys.exr") + ", " + node_text(type, "b", pair.b, "copy.exr"), width,
       height);
-  host::render::HostImage a, b;
+  scene::HostImage a, b;
   ASSERT_EQ(drawn(shot, "a", a), drawn(shot, "b", b)) << type.name << ": " << pair.what;
   EXPECT_EQ(a.extent.window, b.extent.window) << type.name << ": " << pair.what << " " << pair.a << pair.b;
   EXPECT_EQ(a.rgba, b.rgba) << type.name << ": " << pair.what << "\n" << pair.a << "\n" << pair.b;

@@ -20,7 +20,7 @@ TEST(Delivery, ReportsAFrameThatTheWriterHadNoMemoryFor) {
   scene::Recorder recorder;
   support::allocations.refused_elsewhere = path.size() + 1;
   support::Allocations::here = true;
-  const auto outcome = shot.renderer().run(recorder);
+  const auto outcome = shot.run(recorder);
   support::allocations.refused_elsewhere = 0;
   EXPECT_EQ(outcome, host::render::Outcome::some_failed);
   ASSERT_EQ(recorder.frames.size(), 1U);

@@ -179,7 +179,7 @@ TEST(Layers, FailTogetherAndLeaveNothing) {
           scene::write_node(R"({"rgba": "comp", "b": "broken", "depth": "z"})", "together/o.#.exr"),
       width, height, options);
   scene::Recorder recorder;
-  EXPECT_EQ(shot.renderer().run(recorder), host::render::Outcome::some_failed);
+  EXPECT_EQ(shot.run(recorder), host::render::Outcome::some_failed);
   ASSERT_EQ(recorder.frames.size(), 2U);
   EXPECT_EQ(recorder.frames[0].error, "");
   EXPECT_NE(recorder.frames[1].error.find("node \"broken\": frame 2: "), std::string::npos)

@@ -42,7 +42,7 @@ const std::vector<std::vector<std::string>> compositions = {
 };
 
 // How many floats of a file are not those of an image.
-int64_t differences(const std::filesystem::path& file, const host::render::HostImage& image) {
+int64_t differences(const std::filesystem::path& file, const scene::HostImage& image) {
   const OIIO::ImageBuf stored(file.string());
   int64_t count = stored.spec().width < 1 ? 1 : 0;
   for (OIIO::ImageBuf::ConstIterator<float> at(stored); !at.done(); ++at) {

@@ -24,7 +24,7 @@ std::vector<double> numbers(const std::string& text) {
 }
 
 // `values`: x, y, and a value for all channels or four.
-void check_pixel(const host::render::HostImage& image, const std::vector<double>& values, double tolerance) {
+void check_pixel(const scene::HostImage& image, const std::vector<double>& values, double tolerance) {
   ASSERT_TRUE(values.size() == 3 || values.size() == 6);
   const auto found = pixel(image, static_cast<int64_t>(values[0]), static_cast<int64_t>(values[1]));
   for (size_t channel = 0; channel < 4; ++channel)
@@ -38,7 +38,7 @@ void check_placed_cases(const char* table, int width, int height) {
   for (const auto& [about, plate, type, knobs, format, window, probes] : support::rows<7>(table)) {
     SCOPED_TRACE(about + ": " + type + " " + knobs);
     Scene shot(read_plate(plate + ".exr") + node("n", "p", type, knobs), width, height);
-    const host::render::HostImage image = shot.image("n");
+    const scene::HostImage image = shot.image("n");
     const host::Extent& extent = image.extent;
     EXPECT_EQ(std::to_string(extent.format.width) + " " + std::to_string(extent.format.height), format);
     EXPECT_EQ(std::vector<double>(extent.window.begin(), extent.window.end()), numbers(window));

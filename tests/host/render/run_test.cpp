@@ -69,7 +69,7 @@ class RunTest : public testing::Test {
     recorder_.frames.clear();
     recorder_.on_frame = std::move(on_frame);
     scene::Scene shot(nodes, wide, high, std::move(options));
-    return shot.renderer().run(recorder_);
+    return shot.run(recorder_);
   }
 
   // What stands under out/ after rendering these frames: by name, a hash of the bytes.

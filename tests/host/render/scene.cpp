@@ -26,23 +26,28 @@ std::filesystem::path folder() {
 }
 
 Scene::Scene(const std::string& nodes, int width, int height, host::render::RenderOptions options)
-    : composition_(host::shot::parse_composition(
+    : composition_(std::make_shared<const host::shot::Composition>(host::shot::parse_composition(
           R"({"format": {"width": )" + std::to_string(width) + R"(, "height": )" + std::to_string(height) +
               R"(}, "frames": "1-10", "nodes": [)" + nodes.substr(nodes.starts_with(",") ? 1 : 0) + "]}",
-          folder() / "shot.json")),
-      renderer_(std::make_unique<host::render::Renderer>(composition_, std::move(options), gpu())) {}
+          folder() / "shot.json"))),
+      options_(std::move(options)),
+      renderer_(std::make_unique<host::render::Renderer>(composition_, options_, gpu())) {}
 
-host::render::HostImage Scene::image(const std::string& node, int64_t frame) {
-  const int at = composition_.find(node);
+HostImage Scene::image(const std::string& node, int64_t frame) {
+  const int at = composition_->find(node);
   if (at < 0) throw std::invalid_argument("no node " + node);
-  return renderer_->image(at, frame);
+  const host::render::FrameImage read = renderer_->read({at, host::render::Area::window}, frame);
+  HostImage image{read.extent, {}};
+  const auto pixels = static_cast<size_t>(host::box_width(read.area) * host::box_height(read.area));
+  if (read.pixels) image.rgba.assign(read.pixels.get(), read.pixels.get() + 4 * pixels);
+  return image;
 }
 
 void render(const std::string& nodes, int width, int height, host::render::RenderOptions options) {
   if (options.frames.empty()) options.frames = {1};
   options.existing = host::frame::Existing::overwrite;
   Recorder recorder;
-  const auto outcome = Scene(nodes, width, height, std::move(options)).renderer().run(recorder);
+  const auto outcome = Scene(nodes, width, height, std::move(options)).run(recorder);
   ASSERT_EQ(outcome, host::render::Outcome::done) << recorder.frames.back().error;
 }
 
@@ -61,7 +66,7 @@ std::vector<std::string> told(const std::string& program, const std::filesystem:
   return lines;
 }
 
-Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y) {
+Rgba pixel(const HostImage& image, int64_t x, int64_t y) {
   const host::Box& window = image.extent.window;
   Rgba rgba{};
   if (x < window[0] || x >= window[2] || y < window[1] || y >= window[3]) return rgba;

@@ -24,6 +24,12 @@ host::gpu::GpuContext& gpu();
 // A folder of this process, empty at first and removed at its end.
 std::filesystem::path folder();
 
+// Pixels in host memory: RGBA float, rows top to bottom, the window's size.
+struct HostImage {
+  host::Extent extent;
+  std::vector<float> rgba;
+};
+
 // A composition with a renderer, as a text under `folder()`; `nodes` is the inside of its list, which may
 // begin with a comma.
 class Scene {
@@ -32,17 +38,23 @@ class Scene {
                  host::render::RenderOptions options = {});
 
   // The image of a node by name; its pixels in `rgba`, rows top to bottom.
-  host::render::HostImage image(const std::string& node, int64_t frame = 1);
+  HostImage image(const std::string& node, int64_t frame = 1);
+
+  // Renders its frames to files.
+  host::render::Outcome run(host::render::Progress& progress) {
+    return renderer_->run(options_, progress);
+  }
 
   host::render::Renderer& renderer() {
     return *renderer_;
   }
   const host::shot::Composition& composition() const {
-    return composition_;
+    return *composition_;
   }
 
  private:
-  host::shot::Composition composition_;
+  std::shared_ptr<const host::shot::Composition> composition_;
+  host::render::RenderOptions options_;
   std::unique_ptr<host::render::Renderer> renderer_;
 };
 
@@ -77,7 +89,7 @@ std::vector<std::string> told(const std::string& program, const std::filesystem:
                               std::vector<std::string> without = {});
 
 // The pixel at knob coordinates (x, y), transparent black outside the window.
-Rgba pixel(const host::render::HostImage& image, int64_t x, int64_t y);
+Rgba pixel(const HostImage& image, int64_t x, int64_t y);
 
 // Writes an image of float channels, rows top to bottom, at (x, y) of a display window; the file under
 // `folder()` where its path is not whole.

@@ -11,7 +11,7 @@
 
 namespace {
 
-using host::render::HostImage;
+using scene::HostImage;
 using scene::node;
 using scene::read_plate;
 

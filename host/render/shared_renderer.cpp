@@ -1,0 +1,174 @@
+#include "host/render/shared_renderer.h"
+
+#include "host/base/library_threads.h"
+#include "host/frame/plan.h"
+#include "host/render/prepare.h"
+#include "host/render/shared_renderer_state.h"
+
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+namespace host::render {
+namespace {
+
+std::logic_error closed_error() {
+  return std::logic_error("the renderer is closed");
+}
+
+// Runs a call on the thread, which hands it the flag that ends it. Throws what the call throws, and
+// Interrupted.
+void call(SharedRenderer::State& state, const SharedRenderer::GiveUp& give_up,
+          const std::function<void(const std::atomic<bool>& stop)>& work) {
+  const std::shared_ptr<gpu::GpuThread> thread = state.thread();
+  std::atomic<bool> stop = false;
+  state.add_stop(stop);
+  const std::shared_ptr<void> added(nullptr, [&](void*) { state.remove_stop(stop); });
+  const auto ends = [&] {
+    if (give_up && give_up()) stop = true;
+    return stop.load();
+  };
+  const auto unless_stopped = [&] {
+    if (stop) throw frame::Interrupted();
+    work(stop);
+  };
+  if (!thread->run(unless_stopped, ends)) throw frame::Interrupted();
+}
+
+}  // namespace
+
+std::shared_ptr<gpu::GpuThread> SharedRenderer::State::thread() {
+  gpu::GpuThread::check_process();
+  const std::lock_guard lock(mutex_);
+  if (!thread_) throw closed_error();
+  return thread_;
+}
+
+void SharedRenderer::State::add_stop(std::atomic<bool>& stop) {
+  const std::lock_guard lock(mutex_);
+  if (!thread_) throw closed_error();
+  stops_.insert(&stop);
+}
+
+void SharedRenderer::State::remove_stop(std::atomic<bool>& stop) {
+  const std::lock_guard lock(mutex_);
+  stops_.erase(&stop);
+}
+
+std::shared_ptr<gpu::GpuThread> SharedRenderer::State::begin_close() {
+  const std::lock_guard lock(mutex_);
+  for (std::atomic<bool>* const stop : stops_) *stop = true;
+  return std::exchange(thread_, nullptr);
+}
+
+Renderer& SharedRenderer::State::renderer_of(const CompositionPtr& composition) {
+  if (!renderer) {
+    renderer = std::make_unique<Renderer>(composition, options, thread()->context());
+  } else if (composition != last_) {
+    renderer->replace(composition);
+  }
+  last_ = composition;
+  return *renderer;
+}
+
+void SharedRenderer::State::end() {
+  const std::exception_ptr why = std::make_exception_ptr(closed_error());
+  for (const auto& stream : std::exchange(streams, {})) stream->end(why);
+  renderer.reset();
+  last_.reset();
+}
+
+SharedRenderer::SharedRenderer(const RendererOptions& options, const gpu::DeviceChoice& choice) {
+  RendererOptions own = options;
+  if (!own.headers) own.headers = std::make_shared<plates::Headers>();
+  hold_threads(own.threads);
+  state_ = std::make_shared<State>(std::move(own), gpu::GpuThread::share(choice));
+}
+
+SharedRenderer::~SharedRenderer() {
+  close();
+}
+
+void SharedRenderer::close() noexcept {
+  try {
+    gpu::GpuThread::check_process();
+    const std::shared_ptr<gpu::GpuThread> thread = state_->begin_close();
+    if (!thread) return;
+    if (thread->here()) {
+      thread->post([state = state_] { state->end(); });
+    } else {
+      thread->run([this] { state_->end(); });
+    }
+  } catch (...) {
+    // In a copy of the process what lives on its thread is out of reach.
+    new std::shared_ptr<State>(state_);
+  }
+}
+
+FrameImage SharedRenderer::read(const CompositionPtr& composition, const ImageRequest& request, int64_t frame,
+                                const GiveUp& give_up) {
+  FrameImage image;
+  call(*state_, give_up, [&](const std::atomic<bool>& stop) {
+    ImageRequest stoppable = request;
+    stoppable.stop = &stop;
+    image = state_->renderer_of(composition).read(stoppable, frame);
+  });
+  return image;
+}
+
+std::unique_ptr<FrameStream> SharedRenderer::stream(const CompositionPtr& composition,
+                                                    const ImageRequest& request,
+                                                    std::vector<int64_t> frames) {
+  const auto state = std::make_shared<FrameStream::State>(state_, composition, request, std::move(frames));
+  state_->add_stop(state->stop);
+  return std::make_unique<FrameStream>(state);
+}
+
+Outcome SharedRenderer::write(const CompositionPtr& composition, RunOptions options, Progress& progress,
+                              const GiveUp& give_up) {
+  Outcome outcome = Outcome::nothing;
+  if (options.frames.empty()) options.frames = composition->frames;
+  call(*state_, give_up, [&](const std::atomic<bool>& stop) {
+    options.stop = &stop;
+    const RendererOptions& own = state_->options;
+    const auto thread = state_->thread();
+    frame::Planner planner(*composition, {own.scale, options.outputs, options.existing,
+                                          [&thread] { return thread->context().max_texture_size(); },
+                                          own.headers, own.by_content});
+    planner.targets().check(options.frames);
+    const frame::Outlook outlook = prepare(planner, options);
+    if (refused(outlook, options)) {
+      std::string text;
+      for (const std::string& problem : outlook.problems) text += (text.empty() ? "" : "\n") + problem;
+      throw frame::FrameError(text);
+    }
+    outcome = state_->renderer_of(composition).run(options, progress);
+  });
+  return outcome;
+}
+
+Stats SharedRenderer::stats() {
+  Stats stats;
+  call(*state_, {}, [&](const std::atomic<bool>& /*stop*/) {
+    if (state_->renderer) stats = state_->renderer->stats();
+  });
+  return stats;
+}
+
+std::vector<HeldImage> SharedRenderer::held() {
+  std::vector<HeldImage> held;
+  call(*state_, {}, [&](const std::atomic<bool>& /*stop*/) {
+    if (state_->renderer) held = state_->renderer->held().list();
+  });
+  return held;
+}
+
+std::vector<std::string> SharedRenderer::take_notices() {
+  std::vector<std::string> notices;
+  call(*state_, {}, [&](const std::atomic<bool>& /*stop*/) {
+    if (state_->renderer) notices = state_->renderer->take_notices();
+  });
+  return notices;
+}
+
+}  // namespace host::render

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "host/gpu/gpu_context.h"
+#include "host/gpu/gpu_thread.h"
+#include "host/render/frame_stream.h"
+#include "host/render/renderer.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace host::render {
+
+// A renderer that any thread may ask: it lives on the process's thread for drawing, which it shares with
+// others, and each call waits there for its turn. A call says what it is of, and where that is another
+// composition than the last one's, the renderer takes it over first. Thread-safe.
+// `give_up`, which may be empty, is asked every 50 ms; once it says so the call ends with Interrupted, within
+// a second, and the renderer can be asked again. All throw gpu::Forked, std::logic_error once it is closed or
+// on the thread itself, and what Renderer throws; the first call that draws also NoGpu.
+class SharedRenderer {
+ public:
+  using CompositionPtr = Renderer::CompositionPtr;
+  using GiveUp = gpu::GpuThread::GiveUp;
+
+  SharedRenderer(const RendererOptions& options, const gpu::DeviceChoice& choice);
+  ~SharedRenderer();  // closes it
+  SharedRenderer(const SharedRenderer&) = delete;
+  SharedRenderer& operator=(const SharedRenderer&) = delete;
+
+  // See Renderer::read. The request's `stop` is not asked.
+  FrameImage read(const CompositionPtr& composition, const ImageRequest& request, int64_t frame,
+                  const GiveUp& give_up);
+
+  // Begins to draw a node's images for these frames, see FrameStream. It may outlive the renderer.
+  std::unique_ptr<FrameStream> stream(const CompositionPtr& composition, const ImageRequest& request,
+                                      std::vector<int64_t> frames);
+
+  // Plans and renders frames to files, see prepare and Renderer::run. Throws FrameError with a line a problem
+  // where frames are known to fail that the options do not pass over.
+  Outcome write(const CompositionPtr& composition, RunOptions options, Progress& progress,
+                const GiveUp& give_up);
+
+  // Of nothing before the first call.
+  Stats stats();
+  std::vector<HeldImage> held();
+  std::vector<std::string> take_notices();
+
+  // Ends what is under way and gives everything back but images that are held. Any number of times.
+  void close() noexcept;
+
+  struct State;
+
+ private:
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace host::render

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "host/render/image_sequence.h"
+#include "host/render/shared_renderer.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace host::render {
+
+struct SharedRenderer::State {
+  State(RendererOptions asked, std::shared_ptr<gpu::GpuThread> drawing)
+      : options(std::move(asked)), thread_(std::move(drawing)) {}
+
+  const RendererOptions options;
+
+  // Throws std::logic_error once it is closed.
+  std::shared_ptr<gpu::GpuThread> thread();
+
+  // A flag that closing raises, for as long as it is added. Throws as thread().
+  void add_stop(std::atomic<bool>& stop);
+  void remove_stop(std::atomic<bool>& stop);
+
+  // Lets nothing new begin, and ends what is under way; the thread, null when it was closed before.
+  std::shared_ptr<gpu::GpuThread> begin_close();
+
+  // What follows is of the thread alone.
+
+  // The renderer, with this composition taken over.
+  Renderer& renderer_of(const CompositionPtr& composition);
+  void end();
+
+  std::unique_ptr<Renderer> renderer;  // null until there is something to draw, and once it is closed
+  std::set<std::shared_ptr<FrameStream::State>> streams;
+
+ private:
+  std::mutex mutex_;  // guards the next two
+  std::shared_ptr<gpu::GpuThread> thread_;
+  std::set<std::atomic<bool>*> stops_;
+  CompositionPtr last_;
+};
+
+// What a stream's owner and the ring's thread share: the images that have been drawn, in order.
+struct Arrivals {
+  struct Slot {
+    bool over = false;
+    FrameImage image;
+    std::exception_ptr error;
+  };
+  std::mutex mutex;  // guards all
+  std::condition_variable changed;
+  std::deque<std::shared_ptr<Slot>> slots;
+  bool drawing = false;      // a frame, or about to
+  bool all = false;          // no other slot will come
+  uint64_t image_bytes = 0;  // of the last image
+};
+
+struct FrameStream::State : std::enable_shared_from_this<FrameStream::State> {
+  State(std::shared_ptr<SharedRenderer::State> of, Renderer::CompositionPtr shot, const ImageRequest& wanted,
+        std::vector<int64_t> list)
+      : renderer(std::move(of)), composition(std::move(shot)), request(wanted), frames(std::move(list)) {
+    request.stop = &stop;
+  }
+
+  // Queues a frame if one is to be drawn. Called with the arrivals' mutex.
+  void draw_on();
+
+  // On the thread.
+  void draw_one();
+  void end(const std::exception_ptr& why);
+
+  const std::shared_ptr<SharedRenderer::State> renderer;
+  const Renderer::CompositionPtr composition;
+  ImageRequest request;
+  const std::vector<int64_t> frames;
+  std::atomic<bool> stop = false;
+  const std::shared_ptr<Arrivals> arrivals = std::make_shared<Arrivals>();
+  std::unique_ptr<ImageSequence> sequence;  // of the thread alone; null until it draws, and at the end
+};
+
+}  // namespace host::render
