@@ -1,12 +1,11 @@
 #include "host/cli/options.h"
 
+#include "host/base/byte_size.h"
 #include "host/base/suggest.h"
 #include "host/shot/frames.h"
 
 #include <charconv>
-#include <cmath>
 #include <cstdint>
-#include <map>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -16,23 +15,9 @@
 namespace host::cli {
 namespace {
 
-// "4G", "512M", "1.5GiB", "1000000": bytes, the letters standing for powers of 1024.
 uint64_t parse_bytes(const std::string& text) {
-  const auto refuse = [&text]() -> uint64_t {
-    throw CLI::ValidationError("--memory", "expected a size such as 4G or 512M, found \"" + text + "\"");
-  };
-  double amount = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
-  if (error != std::errc()) return refuse();
-  const std::string unit(end, text.data() + text.size());
-  static const std::map<std::string, int> powers = {
-      {"", 0},    {"B", 0}, {"k", 1},  {"K", 1},   {"KB", 1}, {"KiB", 1}, {"M", 2},  {"MB", 2},
-      {"MiB", 2}, {"G", 3}, {"GB", 3}, {"GiB", 3}, {"T", 4},  {"TB", 4},  {"TiB", 4}};
-  const auto power = powers.find(unit);
-  if (power == powers.end()) return refuse();
-  const double bytes = amount * std::pow(1024.0, power->second);
-  if (!(bytes >= 1) || bytes > 1e18) return refuse();
-  return static_cast<uint64_t>(bytes);
+  if (const auto bytes = parse_byte_size(text)) return *bytes;
+  throw CLI::ValidationError("--memory", "expected a size such as 4G or 512M, found \"" + text + "\"");
 }
 
 double parse_scale(const std::string& text) {

@@ -44,6 +44,11 @@ class Arrival {
   std::shared_ptr<Arrivals::Slot> slot_;
 };
 
+void drop(Arrivals& arrivals, const std::shared_ptr<Arrivals::Slot>& slot) {
+  const std::lock_guard lock(arrivals.mutex);
+  std::erase(arrivals.slots, slot);
+}
+
 }  // namespace
 
 void FrameStream::State::draw_on() {
@@ -62,7 +67,7 @@ void FrameStream::State::draw_one() {
     draws = room && !stop && !arrivals->all;
     if (draws) arrivals->slots.push_back(slot);
   }
-  bool more = draws;
+  bool more = false;
   if (draws) {
     const auto arrival = std::make_shared<Arrival>(arrivals, slot);
     try {
@@ -73,17 +78,15 @@ void FrameStream::State::draw_one() {
       more = sequence->draw_next([arrival](FrameImage image, const std::string& error) {
         arrival->arrive(std::move(image), error);
       });
+      if (!more) drop(*arrivals, slot);
+      renderer->keep_notices();
     } catch (...) {
       arrival->finish(std::current_exception());
-      more = false;
     }
   }
   const std::lock_guard lock(arrivals->mutex);
   arrivals->drawing = false;
-  if (draws && !more) {
-    arrivals->all = true;
-    if (!slot->over || !slot->error) std::erase(arrivals->slots, slot);
-  }
+  if (draws && !more) arrivals->all = true;
   arrivals->changed.notify_all();
   try {
     if (more) draw_on();
@@ -118,7 +121,7 @@ FrameStream::~FrameStream() {
     });
   } catch (const gpu::Forked&) {
     new std::shared_ptr<State>(state_);
-  } catch (const std::logic_error&) {
+  } catch (const Closed&) {
     return;  // closed, which ends it
   }
 }

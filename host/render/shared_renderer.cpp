@@ -6,15 +6,10 @@
 #include "host/render/shared_renderer_state.h"
 
 #include <functional>
-#include <stdexcept>
 #include <utility>
 
 namespace host::render {
 namespace {
-
-std::logic_error closed_error() {
-  return std::logic_error("the renderer is closed");
-}
 
 // Runs a call on the thread, which hands it the flag that ends it. Throws what the call throws, and
 // Interrupted.
@@ -31,6 +26,7 @@ void call(SharedRenderer::State& state, const SharedRenderer::GiveUp& give_up,
   const auto unless_stopped = [&] {
     if (stop) throw frame::Interrupted();
     work(stop);
+    state.keep_notices();
   };
   if (!thread->run(unless_stopped, ends)) throw frame::Interrupted();
 }
@@ -40,13 +36,13 @@ void call(SharedRenderer::State& state, const SharedRenderer::GiveUp& give_up,
 std::shared_ptr<gpu::GpuThread> SharedRenderer::State::thread() {
   gpu::GpuThread::check_process();
   const std::lock_guard lock(mutex_);
-  if (!thread_) throw closed_error();
+  if (!thread_) throw Closed();
   return thread_;
 }
 
 void SharedRenderer::State::add_stop(std::atomic<bool>& stop) {
   const std::lock_guard lock(mutex_);
-  if (!thread_) throw closed_error();
+  if (!thread_) throw Closed();
   stops_.insert(&stop);
 }
 
@@ -64,6 +60,8 @@ std::shared_ptr<gpu::GpuThread> SharedRenderer::State::begin_close() {
 Renderer& SharedRenderer::State::renderer_of(const CompositionPtr& composition) {
   if (!renderer) {
     renderer = std::make_unique<Renderer>(composition, options, thread()->context());
+    const std::lock_guard lock(mutex_);
+    held_ = renderer->held();
   } else if (composition != last_) {
     renderer->replace(composition);
   }
@@ -71,8 +69,25 @@ Renderer& SharedRenderer::State::renderer_of(const CompositionPtr& composition) 
   return *renderer;
 }
 
+std::vector<HeldImage> SharedRenderer::State::held() {
+  const std::lock_guard lock(mutex_);
+  return held_ ? held_->list() : std::vector<HeldImage>();
+}
+
+std::vector<std::string> SharedRenderer::State::take_notices() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(notices_, {});
+}
+
+void SharedRenderer::State::keep_notices() {
+  if (!renderer) return;
+  const std::vector<std::string> taken = renderer->take_notices();
+  const std::lock_guard lock(mutex_);
+  notices_.insert(notices_.end(), taken.begin(), taken.end());
+}
+
 void SharedRenderer::State::end() {
-  const std::exception_ptr why = std::make_exception_ptr(closed_error());
+  const std::exception_ptr why = std::make_exception_ptr(Closed());
   for (const auto& stream : std::exchange(streams, {})) stream->end(why);
   renderer.reset();
   last_.reset();
@@ -156,19 +171,11 @@ Stats SharedRenderer::stats() {
 }
 
 std::vector<HeldImage> SharedRenderer::held() {
-  std::vector<HeldImage> held;
-  call(*state_, {}, [&](const std::atomic<bool>& /*stop*/) {
-    if (state_->renderer) held = state_->renderer->held().list();
-  });
-  return held;
+  return state_->held();
 }
 
 std::vector<std::string> SharedRenderer::take_notices() {
-  std::vector<std::string> notices;
-  call(*state_, {}, [&](const std::atomic<bool>& /*stop*/) {
-    if (state_->renderer) notices = state_->renderer->take_notices();
-  });
-  return notices;
+  return state_->take_notices();
 }
 
 }  // namespace host::render

@@ -7,16 +7,23 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace host::render {
 
+// A call of a renderer that is closed, or was before the call came to its end.
+class Closed : public std::logic_error {
+ public:
+  Closed() : std::logic_error("the renderer is closed") {}
+};
+
 // A renderer that any thread may ask: it lives on the process's thread for drawing, which it shares with
 // others, and each call waits there for its turn. A call says what it is of, and where that is another
 // composition than the last one's, the renderer takes it over first. Thread-safe.
 // `give_up`, which may be empty, is asked every 50 ms; once it says so the call ends with Interrupted, within
-// a second, and the renderer can be asked again. All throw gpu::Forked, std::logic_error once it is closed or
+// a second, and the renderer can be asked again. All throw gpu::Forked, Closed, std::logic_error
 // on the thread itself, and what Renderer throws; the first call that draws also NoGpu.
 class SharedRenderer {
  public:
@@ -43,6 +50,9 @@ class SharedRenderer {
 
   // Of nothing before the first call.
   Stats stats();
+
+  // Those that somebody holds; and what a person should be told, as Progress::notice has it of runs, each
+  // text once. Wait for nobody, and never throw that it is closed.
   std::vector<HeldImage> held();
   std::vector<std::string> take_notices();
 

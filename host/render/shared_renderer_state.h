@@ -10,7 +10,9 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,7 +24,7 @@ struct SharedRenderer::State {
 
   const RendererOptions options;
 
-  // Throws std::logic_error once it is closed.
+  // Throws Closed.
   std::shared_ptr<gpu::GpuThread> thread();
 
   // A flag that closing raises, for as long as it is added. Throws as thread().
@@ -32,7 +34,13 @@ struct SharedRenderer::State {
   // Lets nothing new begin, and ends what is under way; the thread, null when it was closed before.
   std::shared_ptr<gpu::GpuThread> begin_close();
 
+  std::vector<HeldImage> held();
+  std::vector<std::string> take_notices();
+
   // What follows is of the thread alone.
+
+  // Puts aside what the renderer has noticed.
+  void keep_notices();
 
   // The renderer, with this composition taken over.
   Renderer& renderer_of(const CompositionPtr& composition);
@@ -42,9 +50,11 @@ struct SharedRenderer::State {
   std::set<std::shared_ptr<FrameStream::State>> streams;
 
  private:
-  std::mutex mutex_;  // guards the next two
+  std::mutex mutex_;  // guards what follows, up to the notices
   std::shared_ptr<gpu::GpuThread> thread_;
   std::set<std::atomic<bool>*> stops_;
+  std::optional<HeldImages> held_;
+  std::vector<std::string> notices_;
   CompositionPtr last_;
 };
 

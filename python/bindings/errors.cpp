@@ -1,5 +1,9 @@
 #include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
+#include "host/gpu/gpu_thread.h"
+#include "host/programs/shader_library.h"
+#include "host/render/held_images.h"
+#include "host/render/shared_renderer.h"
 #include "host/shot/composition.h"
 #include "python/bindings/bindings.h"
 
@@ -25,7 +29,15 @@ void translate(std::exception_ptr thrown) {
     raise("MemoryBudgetError", error);
   } catch (const host::frame::FrameError& error) {
     raise("FrameError", error);
+  } catch (const host::render::MemoryBudget& error) {
+    raise("MemoryBudgetError", error);
   } catch (const host::gpu::NoGpu& error) {
+    raise("Error", error);
+  } catch (const host::gpu::Forked& error) {
+    raise("Error", error);
+  } catch (const host::render::Closed& error) {
+    raise("Error", error);
+  } catch (const host::programs::ShaderError& error) {
     raise("Error", error);
   }
 }
