@@ -37,6 +37,11 @@ struct Array {
   pybind11::array_t<T> value;
 };
 
+// An exception to hand out as an object.
+struct Exception {
+  pybind11::object value;
+};
+
 template <class T>
 using Packed = pybind11::array_t<T, pybind11::array::c_style | pybind11::array::forcecast>;
 
@@ -112,7 +117,7 @@ struct type_caster<bindings::Several> {
 
 template <>
 struct type_caster<bindings::Number> {
-  PYBIND11_TYPE_CASTER(bindings::Number, const_name("float"));
+  PYBIND11_TYPE_CASTER(bindings::Number, const_name("Union[float, numpy.floating[Any], numpy.integer[Any]]"));
   bool load(handle source, bool) {
     if (isinstance<array>(source) || PySequence_Check(source.ptr()) || !PyNumber_Check(source.ptr()))
       return false;
@@ -134,6 +139,14 @@ struct type_caster<bindings::Path> {
     }
     value.bytes = reinterpret_steal<pybind11::bytes>(bytes);
     return true;
+  }
+};
+
+template <>
+struct type_caster<bindings::Exception> {
+  static constexpr auto name = const_name("BaseException");
+  static handle cast(const bindings::Exception& source, return_value_policy, handle) {
+    return handle(source.value).inc_ref();
   }
 };
 

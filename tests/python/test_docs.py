@@ -5,38 +5,29 @@ import importlib
 import inspect
 import pkgutil
 import types
-from collections.abc import Iterator
 
 import quorvel
 from quorvel import _quorvel
 
 
-def modules() -> Iterator[types.ModuleType]:
+def modules() -> list[types.ModuleType]:
     """The package's Python modules and those inside the compiled one."""
-    yield quorvel
-    for found in pkgutil.iter_modules(quorvel.__path__, "quorvel."):
-        yield importlib.import_module(found.name)
-    waiting = [_quorvel.core]
-    while waiting:
-        module = waiting.pop()
-        yield module
-        waiting += [value for value in vars(module).values() if inspect.ismodule(value)]
+    python = [importlib.import_module(found.name) for found in pkgutil.iter_modules(quorvel.__path__, "quorvel.")]
+    compiled = [_quorvel.core, *(value for value in vars(_quorvel.core).values() if inspect.ismodule(value))]
+    return [quorvel, *python, *compiled]
 
 
 def test_examples_hold() -> None:
-    finder, runner = doctest.DocTestFinder(), doctest.DocTestRunner()
+    runner = doctest.DocTestRunner()
     for module in modules():
-        for examples in finder.find(module):
+        for examples in doctest.DocTestFinder().find(module):
             runner.run(examples)
-    assert runner.tries >= 8 and runner.failures == 0
+    assert runner.tries > 60 and runner.failures == 0
 
 
 def test_nothing_is_undocumented() -> None:
-    silent = []
-    for module in modules():
-        for name, value in vars(module).items():
-            public = not name.startswith("_") and getattr(value, "__module__", "").startswith("quorvel")
-            said = inspect.getdoc(value) or ""
-            if public and not said.partition("\n\n")[2 if inspect.isbuiltin(value) else 0].strip():
-                silent.append(f"{module.__name__}.{name}")
-    assert not silent
+    public = [(f"{module.__name__}.{name}", value) for module in modules() for name, value in vars(module).items()
+              if getattr(value, "__module__", "").startswith("quorvel") and not name.startswith("_")]
+    # A compiled function's own text comes after its signature.
+    assert [name for name, value in public
+            if not (inspect.getdoc(value) or "").partition("\n\n")[2 * inspect.isbuiltin(value)].strip()] == []
