@@ -30,8 +30,9 @@ def plate(tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
 
 def test_arrays_of_any_shape_and_layout() -> None:
     times = np.arange(-6, 30, 0.5)
-    for each in times.reshape(3, 4, 6), times.reshape(4, 18).T[::2], np.int16([1, 2]), np.zeros((0, 3)), [[1, 2]]:
-        values: Any = CURVE.value(each)
+    shaped: list[Any] = [times.reshape(3, 4, 6), times.reshape(4, 18).T[::2], times.astype("i2"), np.zeros((0, 3)), [[1]]]
+    for each in shaped:
+        values = CURVE.value(each)
         assert values.shape == np.shape(each) and values.dtype == np.float64
         np.testing.assert_allclose(values, (np.asarray(each, float) - 1) / 2)
     assert isinstance(CURVE.value(np.float32(3)), float)
