@@ -1,7 +1,6 @@
 #include <qv/transport/ring.h>
 
 #include "tests/support/fake_egl/fake_egl.h"
-#include "tests/support/fake_egl/transfer.h"
 
 #include <algorithm>
 #include <array>
