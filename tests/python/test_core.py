@@ -6,7 +6,7 @@ import gc
 import os
 import pathlib
 import subprocess
-import threading
+import sys
 import weakref
 from collections.abc import Callable
 from typing import Any
@@ -153,3 +153,12 @@ def test_a_forked_process_is_told(plate: pathlib.Path) -> None:
                 os._exit(0 if "forked" in str(error) else 1)
             os._exit(2)
         assert os.waitpid(child, 0)[1] == 0 and scheduler.submit(plate).result(60).shape == (48, 64, 4)
+
+
+def test_the_host_of_numpy_computes_what_is_new(tmp_path: pathlib.Path) -> None:
+    host = pathlib.Path(__file__).parents[2] / "examples/numpy_host.py"
+    told = subprocess.run([sys.executable, str(host), str(tmp_path / "host.png")], capture_output=True, text=True, check=True)
+    computed = [line.partition("computed ")[2].partition(";")[0] for line in told.stdout.splitlines()]
+    assert computed == ["evening, flower, dusk, tumble, over", *["dusk, tumble, over"] * 3, "nothing"]
+    image = core.read_image(tmp_path / "host.png")
+    assert image.shape == (180, 960, 3) and (image[100, 600] == image[98:102, 598:602]).all()  # the flower's heart
