@@ -1,10 +1,12 @@
 """Compositions of image nodes from Python: load, change, render to NumPy arrays or files."""
 
-from . import nodes
+from . import core, nodes
 from ._quorvel import version as __version__
 from .composition import Composition, Format
 from .errors import CompositionError, Error, FrameError, MemoryBudgetError
+from .image import Image
 from .node import Node
+from .renderer import FrameReport, Renderer
 
 __all__ = [
     "Composition",
@@ -12,8 +14,12 @@ __all__ = [
     "Error",
     "Format",
     "FrameError",
+    "FrameReport",
+    "Image",
     "MemoryBudgetError",
     "Node",
+    "Renderer",
     "__version__",
+    "core",
     "nodes",
 ]

@@ -28,7 +28,7 @@ def plain(value: Any) -> Any:
     if isinstance(value, (bool, str, int, float)) or value is None:
         return value
     if isinstance(value, Mapping):
-        return {str(name): plain(each) for name, each in value.items()}
+        return _plain_object(value)
     if isinstance(value, os.PathLike):
         return os.fspath(value)
     if hasattr(value, "tolist"):  # NumPy's
@@ -36,6 +36,20 @@ def plain(value: Any) -> Any:
     if isinstance(value, Iterable):
         return [plain(each) for each in value]
     raise TypeError(f"expected numbers, texts, lists or dicts, found {value!r}")
+
+
+def _plain_object(value: Mapping[Any, Any]) -> Any:
+    """An object; where it has keys whose values are lists, a list of an object for each component."""
+    made = {str(name): plain(each) for name, each in value.items()}
+    keys = made.get("keys")
+    if not made.keys() <= {"keys", "extrapolate"} or not isinstance(keys, list):
+        return made
+    rows = [[int(each) if isinstance(each, bool) else each for each in key] for key in keys if isinstance(key, list)]
+    widths = {len(row[1]) if len(row) > 1 and isinstance(row[1], list) else 0 for row in rows}
+    if len(rows) < len(keys) or len(widths) != 1 or widths == {0}:
+        return {**made, "keys": rows} if len(rows) == len(keys) else made
+    parts = [[[row[0], row[1][at], *row[2:]] for row in rows] for at in range(widths.pop())]
+    return [{**made, "keys": part} for part in parts]
 
 
 class Keyed:
@@ -77,14 +91,7 @@ class Keyed:
 
     @keys.setter
     def keys(self, keys: Iterable[Sequence[Any]]) -> None:
-        rows = [[int(each) if isinstance(each, bool) else each for each in plain(key)] for key in keys]
-        widths = {len(row[1]) for row in rows if len(row) > 1 and isinstance(row[1], list)}
-        keep = {"extrapolate": True} if self.extrapolate else {}
-        if not widths:
-            self._put({"keys": rows, **keep})
-            return
-        parts = [[[row[0], row[1][at], *row[2:]] for row in rows] for at in range(min(widths))]
-        self._put([{"keys": part, **keep} for part in parts])
+        self._put({"keys": list(keys), **({"extrapolate": True} if self.extrapolate else {})})
 
     @property
     def extrapolate(self) -> bool:
@@ -242,6 +249,9 @@ class Node:
     >>> soft.size[0].keys = [(1, 0, "smooth"), (24, 12)]
     >>> soft.size.value_at(24)
     (12.0, 7.0)
+    >>> soft.size.keys = [(1, (0, 0)), (24, (12, 3))]
+    >>> soft.size.value_at(24)
+    (12.0, 3.0)
     """
 
     __slots__ = ("_shot", "_data")
