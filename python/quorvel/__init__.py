@@ -6,7 +6,7 @@ from .composition import Composition, Format
 from .errors import CompositionError, Error, FrameError, MemoryBudgetError
 from .image import Image
 from .node import Node
-from .renderer import FrameReport, Renderer
+from .renderer import FrameReport, HeldImage, Renderer
 
 __all__ = [
     "Composition",
@@ -15,6 +15,7 @@ __all__ = [
     "Format",
     "FrameError",
     "FrameReport",
+    "HeldImage",
     "Image",
     "MemoryBudgetError",
     "Node",

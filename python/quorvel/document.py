@@ -9,7 +9,7 @@ from typing import Any
 from . import json_text
 from .nodes import NodeType, types
 
-MEMBERS = ("name", "type", "inputs", "knobs", "comment", "disabled")
+MEMBERS = ("name", "type", "comment", "disabled", "inputs", "knobs")
 
 
 def by_name(node_type: NodeType, inputs: Any) -> dict[str, Any]:

@@ -124,12 +124,13 @@ def same(one: Any, other: Any) -> bool:
 
 
 def _filled(parts: list[str], column: int, indent: int, ends: int) -> str:
-    """Parts with commas between them, from `column` on, broken where a line is full."""
+    """Parts with commas between them, from `column` on, broken where a line is full, and around keys."""
     text = ""
     for at, part in enumerate(parts):
+        alone = '{"keys"' in part or (at > 0 and '{"keys"' in parts[at - 1])
         first, _, rest = part.partition("\n")
         width = len(first) + (1 if at + 1 < len(parts) or rest else ends)
-        if at and column + 1 + width > WIDTH:
+        if at and (alone or column + 1 + width > WIDTH):
             text += "\n" + " " * indent
             column = indent
         elif at:
@@ -141,7 +142,7 @@ def _filled(parts: list[str], column: int, indent: int, ends: int) -> str:
 
 def layout(value: Any, indent: int, column: int, ends: int = 1) -> str:
     """A value from `column` on, in as few lines as fit, `ends` characters left for what closes behind it. Objects
-    break behind their bracket, lists between their items."""
+    break behind their bracket, or that of a node's last member; lists between their items."""
     line = compact(value)
     if column + len(line) + ends <= WIDTH or not isinstance(value, (dict, list)) or not value:
         return line
@@ -151,6 +152,11 @@ def layout(value: Any, indent: int, column: int, ends: int = 1) -> str:
         inner = (",\n" + " " * (column + 1)).join(parts) if nested else _filled(parts, column + 1, column + 1, ends + 1)
         return "[" + inner + "]"
     inside = indent + 2
+    *others, last = value
+    head = compact({name: value[name] for name in others})[:-1] + ", " + compact(last) + ": {"
+    if last in ("inputs", "knobs") and value[last] and isinstance(value[last], dict) and column + len(head) <= WIDTH:
+        opened = layout(value[last], indent, WIDTH, ends + 1)
+        return head + opened[1:] + "}"
     parts = [f"{compact(name)}: " for name in value]
     parts = [name + layout(each, inside, inside + len(name)) for name, each in zip(parts, value.values())]
     return "{\n" + " " * inside + _filled(parts, inside, inside, ends + 1) + "}"
