@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <set>
 #include <utility>
 
@@ -97,9 +96,8 @@ TEST(Asked, KnobsNodesOutputsAndViewsAreTakenOrRefusedByTheirNames) {
 TEST(Views, ShareWhatDependsOnNone) {
   const fs::path folder = make_stereo();
   ASSERT_EQ(call("render stereo.json -f 1,2 --progress none --stats=stats.json", folder).code, 0);
-  std::ifstream stream(folder / "stats.json");
   // The grey and its file once for both frames; plate, sum and file once a frame and view.
-  EXPECT_EQ(nlohmann::json::parse(stream).at("computed"), 2 + 2 * 2 * 3);
+  EXPECT_EQ(nlohmann::json::parse(support::bytes_of(folder / "stats.json")).at("computed"), 2 + 2 * 2 * 3);
 }
 
 TEST(LogLevel, SaysHowMuchIsTold) {

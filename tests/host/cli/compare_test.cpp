@@ -15,6 +15,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using host::plates::ChannelDifference;
 using process::call;
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
@@ -35,14 +36,9 @@ OIIO::ImageBuf noise(std::mt19937& random, const std::vector<std::string>& names
   return image;
 }
 
-struct Expected {
-  double largest = 0;
-  int64_t over = 0;
-  int64_t pixels = 0;
-};
-
-Expected by_hand(const OIIO::ImageBuf& a, int from, const OIIO::ImageBuf& b, int to, float tolerance) {
-  Expected result;
+ChannelDifference by_hand(const OIIO::ImageBuf& a, const OIIO::ImageBuf& b, const std::string& name) {
+  const int from = a.spec().channelindex(name), to = b.spec().channelindex(name);
+  ChannelDifference result{name};
   for (int y = -6; y < 32; ++y) {
     for (int x = -6; x < 40; ++x) {
       if (!OIIO::roi_union(a.roi(), b.roi()).contains(x, y)) continue;
@@ -51,7 +47,7 @@ Expected by_hand(const OIIO::ImageBuf& a, int from, const OIIO::ImageBuf& b, int
       if (u == v || (std::isnan(u) && std::isnan(v))) continue;
       const float by = std::isfinite(u - v) ? std::fabs(u - v) : infinity;
       result.largest = std::fmax(result.largest, double{by});
-      result.over += by > tolerance ? 1 : 0;
+      result.over += by > 0.3F ? 1 : 0;
     }
   }
   return result;
@@ -71,14 +67,11 @@ TEST(Compare, FindsWhatLoopsOverThePixelsFind) {
     ASSERT_TRUE(one.read(0, 0, true, OIIO::TypeFloat) && other.read(0, 0, true, OIIO::TypeFloat));
     const auto found = host::plates::difference(a, b, 0.3, false);
     ASSERT_EQ(found.channels.size(), 2U);
-    for (int c = 0; c < 2; ++c) {
-      const auto& channel = found.channels[static_cast<size_t>(c)];
-      const Expected expected = by_hand(one, one.spec().channelindex(c ? "G" : "R"), other,
-                                        other.spec().channelindex(c ? "G" : "R"), 0.3F);
-      ASSERT_EQ(channel.name, c ? "G" : "R");
-      ASSERT_EQ(channel.largest, expected.largest);
-      ASSERT_EQ(channel.over, expected.over);
-      ASSERT_EQ(channel.pixels, expected.pixels);
+    for (const size_t c : {0, 1}) {
+      const ChannelDifference& channel = found.channels[c];
+      const ChannelDifference expected = by_hand(one, other, c ? "G" : "R");
+      ASSERT_EQ(std::tie(channel.name, channel.largest, channel.over, channel.pixels),
+                std::tie(expected.name, expected.largest, expected.over, expected.pixels));
     }
     EXPECT_EQ(found.only_in_first, std::vector<std::string>{"left.Z"});
     EXPECT_EQ(found.only_in_second, std::vector<std::string>{"id"});

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,81 +30,64 @@ void write(const fs::path& file, const std::vector<OIIO::ImageSpec>& parts) {
   });
 }
 
-// Parts of any windows and channels, tiled or not, in one display window.
-std::vector<OIIO::ImageSpec> random_parts(std::mt19937& random) {
+// Adds a part of any window and channels to a file, and what is to be told of it to `told`.
+void add_part(std::mt19937& random, std::vector<OIIO::ImageSpec>& parts, json& told) {
   const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
-  const std::vector<std::string> names = {"R", "G", "B", "A", "Z", "key.R", "key.G", "id"};
+  constexpr std::array<const char*, 4> compressions = {"none", "zip", "zips", "piz"};
   const std::array types = {OIIO::TypeHalf, OIIO::TypeFloat, OIIO::TypeUInt32};
-  const std::array<const char*, 4> compressions = {"none", "zip", "zips", "piz"};
-  const OIIO::ImageSpec display(10 + below(20), 10 + below(20), 1, OIIO::TypeHalf);
-  const int x = below(9) - 4, y = below(9) - 4, tile = below(2) * 16;
-  const float aspect = 1 + static_cast<float>(below(3)) / 2;
-  std::vector<OIIO::ImageSpec> parts;
-  for (int count = 1 + below(3), i = 0; i < count; ++i) {
-    std::vector<std::string> own = names;
-    std::shuffle(own.begin(), own.end(), random);
-    own.resize(static_cast<size_t>(1 + below(8)));
-    OIIO::ImageSpec& part =
-        parts.emplace_back(1 + below(30), 1 + below(30), static_cast<int>(own.size()), OIIO::TypeHalf);
-    part.channelnames = own;
-    for (size_t c = 0; c < own.size(); ++c) part.channelformats.push_back(types[random() % types.size()]);
-    part.x = below(20) - 9;
-    part.y = below(20) - 9;
-    part.full_x = x;
-    part.full_y = y;
-    part.full_width = display.width;
-    part.full_height = display.height;
-    part.tile_width = part.tile_height = tile;
-    part.tile_depth = 1;
-    part.attribute("compression", compressions[random() % compressions.size()]);
-    part.attribute("PixelAspectRatio", aspect);
-    part.attribute("camera", "camera " + std::to_string(i));
-    part.attribute("oiio:subimagename", "part " + std::to_string(i));
-  }
-  return parts;
-}
-
-std::vector<std::string> written_channels(const OIIO::ImageSpec& spec) {
-  std::vector<std::string> channels;
-  for (int i = 0; i < spec.nchannels; ++i) {
-    const bool whole = spec.channelformat(i) == OIIO::TypeUInt32;
-    channels.push_back(std::string(spec.channel_name(i)) + " " +
-                       (whole ? "uint32" : spec.channelformat(i).c_str()));
+  constexpr std::array<const char*, 3> type_names = {"half", "float", "uint32"};
+  std::vector<std::string> names = {"R", "G", "B", "A", "Z", "key.R", "key.G", "id"};
+  std::shuffle(names.begin(), names.end(), random);
+  names.resize(static_cast<size_t>(1 + below(8)));
+  const std::string number = std::to_string(parts.size()), compression = compressions.at(random() % 4);
+  OIIO::ImageSpec part(1 + below(30), 1 + below(30), static_cast<int>(names.size()), OIIO::TypeHalf);
+  part.channelnames = names;
+  std::vector<json> channels;
+  for (const std::string& name : names) {
+    const size_t type = random() % types.size();
+    part.channelformats.push_back(types.at(type));
+    channels.push_back({{"name", name}, {"type", type_names.at(type)}});
   }
   std::sort(channels.begin(), channels.end());
-  return channels;
-}
-
-std::vector<std::string> told_channels(const json& part) {
-  std::vector<std::string> channels;
-  for (const json& channel : part["channels"])
-    channels.push_back(channel["name"].get<std::string>() + " " + channel["type"].get<std::string>());
-  std::sort(channels.begin(), channels.end());
-  return channels;
+  part.x = below(20) - 9;
+  part.y = below(20) - 9;
+  // One display window and one way to lie for all parts.
+  const OIIO::ImageSpec first = parts.empty() ? part : parts[0];
+  const int tile = parts.empty() ? below(2) * 16 : first.tile_width;
+  std::tie(part.full_x, part.full_y) = std::pair(first.x + 2, first.y - 1);
+  std::tie(part.full_width, part.full_height) = std::pair(first.width + 3, first.height + 4);
+  std::tie(part.tile_width, part.tile_height, part.tile_depth) = std::tuple(tile, tile, 1);
+  part.attribute("compression", compression);
+  part.attribute("PixelAspectRatio", 1 + static_cast<float>(first.width % 3) / 2);
+  part.attribute("camera", "camera " + number);
+  part.attribute("oiio:subimagename", "part " + number);
+  told.push_back({{"name", "part " + number},
+                  {"data_window", window(part.x, part.y, part.width, part.height)},
+                  {"display_window", window(part.full_x, part.full_y, part.full_width, part.full_height)},
+                  {"pixel_aspect", 1 + (first.width % 3) / 2.0},
+                  {"compression", compression},
+                  {"tiles", tile ? json({{"width", tile}, {"height", tile}}) : json()},
+                  {"deep", false},
+                  {"channels", channels},
+                  {"metadata", {{"camera", {{"type", "string"}, {"text", "camera " + number}}}}}});
+  parts.push_back(part);
 }
 
 TEST(Info, TellsOfAnImageWhatItWasMadeAs) {
   std::mt19937 random(5);
   const fs::path folder = process::new_folder();
   for (int round = 0; round < 30; ++round) {
-    const std::vector<OIIO::ImageSpec> parts = random_parts(random);
+    std::vector<OIIO::ImageSpec> parts;
+    json expected = json::array();
+    for (size_t count = 1 + random() % 3; parts.size() < count;) add_part(random, parts, expected);
     write(folder / "any.exr", parts);
-    const json told = json::parse(call("info --json any.exr", folder).out)[0];
-    ASSERT_EQ(told["parts"].size(), parts.size()) << told.dump(1);
+    json told = json::parse(call("info --json any.exr", folder).out)[0];
     EXPECT_EQ(told["color"]["space"], "linear");
-    for (size_t i = 0; i < parts.size(); ++i) {
-      SCOPED_TRACE(told.dump(1));
-      const OIIO::ImageSpec& made = parts[i];
-      const json& part = told["parts"][i];
-      EXPECT_EQ(part["name"], "part " + std::to_string(i));
-      EXPECT_EQ(part["data_window"], window(made.x, made.y, made.width, made.height));
-      EXPECT_EQ(part["display_window"], window(made.full_x, made.full_y, made.full_width, made.full_height));
-      EXPECT_EQ(part["pixel_aspect"], made.get_float_attribute("PixelAspectRatio"));
-      EXPECT_EQ(part["compression"], std::string(made.get_string_attribute("compression")));
-      EXPECT_EQ(part["tiles"], made.tile_width ? json({{"width", 16}, {"height", 16}}) : json());
-      EXPECT_EQ(part["metadata"]["camera"]["text"], "camera " + std::to_string(i));
-      EXPECT_EQ(told_channels(part), written_channels(made));
+    for (json& part : told["parts"]) {
+      std::sort(part["channels"].begin(), part["channels"].end());
+      part["metadata"].erase("capDate");
     }
+    EXPECT_EQ(told["parts"], expected);
   }
 }
 
@@ -153,21 +137,12 @@ TEST(Info, TellsImagesFromCompositionsByContentAndGoesOnBehindWhatIsDamaged) {
                                                                          << ended.out << ended.err;
   }
   const json told = json::parse(call("info p.1.exr shot.exr --json", folder).out)[1];
-  const json depth = {{"name", "depth"}, {"part", 0}, {"channels", {"depth.Z"}}, {"coverage", false}};
-  const json main = {{"name", ""}, {"part", 0}, {"channels", {"R", "G", "B", "A"}}, {"coverage", true}};
-  json expected = {
-      {"node", "p"},
-      {"frame", 1},
-      {"file", "p.#.exr"},
-      {"path", "p.1.exr"},
-      {"frames", "1-3,5,9"},
-      {"missing", "4,6-8"},
-      {"black", false},
-      {"color",
-       {{"space", "linear"}, {"why", "floats are, unless the file says otherwise"}, {"made_linear", false}}},
-      {"layer", depth},
-      {"layers", {main, depth}}};
-  EXPECT_EQ(told["reads"], json::array({expected}));
+  EXPECT_EQ(told["reads"], json::parse(R"([{"node": "p", "frame": 1, "file": "p.#.exr", "path": "p.1.exr",
+    "frames": "1-3,5,9", "missing": "4,6-8", "black": false, "color": {"space": "linear",
+      "why": "floats are, unless the file says otherwise", "made_linear": false},
+    "layer": {"name": "depth", "part": 0, "channels": ["depth.Z"], "coverage": false},
+    "layers": [{"name": "", "part": 0, "channels": ["R", "G", "B", "A"], "coverage": true},
+               {"name": "depth", "part": 0, "channels": ["depth.Z"], "coverage": false}]}])"));
   EXPECT_EQ(told["nodes"][1]["window"], json({0, 0, 8, 4})) << told.dump(1);
 }
 

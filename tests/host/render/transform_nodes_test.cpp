@@ -7,10 +7,14 @@
 #include <tuple>
 #include <utility>
 
+#include <ImathMatrix.h>
+#include <ImathVec.h>
 #include <gtest/gtest.h>
 
 namespace {
 
+using Imath::M33d;
+using Imath::V2d;
 using scene::HostImage;
 using scene::node;
 using scene::read_plate;
@@ -53,26 +57,6 @@ TEST(TransformNodes, PutPixelsWhereTheirKnobsSay) {
   scene::check_placed_cases(placed, 4, 2);
 }
 
-using Matrix = std::array<double, 9>;
-
-Matrix times(const Matrix& a, const Matrix& b) {
-  Matrix c{};
-  for (size_t i = 0; i < 9; ++i)
-    for (size_t k = 0; k < 3; ++k) c[i] += a[i / 3 * 3 + k] * b[k * 3 + i % 3];
-  return c;
-}
-
-std::array<double, 3> mapped(const Matrix& m, double x, double y) {
-  const double w = m[6] * x + m[7] * y + m[8];
-  return {(m[0] * x + m[1] * y + m[2]) / w, (m[3] * x + m[4] * y + m[5]) / w, w};
-}
-
-Matrix adjugate(const Matrix& m) {
-  return {m[4] * m[8] - m[5] * m[7], m[2] * m[7] - m[1] * m[8], m[1] * m[5] - m[2] * m[4],
-          m[5] * m[6] - m[3] * m[8], m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
-          m[3] * m[7] - m[4] * m[6], m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
-}
-
 double kernel(const std::string& filter, double x) {
   x = std::abs(x);
   if (filter == "bilinear") return std::max(0.0, 1 - x);
@@ -83,9 +67,10 @@ double kernel(const std::string& filter, double x) {
 // The value of a picture's pixel, wherever it is asked for.
 using Shown = std::function<double(int64_t x, int64_t y)>;
 
-double resampled(const Shown& shown, const Matrix& to_source, const std::string& filter, int64_t x,
-                 int64_t y) {
-  const auto [u, v, w] = mapped(to_source, static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5);
+double resampled(const Shown& shown, const M33d& to_source, const std::string& filter, int64_t x, int64_t y) {
+  const V2d middle(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5), from = middle * to_source;
+  const double u = from.x, v = from.y;
+  const double w = middle.x * to_source[0][2] + middle.y * to_source[1][2] + to_source[2][2];
   double sum = 0;
   const auto column = static_cast<int64_t>(std::floor(u));
   const auto row = static_cast<int64_t>(std::floor(v));
@@ -142,13 +127,9 @@ class Chain {
   // Links that are folded into one resampling: translated, turned and scaled about a point, or pinned by four
   // corners in perspective.
   void add_links(int count) {
-    Matrix forward = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    while (count-- > 0) forward = times(add_link(), forward);
-    Matrix back = adjugate(forward);
-    // The adjugate is the inverse but for a factor, whose sign tells front from back.
-    const double sign = times(forward, back)[0] > 0 ? 1 : -1;
-    for (double& each : back) each *= sign;
-    steps_.push_back([back, filter = filter_](const Shown& before) {
+    M33d forward;
+    while (count-- > 0) forward *= add_link();
+    steps_.push_back([back = forward.inverse(), filter = filter_](const Shown& before) {
       return [=](int64_t x, int64_t y) { return resampled(before, back, filter, x, y); };
     });
   }
@@ -159,28 +140,27 @@ class Chain {
   }
 
  private:
-  Matrix add_link() {
+  M33d add_link() {
     const bool pinned = flag();
     const double angle = number(-180, 180), scale = number(0.9, 1.15);
-    const double x = number(-4, 4), y = number(-4, 4), cx = number(-5, 5), cy = number(-5, 5);
-    const double turn = angle * std::acos(-1.0) / 180;
-    const double c = scale * std::cos(turn), s = scale * std::sin(turn);
-    const double px = cx + width_ / 2.0, py = cy + height_ / 2.0;
-    Matrix matrix = {c, -s, px + x - c * px + s * py, s, c, py + y - s * px - c * py, 0, 0, 1};
-    if (pinned) matrix = times({1, 0, 0, 0, 1, 0, number(-0.004, 0.004), number(-0.004, 0.004), 1}, matrix);
+    const V2d by(number(-4, 4), number(-4, 4)), center(number(-5, 5), number(-5, 5));
+    const V2d pivot = center + V2d(width_, height_) / 2;
+    M33d matrix = M33d().setTranslation(-pivot) * M33d().setRotation(angle * std::acos(-1.0) / 180) *
+                  M33d().setScale(scale) * M33d().setTranslation(pivot + by);
+    if (pinned) matrix *= M33d(1, 0, number(-0.004, 0.004), 0, 1, number(-0.004, 0.004), 0, 0, 1);
     std::ostringstream knobs;
     knobs.precision(17);
     knobs << "\"filter\": \"" << filter_ << "\", ";
     if (pinned) {
       knobs << "\"to\": [";
-      for (const auto& [i, j] : {std::pair(0, 0), {width_, 0}, {width_, height_}, {0, height_}}) {
-        const auto corner = mapped(matrix, i, j);
-        knobs << (i + j ? ", " : "") << corner[0] << ", " << corner[1];
+      for (const V2d& from : {V2d(0, 0), V2d(width_, 0), V2d(width_, height_), V2d(0, height_)}) {
+        const V2d corner = from * matrix;
+        knobs << (from == V2d(0, 0) ? "" : ", ") << corner.x << ", " << corner.y;
       }
       knobs << "]";
     } else {
-      knobs << "\"translate\": [" << x << ", " << y << "], \"rotate\": " << angle << ", \"scale\": " << scale
-            << ", \"center\": [" << cx << ", " << cy << "]";
+      knobs << "\"translate\": [" << by.x << ", " << by.y << "], \"rotate\": " << angle
+            << ", \"scale\": " << scale << ", \"center\": [" << center.x << ", " << center.y << "]";
     }
     add(pinned ? "corner_pin" : "transform", knobs.str());
     return matrix;
