@@ -5,6 +5,7 @@
 #include "host/nodes/catalogue.h"
 #include "host/report/info.h"
 #include "tests/support/files.h"
+#include "tests/support/images.h"
 
 #include <algorithm>
 #include <array>
@@ -19,7 +20,6 @@
 #include <string_view>
 #include <vector>
 
-#include <OpenImageIO/imageio.h>
 #include <nlohmann/json.hpp>
 
 // Any text as a composition: it is refused with lines that name the file, or else checked and planned for
@@ -38,11 +38,7 @@ void require(bool holds) {
 }
 
 void write_plate(const fs::path& file) {
-  const OIIO::ImageSpec spec(4, 3, 4, OIIO::TypeHalf);
-  const std::vector<float> pixels(48, 0.5F);
-  const auto output = OIIO::ImageOutput::create(file.string());
-  require(output && output->open(file.string(), spec) &&
-          output->write_image(OIIO::TypeFloat, pixels.data()) && output->close());
+  support::write_image(file, OIIO::ImageSpec(4, 3, 4, OIIO::TypeHalf), std::vector<float>(48, 0.5F));
 }
 
 // Where compositions stand, with plates beside them and one folder up.

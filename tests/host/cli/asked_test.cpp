@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
+#include <sstream>
 #include <utility>
 
 #include <OpenImageIO/imagebuf.h>
@@ -39,11 +39,8 @@ fs::path make_stereo() {
 
 // The images of a folder and their red, which is the same all over: "flat.0001.exr 0.5".
 std::string images_in(const fs::path& folder) {
-  std::set<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(folder))
-    if (entry.path().extension() == ".exr") files.insert(entry.path());
   std::ostringstream text;
-  for (const fs::path& file : files) {
+  for (const fs::path& file : process::files_in(folder, ".exr")) {
     const OIIO::ImageBuf image(file.string());
     text << (text.tellp() > 0 ? ", " : "") << file.filename().string() << ' '
          << std::round(image.getchannel(3, 3, 0, 0) * 1000) / 1000;

@@ -29,13 +29,6 @@ void make_plates(const fs::path& folder) {
   ASSERT_EQ(call("render plates.json", folder).code, 0);
 }
 
-size_t images_in(const fs::path& folder) {
-  size_t count = 0;
-  for (const auto& entry : fs::directory_iterator(folder))
-    count += entry.path().extension() == ".exr" && fs::is_regular_file(entry.symlink_status());
-  return count;
-}
-
 // What it is about, what makes it so, the file and layer that node "plate" reads, the files of the outputs
 // "out", "out2", options, the exit code and what is said.
 constexpr const char* cases = R"(
@@ -78,7 +71,7 @@ TEST(Beforehand, NothingIsDrawnWhenAFrameIsKnownToFail) {
     make_plates(folder);
     ASSERT_EQ(process::run("true; " + prepare, folder).code, 0);
     write_shot(folder / "shot.json", nodes_of(input, outputs));
-    const size_t images = images_in(folder);
+    const auto images = process::files_in(folder, ".exr");
     std::vector<std::string> commands = {"render shot.json " + options,
                                          "render shot.json --dry-run " + options};
     // What holds for the composition as it stands is told of it as well.
@@ -91,7 +84,7 @@ TEST(Beforehand, NothingIsDrawnWhenAFrameIsKnownToFail) {
       const std::string said = (words == commands[0] ? "" : ended.out) + ended.err;
       EXPECT_EQ(std::to_string(ended.code), code) << about << ": " << words << said;
       EXPECT_NE(said.find(message), std::string::npos) << about << ": " << words << said;
-      EXPECT_EQ(images_in(folder), images) << about;
+      EXPECT_EQ(process::files_in(folder, ".exr"), images) << about;
     }
   }
 }

@@ -107,35 +107,26 @@ TEST(Info, TellsImagesFromCompositionsByContentAndGoesOnBehindWhatIsDamaged) {
       R"({"name": "p", "type": "read", "knobs": {"file": "p.#.exr", "layer": "depth"}})" +
       process::write_node("out", "p", "o.#.exr");
   process::write_shot(folder / "shot.exr", nodes);
-  const struct {
-    const char* words;
-    int code;
-    const char* says;
-  } rows[] = {
-      {"info p.#.exr", 0, "frames    1-3,5,9, without 4,6-8\n"},
-      {"info p.%d.exr --json", 0, R"("missing": "4,6-8")"},
-      {"info p.1.exr", 0, "\"depth\" (depth.Z)\n"},
-      {"info p.2.exr", 0, "linear (floats are, unless the file says otherwise)\n"},
-      {"info whole.tif", 0, "sRGB (whole numbers are, unless the file says otherwise)\n"},
-      {"info whole.tif", 0, "channels  R G B uint16\n"},
-      {"info cut.exr", 2, "cut.exr: "},
-      {"info cut.exr p.1.exr", 2, "half\n"},
-      {"info cut.exr p.1.exr --json", 2, R"("error": "cut.exr: )"},
-      {"info nix.#.exr", 2, "nix.#.exr: no such file"},
-      {"info .", 2, ".: is no file"},
-      {"info image.json", 0, "type      openexr"},
-      {"info shot.exr", 0, "no problem found"},
-      {"info text.json", 2, "text.json: not JSON"},
-      {"info none.json p.1.exr", 2, "none.json: not JSON"},
-      {"info --dot p.1.exr", 2, "--dot: p.1.exr is no composition"},
-      {"info --dot --json shot.exr", 2, "--json excludes --dot"},
-  };
-  for (const auto& row : rows) {
-    const process::Ended ended = call(row.words, folder);
-    EXPECT_EQ(ended.code, row.code) << row.words << ended.err;
-    EXPECT_NE((ended.out + ended.err).find(row.says), std::string::npos) << row.words << '\n'
-                                                                         << ended.out << ended.err;
-  }
+  process::check_calls(R"(
+info p.#.exr | 0 | frames    1-3,5,9, without 4,6-8
+info p.%d.exr --json | 0 | "missing": "4,6-8"
+info p.1.exr | 0 | "depth" (depth.Z)
+info p.2.exr | 0 | linear (floats are, unless the file says otherwise)
+info whole.tif | 0 | sRGB (whole numbers are, unless the file says otherwise)
+info whole.tif | 0 | channels  R G B uint16
+info cut.exr | 2 | cut.exr:
+info cut.exr p.1.exr | 2 | half
+info cut.exr p.1.exr --json | 2 | "error": "cut.exr:
+info nix.#.exr | 2 | nix.#.exr: no such file
+info . | 2 | .: is no file
+info image.json | 0 | type      openexr
+info shot.exr | 0 | no problem found
+info text.json | 2 | text.json: not JSON
+info none.json p.1.exr | 2 | none.json: not JSON
+info --dot p.1.exr | 2 | --dot: p.1.exr is no composition
+info --dot --json shot.exr | 2 | --json excludes --dot
+)",
+                       folder);
   const json told = json::parse(call("info p.1.exr shot.exr --json", folder).out)[1];
   EXPECT_EQ(told["reads"], json::parse(R"([{"node": "p", "frame": 1, "file": "p.#.exr", "path": "p.1.exr",
     "frames": "1-3,5,9", "missing": "4,6-8", "black": false, "color": {"space": "linear",

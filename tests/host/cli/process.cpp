@@ -1,13 +1,16 @@
 #include "tests/host/cli/process.h"
 
 #include "host/cli/cli.h"
+#include "tests/support/table.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
 #include <sstream>
-#include <vector>
+#include <system_error>
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 namespace process {
@@ -38,6 +41,23 @@ Ended call(const std::string& words, const fs::path& folder) {
   std::cout.rdbuf(out_buffer);
   std::cerr.rdbuf(err_buffer);
   return {code, out.str(), err.str()};
+}
+
+void check_calls(const std::string& table, const fs::path& folder) {
+  for (const auto& [words, code, says] : support::rows<3>(table)) {
+    const Ended ended = call(words, folder);
+    EXPECT_EQ(std::to_string(ended.code), code) << words << ended.err;
+    EXPECT_NE((ended.out + ended.err).find(says), std::string::npos) << words << ended.out << ended.err;
+  }
+}
+
+std::vector<fs::path> files_in(const fs::path& folder, const std::string& ending) {
+  std::vector<fs::path> files;
+  std::error_code none;
+  for (const auto& entry : fs::directory_iterator(folder, none))
+    if (entry.path().extension() == ending && !entry.is_symlink()) files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 const std::string grey = R"({"name": "grey", "type": "constant", "knobs": {"color": [0.5, 0.5, 0.5, 1]}})";

@@ -120,12 +120,20 @@ TEST(Writer, EveryKindOfFileHoldsWhatWasAsked) {
     }
   }
   nodes += scene::write_node("p", "small.jpeg", R"("channels": "rgb", "quality": 20)") +
-           scene::write_node("p", "none.tif", R"("compression": "none")");
+           scene::write_node("p", "none.tif", R"("compression": "none")") +
+           scene::node("matte", "p", "range_key", R"("channel": "alpha", "output": "matte")") +
+           scene::write_node("matte", "matte.png", R"("color": "linear")");
   scene::render(nodes, plate.width, plate.height);
   for (const auto& check : checks) check();
   const auto size = [](const char* file) { return fs::file_size(scene::folder() / file); };
   EXPECT_LT(size("small.jpeg"), size("autorgbauto.jpg"));
   EXPECT_GT(size("none.tif"), size("autorgbaauto.tif"));
+  // What is no coverage divides nothing: the matte is stored as it is, and multiplied by itself when it is
+  // read.
+  const OIIO::ImageBuf matte((scene::folder() / "matte.png").string());
+  const float alpha = matte.getchannel(2 * block, 0, 0, 3);
+  EXPECT_LT(alpha, 1);
+  EXPECT_NEAR(matte.getchannel(2 * block, 0, 0, 0), alpha * alpha, 0.01);
 }
 
 // A picture in memory, and the file that OpenImageIO's writer makes of what is to be stored of it.

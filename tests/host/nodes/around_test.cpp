@@ -21,13 +21,11 @@ constexpr int width = 16;
 constexpr int height = 12;
 constexpr int64_t frame = 5;
 
-// Knobs under which a node of each type changes its image, on either side of the middle.
+// Knobs under which a node of a type changes its image, on either side of the middle, where it needs any.
 const std::map<std::string, std::string> changing = {
     {"copy", R"("red": "green")"},
     {"channel_merge", R"("output": "blue")"},
     {"shuffle", R"("routing": {"r": "second.g", "a": "second.b"})"},
-    {"range_key", ""},
-    {"screen_key", ""},
     {"edge_fill", R"("trust": 0.5)"},
     {"blur", R"("size": 3)"},
     {"glow", R"("size": 3)"},
@@ -47,12 +45,6 @@ const std::map<std::string, std::string> changing = {
     {"saturation", R"("saturation": 0)"},
     {"color_matrix", R"("red": [0, 1, 0])"},
     {"clamp", R"("high": 0.25)"},
-    {"premultiply", ""},
-    {"unpremultiply", ""},
-    {"invert", ""},
-    {"find_nan", ""},
-    {"ocio_colorspace", ""},
-    {"ocio_display", ""},
     {"ocio_file", R"("file": "warm.cc")"},
     {"ocio_cdl", R"("slope": [2, 1, 1])"},
 };
@@ -101,7 +93,7 @@ std::string node_of(const NodeType& type, const std::string& name, bool masked, 
     const std::string from = static_cast<int>(i) == type.changes ? "in" : input == "mask" ? "mask" : "other";
     inputs += (inputs.empty() ? "\"" : ", \"") + input + "\": \"" + from + "\"";
   }
-  const std::string& own = changing.at(type.name);
+  const std::string own = changing.contains(type.name) ? changing.at(type.name) : "";
   return scene::node(name, "{" + inputs + "}", type.name,
                      own + (own.empty() || knobs.empty() ? "" : ", ") + knobs);
 }
@@ -162,7 +154,6 @@ TEST(Around, HoldsEveryNodeToItsShare) {
   for (const NodeType& type : host::nodes::catalogue()) {
     if (type.changes < 0 || type.inputs.empty()) continue;
     SCOPED_TRACE(type.name);
-    ASSERT_TRUE(changing.count(type.name));
     scene::Scene shot = scene_of(type);
     const HostImage in = shot.image("in", frame);
     const host::render::Stats before = shot.renderer().stats();

@@ -68,30 +68,25 @@ void write_config() {
       << R"(<ColorCorrectionCollection><ColorCorrection id="a"></ColorCorrection><ColorCorrection id="b">
           <SOPNode><Slope>2 1 0.5</Slope><Offset>0.25 0 0</Offset><Power>1 2 1</Power></SOPNode>
           <SatNode><Saturation>0.5</Saturation></SatNode></ColorCorrection></ColorCorrectionCollection>)";
-  std::ofstream config(scene::folder() / "config.ocio");
-  config
-      << "ocio_profile_version: 2\nsearch_path: .\nroles: {default: plain, scene_linear: plain}\n"
-         "displays:\n  d:\n    - !<View> {name: v, colorspace: plain}\n"
-         "    - !<View> {name: film, colorspace: short, looks: warm}\n"
-         "looks:\n"
-         "  - !<Look> {name: warm, process_space: plain, transform: !<CDLTransform> {slope: [1.5, 1, 0.5]}}\n"
-         "  - !<Look> {name: dark, process_space: density, transform: !<CDLTransform> {power: [2, 2, 2]}}\n"
-         "colorspaces:\n  - !<ColorSpace> {name: plain}\n";
-  const auto space = [&config](const char* name, const std::string& transform) {
-    config << "  - !<ColorSpace>\n    name: " << name << "\n    from_scene_reference: !<" << transform
-           << "}\n";
-  };
-  space("cube", "FileTransform> {src: cube.cube, interpolation: linear");
-  space("tetra", "FileTransform> {src: cube.cube, interpolation: tetrahedral");
-  space("short", "FileTransform> {src: curve17.spi1d, interpolation: linear");
-  space("long", "FileTransform> {src: curve10000.spi1d, interpolation: linear");
-  space("best", "FileTransform> {src: cube.cube, interpolation: best");
-  space("by id", "FileTransform> {src: two.ccc, cccid: b");
-  const std::string cdl =
-      "CDLTransform> {slope: [1.25, 0.75, 1], offset: [0.125, 0, -0.125], power: [1.5, 1, 0.75], sat: 1.25";
-  space("cdl", cdl);
-  space("clamped", cdl + ", style: asc");
-  space("density", "LogAffineTransform> {base: 10, lin_side_slope: 2, lin_side_offset: 0.5");
+  std::ofstream(scene::folder() / "config.ocio") << R"(ocio_profile_version: 2
+search_path: .
+roles: {default: plain, scene_linear: plain}
+displays: {d: [!<View> {name: v, colorspace: plain}, !<View> {name: film, colorspace: short, looks: warm}]}
+looks:
+  - !<Look> {name: warm, process_space: plain, transform: !<CDLTransform> {slope: [1.5, 1, 0.5]}}
+  - !<Look> {name: dark, process_space: density, transform: !<CDLTransform> {power: [2, 2, 2]}}
+colorspaces:
+  - !<ColorSpace> {name: plain}
+  - !<ColorSpace> {name: cube, from_scene_reference: !<FileTransform> {src: cube.cube, interpolation: linear}}
+  - !<ColorSpace> {name: tetra, from_scene_reference: !<FileTransform> {src: cube.cube, interpolation: tetrahedral}}
+  - !<ColorSpace> {name: short, from_scene_reference: !<FileTransform> {src: curve17.spi1d, interpolation: linear}}
+  - !<ColorSpace> {name: long, from_scene_reference: !<FileTransform> {src: curve10000.spi1d, interpolation: linear}}
+  - !<ColorSpace> {name: best, from_scene_reference: !<FileTransform> {src: cube.cube, interpolation: best}}
+  - !<ColorSpace> {name: by id, from_scene_reference: !<FileTransform> {src: two.ccc, cccid: b}}
+  - !<ColorSpace> {name: cdl, from_scene_reference: !<CDLTransform> {slope: [1.25, 0.75, 1], offset: [0.125, 0, -0.125], power: [1.5, 1, 0.75], sat: 1.25}}
+  - !<ColorSpace> {name: clamped, from_scene_reference: !<CDLTransform> {slope: [1.25, 0.75, 1], offset: [0.125, 0, -0.125], power: [1.5, 1, 0.75], sat: 1.25, style: asc}}
+  - !<ColorSpace> {name: density, from_scene_reference: !<LogAffineTransform> {base: 10, lin_side_slope: 2, lin_side_offset: 0.5}}
+)";
 }
 
 scene::Plate colors() {

@@ -2,11 +2,12 @@
 #include "tests/support/error.h"
 #include "tests/support/table.h"
 
-#include <array>
 #include <cstddef>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,26 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int width = 24, height = 20;
-
-// A channel of a file: that of a plate, and how it is stored.
-struct Stored {
-  const char* plate;
-  int channel;
-  bool real;
-};
-
-struct PartOf {
-  const char* name;
-  std::array<int, 4> window;  // x, y, width, height, y down
-  std::map<std::string, Stored> channels;
-};
-
-struct Case {
-  const char* file;
-  const char* inputs;
-  const char* knobs;
-  std::vector<PartOf> parts;
-};
 
 // Values that no half holds, in windows of their own: colour, a depth of one channel, motion without an
 // alpha.
@@ -62,74 +43,35 @@ void write_plates() {
 const std::string plates = scene::read_plate("comp.exr", "comp") + scene::read_plate("small.exr", "small") +
                            scene::read_plate("z.exr", "z") + scene::read_plate("motion.exr", "motion");
 
-const std::map<std::string, Stored> colour = {{"R", {"comp.exr", 0, false}},
-                                              {"G", {"comp.exr", 1, false}},
-                                              {"B", {"comp.exr", 2, false}},
-                                              {"A", {"comp.exr", 3, false}}};
+// A file, its images and knobs; each of its parts with its name, window (x, y, width, height, y down) and
+// channels: those of plates by number, as halves or, where that is told by an f, floats. Names as they stand,
+// colours picked by theirs, and the same image in two layers; five are more than may be on their way by
+// themselves.
+constexpr const char* written = R"(
+one.exr    | comp | | | 0 0 24 20 | R=comp.0 G=comp.1 B=comp.2 A=comp.3
+layers.exr | {"rgba": "comp", "depth": "z", "key": "small"} | "channels": {"depth": ["Z"], "key": "A"}, "depth": {"depth": "float"} | | 0 0 24 20 | R=comp.0 G=comp.1 B=comp.2 A=comp.3 depth.Z=z.0f key.A=small.3
+plain.exr  | {"image": "comp", "mv": "motion", "fg": "small"} | "depth": "float", "channels": {"image": "A"} | | 0 0 24 20 | A=comp.3f mv.R=motion.0f mv.G=motion.1f mv.B=black.0f fg.R=small.0f fg.G=small.1f fg.B=small.2f fg.A=small.3f
+names.exr  | {"rgba": "comp", "a": "z", "b": "z", "c": "small", "d": "motion"} | "channels": {"a": [".Z"], "b": "left.Z", "c": ["Blue", "x"], "d": ["u", "v"]}, "compression": "piz" | | 0 0 24 20 | R=comp.0 G=comp.1 B=comp.2 A=comp.3 Z=z.0 left.Z=z.0 c.Blue=small.2 c.x=small.1 d.u=motion.0 d.v=motion.1
+hull.exr   | {"fg": "small", "depth": "z"} | "channels": {"depth": "Z", "fg": ["R"]} | | 2 3 10 9 | depth.Z=z.0 fg.R=small.0
+parts.exr  | {"rgba": "comp", "depth": "z", "mv": "motion"} | "parts": true, "channels": {"depth": "Z", "mv": ["u", "v"]}, "depth": {"depth": "float"}, "compression": "piz" | rgba | 0 0 24 20 | R=comp.0 G=comp.1 B=comp.2 A=comp.3
+parts.exr  | | | depth | 2 6 9 4   | Z=z.0f
+parts.exr  | | | mv    | 0 0 24 20 | u=motion.0 v=motion.1
+over.exr   | {"rgba": "comp", "mv": "motion"} | "parts": true, "overscan": true, "channels": {"mv": ["u", "v"]} | rgba | 0 0 24 20 | R=comp.0 G=comp.1 B=comp.2 A=comp.3
+over.exr   | | | mv    | -3 -2 40 30 | u=motion.0 v=motion.1
+)";
 
-std::map<std::string, Stored> with(std::map<std::string, Stored> more) {
-  more.insert(colour.begin(), colour.end());
-  return more;
-}
-
-constexpr std::array<int, 4> whole = {0, 0, width, height};
-
-const std::vector<Case> cases = {
-    {"one.exr", "comp", "", {{"", whole, colour}}},
-    {"layers.exr",
-     R"({"rgba": "comp", "depth": "z", "key": "small"})",
-     R"("channels": {"depth": ["Z"], "key": "A"}, "depth": {"depth": "float"})",
-     {{"", whole, with({{"depth.Z", {"z.exr", 0, true}}, {"key.A", {"small.exr", 3, false}}})}}},
-    {"plain.exr",
-     R"({"image": "comp", "mv": "motion", "fg": "small"})",
-     R"("depth": "float", "channels": {"image": "A"})",
-     {{"",
-       whole,
-       {{"A", {"comp.exr", 3, true}},
-        {"mv.R", {"motion.exr", 0, true}},
-        {"mv.G", {"motion.exr", 1, true}},
-        {"mv.B", {"", 0, true}},
-        {"fg.R", {"small.exr", 0, true}},
-        {"fg.G", {"small.exr", 1, true}},
-        {"fg.B", {"small.exr", 2, true}},
-        {"fg.A", {"small.exr", 3, true}}}}}},
-    // Names as they stand, colours picked by theirs, and the same image in two layers; five are more than may
-    // be on their way by themselves.
-    {"names.exr",
-     R"({"rgba": "comp", "a": "z", "b": "z", "c": "small", "d": "motion"})",
-     R"("channels": {"a": [".Z"], "b": "left.Z", "c": ["Blue", "x"], "d": ["u", "v"]}, "compression": "piz")",
-     {{"", whole,
-       with({{"Z", {"z.exr", 0, false}},
-             {"left.Z", {"z.exr", 0, false}},
-             {"c.Blue", {"small.exr", 2, false}},
-             {"c.x", {"small.exr", 1, false}},
-             {"d.u", {"motion.exr", 0, false}},
-             {"d.v", {"motion.exr", 1, false}}})}}},
-    {"hull.exr",
-     R"({"fg": "small", "depth": "z"})",
-     R"("channels": {"depth": "Z", "fg": ["R"]})",
-     {{"", {2, 3, 10, 9}, {{"depth.Z", {"z.exr", 0, false}}, {"fg.R", {"small.exr", 0, false}}}}}},
-    {"parts.exr",
-     R"({"rgba": "comp", "depth": "z", "mv": "motion"})",
-     R"("parts": true, "channels": {"depth": "Z", "mv": ["u", "v"]}, "depth": {"depth": "float"}, "compression": "piz")",
-     {{"rgba", whole, colour},
-      {"depth", {2, 6, 9, 4}, {{"Z", {"z.exr", 0, true}}}},
-      {"mv", whole, {{"u", {"motion.exr", 0, false}}, {"v", {"motion.exr", 1, false}}}}}},
-    {"overscan.exr",
-     R"({"rgba": "comp", "mv": "motion"})",
-     R"("parts": true, "overscan": true, "channels": {"mv": ["u", "v"]})",
-     {{"rgba", whole, colour},
-      {"mv", {-3, -2, 40, 30}, {{"u", {"motion.exr", 0, false}}, {"v", {"motion.exr", 1, false}}}}}},
-};
-
-void expect_channel(const OIIO::ImageBuf& image, int channel, const Stored& stored) {
+void expect_channel(const OIIO::ImageBuf& image, const std::string& expected) {
+  const size_t equals = expected.find('='), dot = expected.find('.', equals);
   const OIIO::ImageSpec& spec = image.nativespec();
-  const OIIO::ImageBuf plate((scene::folder() / stored.plate).string());
-  ASSERT_EQ(spec.channelformat(channel), stored.real ? OIIO::TypeFloat : OIIO::TypeHalf);
+  const int channel = spec.channelindex(expected.substr(0, equals)), from = expected.at(dot + 1) - '0';
+  const bool real = expected.back() == 'f';
+  const std::string plate_name = expected.substr(equals + 1, dot - equals - 1) + ".exr";
+  const OIIO::ImageBuf plate((scene::folder() / plate_name).string());
+  ASSERT_EQ(spec.channelformat(channel), real ? OIIO::TypeFloat : OIIO::TypeHalf);
   for (int y = spec.y; y < spec.y + spec.height; ++y) {
     for (int x = spec.x; x < spec.x + spec.width; ++x) {
-      const float value = *stored.plate ? plate.getchannel(x, y, 0, stored.channel) : 0.0F;
-      ASSERT_EQ(image.getchannel(x, y, 0, channel), stored.real ? value : static_cast<float>(half(value)))
+      const float value = plate_name == "black.exr" ? 0 : plate.getchannel(x, y, 0, from);
+      ASSERT_EQ(image.getchannel(x, y, 0, channel), real ? value : static_cast<float>(half(value)))
           << " at " << x << ", " << y;
     }
   }
@@ -139,29 +81,31 @@ void expect_channel(const OIIO::ImageBuf& image, int channel, const Stored& stor
 TEST(Layers, AreWrittenAsTheyAreNamed) {
   write_plates();
   std::string nodes = plates;
-  for (const Case& each : cases) nodes += scene::write_node(each.inputs, each.file, each.knobs);
+  for (const auto& [file, inputs, knobs, part, window, channels] : support::rows<6>(written))
+    if (!inputs.empty()) nodes += scene::write_node(inputs, file, knobs);
   host::render::RenderOptions options;
   options.threads = 1;
   scene::render(nodes, width, height, options);
-  for (const Case& each : cases) {
-    SCOPED_TRACE(each.file);
-    const fs::path path = scene::folder() / each.file;
-    scene::told("exrinfo -s", path);
-    EXPECT_EQ(OIIO::ImageBuf(path.string()).nsubimages(), static_cast<int>(each.parts.size()));
-    for (size_t part = 0; part < each.parts.size(); ++part) {
-      const PartOf& expected = each.parts[part];
-      const OIIO::ImageBuf image(path.string(), static_cast<int>(part), 0);
-      const OIIO::ImageSpec& spec = image.nativespec();
-      EXPECT_EQ(spec.get_string_attribute("name"), expected.name);
-      const std::array<int, 4> window = {spec.x, spec.y, spec.width, spec.height};
-      EXPECT_EQ(window, expected.window);
-      EXPECT_EQ(spec.full_width, width);
-      ASSERT_EQ(static_cast<size_t>(spec.nchannels), expected.channels.size());
-      for (const auto& [name, stored] : expected.channels) {
-        SCOPED_TRACE(name);
-        expect_channel(image, spec.channelindex(name), stored);
-      }
+  std::map<std::string, int> parts;  // of each file
+  for (const auto& [file, inputs, knobs, part, window, channels] : support::rows<6>(written)) {
+    const OIIO::ImageBuf image((scene::folder() / file).string(), parts[file]++, 0);
+    const OIIO::ImageSpec& spec = image.nativespec();
+    std::ostringstream numbers;
+    numbers << spec.x << ' ' << spec.y << ' ' << spec.width << ' ' << spec.height;
+    EXPECT_EQ(spec.get_string_attribute("name"), part) << file;
+    EXPECT_EQ(numbers.str(), window) << file;
+    EXPECT_EQ(spec.full_width, width) << file;
+    std::istringstream words(channels);
+    const std::vector<std::string> all(std::istream_iterator<std::string>(words), {});
+    ASSERT_EQ(spec.channelnames.size(), all.size()) << file;
+    for (const std::string& each : all) {
+      SCOPED_TRACE(file + ": " + each);
+      expect_channel(image, each);
     }
+  }
+  for (const auto& [file, count] : parts) {
+    scene::told("exrinfo -s", scene::folder() / file);
+    EXPECT_EQ(OIIO::ImageBuf((scene::folder() / file).string()).nsubimages(), count) << file;
   }
 }
 
