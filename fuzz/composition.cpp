@@ -74,24 +74,19 @@ host::frame::PlanOptions options(double scale) {
 
 void plan(const host::shot::Composition& composition, double scale) {
   host::frame::Planner planner(composition, options(scale));
-  try {
-    planner.targets().check(composition.frames);
-  } catch (const host::frame::TargetError&) {
-    return;
-  }
   std::vector<std::string> texts;
   const auto note = [&texts](const host::frame::FramePlan& each) {
     texts.push_back(host::report::plan_text(each));
   };
-  std::vector<std::string> problems;
+  host::frame::Outlook outlook;
   try {
-    const host::frame::Outlook outlook = planner.look_ahead(composition.frames, note);
-    require((outlook.failing > 0) == !outlook.problems.empty());
-    problems = outlook.problems;
+    planner.targets().check(composition.frames);
+    outlook = planner.look_ahead(composition.frames, note);
   } catch (const host::frame::TargetError&) {
     return;
   }
-  require(!host::report::info_text(composition, planner, problems).empty());
+  require((outlook.failing > 0) == !outlook.problems.empty());
+  require(!host::report::info_text(composition, planner, outlook.problems).empty());
   host::frame::Planner again(composition, options(scale));
   for (size_t i = 0; i < texts.size(); ++i)
     require(host::report::plan_text(again.frame(composition.frames[i])) == texts[i]);

@@ -96,22 +96,18 @@ TEST(Beforehand, WhatStandsIsKeptOnlyIfItIsWhatWouldBeMade) {
     write_shot(folder / "full.json", nodes);
     // As large as the other one at half its size.
     write_shot(folder / "half.json", nodes, "1-3", R"("width": 16, "height": 9)");
-    const auto code = [&](const std::string& words) {
-      const process::Ended ended = call("render " + words, folder);
-      const bool other =
-          ended.err.find("is 16 x 9 at scale 0.5, not 32 x 18 at scale 1") != std::string::npos;
-      return other ? 100 + ended.code : ended.code;
-    };
-    for (const auto& [words, expected] : {std::pair("full.json --proxy 0.5", 0),
-                                          {"full.json --proxy 0.5 --skip-existing", 0},
-                                          {"full.json --skip-existing", 101},
-                                          {"half.json --skip-existing", 1},
-                                          {"half.json --skip-existing --keep-going", 1},
-                                          {"full.json --overwrite", 0},
-                                          {"full.json --skip-existing", 0}})
-      EXPECT_EQ(code(words), expected) << words << " " << ending;
+    process::check_calls(R"(
+render full.json --proxy 0.5 | 0 |
+render full.json --proxy 0.5 --skip-existing | 0 |
+render full.json --skip-existing | 1 | is 16 x 9 at scale 0.5, not 32 x 18 at scale 1
+render half.json --skip-existing | 1 | is 16 x 9 at scale 0.5, not 16 x 9 at scale 1
+render half.json --skip-existing --keep-going | 1 | is 16 x 9 at scale 0.5, not 16 x 9 at scale 1
+render full.json --overwrite | 0 |
+render full.json --skip-existing | 0 |
+)",
+                         folder);
     support::write_bytes(folder / ("o.0002." + ending), "no image");
-    EXPECT_EQ(code("full.json --skip-existing"), 1) << ending;
+    EXPECT_EQ(call("render full.json --skip-existing", folder).code, 1) << ending;
   }
 }
 

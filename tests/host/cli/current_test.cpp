@@ -130,7 +130,8 @@ TEST(Journal, LinesOfSeveralWritersAreReadAndTornOnesReadOver) {
     other.add(failed);
     one.add(told);
   }
-  std::ofstream(file, std::ios::app) << "[1]\n{\"outcome\":\"done\",\"frame\":8}\n{\"frame\":6}";
+  std::ofstream(file, std::ios::app)
+      << "[1]\n{\"outcome\":\"done\",\"frame\":8}\n{\"outcome\":\"done\",\"frame\":6}";
   std::ostringstream read;
   host::render_farm::read_journal(file, [&](const Entry& each) {
     read << each.frame << each.outcome << ' ' << each.host << ' ' << each.task << ' ' << each.ms << ' '

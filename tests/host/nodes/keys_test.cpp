@@ -114,35 +114,29 @@ std::string node_text(const NodeType& type, const std::string& name, const json&
                       const std::string& plate) {
   json inputs = json::array();
   std::string text;
-  for (size_t i = 0; i < type.inputs.size(); ++i) {
-    const std::string input = name + " input " + std::to_string(i);
-    const json move = {{"name", input}, {"type", "read"}, {"knobs", {{"file", plate}}}};
-    text += move.dump() + ", ";
-    inputs.push_back(input);
+  for (const host::node::InputSpec& input : type.inputs) {
+    inputs.push_back(name + " " + input.name);
+    text += scene::read_plate(plate, inputs.back());
   }
-  json node = {{"name", name}, {"type", type.name}, {"knobs", knobs}};
-  if (!inputs.empty()) node["inputs"] = inputs;
-  return text + node.dump();
+  const std::string inside = knobs.dump();
+  return text + scene::node(name, inputs.dump(), type.name, inside.substr(1, inside.size() - 2));
 }
 
+// The keys of each pair's nodes, one behind the other.
 std::vector<int64_t> keys_of(const NodeType& type, const std::vector<Pair>& pairs) {
   std::string text;
-  for (size_t i = 0; i < pairs.size(); ++i) {
-    for (const char* side : {"a", "b"}) {
-      text += (text.empty() ? "" : ", ") +
-              node_text(type, side + std::to_string(i), *side == 'a' ? pairs[i].a : pairs[i].b, "keys.exr");
-    }
+  for (size_t i = 0; i < 2 * pairs.size(); ++i) {
+    const Pair& pair = pairs[i / 2];
+    text += node_text(type, "n" + std::to_string(i), i % 2 ? pair.b : pair.a, "keys.exr");
   }
   const scene::Scene shot(text, width, height);
   host::plates::Headers headers;
   const auto project = host::frame::make_project(shot.composition(), 1, headers);
   std::vector<int64_t> keys;
-  for (size_t i = 0; i < pairs.size(); ++i) {
-    for (const char* side : {"a", "b"}) {
-      host::frame::FrameKeys frame_keys(shot.composition(), project);
-      const auto keyed = frame_keys.frame({shot.composition().find(side + std::to_string(i))}, frame);
-      keys.push_back(keyed.keys[static_cast<size_t>(keyed.graph.outputs[0])]);
-    }
+  for (size_t i = 0; i < 2 * pairs.size(); ++i) {
+    host::frame::FrameKeys frame_keys(shot.composition(), project);
+    const auto keyed = frame_keys.frame({shot.composition().find("n" + std::to_string(i))}, frame);
+    keys.push_back(keyed.keys[static_cast<size_t>(keyed.graph.outputs[0])]);
   }
   return keys;
 }
@@ -155,9 +149,8 @@ std::string drawn(scene::Scene& shot, const std::string& name, scene::HostImage&
 
 // Where a pair has one key, its pixels are drawn apart and must be one as well.
 void compare(const NodeType& type, const Pair& pair) {
-  scene::Scene shot(
-      node_text(type, "a", pair.a, "keys.exr") + ", " + node_text(type, "b", pair.b, "copy.exr"), width,
-      height);
+  scene::Scene shot(node_text(type, "a", pair.a, "keys.exr") + node_text(type, "b", pair.b, "copy.exr"),
+                    width, height);
   scene::HostImage a, b;
   ASSERT_EQ(drawn(shot, "a", a), drawn(shot, "b", b)) << type.name << ": " << pair.what;
   EXPECT_EQ(a.extent.window, b.extent.window) << type.name << ": " << pair.what << " " << pair.a << pair.b;
