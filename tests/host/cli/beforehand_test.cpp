@@ -2,7 +2,6 @@
 #include "tests/support/table.h"
 
 #include <cstdlib>
-#include <utility>
 
 #include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
@@ -46,7 +45,6 @@ by a link                  | ln -s p.0002.exr o.0002.exr | p.####.exr | o.####.e
 two outputs with one path  | | | o.####.exr x/../o.####.exr | | 2 | node "out2": knob "file":
 one path for all frames    | | | o.exr | | 2 | every frame would go to this file
 an output without a file   | | | - | | 2 | shot.json: node "out": knob "file": expected a path
-a depth not had            | | | o.####.exr","depth":"8 | | 2 | node "out": knob "depth": .exr files have no "8"; they have "auto", "half", "float"
 a compression not had      | | | o.####.exr","compression":"dwaa | -o o.####.tif | 2 | knob "compression": .tif files have no "dwaa"; they have "none", "lzw"
 an unset output variable   | | | ${QUORVEL_UNSET}/o.####.exr | | 2 | $QUORVEL_UNSET is not set
 an unset input variable    | | $QUORVEL_UNSET/p.exr | o.####.exr | | 1 | node "plate": frame 1: $QUORVEL_UNSET is not set

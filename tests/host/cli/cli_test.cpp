@@ -52,8 +52,6 @@ render good.json -o x.####.bmp | 2 | unknown image file ending
 render bmp.json | 2 | node "out": knob "file"
 render none.json | 2 | it writes no file
 farm | 2 | expected a command: submit, status, retry, cancel or export
-farm submt good.json | 2 | unknown command "submt" (did you mean "submit"?)
-farm submit good.json --chnk 3 | 2 | (did you mean "--chunk"?)
 farm submit good.json --chunk 0 | 2 | --chunk: expected auto or a number of frames, found "0"
 farm submit good.json -f 7,^7 | 3 | leaves no frame
 farm submit none.json | 2 | it writes no file

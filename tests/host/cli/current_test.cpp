@@ -6,7 +6,6 @@
 #include <chrono>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -8,7 +8,6 @@
 #include <random>
 #include <thread>
 #include <tuple>
-#include <vector>
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>

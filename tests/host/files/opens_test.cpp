@@ -99,15 +99,12 @@ TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
   constexpr int frames = 6;
   write_sources(frames);
   host::render::RenderOptions options;
-  options.existing = host::frame::Existing::overwrite;
   for (int frame = 1; frame <= frames; ++frame) options.frames.push_back(frame);
-  scene::Scene shot(nodes, 8, 8, options);
   for (const bool run : {true, false}) {
     here = {};
     opens_of_all = 0;
-    scene::Recorder progress;
     if (run) {
-      EXPECT_EQ(shot.run(progress), host::render::Outcome::done) << progress.frames.back().error;
+      scene::render(nodes, 8, 8, options);
     } else {
       scene::Scene again(nodes);
       for (int frame = 1; frame <= frames; ++frame) again.image("b", frame);

@@ -1,7 +1,6 @@
 #include "host/plates/sources.h"
 #include "tests/host/render/scene.h"
 #include "tests/support/error.h"
-#include "tests/support/files.h"
 #include "tests/support/images.h"
 
 #include <algorithm>

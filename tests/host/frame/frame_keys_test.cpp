@@ -7,7 +7,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,6 @@
 #include <cmath>
 #include <fstream>
 #include <set>
-#include <sstream>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,7 +1,6 @@
 #include "tests/host/render/scene.h"
 
 #include <map>
-#include <utility>
 
 #include <gtest/gtest.h>
 
