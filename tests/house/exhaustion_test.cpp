@@ -22,7 +22,6 @@
 #include <functional>
 #include <memory>
 #include <new>
-#include <sstream>
 #include <tuple>
 
 #include <gtest/gtest.h>
@@ -61,9 +60,7 @@ bool stopped(int64_t n, const Act& act) {
 
 template <class... Values>
 std::string text(const Values&... values) {
-  std::ostringstream out;
-  (void(out << values << ' '), ...);
-  return out.str();
+  return testing::PrintToString(std::tuple(values...));
 }
 
 void start_ring() {

@@ -124,12 +124,10 @@ TEST(Xform, ChainsMapPointsAndBoxesLikeTheirSteps) {
       least = {std::min(least.x, p.x), std::min(least.y, p.y)};
       most = {std::max(most.x, p.x), std::max(most.y, p.y)};
     }
-    const auto covers = [](int64_t edge, double outward, double inside) {
-      const auto e = static_cast<double>(edge);
-      return e >= outward - 2e-6 && e < outward + 1 && e >= inside - 2e-6;
-    };
-    EXPECT_TRUE(!image || (covers(-(*image)[0], -least.x, -point.x) && covers((*image)[2], most.x, point.x)));
-    EXPECT_TRUE(!image || (covers(-(*image)[1], -least.y, -point.y) && covers((*image)[3], most.y, point.y)));
+    const auto pixel = [](double x) { return static_cast<int64_t>(x); };
+    const Box hull = {pixel(std::floor(least.x + 1e-6)), pixel(std::floor(least.y + 1e-6)),
+                      pixel(std::ceil(most.x - 1e-6)), pixel(std::ceil(most.y - 1e-6))};
+    EXPECT_EQ(image.value_or(hull), hull);
   }
 }
 
