@@ -118,70 +118,62 @@ void cut_or_change(std::string& bytes, Random& random, int how) {
   }
 }
 
-class Reading : public testing::Test {
- protected:
-  void SetUp() override {
-    // No thread but ours: tsan does not see into others'.
-    OIIO::attribute("exr_threads", -1);
+// Every channel of a subimage, four an output.
+void compare_layers(OIIO::ImageInput& input, const std::string& path, const Read& all,
+                    const std::optional<std::vector<float>>& expected, bool damaged, Random& random) {
+  const size_t count = static_cast<size_t>(all.chend), floats = size_t{4} * input.spec().image_pixels();
+  std::vector<std::array<Slot, 4>> slots((count + 3) / 4);
+  for (size_t c = 0; c < count; ++c) slots[c / 4][c % 4] = {0, static_cast<int>(c), 0};
+  std::vector<std::vector<float>> pixels(slots.size(), std::vector<float>(floats, -1));
+  std::vector<float*> outs;
+  for (auto& each : pixels) outs.push_back(each.data());
+  double ms = 0;
+  const bool done = exr::load(input, path, {all}, slots, all.width, all.height, any(random, 1, 3), outs, ms);
+  ASSERT_TRUE(done || damaged || !is_ours(std::string(input.spec().get_string_attribute("compression"))));
+  std::string err;
+  const bool loaded = done || load_layers(path, {all}, slots, all.width, all.height, 1, outs, err, nullptr);
+  ASSERT_TRUE(loaded == err.empty() && (loaded || damaged) && (!done || expected)) << err;
+  // The general reader leaves of damaged blocks what its memory held.
+  for (size_t i = 0; done && i < expected->size(); ++i) {
+    const size_t c = i % count;
+    ASSERT_TRUE(same(&pixels[c / 4][i / count * 4 + c % 4], &(*expected)[i], 1)) << "float " << i;
   }
+}
 
-  // Whatever is read here has the general reader's pixels, and it says the same of the rest.
-  void compare(const std::string& path, bool damaged) {
-    const auto input = OIIO::ImageInput::open(path);
-    OIIO::geterror();
-    // Only where the general reader is not asked: tsan does not see into its pool.
-    const bool read_here =
-        input && !damaged && is_ours(std::string(input->spec().get_string_attribute("compression")));
-    const int threads = read_here || !support::thread_sanitizer ? any(random, 1, 3) : 1;
-    DecodeResult result;
-    decode_plain(path, threads, result);
-    ASSERT_EQ(result.status == 4, !input);
-    if (!input) return;
-    std::vector<Part> parts;
-    for (int s = 0; input->seek_subimage(s, 0); ++s) {
-      const OIIO::ImageSpec spec = input->spec();
-      if (spec.deep || spec.image_pixels() > 1 << 20 || spec.depth != 1) continue;
-      const Read all = {s, 0, spec.nchannels, 0, 0, spec.width, spec.height};
-      // By a reader that no earlier failure can have left in disorder.
-      const auto expected = whole(path, s);
-      ASSERT_TRUE(result.status != 2 ||
-                  (expected && (damaged || same(result.pixels.get(), expected->data(), expected->size()))));
-      compare_layers(*input, path, all, expected, damaged);
-      if (expected) parts.push_back({spec.width, spec.height, spec.nchannels, *expected});
-    }
-    input->geterror();
-    if (!damaged) check_random_plan(path, parts, threads, random);
+// Whatever is read here has the general reader's pixels, and it says the same of the rest.
+void compare(const std::string& path, bool damaged, Random& random) {
+  const auto input = OIIO::ImageInput::open(path);
+  OIIO::geterror();
+  // Only where the general reader is not asked: tsan does not see into its pool.
+  const bool read_here =
+      input && !damaged && is_ours(std::string(input->spec().get_string_attribute("compression")));
+  const int threads = read_here || !support::thread_sanitizer ? any(random, 1, 3) : 1;
+  DecodeResult result;
+  decode_plain(path, threads, result);
+  ASSERT_EQ(result.status == 4, !input);
+  if (!input) return;
+  std::vector<Part> parts;
+  for (int s = 0; input->seek_subimage(s, 0); ++s) {
+    const OIIO::ImageSpec spec = input->spec();
+    if (spec.deep || spec.image_pixels() > 1 << 20 || spec.depth != 1) continue;
+    const Read all = {s, 0, spec.nchannels, 0, 0, spec.width, spec.height};
+    // By a reader that no earlier failure can have left in disorder.
+    const auto expected = whole(path, s);
+    ASSERT_TRUE(result.status != 2 ||
+                (expected && (damaged || same(result.pixels.get(), expected->data(), expected->size()))));
+    compare_layers(*input, path, all, expected, damaged, random);
+    if (expected) parts.push_back({spec.width, spec.height, spec.nchannels, *expected});
   }
-
-  // Every channel of a subimage, four an output.
-  void compare_layers(OIIO::ImageInput& input, const std::string& path, const Read& all,
-                      const std::optional<std::vector<float>>& expected, bool damaged) {
-    const size_t count = static_cast<size_t>(all.chend), floats = size_t{4} * input.spec().image_pixels();
-    std::vector<std::array<Slot, 4>> slots((count + 3) / 4);
-    for (size_t c = 0; c < count; ++c) slots[c / 4][c % 4] = {0, static_cast<int>(c), 0};
-    std::vector<std::vector<float>> pixels(slots.size(), std::vector<float>(floats, -1));
-    std::vector<float*> outs;
-    for (auto& each : pixels) outs.push_back(each.data());
-    double ms = 0;
-    const bool done =
-        exr::load(input, path, {all}, slots, all.width, all.height, any(random, 1, 3), outs, ms);
-    ASSERT_TRUE(done || damaged || !is_ours(std::string(input.spec().get_string_attribute("compression"))));
-    std::string err;
-    const bool loaded = done || load_layers(path, {all}, slots, all.width, all.height, 1, outs, err, nullptr);
-    ASSERT_TRUE(loaded == err.empty() && (loaded ? expected.has_value() : damaged)) << err;
-    for (size_t i = 0; loaded && i < expected->size(); ++i) {
-      const size_t c = i % count;
-      ASSERT_TRUE(same(&pixels[c / 4][i / count * 4 + c % 4], &(*expected)[i], 1)) << "float " << i;
-    }
-  }
-
-  std::filesystem::path folder = support::new_folder();
-  Random random{5};
-};
+  input->geterror();
+  if (!damaged) check_random_plan(path, parts, threads, random);
+}
 
 constexpr int files_a_codec = support::address_sanitizer || support::thread_sanitizer ? 2 : 6;
 
-TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) {
+TEST(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) {
+  const std::filesystem::path folder = support::new_folder();
+  Random random{5};
+  OIIO::attribute("exr_threads", -1);  // no thread but ours: tsan does not see into others'
   std::vector<std::string> codecs = others;
   for (int i = 0; i < 4; ++i) codecs.insert(codecs.end(), ours.begin(), ours.end());
   for (int round = 0; round < files_a_codec; ++round)
@@ -189,7 +181,7 @@ TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) 
       const std::string path = (folder / "any.exr").string();
       const size_t parts = write_any(path, random, codec);
       SCOPED_TRACE(testing::Message() << "round " << round << ": " << codec << " of " << parts << " parts");
-      ASSERT_NO_FATAL_FAILURE(compare(path, false));
+      ASSERT_NO_FATAL_FAILURE(compare(path, false, random));
       if (!is_ours(codec)) continue;
       const std::string bytes = support::bytes_of(path);
       for (int how = 0; how < 12; ++how) {
@@ -198,7 +190,7 @@ TEST_F(Reading, gives_what_the_general_reader_gives_of_whole_and_damaged_files) 
         std::string changed = bytes;
         cut_or_change(changed, random, how % 3);
         const std::string damaged = support::write_bytes(folder / "damaged.exr", changed);
-        ASSERT_NO_FATAL_FAILURE(compare(damaged, true)) << "damage " << how;
+        ASSERT_NO_FATAL_FAILURE(compare(damaged, true, random)) << "damage " << how;
       }
     }
 }

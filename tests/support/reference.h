@@ -14,16 +14,10 @@ using support::Picture;
 // Weight of the pixel k away in the kernel `filter` of size s.
 inline double weight(int filter, double s, double k) {
   const double t = std::abs(k) / s;
-  switch (filter) {
-    case 0:
-      return std::clamp(s / 2 + 0.5 - std::abs(k), 0.0, 1.0);
-    case 1:
-      return std::max(0.0, 1 - t);
-    case 2:
-      return t < 0.5 ? 0.75 - t * t : t < 1.5 ? (1.5 - t) * (1.5 - t) / 2 : 0;
-    default:
-      return t <= 1.5 + 1e-9 ? std::exp(-2 * t * t) : 0;
-  }
+  if (filter == 0) return std::clamp(s / 2 + 0.5 - std::abs(k), 0.0, 1.0);
+  if (filter == 1) return std::max(0.0, 1 - t);
+  if (filter == 2) return t < 0.5 ? 0.75 - t * t : t < 1.5 ? (1.5 - t) * (1.5 - t) / 2 : 0;
+  return t <= 1.5 + 1e-9 ? std::exp(-2 * t * t) : 0;
 }
 
 // For each value, what `over` makes of its line along an axis: over(f, reach) with f(k) the value k
@@ -112,10 +106,8 @@ inline Picture disc(const Picture& in, double rx, double ry) {
 template <class Shade>
 Picture each_pixel(const Picture& a, const Picture& b, Shade shade) {
   Picture out(a.w, a.h);
-  for (int y = 0; y < a.h; ++y)
-    for (int x = 0; x < a.w; ++x)
-      shade(&a.rgba[(size_t(y) * size_t(a.w) + size_t(x)) * 4],
-            &b.rgba[(size_t(y) * size_t(a.w) + size_t(x)) * 4], &out.at(x, y, 0), x, y);
+  for (size_t i = 0; i < a.rgba.size(); i += 4)
+    shade(&a.rgba[i], &b.rgba[i], &out.rgba[i], int(i) / 4 % a.w, int(i) / 4 / a.w);
   return out;
 }
 
