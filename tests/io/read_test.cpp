@@ -168,34 +168,30 @@ TEST(load_layers, refuses_plans_that_do_not_fit) {
 
 // Claims of over 1 GiB: only facts of the header and of the machine speak against one, no habit of files.
 TEST(sizes, are_refused_only_where_the_codec_or_the_memory_cannot_hold_them) {
-  struct Row {
-    const char *format, *compression;
-    int width;
-    uint64_t file_bytes;
-    const char* text;
-    int height = 16384;  // of four halves: 1 GiB of floats is a width of 4096
-  };
   constexpr int beyond = 1 << 30;  // 256 TiB of floats
   const char *no_room = "in 1000 bytes of this compression",
              *no_memory = "larger than the memory that is free";
-  for (const Row& row : {Row{"openexr", "dwab:45", 4097, 12600, ""},  // black, at 42,600 to one
-                         {"openexr", "piz", 4097, 1000, ""},
-                         {"openexr", "zip", 4097, 0, ""},  // of a file whose size nobody told
-                         {"openexr", "zip", 4097, 520'500, ""},
-                         {"openexr", "none", 4097, 537'001'984, ""},
-                         {"openexr", "zip", 4096, 1000, ""},
-                         {"tiff", "zip", 4097, 1000, ""},
-                         {"openexr", "zip", 4097, 1000, no_room},
-                         {"openexr", "none", 4097, 1000, no_room},
-                         {"openexr", "rle", 8'000'000, 1000, no_room, 8},
-                         {"openexr", "dwab:45", beyond, 0, no_memory},
-                         {"tiff", "none", beyond, 0, no_memory}}) {
-    OIIO::ImageSpec spec(row.width, row.height, 4, OIIO::TypeHalf);
-    spec.attribute("compression", row.compression);
-    const std::string text = refusal(spec, row.format, {row.file_bytes > 0, 0, row.file_bytes, false});
-    const bool fits = fits_memory(uint64_t{16384} * 16 * static_cast<uint64_t>(row.width));
-    EXPECT_TRUE(*row.text ? text.ends_with(row.text) : text.empty() || !fits)
-        << row.format << " " << row.compression << " " << row.width << ": " << text;
+  // Format, compression, width (of four halves in 16384 rows, 1 GiB of floats is 4096), height, size, text.
+  const std::tuple<const char*, const char*, int, int, uint64_t, const char*> rows[] = {
+      {"openexr", "dwab:45", 4097, 16384, 12600, ""},  // black, at 42,600 to one
+      {"openexr", "piz", 4097, 16384, 1000, ""},
+      {"openexr", "zip", 4097, 16384, 0, ""},  // of a file whose size nobody told
+      {"openexr", "zip", 4097, 16384, 520'500, ""},
+      {"openexr", "none", 4097, 16384, 537'001'984, ""},
+      {"openexr", "zip", 4096, 16384, 1000, ""},
+      {"tiff", "zip", 4097, 16384, 1000, ""},
+      {"openexr", "zip", 4097, 16384, 1000, no_room},
+      {"openexr", "none", 4097, 16384, 1000, no_room},
+      {"openexr", "rle", 8'000'000, 8, 1000, no_room},
+      {"openexr", "dwab:45", beyond, 16384, 0, no_memory},
+      {"tiff", "none", beyond, 16384, 0, no_memory}};
+  for (const auto& [format, compression, width, height, file_bytes, expected] : rows) {
+    OIIO::ImageSpec spec(width, height, 4, OIIO::TypeHalf);
+    spec.attribute("compression", compression);
+    const std::string text = refusal(spec, format, {file_bytes > 0, 0, file_bytes, false});
+    const bool fits = fits_memory(uint64_t{16384} * 16 * static_cast<uint64_t>(width));
+    EXPECT_TRUE(*expected ? text.ends_with(expected) : text.empty() || !fits)
+        << format << " " << compression << " " << width << ": " << text;
   }
 }
 

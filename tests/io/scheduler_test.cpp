@@ -10,6 +10,7 @@
 #include <random>
 #include <set>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -61,25 +62,21 @@ TEST(scheduler, takes_what_a_function_of_the_hosts_says_or_throws) {
   };
   const auto done = scheduler.take(scheduler.submit(std::move(whole), 0), -1);
   EXPECT_TRUE(done && done->status == decode_done && done->width == 10 && kept.expired());
-  const struct {
-    int says;
-    std::exception_ptr thrown;
-    int status;
-    const char* error;
-  } rows[] = {
+  // What a function says and throws, and what comes of it.
+  const std::tuple<int, std::exception_ptr, int, const char*> rows[] = {
       {decode_queued, nullptr, decode_other, ""},
       {decode_running, nullptr, decode_other, ""},
       {17, nullptr, 17, ""},
       {decode_done, std::make_exception_ptr(std::runtime_error("no plate")), decode_failed, "no plate"},
       {decode_done, std::make_exception_ptr(5), decode_failed, "the decode failed"}};
-  for (const auto& row : rows) {
-    const auto decode = [&](int, DecodeResult& out) {
-      out.status = row.says;
-      if (row.thrown) std::rethrow_exception(row.thrown);
+  for (const auto& [says, thrown, status, error] : rows) {
+    const auto decode = [says = says, thrown = thrown](int, DecodeResult& out) {
+      out.status = says;
+      if (thrown) std::rethrow_exception(thrown);
     };
     const auto result = scheduler.take(scheduler.submit(decode, 0), -1);
-    EXPECT_TRUE(result && result->status == row.status && result->error == row.error && result->width == 0)
-        << row.status << row.error;
+    EXPECT_TRUE(result && result->status == status && result->error == error && result->width == 0)
+        << status << error;
   }
 }
 

@@ -10,6 +10,7 @@
 #include <list>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -49,12 +50,10 @@ TEST(RingOnDriver, GivesThePixelsOfATexture) {
 std::list<std::vector<float>> storm(support::Gpu& gpu, bool patient) {
   namespace filter = qv::nodes::filter;
   constexpr int side = 200;
-  const struct {
-    const char* op;
-    std::vector<double> params;
-  } filters[] = {{"dilate", {-6.5}},
-                 {"blur", {9, 5, 1, 100, 0, 0, side, side}},
-                 {"sharpen", {3, 3, 3, 100, 0, 0, side, side, 0.5, -1, 1}}};
+  const std::pair<const char*, std::vector<double>> filters[] = {
+      {"dilate", {-6.5}},
+      {"blur", {9, 5, 1, 100, 0, 0, side, side}},
+      {"sharpen", {3, 3, 3, 100, 0, 0, side, side, 0.5, -1, 1}}};
   std::mt19937 random(11);
   const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
   std::vector<float> pixels(4 * side * side);

@@ -36,12 +36,6 @@ void complain(const std::string& text) {
   driver.misuse.push_back(text);
 }
 
-void append(const std::string& call) {
-  const std::lock_guard lock(mutex);
-  driver.calls.push_back(call);
-  if (driver.calls_to_switch > 0 && --driver.calls_to_switch == 0) current = driver.switched_context;
-}
-
 // Names and deletes objects of the current context; object() is null for what is not alive there.
 void generate(const char* kind, int count, unsigned* names) {
   const Spared spared;
@@ -90,7 +84,9 @@ void log(const char* name, Arguments... arguments) {
   std::ostringstream out;
   out << name;
   (void(print(out << ' ', arguments)), ...);
-  append(out.str());
+  const std::lock_guard lock(mutex);
+  driver.calls.push_back(out.str());
+  if (driver.calls_to_switch > 0 && --driver.calls_to_switch == 0) current = driver.switched_context;
 }
 
 // Entry points that do nothing else, logged<"glViewport", int, int, int, int>, and that name or delete
