@@ -1,6 +1,9 @@
-"""The compiled module of the Python package, built by CMake below build/wheel; all but the version is in pyproject.toml."""
+"""The compiled module of the Python package, built by CMake below build/wheel with what CMAKE_ARGS adds to its
+options; all but the version is in pyproject.toml."""
 
+import os
 import re
+import shlex
 import subprocess
 import sys
 from pathlib import Path
@@ -18,6 +21,7 @@ class CMakeBuild(build_ext):
         package = Path(self.get_ext_fullpath(ext.name)).resolve().parent
         build = ROOT / "build/wheel"
         options = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQV_BUILD_TESTS=OFF", "-Wno-dev"]
+        options += shlex.split(os.environ.get("CMAKE_ARGS", ""))
         subprocess.check_call(["cmake", "-S", ROOT, "-B", build, *options, f"-DPython_EXECUTABLE={sys.executable}"])
         subprocess.check_call(["cmake", "--build", build, "--target", ext.name.rpartition(".")[2]])
         subprocess.check_call(["cmake", "--install", build, "--prefix", package, "--component", "wheel"])
