@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include <pybind11/stl.h>
@@ -86,7 +87,7 @@ void drop(PyObject* capsule) {
   managed->deleter(managed);
 }
 
-py::capsule share(const FrameImage& image) {
+py::object share(const FrameImage& image) {
   auto shared = std::make_unique<Shared>();
   const auto shape = shape_of(image);
   shared->shape = {shape[0], shape[1], shape[2]};
@@ -98,7 +99,7 @@ py::capsule share(const FrameImage& image) {
   PyObject* const capsule = PyCapsule_New(&shared->managed, name, drop);
   if (!capsule) throw py::error_already_set();
   (void)shared.release();
-  return py::reinterpret_steal<py::capsule>(capsule);
+  return py::reinterpret_steal<py::object>(capsule);
 }
 
 }  // namespace dlpack
@@ -143,8 +144,8 @@ void save(const FrameImage& image, const std::string& path) {
   if (!error.empty()) throw std::runtime_error(error);
 }
 
-py::tuple box_tuple(const host::Box& box) {
-  return py::make_tuple(box[0], box[1], box[2], box[3]);
+std::tuple<int64_t, int64_t, int64_t, int64_t> box_tuple(const host::Box& box) {
+  return {box[0], box[1], box[2], box[3]};
 }
 
 }  // namespace
@@ -158,8 +159,12 @@ void add_frame_image(py::module_& module) {
           "__dlpack__",
           [](const FrameImage& self, const py::object& /*stream*/) { return dlpack::share(self); },
           "stream"_a = py::none())
-      .def("__dlpack_device__", [](const FrameImage& /*self*/) { return py::make_tuple(1, 0); })
-      .def_property_readonly("shape", &shape_of)
+      .def("__dlpack_device__", [](const FrameImage& /*self*/) { return std::make_tuple(1, 0); })
+      .def_property_readonly("shape",
+                             [](const FrameImage& self) {
+                               const auto shape = shape_of(self);
+                               return std::make_tuple(shape[0], shape[1], shape[2]);
+                             })
       .def_property_readonly("node", [](const FrameImage& self) { return self.node; })
       .def_property_readonly("frame", [](const FrameImage& self) { return self.frame; })
       .def_property_readonly("window", [](const FrameImage& self) { return box_tuple(self.extent.window); })
@@ -167,7 +172,7 @@ void add_frame_image(py::module_& module) {
       .def_property_readonly("format",
                              [](const FrameImage& self) {
                                const host::Format& format = self.extent.format;
-                               return py::make_tuple(format.width, format.height, format.pixel_aspect);
+                               return std::make_tuple(format.width, format.height, format.pixel_aspect);
                              })
       .def_property_readonly("coverage", [](const FrameImage& self) { return self.coverage; })
       .def_property_readonly("metadata", &metadata_of)

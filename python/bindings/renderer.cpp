@@ -15,6 +15,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -196,7 +197,7 @@ void add_renderer(py::module_& module) {
   module.def("byte_size", &byte_size, "text"_a, "The bytes of a size such as \"512M\" or \"4G\".");
   py::class_<render::FrameStream, HeldStream>(module, "FrameStream",
                                               "Images of one frame after another, drawn ahead.")
-      .def("__iter__", [](py::object self) { return self; })
+      .def("__iter__", [](render::FrameStream& self) -> render::FrameStream& { return self; })
       .def("__next__", [](render::FrameStream& self) {
         auto image = unlocked([&] { return self.next(signalled); });
         if (!image) throw py::stop_iteration();
