@@ -3,6 +3,8 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <exception>
 #include <mutex>
@@ -10,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include <pthread.h>
 #include <unistd.h>
 
 namespace host::gpu {
@@ -26,6 +29,17 @@ using CallPtr = std::shared_ptr<GpuCall>;
 
 // The process whose threads there are, from the first one on; 0 before.
 std::atomic<pid_t> started_in = 0;
+
+// In a copy of the process drivers wait, at its exit, for threads of theirs that were not copied: it leaves
+// without them, once those who came later have done what they had to.
+void leave(int status, void* /*nothing*/) {
+  std::fflush(nullptr);
+  _exit(status);
+}
+
+void note_start() {
+  if (started_in.exchange(getpid()) == 0) pthread_atfork(nullptr, nullptr, [] { on_exit(leave, nullptr); });
+}
 
 // Held while a context is open: a new thread's waits for the end of the last one's.
 std::mutex& one_context() {
@@ -87,7 +101,7 @@ std::shared_ptr<GpuThread> GpuThread::share(const DeviceChoice& choice) {
   const std::lock_guard lock(mutex);
   std::shared_ptr<GpuThread> thread = shared.lock();
   if (!thread) {
-    started_in = getpid();
+    note_start();
     thread.reset(new GpuThread(choice));
     shared = thread;
   }

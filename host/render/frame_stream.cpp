@@ -127,6 +127,7 @@ FrameStream::~FrameStream() {
 }
 
 std::optional<FrameImage> FrameStream::next(const gpu::GpuThread::GiveUp& give_up) {
+  gpu::GpuThread::check_process();
   Arrivals& arrivals = *state_->arrivals;
   std::unique_lock lock(arrivals.mutex);
   if (arrivals.slots.empty()) state_->draw_on();

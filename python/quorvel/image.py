@@ -40,6 +40,9 @@ class Image(_quorvel.FrameImage):
         width, height, aspect = super().format
         return Format(width, height, aspect)
 
+    def __array__(self, dtype: Any = None) -> NDArray[np.float32]:
+        return np.asarray(memoryview(self), dtype)  # type: ignore[arg-type]
+
     def half(self) -> NDArray[np.float16]:
         """A copy in 16-bit floats; what they cannot hold is infinite."""
         with np.errstate(over="ignore"):

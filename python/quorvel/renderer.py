@@ -56,13 +56,13 @@ class Renderer:
     >>> import numpy as np
     >>> import quorvel as qv
     >>> shot = qv.Composition(format=(64, 32), frames="1-3")
-    >>> ramp = shot.add("constant", "ramp", color={"keys": [[1, 0, 0, 0, 1], [3, 1, 1, 1, 1]]})
-    >>> soft = shot.add("blur", "soft", size=3, inputs=ramp)
+    >>> ends = [shot.add("constant", color=[value] * 4) for value in (0, 1)]
+    >>> dim = shot.add("dissolve", "dim", inputs=ends, which={"keys": [[1, 0], [3, 1]]})
     >>> with qv.Renderer(shot, memory="64M", gpu="software") as renderer:
     ...     small = renderer.frame(2, scale=0.5)
     ...     means = [float(np.mean(image)) for frame, image in renderer.frames()]
     >>> small.shape, means
-    ((16, 32, 4), [0.25, 0.625, 1.0])
+    ((16, 32, 4), [0.0, 0.5, 1.0])
     """
 
     def __init__(
