@@ -65,15 +65,11 @@ std::optional<host::shot::Composition> parsed(std::string_view text) {
   }
 }
 
-host::frame::PlanOptions options(double scale) {
-  host::frame::PlanOptions result;
-  result.scale = scale;
-  result.existing = host::frame::Existing::overwrite;
-  return result;
-}
-
 void plan(const host::shot::Composition& composition, double scale) {
-  host::frame::Planner planner(composition, options(scale));
+  host::frame::PlanOptions options;
+  options.scale = scale;
+  options.existing = host::frame::Existing::overwrite;
+  host::frame::Planner planner(composition, options);
   std::vector<std::string> texts;
   const auto note = [&texts](const host::frame::FramePlan& each) {
     texts.push_back(host::report::plan_text(each));
@@ -87,7 +83,7 @@ void plan(const host::shot::Composition& composition, double scale) {
   }
   require((outlook.failing > 0) == !outlook.problems.empty());
   require(!host::report::info_text(composition, planner, outlook.problems).empty());
-  host::frame::Planner again(composition, options(scale));
+  host::frame::Planner again(composition, options);
   for (size_t i = 0; i < texts.size(); ++i)
     require(host::report::plan_text(again.frame(composition.frames[i])) == texts[i]);
 }

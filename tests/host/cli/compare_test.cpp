@@ -16,7 +16,6 @@ namespace {
 namespace fs = std::filesystem;
 using host::plates::ChannelDifference;
 
-constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
 // A window of noise in a format of 24 x 16, among it what is not finite.
@@ -28,7 +27,7 @@ void write_noise(std::mt19937& random, const std::string& file, const std::vecto
       std::tuple(below(12) - 6, below(12) - 6, 24, 16);
   spec.channelnames = names;
   std::vector<float> values(static_cast<size_t>(spec.image_pixels() * names.size()));
-  const float odd[] = {nan, infinity, -infinity};
+  const float odd[] = {std::nanf(""), infinity, -infinity};
   for (float& value : values) value = below(9) > 0 ? static_cast<float>(below(4)) / 4 : odd[below(3)];
   support::write_image(file, spec, values);
 }

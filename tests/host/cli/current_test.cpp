@@ -68,9 +68,7 @@ TEST(Current, ExactlyTheFramesThatAreMadeFromSomethingElseAreRenderedAnew) {
     ASSERT_EQ(call("render shot.json --progress none " + known, folder).code, 0);
     EXPECT_EQ(call("verify shot.json", folder).out, "4 of 4 frames are whole\n");
     const auto told = nlohmann::json::parse(call("info o.0001.exr --json", folder).out);
-    EXPECT_NE(told.dump().find(R"("made_from":")" + std::string(known.empty() ? "d" : "c")),
-              std::string::npos)
-        << told;
+    EXPECT_TRUE(told[0]["made_from"].get<std::string>().starts_with(known.empty() ? 'd' : 'c')) << told;
 
     const fs::path plate = folder / "plate.0001.png";
     const auto date = fs::last_write_time(plate);

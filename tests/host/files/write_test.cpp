@@ -16,9 +16,11 @@
 #include <random>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -183,15 +185,6 @@ void write_reference(const Plate& plate, const OutputFile& file, const std::stri
   });
 }
 
-std::vector<std::byte> samples_of(const std::string& path) {
-  const auto input = OIIO::ImageInput::open(path);
-  if (!input) return {};
-  const OIIO::ImageSpec& spec = input->spec();
-  std::vector<std::byte> bytes(spec.image_bytes(true));
-  if (!input->read_image(0, 0, 0, spec.nchannels, spec.format, bytes.data())) return {};
-  return bytes;
-}
-
 // Every way to store an EXR, by one, two and three threads, against the files of OpenImageIO's writer.
 TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
   std::vector<std::string> compressions = {"", "zip:1", "zip:9", "zips:6", "dwaa:100"};
@@ -248,9 +241,8 @@ TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
   for (const WriteJob& job : jobs) {
     const std::string ours = (scene::folder() / "by1" / job.file.path).string();
     const std::string reference = (scene::folder() / job.file.path).string();
-    const std::vector<std::byte> samples = samples_of(ours);
-    EXPECT_FALSE(samples.empty()) << ours;
-    EXPECT_TRUE(samples == samples_of(reference)) << ours;
+    using OIIO::ImageBufAlgo::computePixelHashSHA1;
+    EXPECT_EQ(computePixelHashSHA1(OIIO::ImageBuf(ours)), computePixelHashSHA1(OIIO::ImageBuf(reference)));
     const std::vector<std::string> other = {"capDate", "dwaCompressionLevel (type float): 45"};
     EXPECT_EQ(scene::told("exrheader", ours, other), scene::told("exrheader", reference, other));
     scene::told("exrinfo -s", ours);

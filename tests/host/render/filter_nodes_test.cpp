@@ -48,7 +48,6 @@ keyed, dilated                | keyed | dilate       | "amount": 1 | 9 9 | 1 1 8
 keyed, shrunk                 | keyed | dilate       | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 0.125 0.25 0.5 0.5, 3 3 0 0 0 0
 keyed, eroded by a kernel     | keyed | filter_erode | "amount": -1 | 9 9 | 2 2 7 7 | 4 4 0.125 0.25 0.5 0.5, 3 3 0 0 0 0
 depth has no matte            | depth | dilate       | "amount": -1, "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 2 2 2 1, 3 3 2 2 2 1
-disc inside a block           | block | disc_blur    | "radius": 1, "edges": "repeat" | 9 9 | 3 3 6 6 | 4 4 1, 3 3 1
 )";
 
 TEST(FilterNodes, DrawWhatTheFormulasSay) {

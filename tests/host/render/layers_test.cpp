@@ -9,6 +9,8 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <OpenImageIO/imagebuf.h>
@@ -28,10 +30,7 @@ void write_plates() {
   const auto write = [&random](const char* file, int x, int y, int w, int h,
                                std::vector<std::string> channels) {
     scene::Plate plate = scene::noise(random, w, h, std::move(channels));
-    plate.x = x;
-    plate.y = y;
-    plate.full_width = width;
-    plate.full_height = height;
+    std::tie(plate.x, plate.y, plate.full_width, plate.full_height) = std::tuple(x, y, width, height);
     scene::write_plate(scene::folder() / file, plate);
   };
   write("comp.exr", 0, 0, width, height, {"R", "G", "B", "A"});
