@@ -113,12 +113,18 @@ class Keyed:
         return values[0] if self._knob.length == 1 else values
 
     def __repr__(self) -> str:
-        value = {Number: float, Integer: int, Flag: bool, Vector: tuple}[type(self)](self)
+        value = self._alone()
         return f"<{value!r}, keyed: {json_text.compact(self._given())}>" if self.animated else repr(value)
 
     def __reduce__(self) -> Any:
-        made = {Number: float, Integer: int, Flag: bool, Vector: tuple}[type(self)]
-        return made, (made(self),)
+        value = self._alone()
+        return type(value), (value,)
+
+    def _alone(self) -> Any:
+        """The value without the knob."""
+        if isinstance(self, tuple):
+            return tuple(each._alone() for each in self)
+        return {Number: float, Integer: int, Flag: bool}[type(self)](self)
 
 
 class Number(Keyed, float):

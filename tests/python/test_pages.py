@@ -3,11 +3,14 @@
 import doctest
 import pathlib
 import re
+import runpy
 import shutil
 import subprocess
 
+import numpy as np
 import pytest
 import quorvel
+from PIL import Image  # type: ignore[import]
 
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -25,3 +28,7 @@ def test_pages_hold(tmp_path: pathlib.Path, monkeypatch: pytest.MonkeyPatch) -> 
     runner = doctest.DocTestRunner()
     runner.run(doctest.DocTestParser().get_doctest("\n".join(examples), {}, "python.md", None, 0))
     assert runner.tries > 20 and runner.failures == 0
+
+    runpy.run_path("examples/contact_sheet.py")["main"]("sheet.png")
+    made, shown = (np.asarray(Image.open(path), int) for path in ("sheet.png", ROOT / "docs/contact_sheet.jpg"))
+    assert np.abs(made - shown).mean() < 3
