@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import copy
+import itertools
 import os
 from collections.abc import Iterable, Iterator, Mapping, Sequence
 from contextlib import contextmanager
+from functools import lru_cache
 from pathlib import Path
 from typing import Any, NamedTuple, Union
 
@@ -14,6 +16,7 @@ from .document import MEMBERS, is_default, laid_out, meaning, move, node_names, 
 from .errors import CompositionError, UnknownNode
 from .node import Node, plain
 from .nodes import types
+from .whole_file import write_whole
 
 __all__ = ["Composition", "Format"]
 
@@ -119,21 +122,14 @@ class Composition:
 
     def save(self, path: PathLike | None = None) -> None:
         """Writes the file, whole or not at all, and makes it this composition's own. In another folder the paths of
-        `file` knobs change with it, so that they mean the same files. Raises OSError."""
+        `file` knobs change with it, so that they mean the same files; one that begins with a variable stays. Raises
+        OSError."""
         target = self._path if path is None else Path(path)
         if target is None:
             raise ValueError("a composition that has no file yet is saved under a path")
         move(self._doc, os.path.realpath(self._folder()), os.path.realpath(target.parent))
         text = self.to_json()
-        real = Path(os.path.realpath(target))
-        part = real.with_name(f".{real.name}.{os.getpid()}.part")
-        try:
-            part.write_bytes(text.encode())
-            if real.exists():
-                part.chmod(real.stat().st_mode & 0o7777)
-            part.replace(real)
-        finally:
-            part.unlink(missing_ok=True)
+        write_whole(target, text)
         self._path, self._last = target, None
         self._text, self._place = text, json_text.read(text.removeprefix("\ufeff"))
 
@@ -190,7 +186,7 @@ class Composition:
     @output.setter
     def output(self, output: str | Node | Iterable[str | Node] | None) -> None:
         several = [output] if isinstance(output, (str, Node)) else list(output or ())
-        names = [_name(each) for each in several]
+        names = [str(self._names(each)) for each in several]
         self._edit_top("output", names[0] if len(names) == 1 else names, not names)
 
     @property
@@ -218,7 +214,7 @@ class Composition:
         a list, or a dict by input. Knobs whose names Python keeps for itself have a _ behind them: `from_`."""
         data: dict[str, Any] = {"name": self._free_name(type) if name is None else name, "type": type}
         if inputs:
-            data["inputs"] = _names(inputs)
+            data["inputs"] = self._names(inputs)
         if knobs:
             data["knobs"] = {each.rstrip("_"): self._plain(data["name"], each, value) for each, value in knobs.items()}
         if comment:
@@ -309,7 +305,7 @@ class Composition:
         return "composition" if self._path is None else str(self._path)
 
     def _first_frame(self) -> float:
-        return self.frame_numbers[0]
+        return _first_of(self.frames)
 
     def _edit_knobs(self, node: Node, values: Mapping[str, Any], gone: Sequence[str]) -> None:
         data = self._present(node)
@@ -323,7 +319,7 @@ class Composition:
 
     def _edit_inputs(self, node: Node, inputs: Any) -> None:
         data = self._present(node)
-        new = _names(inputs)
+        new = self._names(inputs)
         self._check_node({**data, "inputs": new, "knobs": {}})
         self._put(data, "inputs", shortest(types[node.type], new))
 
@@ -332,7 +328,7 @@ class Composition:
 
     def _put(self, data: dict[str, Any], key: str, value: Any) -> None:
         """Sets a member of a node in its place, or takes it out where there is nothing to say."""
-        if value or value is False:
+        if value:
             data[key] = value
         else:
             data.pop(key, None)
@@ -346,8 +342,8 @@ class Composition:
         return node._data
 
     def _edit_top(self, key: str, value: Any, default: bool = False) -> None:
-        if not default:
-            self._raise_if(checks.top_problems(self._doc, key, value, self._file()))
+        if not default and (text := checks.top_problems(self._doc, key, value, self._file())):
+            raise CompositionError(text)
         new = {**self._doc, key: value}
         self._doc = {each: new[each] for each in _TOP if each in new and not (each == key and default)}
         self._last = None
@@ -375,19 +371,22 @@ class Composition:
         knobs: Sequence[str] | None = None,
         error: type[CompositionError] = CompositionError,
     ) -> None:
-        text = checks.node_problems(self._doc, self._named, data, knobs, self._file())
-        self._raise_if(text, error)
-
-    def _raise_if(self, text: str, error: type[CompositionError] = CompositionError) -> None:
-        if text:
+        if text := checks.node_problems(self._doc, self._named, data, knobs, self._file()):
             raise error(text)
 
     def _free_name(self, type: str) -> str:
-        number, name = 1, type
-        while name in self._named:
-            number += 1
-            name = f"{type}{number}"
-        return name
+        names = itertools.chain([type], (f"{type}{number}" for number in itertools.count(2)))
+        return next(name for name in names if name not in self._named)
+
+    def _names(self, inputs: Any) -> Any:
+        """Inputs with names for nodes."""
+        if isinstance(inputs, Node):
+            if inputs._shot is not self:
+                self._refuse(inputs.name, "belongs to another composition")
+            return inputs.name
+        if isinstance(inputs, Mapping):
+            return {str(key): self._names(each) for key, each in inputs.items() if each is not None}
+        return [self._names(each) for each in inputs] if isinstance(inputs, (list, tuple)) else inputs
 
     def _folder(self) -> Path:
         return Path() if self._path is None else self._path.parent
@@ -398,14 +397,6 @@ class Composition:
         return (self.format, self.frame_numbers, self.views, self.output, self.comment, nodes)
 
 
-def _name(node: str | Node) -> str:
-    return node.name if isinstance(node, Node) else str(node)
-
-
-def _names(inputs: Any) -> Any:
-    """Inputs with names for nodes."""
-    if isinstance(inputs, Node):
-        return inputs.name
-    if isinstance(inputs, Mapping):
-        return {str(key): _names(each) for key, each in inputs.items() if each is not None}
-    return [_names(each) for each in inputs] if isinstance(inputs, (list, tuple)) else inputs
+@lru_cache
+def _first_of(frames: str) -> int:
+    return int(_quorvel.parse_frames(frames)[0])

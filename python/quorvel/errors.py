@@ -65,7 +65,7 @@ class UnknownNode(CompositionError, KeyError):
     """There is no node of that name."""
 
 
-class UnknownKnob(CompositionError, AttributeError):
+class UnknownKnob(CompositionError, AttributeError, KeyError):
     """The node's type has no such knob."""
 
 

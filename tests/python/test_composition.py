@@ -79,6 +79,7 @@ def test_an_edit_changes_its_place_alone(tmp_path: Path, change: str, old: str, 
     ("b.size.keys = [(2, 1), (1, 1)]", "b", "size", "after 2"),
     ("b.inputs = {'imgae': 'a'}", "b", None, 'did you mean "image"'),
     ("b.inputs = 'aa'", "b", None, 'did you mean "a"'),
+    ("b.inputs = type(s)().add('ramp', 'a')", "a", None, "another composition"),
     ("s.add('blurr')", "blurr", None, 'did you mean "blur"'),
     ("s.add('blur', 'b')", "b", None, "taken"),
     ("del s['a']", "a", None, 'node "b" would miss it'),
@@ -93,7 +94,7 @@ def test_errors_name_what_is_at_fault(change: str, node: str, knob: str, words: 
         exec(change, {"s": shot, "b": shot["b"]})
     (problem,) = caught.value.problems
     assert (problem.file, problem.node, problem.knob) == ("a.json", node, knob) and words in str(caught.value)
-    assert shot.to_json() == TEXT and not hasattr(shot["b"], "siez")
+    assert shot.to_json() == TEXT and not hasattr(shot["b"], "siez") and "siez" not in shot["b"].knobs
 
 
 def test_catalogue_is_that_of_the_command() -> None:
