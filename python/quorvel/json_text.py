@@ -14,7 +14,7 @@ __all__ = ["Place", "compact", "layout", "patched", "read", "same"]
 WIDTH = 120  # columns of a line, as far as values can be parted
 
 _BLANK = re.compile(r"(?:\s|//[^\n]*|/\*.*?\*/)*", re.DOTALL)
-_REST_OF_LINE = re.compile(r"(?:[ \t\r]|//[^\n]*|/\*[^\n]*?\*/)*(?=\n)")
+_REST_OF_LINE = re.compile(r"(?:[ \t\r]|//[^\n]*|/\*(?:(?!\*/)[^\n])*\*/)*(?=\n)")
 _SCALAR = re.compile(r"[-+.\w]+")
 _COMMENT = re.compile(r"//|/\*")
 
@@ -185,10 +185,12 @@ def patched(text: str, place: Place, value: Any) -> str:
         entries.append((lead + entry.head + body + entry.gap, entry.trail))
     tail = place.tail
     if carried is not None and _COMMENT.search(carried):
-        tail = carried.rstrip() + (tail if "\n" in tail else "\n" + " " * _indent(carried))
-    last = len(entries) - 1
-    inner = "".join(body + ("," if at < last else "") + trail for at, (body, trail) in enumerate(entries))
-    return text[place.start] + inner + tail + text[place.end - 1]
+        tail = carried.rstrip() + (tail if tail.startswith("\n") else "\n" + tail)
+    inner, trail = text[place.start], ""
+    for at, (body, behind) in enumerate(entries):
+        inner += _below(trail, body) + ("," if at + 1 < len(entries) else "") + behind
+        trail = behind
+    return inner + _below(trail, tail) + text[place.end - 1]
 
 
 _GONE = object()
@@ -248,7 +250,12 @@ def _joined(taken: str, lead: str) -> str:
     """What stands before an entry once the entry before it is gone: comments of both, and the wider gap."""
     if not _COMMENT.search(taken):
         return lead if _COMMENT.search(lead) else taken
-    return taken.rstrip() + lead if "\n" in lead else taken
+    return taken.rstrip() + _below(taken.rstrip(), lead) if "\n" in lead else taken
+
+
+def _below(blank: str, text: str) -> str:
+    """A text that follows comments and blanks, on a line of its own where they leave one open."""
+    return "\n" + text if "//" in blank.rpartition("\n")[2] and not text.startswith("\n") else text
 
 
 def _indent(lead: str) -> int:
