@@ -198,7 +198,7 @@ int main(int argc, char** argv) {
   const Show show(7);
   std::vector<int64_t> all(static_cast<size_t>(frames));
   std::iota(all.begin(), all.end(), 0);
-  const int64_t automatic = render_farm::automatic_chunk({(once + 25) * 1000, 25000});
+  const int64_t automatic = render_farm::automatic_chunk({(once + 25) * 1000, 25000}, frames, nodes);
   std::printf("%lld frames on %d nodes; ideal: %.2f h\n%8s %8s %10s %10s %10s\n",
               static_cast<long long>(frames), nodes, show.ideal, "chunk", "chunks", "hours", "machine",
               "put back");

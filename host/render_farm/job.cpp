@@ -23,9 +23,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What the program, its libraries and a driver take before the first image, and what a node works on.
-constexpr uint64_t base_mib = 768;
-
 std::string number_text(double value) {
   return nlohmann::json(value).dump();
 }
@@ -82,6 +79,8 @@ void save(const Job& job) {
                                    {"scale", job.scale},
                                    {"threads", job.threads},
                                    {"memory", job.memory},
+                                   {"base", job.base},
+                                   {"images", job.images},
                                    {"content", job.by_content},
                                    {"frames", shot::frames_text(job.frames)},
                                    {"retries", job.retries},
@@ -114,6 +113,8 @@ std::optional<Job> load(const fs::path& folder) {
     object.at("scale").get_to(job.scale);
     object.at("threads").get_to(job.threads);
     object.at("memory").get_to(job.memory);
+    job.base = object.value("base", job.base);
+    job.images = object.value("images", job.images);
     object.at("content").get_to(job.by_content);
     object.at("retries").get_to(job.retries);
     object.at("extra").get_to(job.extra);
@@ -132,7 +133,7 @@ std::vector<std::string> render_words(const Job& job) {
   std::vector<std::string> words = {job.program.string(), "render",       job.composition.string(),
                                     "--skip-current",     "--keep-going", "--progress=plain"};
   add_common(job, words);
-  add_option(words, job.memory > 0, "--memory", std::to_string(job.memory));
+  add_option(words, job.memory > 0, "--memory", std::to_string(std::min(job.memory, image_bytes(job))));
   add_option(words, job.gpu != "auto", "--gpu", job.gpu);
   if (job.by_content) words.emplace_back("--content");
   return words;
@@ -144,8 +145,13 @@ std::vector<std::string> verify_words(const Job& job) {
   return words;
 }
 
+uint64_t image_bytes(const Job& job) {
+  return job.images > 0 ? job.images : job.memory;
+}
+
 uint64_t memory_mib(const Job& job) {
-  return (job.memory >> 20) + base_mib;
+  constexpr uint64_t step = uint64_t{1} << 20;
+  return (image_bytes(job) + job.base + step - 1) / step;
 }
 
 Times times_in(const fs::path& journal) {
@@ -161,12 +167,14 @@ Times times_in(const fs::path& journal) {
   return {took.back(), std::max(1.0, took[took.size() / 2])};
 }
 
-int64_t automatic_chunk(const Times& times) {
+int64_t automatic_chunk(const Times& times, int64_t frames, int64_t at_once) {
   constexpr double wanted = 10 * 60e3, longest = 30 * 60e3;
   constexpr double share = 20;  // the first frame is to be no more than so much of a chunk
   if (times.each <= 0) return 1;
-  const double frames = std::max(wanted, std::min(longest, share * times.first)) / times.each;
-  return std::max<int64_t>(1, std::llround(std::min(frames, 1e6)));
+  const double most = std::max(wanted, std::min(longest, share * times.first)) / times.each;
+  const double even = std::ceil(static_cast<double>(frames) / static_cast<double>(at_once));
+  const double least = std::ceil(times.first / times.each);
+  return std::max<int64_t>(1, std::llround(std::min({most, std::max(even, least), 1e6})));
 }
 
 std::vector<Chunk> chunks_of(const std::vector<int64_t>& frames, int64_t size, int64_t most) {

@@ -24,14 +24,16 @@ struct Job {
   std::string gpu = "auto";
   double scale = 1;
   int threads = 0;
-  uint64_t memory = 0;
+  uint64_t memory = 0;  // at most for images
   bool by_content = false;
 
-  std::vector<int64_t> frames;     // that are to stand in the end
-  std::vector<Chunk> chunks;       // of those that did not when it was submitted
-  int retries = 3;                 // of a chunk, beyond the first try
-  std::vector<std::string> extra;  // further options for sbatch
-  std::string array_id, check_id;  // the scheduler's; "" when it has not been submitted
+  std::vector<int64_t> frames;          // that are to stand in the end
+  std::vector<Chunk> chunks;            // of those that did not when it was submitted
+  uint64_t base = uint64_t{768} << 20;  // bytes of a chunk's process beside its images
+  uint64_t images = 0;                  // bytes of images at the peak, as predicted; 0: unknown
+  int retries = 3;                      // of a chunk, beyond the first try
+  std::vector<std::string> extra;       // further options for sbatch
+  std::string array_id, check_id;       // the scheduler's; "" when it has not been submitted
 };
 
 // Where a composition's job is kept: beside the files of its first output, as far up as no frame number
@@ -51,7 +53,10 @@ std::optional<Job> load(const std::filesystem::path& folder);
 std::vector<std::string> render_words(const Job& job);
 std::vector<std::string> verify_words(const Job& job);
 
-// MiB that a chunk's process is given: the budget of images, and what stands beside it.
+// Bytes that the images of a chunk's process may come to: what they are predicted to, or else the budget.
+uint64_t image_bytes(const Job& job);
+
+// MiB that a chunk's process is given: those of its images, and what stands beside them.
 uint64_t memory_mib(const Job& job);
 
 // What frames took, in milliseconds.
@@ -64,8 +69,9 @@ struct Times {
 Times times_in(const std::filesystem::path& journal);
 
 // So many frames that a chunk takes about ten minutes, and longer where its first frame would matter; half an
-// hour at most.
-int64_t automatic_chunk(const Times& times);
+// hour at most. Fewer where `frames` would else leave some of those idle that run `at_once`, unless the first
+// frame of a chunk took longer than all others.
+int64_t automatic_chunk(const Times& times, int64_t frames, int64_t at_once);
 
 // The frames in their order, in chunks of `size`, and larger ones where there would be more than `most`.
 std::vector<Chunk> chunks_of(const std::vector<int64_t>& frames, int64_t size, int64_t most);

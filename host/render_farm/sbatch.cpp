@@ -34,7 +34,9 @@ std::string directives(const Job& job, const std::string& name, const std::strin
 constexpr const char* body = R"(
 chunk=${chunks[$SLURM_ARRAY_TASK_ID]}
 try=${SLURM_RESTART_COUNT:-0}
-export QUORVEL_TASK=${SLURM_ARRAY_JOB_ID}_$SLURM_ARRAY_TASK_ID.$try
+# Not $SLURM_JOB_ID, which is the whole array's in its last task.
+task=${SLURM_ARRAY_JOB_ID}_$SLURM_ARRAY_TASK_ID
+export QUORVEL_TASK=$task.$try
 child= asked= again=
 trap 'asked=1 again=1; [ -z "$child" ] || kill -TERM "$child" 2>/dev/null' TERM
 
@@ -73,10 +75,10 @@ put_back() {
   local state restarts
   for _ in {1..100}; do
     [ ! -e "$folder/cancelled" ] || return
-    if read -r state restarts < <(squeue -h -j "$SLURM_JOB_ID" -O State:30,RestartCnt:10); then
+    if read -r state restarts < <(squeue -h -j "$task" -O State:30,RestartCnt:10); then
       [ "$state" = RUNNING ] && [ "$restarts" -eq "$try" ] || return
       echo "chunk $SLURM_ARRAY_TASK_ID ($chunk): try $try ended with code $code: back into the queue"
-      if scontrol requeue "$SLURM_JOB_ID"; then
+      if scontrol requeue "$task"; then
         sleep 600 &  # until the scheduler ends this script
         wait $!
         return
@@ -85,6 +87,14 @@ put_back() {
     sleep 3 &
     wait $!
   done
+}
+
+# What a node could not start the scheduler holds for somebody to look at.
+release_held() {
+  local held reason
+  while read -r held reason; do
+    [[ $reason != "launch failed"* ]] || scontrol release "$held"
+  done < <(squeue -h -r -t PENDING -j "$SLURM_ARRAY_JOB_ID" -o '%i %r')
 }
 
 if [ "$try" -lt "$retries" ]; then
@@ -101,6 +111,7 @@ else
 fi
 # 0 to 4 would come again.
 [ "$code" -le 4 ] || [ "$try" -ge "$retries" ] || put_back
+release_held
 exit "$code"
 )";
 

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <sstream>
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -41,6 +43,22 @@ std::vector<int64_t> indices_in(const nlohmann::json& object) {
   const std::string all = object.value("array_task_string", "");
   if (all.empty()) return {0};
   return shot::parse_frames(all.substr(0, all.find('%')));
+}
+
+// From lines of partition, nodes, and processors as allocated/idle/other/total; a star marks the usual one.
+Machines machines_in(const std::string& text, const std::string& partition) {
+  Machines all{0, 0};
+  std::istringstream lines(text);
+  std::string name, processors;
+  for (int nodes = 0; lines >> name >> nodes >> processors;) {
+    const bool usual = name.ends_with('*');
+    if (usual) name.pop_back();
+    const bool asked = ("," + partition + ",").find("," + name + ",") != std::string::npos;
+    if (partition.empty() ? !usual : !asked) continue;
+    all.nodes += nodes;
+    all.processors += std::atoi(processors.c_str() + processors.rfind('/') + 1);
+  }
+  return {std::max(1, all.nodes), all.processors};
 }
 
 }  // namespace
@@ -95,7 +113,9 @@ std::map<int, Task> tasks_in(const std::string& json, const std::string& job) {
   for (const auto& each : whole.at("jobs")) {
     const int64_t array = number_in(each, "array_job_id").value_or(0);
     if (std::to_string(array != 0 ? array : number_in(each, "job_id").value_or(0)) != job) continue;
-    const Task task{state_in(each), each.value("nodes", ""), each.value("state_reason", ""),
+    const std::string words = each.value("state_description", "");
+    const Task task{state_in(each), each.value("nodes", ""),
+                    words.empty() ? each.value("state_reason", "") : words,
                     static_cast<int>(number_in(each, "restart_cnt").value_or(0))};
     for (const int64_t index : indices_in(each)) tasks[static_cast<int>(index)] = task;
   }
@@ -116,6 +136,15 @@ bool is_live(const Task& task) {
   return std::find(live.begin(), live.end(), task.state) != live.end();
 }
 
+int release_held(const std::string& job) {
+  int released = 0;
+  for (const auto& [index, task] : tasks_of(job)) {
+    if (task.state != "PENDING" || !task.reason.starts_with("launch failed")) continue;
+    released += run_program({"scontrol", "release", job + "_" + std::to_string(index)}).code == 0 ? 1 : 0;
+  }
+  return released;
+}
+
 int most_tasks() {
   constexpr int usual = 1000;
   const Ended ended = run_program({"scontrol", "show", "config"});
@@ -124,6 +153,18 @@ int most_tasks() {
   const size_t digits = ended.out.find_first_of("0123456789", at);
   // The number is one more than the highest index.
   return digits == std::string::npos ? usual : std::max(1, std::atoi(ended.out.c_str() + digits) - 1);
+}
+
+Machines machines(const std::vector<std::string>& options) {
+  const char* const usual = std::getenv("SBATCH_PARTITION");
+  std::string partition = usual ? usual : "";
+  for (const std::string& each : options)
+    for (const char* const name : {"--partition=", "--partition ", "-p ", "-p"})
+      if (each.starts_with(name)) {
+        partition = each.substr(std::strlen(name));
+        break;
+      }
+  return machines_in(run_program({"sinfo", "-h", "-o", "%P %D %C"}).out, partition);
 }
 
 }  // namespace host::render_farm

@@ -13,7 +13,7 @@ namespace host::render_farm {
 struct Task {
   std::string state;  // PENDING, RUNNING, COMPLETED, FAILED, ...
   std::string node;
-  std::string reason;  // why it waits
+  std::string reason;  // why it waits: in words where the scheduler has some
   int restarts = 0;
 };
 
@@ -41,10 +41,22 @@ std::map<int, Task> tasks_of(const std::string& job);
 // Whether a task has not ended.
 bool is_live(const Task& task);
 
+// Lets tasks go that the scheduler holds until somebody does, since a node could not start them; it does so
+// even to tasks that have ended elsewhere by then. How many. Throws SchedulerError.
+int release_held(const std::string& job);
+
 // As tasks_of, from what `squeue --json` printed, by any version from 22.05 on. Throws std::runtime_error.
 std::map<int, Task> tasks_in(const std::string& json, const std::string& job);
 
 // How many tasks an array job may have; 1000 where the scheduler does not say.
 int most_tasks();
+
+// What runs the tasks of a job with these options for sbatch: the nodes of its partition, or else of the usual
+// one. Throws SchedulerError.
+struct Machines {
+  int nodes = 1;
+  int processors = 0;  // of all nodes; 0: unknown
+};
+Machines machines(const std::vector<std::string>& options);
 
 }  // namespace host::render_farm

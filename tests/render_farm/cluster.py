@@ -44,11 +44,10 @@ class Cluster:
     def tasks(self, job):
         """Of an array job: (index, state, node, restarts); nothing while the controller is away."""
         lines = self.run("squeue", "-h", "-r", "-t", "all", "-j", job, "-O",
-                         "ArrayTaskID:9,State:14,NodeList:9,RestartCnt:9,JobID:9").stdout.splitlines()
-        rows = [[line[9 * 0:9].strip(), line[9:23].strip(), line[23:32].strip(), line[32:41].strip(), line[41:50].strip()]
-                for line in lines]
-        return [{"index": int(i), "state": s, "node": n, "restarts": int(r), "id": j}
-                for i, s, n, r, j in rows if i.isdigit() and r.isdigit()]
+                         "ArrayTaskID:9,State:14,NodeList:9,RestartCnt:9").stdout.splitlines()
+        rows = [[line[:9].strip(), line[9:23].strip(), line[23:32].strip(), line[32:41].strip()] for line in lines]
+        return [{"index": int(i), "state": s, "node": n, "restarts": int(r)}
+                for i, s, n, r in rows if i.isdigit() and r.isdigit()]
 
     def processes(self, node):
         """The daemon of a node, its tasks' processes and those that look after them."""
@@ -70,18 +69,24 @@ class Cluster:
             pass
         return found
 
-    def renderer(self, job, index):
-        """The process that renders a chunk; 0 between two of them."""
+    def renderers(self, job):
+        """The processes that render a job's chunks, and which."""
+        found = {}
         for folder in pathlib.Path("/proc").glob("[0-9]*"):
             try:
                 if (folder / "comm").read_text() != "quorvel\n":
                     continue
                 words = (folder / "environ").read_bytes().decode().split("\0")
-                if any(w.startswith(f"QUORVEL_TASK={job}_{index}.") for w in words):
-                    return int(folder.name)
+                task = [w for w in words if w.startswith(f"QUORVEL_TASK={job}_")]
+                if task and f"SLURM_CONF={self.conf}" in words:
+                    found[int(folder.name)] = int(task[0].partition("_")[2].partition("_")[2].partition(".")[0])
             except OSError:
                 continue
-        return 0
+        return found
+
+    def renderer(self, job, index):
+        """The process that renders a chunk; 0 between two of them."""
+        return max((p for p, i in self.renderers(job).items() if i == index), default=0)
 
     @staticmethod
     def signal(processes, number):

@@ -4,18 +4,23 @@ usage: farm_test.py QUORVEL [SEED]
 """
 
 import collections
+import concurrent.futures
 import contextlib
 import copy
+import io
 import json
 import os
 import pathlib
 import random
 import re
+import resource
 import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
+import traceback
 
 import yaml
 
@@ -46,10 +51,10 @@ class Farm:
     def __call__(self, *words):
         return self.cluster.run(self.program, "farm", *words)
 
-    def begin(self, shot, *words):
+    def begin(self, shot, *words, **started):
         return subprocess.Popen([self.program, "farm", "submit", str(shot), "--wait", "--threads=1", "--gpu=software",
                                  "--memory=128M", *words], env=self.cluster.environment, text=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **started)
 
     def status(self, shot):
         text = self("status", shot, "--json").stdout
@@ -67,61 +72,68 @@ def journal(file):
 
 
 class Storm:
-    """What befalls a job, one after another, each once so many frames are done."""
+    """What befalls a job, one after another, each once so many frames are done. Until it is over renderers stand
+    still meanwhile, or a fast machine has nothing left to befall."""
 
     def __init__(self, cluster, job, file, seed, status):
         self.cluster, self.job, self.file, self.status = cluster, job, file, status
         self.random = random.Random(seed)
         self.told = collections.Counter()
+        self.frames, self.left_alone = 0, set()
+        self.lock, self.over = threading.Lock(), threading.Event()
 
     def done(self):
         return len({line["frame"] for line in journal(self.file) if line["outcome"] == "done"})
 
-    def running(self, besides=()):
-        tasks = [t for t in self.cluster.tasks(self.job) if t["state"] == "RUNNING" and t["node"] not in besides
-                 and self.cluster.renderer(self.job, t["index"])]
+    def keep_pace(self):
+        while not self.over.wait(0.03):
+            with self.lock:
+                number = signal.SIGSTOP if self.done() >= self.frames else signal.SIGCONT
+                self.cluster.signal(set(self.cluster.renderers(self.job)) - self.left_alone, number)
+
+    def leave_alone(self, processes, number):
+        with self.lock:
+            self.left_alone |= set(processes)
+            self.cluster.signal(processes, number)
+
+    def running(self):
+        tasks = [t for t in self.cluster.tasks(self.job)
+                 if t["state"] == "RUNNING" and self.cluster.renderer(self.job, t["index"])]
         return self.random.choice(tasks) if tasks else None
 
+    def restarts(self):
+        return {t["index"]: t["restarts"] for t in self.cluster.tasks(self.job)}
+
+    def wait_for_restart(self, task):
+        wait_until(f"chunk {task['index']} is put back",
+                   lambda: self.restarts().get(task["index"], 0) > task["restarts"])
+        self.told["restarts"] += 1
+
     def kill_renderer(self):
-        task = wait_until("a chunk runs", self.running)
-        self.cluster.signal([self.cluster.renderer(self.job, task["index"])], signal.SIGKILL)
-        self.restarted(task)
+        before = self.restarts()
+        last = max(before)  # whose number is the whole array's
+        renderer = wait_until("the last chunk runs", lambda: self.cluster.renderer(self.job, last))
+        self.cluster.signal([renderer], signal.SIGKILL)
+        self.wait_for_restart({"index": last, "restarts": before[last]})
+        after = self.restarts()
+        assert after == {**before, last: before[last] + 1}, f"others were put back too: {before} {after}"
 
     def ask_to_end(self):
         task = wait_until("a chunk runs", self.running)
-        renderer = self.cluster.renderer(self.job, task["index"])
+        self.leave_alone([self.cluster.renderer(self.job, task["index"])], signal.SIGCONT)
         self.cluster.run("scancel", "--batch", "--signal=TERM", f"{self.job}_{task['index']}", check=True)
-        self.restarted(task, [renderer])
-
-    @contextlib.contextmanager
-    def held(self, besides=()):
-        """Renderers stand still while Slurm takes its time, or a fast machine has nothing left to befall."""
-        still = {self.cluster.renderer(self.job, i) for i in range(FRAMES // CHUNK)} - {0} - set(besides)
-        self.cluster.signal(still, signal.SIGSTOP)
-        yield
-        self.cluster.signal(still, signal.SIGCONT)
-
-    def restarted(self, task, besides=()):
-        with self.held(besides):
-            self.wait_for_restart(task)
-
-    def wait_for_restart(self, task):
-        again = lambda: any(t["index"] == task["index"] and t["restarts"] > task["restarts"]
-                            for t in self.cluster.tasks(self.job))
-        wait_until(f"chunk {task['index']} is put back", again)
-        self.told["restarts"] += 1
+        self.wait_for_restart(task)
 
     def kill_node(self):
         task = wait_until("a chunk runs", self.running)
         self.cluster.signal(self.cluster.processes(task["node"]), signal.SIGKILL)
-        self.restarted(task)
+        self.wait_for_restart(task)
         self.cluster.start_node(task["node"])
 
     def stop_node(self):
         task = wait_until("a chunk runs", self.running)
-        stopped = self.cluster.processes(task["node"])
-        self.cluster.signal(stopped, signal.SIGSTOP)
-        self.restarted(task, stopped)
+        self.leave_alone(self.cluster.processes(task["node"]), signal.SIGSTOP)
+        self.wait_for_restart(task)
         elsewhere = lambda: any(t["index"] == task["index"] and t["state"] in ("RUNNING", "COMPLETED")
                                 for t in self.cluster.tasks(self.job))
         wait_until(f"chunk {task['index']} runs elsewhere", elsewhere)
@@ -129,36 +141,45 @@ class Storm:
 
     def reach_limit(self):
         task = wait_until("a chunk runs", self.running)
+        name = f"{self.job}_{task['index']}"
         renderer = self.cluster.renderer(self.job, task["index"])
-        self.cluster.signal([renderer], signal.SIGSTOP)  # so that it is there when Slurm looks, every half minute
-        self.cluster.run("scontrol", "update", f"JobId={task['id']}", "TimeLimit=1", check=True)
+        # So that it is there when Slurm looks, every half minute.
+        self.leave_alone([renderer], signal.SIGSTOP)
+        hours, minutes, seconds = re.search(r"RunTime=(\d+):(\d+):(\d+)",
+                                            self.cluster.run("scontrol", "show", "job", name).stdout).groups()
+        # In 40 to 100 seconds: once it is reached, Slurm asks nobody any more.
+        limit = int(hours) * 60 + int(minutes) + (int(seconds) + 40) // 60 + 1
+        self.cluster.run("scontrol", "update", f"JobId={name}", f"TimeLimit={limit}", check=True)
         asked = lambda: int(re.search(r"ShdPnd:\s*(\w+)", pathlib.Path(f"/proc/{renderer}/status").read_text())[1], 16)
-        with self.held([renderer]):
-            wait_until("the renderer is asked to end", lambda: asked() >> (signal.SIGTERM - 1) & 1)
+        wait_until("the renderer is asked to end", lambda: asked() >> (signal.SIGTERM - 1) & 1)
         self.cluster.signal([renderer], signal.SIGCONT)
-        self.restarted(task, [renderer])
-        self.cluster.run("scontrol", "update", f"JobId={task['id']}", "TimeLimit=UNLIMITED", check=True)
+        self.wait_for_restart(task)
+        self.cluster.run("scontrol", "update", f"JobId={name}", "TimeLimit=UNLIMITED", check=True)
 
     def kill_controller(self):
-        with self.held():
-            self.cluster.kill_controller()
-            before = self.done()
-            states = {chunk["state"] for chunk in self.status()["chunks"]}
-            assert states <= {"done", "unknown"}, states
-        wait_until("frames go on without a controller", lambda: self.done() > before, 20)
+        self.cluster.kill_controller()
+        before = self.done()
+        states = {chunk["state"] for chunk in self.status()["chunks"]}
+        assert states <= {"done", "unknown"}, states
+        self.frames = before + 2
+        wait_until("frames go on without a controller", lambda: self.done() > before, 30)
         self.cluster.start_controller()
 
     def rage(self):
         blows = [self.kill_renderer, self.ask_to_end, self.reach_limit, self.kill_node, self.stop_node,
                  self.kill_controller]
         self.random.shuffle(blows)
-        # One that lasts must not let the others come too late.
-        blows.sort(key=lambda blow: blow in (self.stop_node, self.kill_node, self.reach_limit))
-        for i, blow in enumerate(blows):
-            wait_until("frames are done", lambda i=i: self.done() >= 2 + 4 * i)
+        pace = threading.Thread(target=self.keep_pace, daemon=True)
+        pace.start()
+        for blow in blows:
+            self.frames = self.done() + 3
+            wait_until("frames are done", lambda: self.done() >= self.frames)
             begin = time.monotonic()
             blow()
-            print(f"  {blow.__name__.replace('_', ' ')}: {time.monotonic() - begin:.1f} s", flush=True)
+            print(f"  {blow.__name__.replace('_', ' ')}: {time.monotonic() - begin:.1f} s")
+        self.over.set()
+        pace.join()
+        self.cluster.signal(self.cluster.renderers(self.job), signal.SIGCONT)
 
 
 def expect_no_parts(folder):
@@ -173,7 +194,7 @@ def test_storm(farm, folder, seed):
     begin = time.monotonic()
     farm.cluster.run(farm.program, "render", shot, "-o", folder / "still/f.####.exr", "--threads=1",
                      "--gpu=software", "--progress=none", check=True)
-    print(f"  undisturbed: {time.monotonic() - begin:.1f} s", flush=True)
+    print(f"  undisturbed: {time.monotonic() - begin:.1f} s")
     waiting = farm.begin(shot, f"--chunk={CHUNK}", f"--retries={RETRIES}")
     said = waiting.stdout.readline()
     job = re.match(r"job (\d+): 60 frames in 6 chunks", said).group(1)
@@ -243,6 +264,58 @@ def test_full_disk(farm, folder):
         subprocess.run(["umount", disk], check=True)
 
 
+def test_deadly_frame(farm, folder):
+    """On a chunk's last try a frame that ends the renderer takes no other along."""
+    frames = {"1-3,5-6": (64, 36), "4": (1000, 600)}
+    for asked, size in frames.items():
+        plates = write_shot(folder / "large.json", asked, "large/p.####.exr", size, 1)
+        farm.cluster.run(farm.program, "render", plates, check=True)
+    shot = write_shot(folder / "deadly.json", "1-6", "deadly/f.####.exr", (64, 36), 1, "large/p.####.exr",
+                      compression="none")
+    # Of files, which Slurm hands on: who writes a larger one is ended by a signal.
+    most = 3 << 20
+    waiting = farm.begin(shot, "--chunk=6", "--retries=1",
+                         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (most, most)))
+    said = waiting.communicate(timeout=120)[0]
+    assert waiting.returncode == 1 and "5 of 6 frames are whole; not 4\n" in said, said
+    chunk, = farm.status(shot)["chunks"]
+    assert chunk["state"] == "failed" and chunk["restarts"] == 1, chunk
+
+
+def test_unstartable(farm, folder):
+    """A chunk that a node could not start is let go: by a chunk that ends, by retry and by who waits."""
+    refusal = folder / "refuse"
+    for frames, chunk, words in ("1-6", 3, ()), ("7-12", 6, ()), ("13-18", 6, ("--wait",)):
+        shot = write_shot(folder / f"start{frames}.json", frames, f"start{frames}/f.####.exr", (32, 18), 1)
+        refusal.touch()
+        said = farm("submit", shot, f"--chunk={chunk}", "--threads=1", "--memory=64M", *words)
+        assert said.returncode == 0, said.stdout
+        if frames == "7-12":
+            wait_until("the chunk is held", lambda: "launch failed" in farm.status(shot)["chunks"][0].get("why", ""))
+            assert ": 1 chunk that a node could not start " in farm("retry", shot).stdout
+        wait_until("the job ends", lambda: farm.status(shot)["ended"])
+        status = farm.status(shot)
+        assert status["whole"] == 6 and sum(c["restarts"] for c in status["chunks"]) == 1, status
+        farm.cluster.run("scontrol", "update", "NodeName=ALL", "State=RESUME")
+
+
+def test_automatic_chunks(farm, folder):
+    """No node stays idle, and no chunk asks for less than a run takes."""
+    shot = write_shot(folder / "auto.json", "1-60", "auto/f.####.exr")
+    story = folder / "auto/.quorvel/auto.jsonl"
+    story.parent.mkdir(parents=True)
+    most = int(re.search(r"at most +(\d+) MiB", farm.cluster.run(farm.program, "render", shot, "--dry-run",
+                         "--threads=2", "--gpu=software").stdout)[1])
+    processors = 3 * (FRAMES // CHUNK // 2)
+    for ms, words, chunks in (1000, ["--threads=2"], processors // 2), (1000, [], 3), (60000, ["--threads=1"], 9), \
+            (120000, ["--sbatch=--partition=nowhere"], 4):
+        story.write_text(json.dumps({"frame": 1, "outcome": "done", "ms": ms}) + "\n")
+        script = farm("export", shot, "--gpu=software", *words).stdout
+        assert re.search(r"--array=0-(\d+)", script)[1] == str(chunks - 1), (ms, words, script)
+        memory, images = (int(re.search(text, script)[1]) for text in (r"--mem=(\d+)M", r"--memory=(\d+)"))
+        assert most < memory < most + 1000 and images < (memory << 20), (most, memory, images)
+
+
 def test_cancel(farm, folder):
     """What is cancelled stays away."""
     shot = write_shot(folder / "cancel.json", "1-200", "cancel/f.####.exr")
@@ -284,28 +357,49 @@ def test_exports(farm, folder):
     assert ended.returncode == 0 and len(list((folder / "export").glob("f.*.png"))) == 7, ended.stdout
 
 
+def run(program, seed, tests):
+    """Tests one after another, on a cluster of their own. Whether all are green, and what they said."""
+    said = io.StringIO()
+    with contextlib.redirect_stdout(said), tempfile.TemporaryDirectory(prefix="quorvel-farm-") as name:
+        folder = pathlib.Path(name).resolve()
+        # A node that finds the file cannot start what it was given.
+        prolog = folder / "prolog"
+        prolog.write_text(f"#!/bin/sh\n! rm {folder}/refuse 2>/dev/null\n")
+        prolog.chmod(0o755)
+        os.environ["FARM_SLURM_CONF"] = f"Prolog={prolog}"
+        # Room for all chunks on two nodes, while the third is away.
+        with Cluster(folder / f"cluster", 3, FRAMES // CHUNK // 2) as cluster:
+            for test in tests:
+                begin = time.monotonic()
+                print(f"{test.__name__}: {test.__doc__}")
+                try:
+                    test(Farm(cluster, program), folder, *([seed] if test is test_storm else []))
+                except Exception:
+                    traceback.print_exc(file=said)
+                    logs = sorted(folder.glob("*/.quorvel/*/logs/*.log"))
+                    for words in ["squeue", "-t", "all", "-o", "%i %T %r %S %N"], ["sinfo", "-R"], ["sinfo", "-N"], \
+                            ["tail", "-n", "60", cluster.folder / "log/slurmctld.log", *logs]:
+                        print(cluster.run(*words).stdout)
+                    return False, said.getvalue()
+                print(f"  {time.monotonic() - begin:.1f} s")
+    return True, said.getvalue()
+
+
 def main():
     program = str(pathlib.Path(sys.argv[1]).resolve())
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 15
-    with tempfile.TemporaryDirectory(prefix="quorvel-farm-") as name:
-        folder = pathlib.Path(name).resolve()
-        with Cluster(folder / "cluster", 3, 2) as cluster:
-            farm = Farm(cluster, program)
-            tests = [(test_exports, ()), (test_bad_frame, ()), (test_full_disk, ()), (test_cancel, ()),
-                     (test_storm, (seed,))]
-            for test, arguments in tests:
-                begin = time.monotonic()
-                print(f"{test.__name__}: {test.__doc__}", flush=True)
-                try:
-                    test(farm, folder, *arguments)
-                except AssertionError:
-                    for words in ["squeue", "-t", "all"], ["sinfo", "-R"], ["sinfo", "-N"], \
-                            ["tail", "-n", "40", cluster.folder / "log/slurmctld.log"]:
-                        print(cluster.run(*words).stdout, flush=True)
-                    raise
-                print(f"  {time.monotonic() - begin:.1f} s", flush=True)
-    print("farm: all green")
+    # The storm waits for Slurm most of the time.
+    groups = [[test_exports, test_automatic_chunks, test_bad_frame, test_deadly_frame, test_full_disk, test_unstartable,
+               test_cancel], [test_storm]]
+    green = True
+    with concurrent.futures.ProcessPoolExecutor(len(groups)) as pool:
+        runs = [pool.submit(run, program, seed, tests) for tests in groups]
+        for done in concurrent.futures.as_completed(runs):
+            green &= done.result()[0]
+            print(done.result()[1], end="", flush=True)
+    print("farm: all green" if green else "farm: not green")
+    return 0 if green else 1
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

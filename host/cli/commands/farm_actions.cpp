@@ -1,6 +1,7 @@
 #include "host/cli/commands/farm_actions.h"
 
 #include "host/cli/cli.h"
+#include "host/cli/device.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
 #include "host/frame/plan.h"
@@ -103,6 +104,7 @@ render_farm::Job new_job(const shot::Composition& composition, const FarmCommand
 struct Ahead {
   frame::Outlook outlook;
   std::vector<int64_t> left;
+  std::vector<int64_t> drawable;  // current or not
 };
 
 Ahead look_ahead(const shot::Composition& composition, const render_farm::Job& job) {
@@ -110,7 +112,9 @@ Ahead look_ahead(const shot::Composition& composition, const render_farm::Job& j
                          {job.scale, job.outputs, frame::Existing::current, {}, {}, job.by_content});
   planner.targets().check(job.frames);
   Ahead ahead;
-  ahead.outlook = planner.look_ahead(job.frames, {});
+  ahead.outlook = planner.look_ahead(job.frames, [&ahead](const frame::FramePlan& plan) {
+    if (!plan.fails) ahead.drawable.push_back(plan.frame);
+  });
   for (const int64_t frame : job.frames)
     if (ahead.outlook.kept.count(frame) == 0) ahead.left.push_back(frame);
   return ahead;
@@ -131,10 +135,49 @@ render_farm::Times times_of(const render_farm::Job& job, const std::vector<int64
   return render_farm::times_in(journal);
 }
 
-void plan_chunks(render_farm::Job& job, const FarmCommand& given, const std::vector<int64_t>& left,
-                 int most) {
-  const int64_t size = given.chunk > 0 ? given.chunk : render_farm::automatic_chunk(times_of(job, left));
-  job.chunks = render_farm::chunks_of(left, size, most);
+// Some of the frames, from all over, a few in a row: as images of a frame meet those of the next.
+std::vector<int64_t> sample(const std::vector<int64_t>& frames) {
+  constexpr size_t groups = 16, in_a_row = 4;
+  if (frames.size() <= groups * in_a_row) return frames;
+  std::vector<int64_t> some;
+  some.reserve(groups * in_a_row);
+  for (size_t group = 0; group < groups; ++group) {
+    const size_t first = group * (frames.size() - in_a_row) / (groups - 1);
+    some.insert(some.end(), frames.begin() + static_cast<std::ptrdiff_t>(first),
+                frames.begin() + static_cast<std::ptrdiff_t>(first + in_a_row));
+  }
+  return some;
+}
+
+// What a chunk's images come to, on a node with so many processors. Of a device too: the node may have none,
+// and draw in its memory.
+void predict_memory(const shot::Composition& composition, render_farm::Job& job,
+                    const std::vector<int64_t>& frames, int processors) {
+  render::RenderOptions options;
+  options.scale = job.scale;
+  options.outputs = job.outputs;
+  options.memory = job.memory;
+  options.by_content = job.by_content;
+  options.threads = job.threads > 0 ? job.threads : processors;
+  options.frames = sample(frames);
+  Device device(device_choice(job.gpu));
+  const auto memory = predicted(composition, options, device);
+  if (!memory) return;
+  job.base = std::max(job.base, memory->base);
+  job.images = memory->images.sum() / 4 * 5;  // or what comes a little late would be computed twice
+}
+
+// Chunks of some frames, and the memory that each takes.
+void plan(const shot::Composition& composition, render_farm::Job& job, const FarmCommand& given,
+          const std::vector<int64_t>& frames, const Ahead& ahead, int most,
+          const render_farm::Machines& machines) {
+  const int at_once =
+      job.threads > 0 ? std::max(machines.nodes, machines.processors / job.threads) : machines.nodes;
+  const auto automatic = [&] {
+    return render_farm::automatic_chunk(times_of(job, frames), std::ssize(frames), at_once);
+  };
+  job.chunks = render_farm::chunks_of(frames, given.chunk > 0 ? given.chunk : automatic(), most);
+  predict_memory(composition, job, ahead.drawable, machines.processors / machines.nodes);
 }
 
 std::string plural(size_t count, const std::string& what) {
@@ -146,6 +189,7 @@ std::string plural(size_t count, const std::string& what) {
 int wait_for_check(const shot::Composition& composition, const render_farm::Job& job) {
   for (bool live = true; live; std::this_thread::sleep_for(pause)) {
     try {
+      render_farm::release_held(job.array_id);
       const auto tasks = render_farm::tasks_of(job.check_id);
       live = std::any_of(tasks.begin(), tasks.end(),
                          [](const auto& task) { return render_farm::is_live(task.second); });
@@ -221,7 +265,8 @@ int submit_job(const shot::Composition& composition, render_farm::Job job, const
     return exit_done;
   }
   if (const auto before = render_farm::load(job.folder)) refuse_while_live(*before);
-  plan_chunks(job, given, ahead.left, render_farm::most_tasks());
+  plan(composition, job, given, ahead.left, ahead, render_farm::most_tasks(),
+       render_farm::machines(job.extra));
   return hand_over(composition, std::move(job), given.wait);
 }
 
@@ -234,6 +279,12 @@ int submit(const FarmCommand& given) {
 
 int retry(const FarmCommand& given) {
   const Known known = known_job(given);
+  if (const int released = render_farm::release_held(known.job.array_id)) {
+    std::cout << "job " << known.job.array_id << ": " << plural(static_cast<size_t>(released), "chunk")
+              << " that a node could not start may start elsewhere\n"
+              << std::flush;
+    return given.wait ? wait_for_check(known.composition, known.job) : exit_done;
+  }
   return submit_job(known.composition, known.job, given);
 }
 
@@ -267,6 +318,19 @@ int cancel(const FarmCommand& given) {
   return exit_done;
 }
 
+namespace {
+
+// A script may be made where no scheduler is.
+render_farm::Machines machines_here(const render_farm::Job& job) {
+  try {
+    return render_farm::machines(job.extra);
+  } catch (const render_farm::SchedulerError&) {
+    return {};
+  }
+}
+
+}  // namespace
+
 int export_job(const FarmCommand& given) {
   const shot::Composition composition = given.render.shot.read();
   render_farm::Job job = new_job(composition, given);
@@ -276,7 +340,9 @@ int export_job(const FarmCommand& given) {
   }
   constexpr int most_of_a_template = 1024, most_of_an_array = 1000;
   const bool open_job = given.format == "openjd";
-  plan_chunks(job, given, job.frames, open_job ? most_of_a_template : most_of_an_array);
+  plan(composition, job, given, job.frames, look_ahead(composition, job),
+       open_job ? most_of_a_template : most_of_an_array,
+       open_job ? render_farm::Machines() : machines_here(job));
   if (open_job) {
     std::cout << render_farm::open_job(job, given.task_chunking, given.yaml);
     return exit_done;

@@ -1,5 +1,6 @@
 #include "host/base/library_threads.h"
 #include "host/cli/cli.h"
+#include "host/cli/device.h"
 #include "host/cli/interrupt.h"
 #include "host/cli/options.h"
 #include "host/cli/table.h"
@@ -8,8 +9,6 @@
 #include "host/frame/plan.h"
 #include "host/gpu/gpu_context.h"
 #include "host/plates/headers.h"
-#include "host/programs/shader_library.h"
-#include "host/render/prediction.h"
 #include "host/render/prepare.h"
 #include "host/render_farm/journal.h"
 #include "host/report/info.h"
@@ -19,7 +18,6 @@
 
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,14 +27,6 @@
 
 namespace host::cli {
 namespace {
-
-gpu::DeviceChoice device_choice(const std::string& text) {
-  try {
-    return gpu::parse_device(text);
-  } catch (const std::invalid_argument& error) {
-    throw UsageError(std::string("--gpu: ") + error.what());
-  }
-}
 
 int exit_code(render::Outcome outcome, const InterruptFlag& interrupt) {
   switch (outcome) {
@@ -62,34 +52,6 @@ int refuse(const frame::Outlook& outlook, size_t frames) {
   return exit_some_failed;
 }
 
-// A device that is opened once somebody needs it.
-class Device {
- public:
-  explicit Device(const gpu::DeviceChoice& choice) : choice_(choice) {}
-
-  gpu::GpuContext& context() {
-    if (!context_) context_.emplace(gpu::GpuContext::open(choice_));
-    return *context_;
-  }
-
- private:
-  gpu::DeviceChoice choice_;
-  std::optional<gpu::GpuContext> context_;
-};
-
-// Of the frames that would be drawn; nothing where there is no device to draw them.
-std::string predicted_memory(const shot::Composition& composition, const render::RenderOptions& options,
-                             Device& device) {
-  if (options.frames.empty()) return {};
-  try {
-    return report::prediction_text(render::predict(composition, options, device.context()));
-  } catch (const gpu::NoGpu&) {
-    return {};
-  } catch (const programs::ShaderError&) {
-    return {};  // as a driver's without GL 4.2 in full; who renders is told
-  }
-}
-
 int dry_run(frame::Planner& planner, const shot::Composition& composition, render::RenderOptions options,
             Device& device) {
   std::string text;  // kept until it is known that nothing is written over an input
@@ -100,7 +62,9 @@ int dry_run(frame::Planner& planner, const shot::Composition& composition, rende
   };
   const frame::Outlook outlook = planner.look_ahead(options.frames, add);
   options.frames = std::move(drawn);
-  std::cout << text << predicted_memory(composition, options, device);
+  std::cout << text;
+  if (const auto memory = predicted(composition, options, device))
+    std::cout << report::prediction_text(*memory);
   return outlook.failing == 0 ? exit_done : exit_some_failed;
 }
 

@@ -96,7 +96,7 @@ TEST(Verify, NamesEveryFileThatIsNotWhole) {
   const fs::path folder = process::new_folder();
   const std::string parts = R"(, {"name": "out", "type": "write", "inputs": {"image": "grey", "more": "grey"},
                                   "knobs": {"file": "o.####.EXR", "parts": true}})";
-  for (const std::string ending : {"exr", "png", "tif", "EXR"}) {
+  for (const std::string ending : {"exr", "png", "tif", "jpg", "EXR"}) {
     const std::string written = process::write_node("out", "grey", "o.####." + ending);
     process::write_shot(folder / "shot.json", process::grey + (ending == "EXR" ? parts : written), "1-4");
     ASSERT_EQ(call("render shot.json --progress none", folder).code, 0);
