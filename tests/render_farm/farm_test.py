@@ -46,15 +46,23 @@ class Farm:
     """The command on a cluster."""
 
     def __init__(self, cluster, program):
-        self.cluster, self.program = cluster, program
+        self.cluster, self.program, self.started = cluster, program, []
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for each in self.started:
+            each.kill()
 
     def __call__(self, *words):
         return self.cluster.run(self.program, "farm", *words)
 
     def begin(self, shot, *words, **started):
-        return subprocess.Popen([self.program, "farm", "submit", str(shot), "--wait", "--threads=1", "--gpu=software",
-                                 "--memory=128M", *words], env=self.cluster.environment, text=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **started)
+        self.started.append(subprocess.Popen(
+            [self.program, "farm", "submit", str(shot), "--wait", "--threads=1", "--gpu=software", "--memory=128M", *words],
+            env=self.cluster.environment, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **started))
+        return self.started[-1]
 
     def status(self, shot):
         text = self("status", shot, "--json").stdout
@@ -368,12 +376,12 @@ def run(program, seed, tests):
         prolog.chmod(0o755)
         os.environ["FARM_SLURM_CONF"] = f"Prolog={prolog}"
         # Room for all chunks on two nodes, while the third is away.
-        with Cluster(folder / f"cluster", 3, FRAMES // CHUNK // 2) as cluster:
+        with Cluster(folder / f"cluster", 3, FRAMES // CHUNK // 2) as cluster, Farm(cluster, program) as farm:
             for test in tests:
                 begin = time.monotonic()
                 print(f"{test.__name__}: {test.__doc__}")
                 try:
-                    test(Farm(cluster, program), folder, *([seed] if test is test_storm else []))
+                    test(farm, folder, *([seed] if test is test_storm else []))
                 except Exception:
                     traceback.print_exc(file=said)
                     logs = sorted(folder.glob("*/.quorvel/*/logs/*.log"))

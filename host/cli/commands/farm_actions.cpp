@@ -81,6 +81,7 @@ std::string absolute_output(const shot::Composition& composition, const std::str
 render_farm::Job new_job(const shot::Composition& composition, const FarmCommand& given) {
   if (given.render.shot.file == "-")
     throw UsageError("a composition from standard input cannot be handed on");
+  device_choice(given.render.gpu);  // wrong ones are told of before anything is rendered
   const render::RenderOptions& options = given.render.options;
   render_farm::Job job;
   job.composition = fs::absolute(composition.file).lexically_normal();
