@@ -102,6 +102,10 @@ class Cluster:
     def node_state(self, node):
         return self.run("sinfo", "-h", "-N", "-n", node, "-o", "%T").stdout.strip()
 
+    def resume_drained(self):
+        if self.run("sinfo", "-h", "-N", "-t", "drain", "-o", "%N").stdout.strip():
+            self.run("scontrol", "update", "NodeName=ALL", "State=RESUME")
+
     def kill_controller(self):
         # What it decided is written down within five seconds; without that it starts tasks twice and drains nodes.
         begin = time.time()

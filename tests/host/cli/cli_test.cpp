@@ -57,7 +57,6 @@ farm submit good.json --chunk 0 | 2 | --chunk: expected auto or a number of fram
 farm submit good.json -f 7,^7 | 3 | leaves no frame
 farm submit none.json | 2 | it writes no file
 farm submit good.json --gpu best | 2 | --gpu: expected auto, software or a device number
-farm submit - | 2 | standard input cannot be handed on
 farm cancel good.json | 2 | nothing has been submitted
 farm export good.json --retries 101 | 2 | --retries
 farm retry good.json | 2 | nothing has been submitted; quorvel farm submit does so

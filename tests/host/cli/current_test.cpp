@@ -96,8 +96,9 @@ TEST(Verify, NamesEveryFileThatIsNotWhole) {
   const fs::path folder = process::new_folder();
   const std::string parts = R"(, {"name": "out", "type": "write", "inputs": {"image": "grey", "more": "grey"},
                                   "knobs": {"file": "o.####.EXR", "parts": true}})";
-  for (const std::string ending : {"exr", "png", "tif", "jpg", "EXR"}) {
-    const std::string written = process::write_node("out", "grey", "o.####." + ending);
+  for (const std::string ending : {"exr", "png", "tif", "jpg", "dpx", "EXR"}) {
+    const std::string written =
+        process::write_node("out", "grey", "o.####." + ending + R"(", "channels": "rgb)");
     process::write_shot(folder / "shot.json", process::grey + (ending == "EXR" ? parts : written), "1-4");
     ASSERT_EQ(call("render shot.json --progress none", folder).code, 0);
     EXPECT_EQ(call("verify shot.json", folder).code, 0) << ending;
