@@ -51,8 +51,8 @@ std::map<int, Task> tasks_in(const std::string& json, const std::string& job);
 // How many tasks an array job may have; 1000 where the scheduler does not say.
 int most_tasks();
 
-// What runs the tasks of a job with these options for sbatch: the nodes of its partition, or else of the usual
-// one. Throws SchedulerError.
+// What runs the tasks of a job with these options for sbatch: the nodes of its partition, or else of the
+// usual one. Throws SchedulerError.
 struct Machines {
   int nodes = 1;
   int processors = 0;  // of all nodes; 0: unknown
