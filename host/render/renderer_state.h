@@ -76,7 +76,6 @@ struct Renderer::State {
   gpu::GpuContext& gpu;
   const Limits limits;
   const MemoryUse use;
-  const RingUser ring_user;
   Stats stats;
   Notices notices;
   std::shared_ptr<plates::Headers> headers;
@@ -90,6 +89,7 @@ struct Renderer::State {
   BufferPool views;    // of those that are handed out
   HeldImages held;
   Account ring;
+  const RingUser ring_user;    // behind everything that its callbacks fill
   int64_t visited_before = 0;  // by subjects that are gone
   SubjectPtr subject;
   SubjectPtr scaled;  // at another scale; may be null

@@ -13,7 +13,7 @@ from pathlib import Path
 
 source, build, compiler = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3]
 FIRST_INCLUDE = re.compile(r'^#include [<"](.+)[>"]', re.MULTILINE)
-FLAG = re.compile(r"(?<= )-(?:isystem |I|std=|W|ffp)\S+")
+FLAG = re.compile(r"(?<= )-(?:isystem |I|std=|W|ffp|fvisibility=)\S+")
 
 rooms, shown, flags = set(), set(), {}
 for entry in json.loads((build / "compile_commands.json").read_text()):
