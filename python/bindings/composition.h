@@ -3,6 +3,7 @@
 #include "host/shot/composition.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace bindings {
@@ -23,6 +24,12 @@ class CompiledComposition {
 
  private:
   std::shared_ptr<const host::shot::Composition> shared_;
+};
+
+// A name that no node has; says which may have been meant.
+class UnknownNode : public host::shot::CompositionError {
+ public:
+  UnknownNode(const host::shot::Composition& composition, const std::string& name);
 };
 
 }  // namespace bindings

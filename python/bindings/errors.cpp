@@ -1,3 +1,4 @@
+#include "host/base/suggest.h"
 #include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
 #include "host/gpu/gpu_thread.h"
@@ -6,8 +7,11 @@
 #include "host/render/shared_renderer.h"
 #include "host/shot/composition.h"
 #include "python/bindings/bindings.h"
+#include "python/bindings/composition.h"
 
 #include <exception>
+#include <string>
+#include <vector>
 
 namespace bindings {
 namespace {
@@ -23,6 +27,8 @@ void raise(const char* name, const std::exception& error) {
 void translate(std::exception_ptr thrown) {
   try {
     std::rethrow_exception(std::move(thrown));
+  } catch (const UnknownNode& error) {
+    raise("UnknownNode", error);
   } catch (const host::shot::CompositionError& error) {
     raise("CompositionError", error);
   } catch (const host::frame::MemoryLimit& error) {
@@ -42,7 +48,18 @@ void translate(std::exception_ptr thrown) {
   }
 }
 
+std::vector<std::string> names_of(const host::shot::Composition& composition) {
+  std::vector<std::string> names;
+  names.reserve(composition.nodes.size());
+  for (const host::node::Node& node : composition.nodes) names.push_back(node.name);
+  return names;
+}
+
 }  // namespace
+
+UnknownNode::UnknownNode(const host::shot::Composition& composition, const std::string& name)
+    : CompositionError(composition.file + ": there is no node \"" + name + "\"" +
+                       host::did_you_mean(name, names_of(composition))) {}
 
 void add_errors() {
   py::register_exception_translator(&translate);

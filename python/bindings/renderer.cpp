@@ -53,7 +53,7 @@ render::ImageRequest request(const CompiledComposition& composition, const std::
   render::ImageRequest wanted;
   const host::shot::Composition& shot = *composition;
   wanted.node = node ? shot.find(*node) : shot.outputs.front();
-  if (wanted.node < 0) throw py::key_error(shot.file + ": there is no node \"" + *node + "\"");
+  if (wanted.node < 0) throw UnknownNode(shot, *node);
   if (!(scale >= 0 && scale <= 1)) throw py::value_error("scale: expected a number above 0 and at most 1");
   wanted.scale = scale;
   if (area != "format" && area != "window")

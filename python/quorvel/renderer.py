@@ -85,7 +85,7 @@ class Renderer:
     ) -> Image:
         """One frame of a node, the composition's first output unless named. `area` is what its pixels cover: "format",
         transparent black around a smaller data window, or that "window" itself, which may be empty. Raises FrameError,
-        MemoryBudgetError that names the images which are held, CompositionError, KeyError for an unknown node."""
+        MemoryBudgetError that names the images which are held, CompositionError, UnknownNode."""
         image = self._renderer.frame(self.shot._compiled(), frame, node, scale or 0.0, area)
         self._warn()
         return Image(image)
