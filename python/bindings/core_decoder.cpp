@@ -15,6 +15,7 @@
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include <pybind11/stl.h>
 #include <unistd.h>
@@ -124,8 +125,8 @@ class DecodeQueue {
     return getpid() != process_;
   }
   void leave() {
-    [[maybe_unused]] auto* const never_freed =
-        new std::shared_ptr<qv::io::DecodeScheduler>(std::move(scheduler_));
+    static auto* const left = new std::vector<std::shared_ptr<qv::io::DecodeScheduler>>;  // for ever
+    left->push_back(std::move(scheduler_));
   }
   std::shared_ptr<qv::io::DecodeScheduler> open() const {
     if (forked()) return nullptr;

@@ -54,7 +54,9 @@ std::vector<Array<float>> pack(const color::Spec& spec, const ArrayLike& knobs, 
   return result;
 }
 
-void add_color(py::module_ m) {
+void add_color(py::module_& core) {
+  py::module_ m = core.def_submodule(
+      "color", "What the program of a colour node is told: knobs and inputs, packed into uniforms.");
   using color::Knob;
   using color::Source;
   using color::Uniform;
@@ -131,7 +133,9 @@ Array<float> rgb_to_rgba(const ArrayLike& rgb) {
   return {std::move(out)};
 }
 
-void add_ocio(py::module_ m) {
+void add_ocio(py::module_& core) {
+  py::module_ m = core.def_submodule(
+      "ocio", "The shader text and LUTs that OpenColorIO generates, for a program of one's own.");
   m.def("splice", &ocio::splice, "shader_template"_a, "generated"_a,
         "The template with the generated text in place of its line //@OCIO.");
   m.def(
@@ -150,7 +154,8 @@ Where there was, the program must define vec4 qv_lut3d_trilinear(sampler3D lut, 
 The interpreter's lock is released. ValueError: another last dimension.)");
 }
 
-void add_keyer(py::module_ m) {
+void add_keyer(py::module_& core) {
+  py::module_ m = core.def_submodule("keyer", "The parameters of keyer programs. Nothing here fails.");
   using Four = std::tuple<double, double, double, double>;
   using Three = std::tuple<double, double, double>;
   m.def("fill_levels", &keyer::fill_levels, "size"_a, "width"_a, "height"_a,
@@ -182,7 +187,8 @@ void add_keyer(py::module_ m) {
 ((0.0, 1.0, 0.0), (0.5, 0.0, 0.5)))");
 }
 
-void add_filter(py::module_ m) {
+void add_filter(py::module_& core) {
+  py::module_ m = core.def_submodule("filter", "The filters as data. Drawing them is the renderer's.");
   using filter::Operation;
   m.attr("kernel_box") = static_cast<int>(filter::kernel_box);
   m.attr("kernel_triangle") = static_cast<int>(filter::kernel_triangle);
@@ -223,12 +229,10 @@ void add_filter(py::module_ m) {
 }  // namespace
 
 void add_nodes(py::module_& core) {
-  add_color(core.def_submodule(
-      "color", "What the program of a colour node is told: knobs and inputs, packed into uniforms."));
-  add_filter(core.def_submodule("filter", "The filters as data. Drawing them is the renderer's."));
-  add_keyer(core.def_submodule("keyer", "The parameters of keyer programs. Nothing here fails."));
-  add_ocio(core.def_submodule(
-      "ocio", "The shader text and LUTs that OpenColorIO generates, for a program of one's own."));
+  add_color(core);
+  add_filter(core);
+  add_keyer(core);
+  add_ocio(core);
 }
 
 }  // namespace bindings

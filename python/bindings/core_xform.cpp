@@ -16,11 +16,6 @@
 
 #include <pybind11/stl.h>
 
-extern "C" {
-int openblas_get_num_threads();
-void openblas_set_num_threads(int threads);
-}
-
 namespace bindings {
 
 namespace py = pybind11;
@@ -94,13 +89,6 @@ int64_t mblur_samples(double quality, const std::vector<std::optional<ArrayLike>
   for (const auto& each : path)
     matrices.push_back(each ? std::optional(matrix_in(*each, "path")) : std::nullopt);
   return xform::mblur_samples(quality, matrices, width, height);
-}
-
-// NumPy may work with the same OpenBLAS, whose threads are not ours to take away.
-void install_routines() {
-  const int threads = openblas_get_num_threads();
-  host::install_linear_algebra();
-  openblas_set_num_threads(threads);
 }
 
 void add_matrices(py::module_& core) {
@@ -221,7 +209,7 @@ way that is no number or has no end.)");
 }  // namespace
 
 void add_xform(py::module_& core) {
-  install_routines();
+  host::install_linear_algebra();
   add_matrices(core);
   add_steps(core);
   add_planners(core);

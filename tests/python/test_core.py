@@ -53,20 +53,16 @@ def test_matrices_are_numpys() -> None:
 
 @pytest.mark.parametrize("call, error, text", [
     (lambda: CURVE.value(["x"]), TypeError, "t: numbers"),
-    (lambda: CURVE.value([[1], [1, 2]]), TypeError, "t: no array"),
     (lambda: core.Curve([core.Key(1, 0), core.Key(1, 1)]), core.NotCompilable, "equal key times"),
     (lambda: core.product(np.eye(3), np.eye(4)), ValueError, r"b: .*\(3, 3\), not \(4, 4\)"),
     (lambda: core.step_matrix([], 1, 1), IndexError, ""),
-    (lambda: core.total([MOVE, MOVE[:5]], 1, 1), ValueError, "12 values"),
     (lambda: core.h_bbox((0, 0, 1, 1), np.eye(3) * [1e19, 1, 1]), OverflowError, ""),
     (lambda: core.half_to_float(np.zeros(3)), TypeError, "src: float16"),
     (lambda: core.Record([], [2**32], [1]), ValueError, "data: 4294967296"),
     (lambda: core.Record([], [], [1]).typed_hash(), IndexError, ""),
-    (lambda: core.Walk().build([[], [1]], [0, 0], [0, 0]), ValueError, ""),
     (lambda: core.Walk().build([[]], [0.5], [0]), TypeError, "always_flags: whole"),
     (lambda: core.ocio.rgb_to_rgba(np.zeros((4, 4))), ValueError, "rgb: "),
     (lambda: core.color.Spec([core.color.Knob("gain", [])], []), ValueError, "gain"),
-    (lambda: core.merge.shuffle_codes([]), ValueError, "routes: four"),
     (lambda: core.read_image("missing.exr"), FileNotFoundError, "missing.exr"),
     (lambda: core.read_image(__file__), OSError, "test_core.py: "),
 ])
@@ -138,21 +134,15 @@ def test_jobs_are_futures_and_awaitable(plate: pathlib.Path) -> None:
         assert asyncio.run(shapes(scheduler)) == [(48, 64, 4)] * 20
         for stormed in [pool.submit(storm, scheduler, seed) for seed in range(4)]:
             stormed.result(60)
-    with pytest.raises(RuntimeError, match="closed"):
-        scheduler.submit(plate)
-
-
-def test_a_forked_process_is_told(plate: pathlib.Path) -> None:
-    with core.DecodeScheduler() as scheduler:
         child = os.fork()
         if child == 0:
-            try:
+            with pytest.raises(RuntimeError, match="forked"):
                 scheduler.submit(plate)
-            except RuntimeError as error:
-                scheduler.close()
-                os._exit(0 if "forked" in str(error) else 1)
-            os._exit(2)
-        assert os.waitpid(child, 0)[1] == 0 and scheduler.submit(plate).result(60).shape == (48, 64, 4)
+            scheduler.close()
+            os._exit(7)
+        assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 7 and scheduler.submit(plate).result(60).any()
+    with pytest.raises(RuntimeError, match="closed"):
+        scheduler.submit(plate)
 
 
 def test_the_host_of_numpy_computes_what_is_new(tmp_path: pathlib.Path) -> None:
