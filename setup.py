@@ -1,5 +1,5 @@
 """The compiled module of the Python package, built by CMake below build/wheel with what CMAKE_ARGS adds to its
-options; all but the version is in pyproject.toml."""
+options, or in the build that QUORVEL_BUILD names; all but the version is in pyproject.toml."""
 
 import os
 import re
@@ -19,10 +19,12 @@ class CMakeBuild(build_ext):
 
     def build_extension(self, ext: Extension) -> None:
         package = Path(self.get_ext_fullpath(ext.name)).resolve().parent
-        build = ROOT / "build/wheel"
-        options = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQV_BUILD_TESTS=OFF", "-Wno-dev"]
-        options += shlex.split(os.environ.get("CMAKE_ARGS", ""))
-        subprocess.check_call(["cmake", "-S", ROOT, "-B", build, *options, f"-DPython_EXECUTABLE={sys.executable}"])
+        given = os.environ.get("QUORVEL_BUILD")
+        build = Path(given) if given else ROOT / "build/wheel"
+        if not given:
+            options = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQV_BUILD_TESTS=OFF", "-Wno-dev"]
+            options += [f"-DPython_EXECUTABLE={sys.executable}", *shlex.split(os.environ.get("CMAKE_ARGS", ""))]
+            subprocess.check_call(["cmake", "-S", ROOT, "-B", build, *options])
         subprocess.check_call(["cmake", "--build", build, "--target", ext.name.rpartition(".")[2]])
         subprocess.check_call(["cmake", "--install", build, "--prefix", package, "--component", "wheel"])
 

@@ -51,10 +51,10 @@ flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs quorvel_core)
 "$compiler" -std=c++20 "$work/consumer/consumer.cpp" $flags -o "$work/with_pkg_config"
 LD_LIBRARY_PATH=$(PKG_CONFIG_PATH=$pc pkg-config --variable=libdir quorvel_core) "$work/with_pkg_config"
 
-# The Python package of an installed copy, and of both Debian packages unpacked over each other, finds its own
-# library and fragment programs.
+# The Python package of an installed copy, of both Debian packages unpacked over each other, and of a wheel finds
+# its own library and fragment programs.
 python_package() {
-  PYTHONPATH=$1/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 - "$1" "$source" <<'PYTHON'
+  PYTHONPATH=$1/$2 PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 - "$1" "$source" <<'PYTHON'
 import sys, quorvel
 prefix, source = sys.argv[1:]
 maps = {line.split()[-1] for line in open("/proc/self/maps") if "quorvel" in line}
@@ -64,9 +64,13 @@ assert quorvel.Composition.load(source + "/examples/shot.json")["dusk"].gamma[0]
 PYTHON
 }
 if [ -d "$prefix/lib/python3" ]; then
-  python_package "$prefix"
+  python_package "$prefix" lib/python3/dist-packages
   (cd "$work" && "${cmake%cmake}cpack" -G DEB -B "$work/packages" --config "$build/CPackConfig.cmake" >cpack.log)
   for package in "$work"/packages/*.deb; do dpkg-deb -x "$package" "$work/root"; done
-  [ "$(ls "$work/packages" | grep -c '\.deb$')" = 2 ] && python_package "$work/root/usr"
+  [ "$(find "$work/packages" -maxdepth 1 -name "*.deb" | wc -l)" = 2 ]
+  python_package "$work/root/usr" lib/python3/dist-packages
   dpkg-deb -f "$work"/packages/python3-quorvel_*.deb Depends | grep -q 'quorvel-core (= .*python3-numpy.*libopenimageio'
+  QUORVEL_BUILD=$build /usr/bin/python3 -m pip install -q --no-index --no-build-isolation --no-deps \
+    --root-user-action=ignore --target "$work/wheel" "$source"
+  python_package "$work/wheel" .
 fi
