@@ -6,9 +6,9 @@
 #include <mutex>
 
 extern "C" {
-void dgesv_(const int* n, const int* columns, double* a,
-            const int* a_rows,  // NOLINT(readability-identifier-naming)
-            int* pivots, double* b, const int* b_rows, int* info);
+// NOLINTNEXTLINE(readability-identifier-naming)
+void dgesv_(const int* n, const int* columns, double* a, const int* a_rows, int* pivots, double* b,
+            const int* b_rows, int* info);
 void cblas_dgemm(int order, int turn_a, int turn_b, int m, int n, int k, double alpha, const double* a,
                  int a_rows, const double* b, int b_rows, double beta, double* c, int c_rows);
 void cblas_dgemv(int order, int turn, int m, int n, double alpha, const double* a, int a_rows,

@@ -8,6 +8,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -118,7 +119,7 @@ GpuThread::GpuThread(const DeviceChoice& choice) : state_(std::make_shared<State
 GpuThread::~GpuThread() {
   if (started_in != getpid()) {
     // There is no thread to wait for, and its locks may be held for ever.
-    new std::shared_ptr<State>(state_);
+    (void)new (std::nothrow) std::shared_ptr<State>(state_);
     return;
   }
   {

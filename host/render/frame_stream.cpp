@@ -120,7 +120,7 @@ FrameStream::~FrameStream() {
       state->renderer->streams.erase(state);
     });
   } catch (const gpu::Forked&) {
-    new std::shared_ptr<State>(state_);
+    (void)new (std::nothrow) std::shared_ptr<State>(state_);
   } catch (const Closed&) {
     return;  // closed, which ends it
   }

@@ -6,6 +6,7 @@
 #include "host/render/shared_renderer_state.h"
 
 #include <functional>
+#include <new>
 #include <utility>
 
 namespace host::render {
@@ -116,7 +117,7 @@ void SharedRenderer::close() noexcept {
     }
   } catch (...) {
     // In a copy of the process what lives on its thread is out of reach.
-    new std::shared_ptr<State>(state_);
+    (void)new (std::nothrow) std::shared_ptr<State>(state_);
   }
 }
 
