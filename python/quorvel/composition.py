@@ -9,10 +9,10 @@ from collections.abc import Iterable, Iterator, Mapping, Sequence
 from contextlib import contextmanager
 from functools import lru_cache
 from pathlib import Path
-from typing import Any, NamedTuple, Union
+from typing import Any, Union
 
 from . import _quorvel, checks, json_text
-from .document import MEMBERS, is_default, laid_out, meaning, move, node_names, shortest
+from .document import MEMBERS, Format, is_default, laid_out, meaning, move, node_names, shortest
 from .errors import CompositionError, UnknownNode
 from .node import Node, plain
 from .nodes import types
@@ -23,14 +23,6 @@ __all__ = ["Composition", "Format"]
 PathLike = Union[str, "os.PathLike[str]"]
 
 _TOP = ("$schema", "comment", "format", "frames", "views", "nodes", "output")
-
-
-class Format(NamedTuple):
-    """The picture's frame in pixels."""
-
-    width: int
-    height: int
-    pixel_aspect: float = 1.0
 
 
 class Composition:
@@ -127,9 +119,15 @@ class Composition:
         target = self._path if path is None else Path(path)
         if target is None:
             raise ValueError("a composition that has no file yet is saved under a path")
-        move(self._doc, os.path.realpath(self._folder()), os.path.realpath(target.parent))
-        text = self.to_json()
-        write_whole(target, text)
+        before = [copy.deepcopy(each.get("knobs", {})) for each in self._doc["nodes"]]
+        try:
+            move(self._doc, os.path.realpath(self._folder()), os.path.realpath(target.parent))
+            text = self.to_json()
+            write_whole(target, text)
+        except BaseException:
+            for each, knobs in zip(self._doc["nodes"], before):
+                each.update({"knobs": knobs} if "knobs" in each else {})
+            raise
         self._path, self._last = target, None
         self._text, self._place = text, json_text.read(text.removeprefix("\ufeff"))
 

@@ -4,10 +4,19 @@ from __future__ import annotations
 
 import os
 from collections.abc import Mapping
-from typing import Any
+from typing import Any, NamedTuple
 
 from . import json_text
 from .nodes import NodeType, types
+
+
+class Format(NamedTuple):
+    """The picture's frame in pixels."""
+
+    width: int
+    height: int
+    pixel_aspect: float = 1.0
+
 
 MEMBERS = ("name", "type", "comment", "disabled", "inputs", "knobs")
 

@@ -32,6 +32,9 @@ def test_every_example_comes_back(path: Path, tmp_path: Path) -> None:
     fresh = shot.to_json(comments=False)
     assert shot.to_json() == text and qv.Composition.parse(fresh, path) == shot
     assert max(map(len, fresh.splitlines())) <= 120
+    with pytest.raises(OSError):
+        shot.save(tmp_path / "missing" / path.name)
+    assert shot.to_json() == path.read_text()
     shot.save(tmp_path / path.name)  # paths go along
     moved = qv.Composition.load(tmp_path / path.name)
     assert moved == qv.Composition.load(path) == pickle.loads(pickle.dumps(shot))
