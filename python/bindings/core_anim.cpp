@@ -126,6 +126,34 @@ NotCompilable: neighbours at one time, or a spline that has no solution.)")
 Two arrays, one entry a key. NotCompilable: a spline that has no solution.)");
 }
 
+void add_retime(py::module_& m) {
+  using time::RetimeRanges;
+  py::class_<RetimeRanges>(m, "RetimeRanges", "Which stretch of the input plays over which of the output.")
+      .def_readonly("in_first", &RetimeRanges::in_first)
+      .def_readonly("in_last", &RetimeRanges::in_last)
+      .def_readonly("out_first", &RetimeRanges::out_first)
+      .def_readonly("out_last", &RetimeRanges::out_last)
+      .def_readonly("speed", &RetimeRanges::speed, "Input frames an output frame.");
+  using Set = std::optional<double>;
+  m.def(
+      "retime_ranges",
+      [](double first, double last, Set in_first, Set in_last, Set out_first, Set out_last, double speed) {
+        return time::retime_ranges(first, last, in_first.value_or(0), in_first.has_value(),
+                                   in_last.value_or(0), in_last.has_value(), out_first.value_or(0),
+                                   out_first.has_value(), out_last.value_or(0), out_last.has_value(), speed);
+      },
+      "input_first"_a, "input_last"_a, "in_first"_a = std::nullopt, "in_last"_a = std::nullopt,
+      "out_first"_a = std::nullopt, "out_last"_a = std::nullopt, "speed"_a = 1.0,
+      R"(Fills what a retime node leaves open (None).
+
+The input range is the input's own. With both output ends set the speed follows from the lengths;
+otherwise the output's length follows from `speed`.)");
+  m.def("retime_pos", &time::retime_pos, "frame"_a, "ranges"_a, "before_mode"_a, "after_mode"_a,
+        R"(The position in the input, in frames from ranges.in_first, for an output frame.
+
+Outside the output range by the edge modes; None where they give no frame.)");
+}
+
 }  // namespace
 
 void add_anim(py::module_& core) {
@@ -134,7 +162,6 @@ void add_anim(py::module_& core) {
 }
 
 void add_time(py::module_& core) {
-  using time::RetimeRanges;
   py::module_ m = core.def_submodule("time", R"(Which whole frames of its input a time node reads.
 
 Frames are whole numbers, times and durations in frames. `nearest` rounds halves up; otherwise a time is
@@ -169,30 +196,7 @@ None where the mode is edge_no_frame and the frame lies outside.
 With `use_range` those from range_start to range_end, ascending, the first 256 at most; otherwise `count`
 frames going back from `frame`. ValueError, MemoryError: more frames than memory holds.)");
 
-  py::class_<RetimeRanges>(m, "RetimeRanges", "Which stretch of the input plays over which of the output.")
-      .def_readonly("in_first", &RetimeRanges::in_first)
-      .def_readonly("in_last", &RetimeRanges::in_last)
-      .def_readonly("out_first", &RetimeRanges::out_first)
-      .def_readonly("out_last", &RetimeRanges::out_last)
-      .def_readonly("speed", &RetimeRanges::speed, "Input frames an output frame.");
-  using Set = std::optional<double>;
-  m.def(
-      "retime_ranges",
-      [](double first, double last, Set in_first, Set in_last, Set out_first, Set out_last, double speed) {
-        return time::retime_ranges(first, last, in_first.value_or(0), in_first.has_value(),
-                                   in_last.value_or(0), in_last.has_value(), out_first.value_or(0),
-                                   out_first.has_value(), out_last.value_or(0), out_last.has_value(), speed);
-      },
-      "input_first"_a, "input_last"_a, "in_first"_a = std::nullopt, "in_last"_a = std::nullopt,
-      "out_first"_a = std::nullopt, "out_last"_a = std::nullopt, "speed"_a = 1.0,
-      R"(Fills what a retime node leaves open (None).
-
-The input range is the input's own. With both output ends set the speed follows from the lengths;
-otherwise the output's length follows from `speed`.)");
-  m.def("retime_pos", &time::retime_pos, "frame"_a, "ranges"_a, "before_mode"_a, "after_mode"_a,
-        R"(The position in the input, in frames from ranges.in_first, for an output frame.
-
-Outside the output range by the edge modes; None where they give no frame.)");
+  add_retime(m);
   m.def("box_weights", &time::box_weights, "t"_a, "width"_a,
         R"(The frames under a box of `width` frames centred on `t`, with weights that sum to 1.
 

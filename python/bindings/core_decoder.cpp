@@ -15,7 +15,6 @@
 #include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include <pybind11/stl.h>
 #include <unistd.h>
@@ -50,8 +49,9 @@ class DecodeQueue {
   DecodeQueue(const DecodeQueue&) = delete;
   DecodeQueue& operator=(const DecodeQueue&) = delete;
   ~DecodeQueue() {
-    const py::gil_scoped_release unlocked;
+    PyThreadState* const locked = PyEval_SaveThread();  // which, unlike pybind11's own, cannot throw
     close();
+    PyEval_RestoreThread(locked);
   }
 
   int64_t submit(const Path& path, int priority) {
@@ -125,8 +125,8 @@ class DecodeQueue {
     return getpid() != process_;
   }
   void leave() {
-    static auto* const left = new std::vector<std::shared_ptr<qv::io::DecodeScheduler>>;  // for ever
-    left->push_back(std::move(scheduler_));
+    [[maybe_unused]] static const std::shared_ptr<qv::io::DecodeScheduler>* left = nullptr;  // for ever
+    left = new std::shared_ptr<qv::io::DecodeScheduler>(std::move(scheduler_));
   }
   std::shared_ptr<qv::io::DecodeScheduler> open() const {
     if (forked()) return nullptr;
