@@ -104,6 +104,29 @@ std::string left_text(double seconds) {
   return std::to_string((whole + 3599) / 3600) + " h";
 }
 
+std::string to_the_right(const std::string& text, size_t width) {
+  return std::string(width - std::min(width, text.size()), ' ') + text;
+}
+
+// Behind its number.
+std::string chunk_text(const ChunkStatus& chunk) {
+  constexpr int64_t width = 20;
+  const auto filled = static_cast<size_t>(width * chunk.whole / std::max<int64_t>(1, chunk.total));
+  const std::string total = std::to_string(chunk.total);
+  std::string frames = chunk.frames;
+  frames.resize(std::max<size_t>(frames.size(), 12), ' ');
+  std::string text = "  " + frames + " [" + std::string(filled, '=');
+  text.append(width - filled, ' ').append("] ");
+  text.append(to_the_right(std::to_string(chunk.whole), total.size())).append("/").append(total);
+  text.append("  ").append(name_of(chunk.state));
+  if (chunk.at) text += " at frame " + std::to_string(*chunk.at);
+  if (!chunk.node.empty()) text += " on " + chunk.node;
+  if (chunk.restarts == 1) text += ", put back once";
+  if (chunk.restarts > 1) text += ", put back " + std::to_string(chunk.restarts) + " times";
+  if (!chunk.why.empty()) text += ": " + chunk.why;
+  return text;
+}
+
 }  // namespace
 
 Status status_of(const shot::Composition& composition, const Job& job, const std::map<int, Task>* tasks) {
@@ -142,24 +165,9 @@ Status status_of(const shot::Composition& composition, const Job& job, const std
 }
 
 std::string status_text(const Job& job, const Status& status) {
-  constexpr int64_t width = 20;
   std::string text = "job " + job.array_id + ": " + job.composition.string() + "\n";
-  for (size_t i = 0; i < status.chunks.size(); ++i) {
-    const ChunkStatus& chunk = status.chunks[i];
-    const auto filled = static_cast<size_t>(width * chunk.whole / std::max<int64_t>(1, chunk.total));
-    std::string number = std::to_string(i);
-    std::string frames = chunk.frames;
-    number.insert(0, number.size() < 4 ? 4 - number.size() : 0, ' ');
-    frames.resize(std::max<size_t>(frames.size(), 12), ' ');
-    text.append(number).append("  ").append(frames).append(" [");
-    text.append(filled, '=').append(width - filled, ' ').append("] ").append(std::to_string(chunk.whole));
-    text.append("/").append(std::to_string(chunk.total)).append("  ").append(name_of(chunk.state));
-    if (chunk.at) text += " at frame " + std::to_string(*chunk.at);
-    if (!chunk.node.empty()) text += " on " + chunk.node;
-    if (chunk.restarts > 0) text += ", put back " + std::to_string(chunk.restarts) + " times";
-    if (!chunk.why.empty()) text += ": " + chunk.why;
-    text += "\n";
-  }
+  for (size_t i = 0; i < status.chunks.size(); ++i)
+    text += to_the_right(std::to_string(i), 4) + chunk_text(status.chunks[i]) + "\n";
   text += std::to_string(status.whole) + " of " + std::to_string(status.frames) + " frames whole";
   if (status.failed > 0) text += ", " + std::to_string(status.failed) + " chunks failed";
   if (!status.ended && status.seconds_left >= 0)
