@@ -143,7 +143,8 @@ std::optional<FrameImage> FrameStream::next(const gpu::GpuThread::GiveUp& give_u
     state_->stop = true;
     arrivals.changed.wait(lock, [&arrivals] { return !arrivals.drawing; });
     arrivals.all = true;
-    const auto dropped = std::exchange(arrivals.slots, {});
+    decltype(arrivals.slots) dropped;  // goes once the lock has
+    dropped.swap(arrivals.slots);
     lock.unlock();
     throw frame::Interrupted();
   }

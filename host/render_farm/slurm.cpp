@@ -114,10 +114,15 @@ std::map<int, Task> tasks_in(const std::string& json, const std::string& job) {
     const int64_t array = number_in(each, "array_job_id").value_or(0);
     if (std::to_string(array != 0 ? array : number_in(each, "job_id").value_or(0)) != job) continue;
     const std::string words = each.value("state_description", "");
-    const Task task{state_in(each), each.value("nodes", ""),
-                    words.empty() ? each.value("state_reason", "") : words,
-                    static_cast<int>(number_in(each, "restart_cnt").value_or(0))};
-    for (const int64_t index : indices_in(each)) tasks[static_cast<int>(index)] = task;
+    Task task{state_in(each),
+              each.value("nodes", ""),
+              words.empty() ? each.value("state_reason", "") : words,
+              static_cast<int>(number_in(each, "restart_cnt").value_or(0)),
+              {}};
+    for (const int64_t index : indices_in(each)) {
+      task.id = array != 0 ? job + "_" + std::to_string(index) : job;
+      tasks[static_cast<int>(index)] = task;
+    }
   }
   return tasks;
 }
@@ -140,7 +145,7 @@ int release_held(const std::string& job) {
   int released = 0;
   for (const auto& [index, task] : tasks_of(job)) {
     if (task.state != "PENDING" || !task.reason.starts_with("launch failed")) continue;
-    released += run_program({"scontrol", "release", job + "_" + std::to_string(index)}).code == 0 ? 1 : 0;
+    released += run_program({"scontrol", "release", task.id}).code == 0 ? 1 : 0;
   }
   return released;
 }

@@ -15,6 +15,7 @@ struct Task {
   std::string node;
   std::string reason;  // why it waits: in words where the scheduler has some
   int restarts = 0;
+  std::string id;  // "12_3", or "12" of a job that is no array
 };
 
 // A scheduler that cannot be reached, or that refused; it has said why on standard error.

@@ -191,6 +191,7 @@ int wait_for_check(const shot::Composition& composition, const render_farm::Job&
   for (bool live = true; live; std::this_thread::sleep_for(pause)) {
     try {
       render_farm::release_held(job.array_id);
+      render_farm::release_held(job.check_id);
       const auto tasks = render_farm::tasks_of(job.check_id);
       live = std::any_of(tasks.begin(), tasks.end(),
                          [](const auto& task) { return render_farm::is_live(task.second); });
@@ -280,6 +281,7 @@ int submit(const FarmCommand& given) {
 
 int retry(const FarmCommand& given) {
   const Known known = known_job(given);
+  render_farm::release_held(known.job.check_id);
   if (const int released = render_farm::release_held(known.job.array_id)) {
     std::cout << "job " << known.job.array_id << ": " << plural(static_cast<size_t>(released), "chunk")
               << " that a node could not start may start elsewhere\n"
