@@ -26,7 +26,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-namespace farm = host::render_farm;
+namespace render_farm = host::render_farm;
 
 constexpr int nodes = 2000;
 constexpr int64_t frames = 100000;
