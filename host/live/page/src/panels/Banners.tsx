@@ -1,0 +1,3 @@
+export function Banners() {
+  return <div />;
+}

@@ -1,0 +1,3 @@
+export function TimePanel() {
+  return <div />;
+}

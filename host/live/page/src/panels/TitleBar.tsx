@@ -1,0 +1,3 @@
+export function TitleBar() {
+  return <div />;
+}

@@ -1,0 +1,3 @@
+export function Viewer() {
+  return <div />;
+}

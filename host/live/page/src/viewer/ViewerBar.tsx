@@ -1,0 +1,3 @@
+export function ViewerBar() {
+  return <div />;
+}
