@@ -1,8 +1,8 @@
 #include "host/shot/composition.h"
 
 #include "host/files/pattern.h"
-#include "host/frame/plan.h"
 #include "host/nodes/catalogue.h"
+#include "host/plan/plan.h"
 #include "host/report/info.h"
 #include "tests/support/files.h"
 #include "tests/support/images.h"
@@ -66,24 +66,24 @@ std::optional<host::shot::Composition> parsed(std::string_view text) {
 }
 
 void plan(const host::shot::Composition& composition, double scale) {
-  host::frame::PlanOptions options;
+  host::plan::PlanOptions options;
   options.scale = scale;
-  options.existing = host::frame::Existing::overwrite;
-  host::frame::Planner planner(composition, options);
+  options.existing = host::plan::Existing::overwrite;
+  host::plan::Planner planner(composition, options);
   std::vector<std::string> texts;
-  const auto note = [&texts](const host::frame::FramePlan& each) {
+  const auto note = [&texts](const host::plan::FramePlan& each) {
     texts.push_back(host::report::plan_text(each));
   };
-  host::frame::Outlook outlook;
+  host::plan::Outlook outlook;
   try {
     planner.targets().check(composition.frames);
     outlook = planner.look_ahead(composition.frames, note);
-  } catch (const host::frame::TargetError&) {
+  } catch (const host::plan::TargetError&) {
     return;
   }
   require((outlook.failing > 0) == !outlook.problems.empty());
   require(!host::report::info_text(composition, planner, outlook.problems).empty());
-  host::frame::Planner again(composition, options);
+  host::plan::Planner again(composition, options);
   for (size_t i = 0; i < texts.size(); ++i)
     require(host::report::plan_text(again.frame(composition.frames[i])) == texts[i]);
 }

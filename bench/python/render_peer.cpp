@@ -21,6 +21,7 @@
 
 namespace {
 
+namespace draw = host::draw;
 namespace render = host::render;
 
 template <class Work>
@@ -41,7 +42,7 @@ int main(int count, char** arguments) {
   std::vector<int64_t> frames(static_cast<size_t>(std::atoll(arguments[4]) - std::atoll(arguments[3]) + 1));
   std::iota(frames.begin(), frames.end(), std::atoll(arguments[3]));
   const std::atomic<bool> stop = false;  // as the command has it
-  const render::ImageRequest request{shot->outputs.front(), render::Area::format, 0, &stop};
+  const draw::ImageRequest request{shot->outputs.front(), draw::Area::format, 0, &stop};
   render::Renderer renderer(shot, {}, device);
   renderer.read(request, 0);
   if (arguments[2] == std::string("frame")) {
@@ -50,7 +51,7 @@ int main(int count, char** arguments) {
   }
   time([&] {
     const auto sequence = renderer.sequence(request, frames);
-    while (sequence->draw_next([](const render::FrameImage&, const std::string&) {})) {
+    while (sequence->draw_next([](const draw::FrameImage&, const std::string&) {})) {
     }
     qv::transport::wait_all();
   });

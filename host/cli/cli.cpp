@@ -2,8 +2,8 @@
 
 #include "host/cli/options.h"
 #include "host/cli/table.h"
-#include "host/frame/targets.h"
 #include "host/gpu/gpu_context.h"
+#include "host/plan/targets.h"
 #include "host/programs/shader_library.h"
 #include "host/report/printable.h"
 #include "host/shot/composition.h"
@@ -44,7 +44,7 @@ int run(int argc, char** argv) {
     return exit_usage;
   } catch (const shot::FramesError& error) {
     return complain(std::string("--frames: ") + error.what(), exit_usage);
-  } catch (const frame::TargetError& error) {
+  } catch (const plan::TargetError& error) {
     return complain(error.what(), exit_usage);
   } catch (const std::invalid_argument& error) {
     return complain(error.what(), exit_usage);

@@ -137,18 +137,18 @@ void add_machine_options(CLI::App& command, RenderCommand& given) {
                    "Know files that are read by their bytes, not by size and date, for --skip-current");
 }
 
-void add_existing_options(CLI::App& command, frame::Existing& existing) {
+void add_existing_options(CLI::App& command, plan::Existing& existing) {
   command.add_flag(
-      "--overwrite", [&existing](int64_t) { existing = frame::Existing::overwrite; },
+      "--overwrite", [&existing](int64_t) { existing = plan::Existing::overwrite; },
       "Replace files that are there already");
   command
       .add_flag(
-          "--skip-existing", [&existing](int64_t) { existing = frame::Existing::skip; },
+          "--skip-existing", [&existing](int64_t) { existing = plan::Existing::skip; },
           "Leave frames alone whose files are there already")
       ->excludes("--overwrite");
   command
       .add_flag(
-          "--skip-current", [&existing](int64_t) { existing = frame::Existing::current; },
+          "--skip-current", [&existing](int64_t) { existing = plan::Existing::current; },
           "Leave frames alone whose files were made from what the composition and its inputs are now, and "
           "replace other files")
       ->excludes("--overwrite")

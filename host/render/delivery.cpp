@@ -34,7 +34,8 @@ Box sent_area(const node::Image& image, const files::OutputFile& file) {
   return file.overscan && image.texture ? image.extent.window : format_box(image.extent.format);
 }
 
-Delivery::Delivery(const Limits& limits, BufferPool& buffers, Notices& notices, const MemoryUse& use)
+Delivery::Delivery(const draw::Limits& limits, draw::BufferPool& buffers, Notices& notices,
+                   const MemoryUse& use)
     : limits_(limits),
       notices_(notices),
       buffers_(buffers),
@@ -89,14 +90,15 @@ void Delivery::send(int64_t frame, std::span<const node::Image> images, const fi
     const std::lock_guard lock(mutex_);
     ++find(frame).pending;
   }
-  const SentLimit limit = limits_.sent(files::packed_by_all(file.path));
+  const draw::SentLimit limit = limits_.sent(files::packed_by_all(file.path));
   for (size_t i = 0; i < images.size(); ++i) {
     try {
       // Of one file all are on their way together, or none would ever come back.
-      read_back(images[i], sent_area(images[i], file), Outside::left_out, buffers_, i > 0 ? unlimited : limit,
-                [this, meeting, i](ReadBack pixels) {
-                  arrived(*meeting, i, std::move(pixels), "the image could not be read back from the device");
-                });
+      draw::read_back(images[i], sent_area(images[i], file), draw::Outside::left_out, buffers_,
+                      i > 0 ? draw::unlimited : limit, [this, meeting, i](draw::ReadBack pixels) {
+                        arrived(*meeting, i, std::move(pixels),
+                                "the image could not be read back from the device");
+                      });
     } catch (const std::exception& error) {
       arrived(*meeting, i, {}, error.what());
     }
@@ -106,7 +108,7 @@ void Delivery::send(int64_t frame, std::span<const node::Image> images, const fi
 
 // On the ring's thread, or where there was nothing to read on the GL thread. The ring lets no exception
 // through: one that left here would be a frame that nobody misses.
-void Delivery::arrived(Meeting& meeting, size_t layer, ReadBack pixels, const std::string& error) {
+void Delivery::arrived(Meeting& meeting, size_t layer, draw::ReadBack pixels, const std::string& error) {
   std::vector<files::Picture>& pictures = meeting.pictures;
   try {
     const std::lock_guard lock(meeting.mutex);
@@ -200,7 +202,7 @@ void Delivery::finish() {
   writer_.finish();
 }
 
-void Delivery::add_to(Stats& stats) {
+void Delivery::add_to(draw::Stats& stats) {
   const std::lock_guard lock(mutex_);
   stats.read_back_ms += std::exchange(read_back_ms_, 0);
   stats.wait_write_ms += totals_.wait_write_ms;

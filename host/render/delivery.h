@@ -2,12 +2,12 @@
 
 #include "host/base/memory_use.h"
 #include "host/base/notices.h"
+#include "host/draw/limits.h"
+#include "host/draw/read_back.h"
+#include "host/draw/stats.h"
 #include "host/files/image_writer.h"
 #include "host/node/image.h"
-#include "host/render/limits.h"
 #include "host/render/progress.h"
-#include "host/render/read_back.h"
-#include "host/render/stats.h"
 
 #include <chrono>
 #include <cstdint>
@@ -29,7 +29,7 @@ Box sent_area(const node::Image& image, const files::OutputFile& file);
 class Delivery {
  public:
   // All outlive it. use: whose Owner::ring and Owner::encoders its memory is.
-  Delivery(const Limits& limits, BufferPool& buffers, Notices& notices, const MemoryUse& use);
+  Delivery(const draw::Limits& limits, draw::BufferPool& buffers, Notices& notices, const MemoryUse& use);
   ~Delivery();
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -54,7 +54,7 @@ class Delivery {
   void finish();
 
   // Adds what reading back and writing took.
-  void add_to(Stats& stats);
+  void add_to(draw::Stats& stats);
 
  private:
   struct Open {
@@ -67,17 +67,17 @@ class Delivery {
   struct Meeting;
 
   Open& find(int64_t frame);
-  void arrived(Meeting& meeting, size_t layer, ReadBack pixels, const std::string& error);
+  void arrived(Meeting& meeting, size_t layer, draw::ReadBack pixels, const std::string& error);
   static void note_time(Open& open);
   void hand_over(files::WriteJob job);
   void written(const files::WriteResult& result);
 
-  const Limits& limits_;
+  const draw::Limits& limits_;
   Notices& notices_;
-  BufferPool& buffers_;
+  draw::BufferPool& buffers_;
   std::mutex mutex_;  // guards what follows, up to the writer
   std::deque<Open> open_;
-  Stats totals_;
+  draw::Stats totals_;
   double read_back_ms_ = 0;  // GL thread alone, as is the next
   Account ring_;
   files::ImageWriter writer_;

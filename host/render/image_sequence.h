@@ -1,9 +1,9 @@
 #pragma once
 
+#include "host/draw/frame_image.h"
+#include "host/draw/upcoming.h"
 #include "host/frame/keyed_frame.h"
-#include "host/render/frame_image.h"
 #include "host/render/renderer.h"
-#include "host/render/upcoming.h"
 
 #include <cstdint>
 #include <memory>
@@ -18,20 +18,21 @@ struct Subject;
 // it.
 class ImageSequence {
  public:
-  ImageSequence(std::shared_ptr<Subject> subject, const ImageRequest& request, std::vector<int64_t> frames);
+  ImageSequence(std::shared_ptr<Subject> subject, const draw::ImageRequest& request,
+                std::vector<int64_t> frames);
   ~ImageSequence();
   ImageSequence(const ImageSequence&) = delete;
   ImageSequence& operator=(const ImageSequence&) = delete;
 
   // Draws the next frame and starts its read-back; `done` is called on the ring's thread, or at once. False
   // when there is none left. Throws as Renderer::read does, of that frame.
-  bool draw_next(ImageDone done);
+  bool draw_next(draw::ImageDone done);
 
  private:
   std::shared_ptr<Subject> subject_;
-  ImageRequest request_;
+  draw::ImageRequest request_;
   frame::FrameKeys keys_;
-  UpcomingFrames upcoming_;
+  draw::UpcomingFrames upcoming_;
 };
 
 }  // namespace host::render

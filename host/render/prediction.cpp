@@ -2,18 +2,18 @@
 
 #include <qv/nodes/filter/scratch.h>
 
+#include "host/draw/evaluator.h"
+#include "host/draw/limits.h"
+#include "host/draw/read_back.h"
+#include "host/draw/result_store.h"
+#include "host/draw/upcoming.h"
 #include "host/files/container.h"
 #include "host/files/encode.h"
 #include "host/frame/project.h"
-#include "host/frame/targets.h"
+#include "host/plan/targets.h"
 #include "host/programs/program_binaries.h"
 #include "host/programs/shader_library.h"
 #include "host/render/delivery.h"
-#include "host/render/evaluator.h"
-#include "host/render/limits.h"
-#include "host/render/read_back.h"
-#include "host/render/result_store.h"
-#include "host/render/upcoming.h"
 
 #include <algorithm>
 #include <deque>
@@ -36,7 +36,7 @@ uint64_t bytes_of(const Box& window) {
 // The decoder's queue, of which everything is decoded at once: what it admits and until when it holds it.
 class RehearsedDecoder {
  public:
-  RehearsedDecoder(plates::Headers& headers, const Limits& limits, MemoryUse use)
+  RehearsedDecoder(plates::Headers& headers, const draw::Limits& limits, MemoryUse use)
       : headers_(headers),
         threads_(static_cast<size_t>(limits.threads)),
         most_bytes_(limits.decoded_bytes),
@@ -114,7 +114,7 @@ class RehearsedDecoder {
 // Images on their way to files, as many as there may be.
 class RehearsedDelivery {
  public:
-  RehearsedDelivery(const Limits& limits, const MemoryUse& use)
+  RehearsedDelivery(const draw::Limits& limits, const MemoryUse& use)
       : limits_(limits),
         buffers_(static_cast<size_t>(limits.threads), use),
         ring_(use, Owner::ring),
@@ -131,9 +131,9 @@ class RehearsedDelivery {
  private:
   // Returns what an encoder fills for it.
   uint64_t send(const node::Image& image, const files::OutputFile& file, bool joins) {
-    const Box window = read_window(image, sent_area(image, file));
+    const Box window = draw::read_window(image, sent_area(image, file));
     const uint64_t bytes = bytes_of(window);
-    const SentLimit limit = joins ? unlimited : limits_.sent(files::packed_by_all(file.path));
+    const draw::SentLimit limit = joins ? draw::unlimited : limits_.sent(files::packed_by_all(file.path));
     uint64_t held = 0;
     for (const auto& sent : sent_) held += sent.second;
     for (; !sent_.empty() && !limit.room(sent_.size(), held, bytes); sent_.pop_front())
@@ -147,8 +147,8 @@ class RehearsedDelivery {
     return files::encoding_bytes(file, {image.extent.format, window});
   }
 
-  const Limits& limits_;
-  BufferPool buffers_;
+  const draw::Limits& limits_;
+  draw::BufferPool buffers_;
   std::deque<std::pair<std::shared_ptr<float[]>, uint64_t>> sent_;
   Account ring_;
   Account encoders_;
@@ -186,7 +186,7 @@ class Rehearsal {
             shaders_, pool_, [this](const plates::Source& source) { return decoder_.take(source); }, use_),
         evaluator_(composition, project_, pool_, context_, store_, stats_, use_, options.memory, nullptr),
         keys_(composition, project_),
-        upcoming_(composition, project_, keys_, frame::images_of(composition),
+        upcoming_(composition, project_, keys_, plan::images_of(composition),
                   options.frames.empty() ? composition.frames : options.frames, limits_.frames_ahead),
         delivery_(limits_, use_) {
     headers_->hold_to(context.max_texture_size());
@@ -196,7 +196,7 @@ class Rehearsal {
   }
 
   Holdings run() {
-    Upcoming frame;
+    draw::Upcoming frame;
     while (upcoming_.next(frame)) {
       if (frame.error) continue;
       try {
@@ -209,12 +209,13 @@ class Rehearsal {
   }
 
  private:
-  void rehearse(const Upcoming& frame) {
-    const std::vector<frame::Target> targets = targets_.at(frame.frame);
+  void rehearse(const draw::Upcoming& frame) {
+    const std::vector<plan::Target> targets = targets_.at(frame.frame);
     decoder_.want(upcoming_.wanted(frame, store_));
-    const auto places = places_of(targets, outputs_);
+    const auto places = draw::places_of(targets, outputs_);
     const auto images = evaluator_.evaluate(
-        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts_of(targets, places));
+        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); },
+        draw::parts_of(targets, places));
     for (size_t i = 0; i < targets.size(); ++i) {
       std::vector<node::Image> layers;
       for (const size_t at : places[i]) layers.push_back(images[at]);
@@ -223,21 +224,21 @@ class Rehearsal {
   }
 
   const size_t outputs_;
-  const Limits limits_;
+  const draw::Limits limits_;
   const MemoryUse use_;
-  Stats stats_;
+  draw::Stats stats_;
   std::shared_ptr<plates::Headers> headers_;
   node::Project project_;
-  frame::Targets targets_;
+  plan::Targets targets_;
   programs::ShaderLibrary shaders_;
   gpu::TexturePool pool_;
   RehearsedFilters filters_;
   RehearsedDecoder decoder_;
   node::RenderContext context_;
-  ResultStore store_;
-  Evaluator evaluator_;
+  draw::ResultStore store_;
+  draw::Evaluator evaluator_;
   frame::FrameKeys keys_;
-  UpcomingFrames upcoming_;
+  draw::UpcomingFrames upcoming_;
   RehearsedDelivery delivery_;
 };
 

@@ -2,7 +2,7 @@
 
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
-#include "host/frame/targets.h"
+#include "host/plan/targets.h"
 
 #include <filesystem>
 #include <set>
@@ -10,10 +10,10 @@
 namespace host::render {
 namespace {
 
-void tidy_folders(const frame::Targets& targets, const std::vector<int64_t>& frames) {
+void tidy_folders(const plan::Targets& targets, const std::vector<int64_t>& frames) {
   std::set<std::filesystem::path> folders;
   for (const int64_t frame : frames) {
-    for (const frame::Target& target : targets.at(frame)) {
+    for (const plan::Target& target : targets.at(frame)) {
       folders.insert(files::followed(target.file.path).parent_path());
     }
   }
@@ -22,15 +22,15 @@ void tidy_folders(const frame::Targets& targets, const std::vector<int64_t>& fra
 
 }  // namespace
 
-bool refused(const frame::Outlook& outlook, const RunOptions& options) {
+bool refused(const plan::Outlook& outlook, const RunOptions& options) {
   return outlook.failing > 0 && !options.keep_going;
 }
 
-frame::Outlook prepare(frame::Planner& planner, RunOptions& options) {
-  const auto check = [&options](const frame::FramePlan& /*plan*/) {
+plan::Outlook prepare(plan::Planner& planner, RunOptions& options) {
+  const auto check = [&options](const plan::FramePlan& /*plan*/) {
     if (options.stop && *options.stop) throw frame::Interrupted();
   };
-  frame::Outlook outlook = planner.look_ahead(options.frames, check);
+  plan::Outlook outlook = planner.look_ahead(options.frames, check);
   if (refused(outlook, options)) return outlook;
   options.stale = outlook.stale;
   options.kept = outlook.kept;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/frame/plan.h"
+#include "host/plan/plan.h"
 #include "host/render/renderer.h"
 
 namespace host::render {
@@ -9,9 +9,9 @@ namespace host::render {
 // and which fail for what stands in their place. Then removes what earlier runs left half written where this
 // one will write; nothing is touched where frames fail that `keep_going` does not pass over, and nothing is
 // to be rendered then. Throws TargetError, and Interrupted once the options' stop is set.
-frame::Outlook prepare(frame::Planner& planner, RunOptions& options);
+plan::Outlook prepare(plan::Planner& planner, RunOptions& options);
 
 // Whether such a run is not to be begun.
-bool refused(const frame::Outlook& outlook, const RunOptions& options);
+bool refused(const plan::Outlook& outlook, const RunOptions& options);
 
 }  // namespace host::render

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/render/stats.h"
+#include "host/draw/stats.h"
 
 #include <cstdint>
 #include <string>
@@ -36,7 +36,7 @@ class Progress {
   virtual void begin(int64_t frames, const std::string& renderer, bool software) = 0;
   virtual void notice(const std::string& text) = 0;  // a warning that stops nothing
   virtual void frame(const FrameReport& report) = 0;
-  virtual void end(Outcome outcome, const Stats& stats) = 0;
+  virtual void end(Outcome outcome, const draw::Stats& stats) = 0;
 };
 
 }  // namespace host::render

@@ -4,13 +4,13 @@
 #include <qv/transport/ring.h>
 
 #include "host/base/stopwatch.h"
+#include "host/draw/upcoming.h"
 #include "host/frame/colors.h"
 #include "host/frame/frame_notices.h"
 #include "host/frame/project.h"
 #include "host/programs/program_binaries.h"
 #include "host/render/image_sequence.h"
 #include "host/render/renderer_state.h"
-#include "host/render/upcoming.h"
 
 #include <stdexcept>
 #include <utility>
@@ -67,7 +67,7 @@ Renderer::State::State(CompositionPtr composition, RendererOptions given, gpu::G
       pool(options.memory, gpu.max_texture_size(), use),
       context(shaders, pool, decoder, use),
       buffers(static_cast<size_t>(limits.threads), use),
-      views(images_ahead + 1, use),
+      views(draw::images_ahead + 1, use),
       held(options.memory),
       ring(use, Owner::ring) {
   headers->hold_to(gpu.max_texture_size());
@@ -92,15 +92,16 @@ const SubjectPtr& Renderer::State::at_scale(double scale) {
   return scaled;
 }
 
-uint64_t Renderer::State::send(const Subject& of, const ImageRequest& request, int64_t frame,
-                               const node::Image& image, ImageDone done) {
+uint64_t Renderer::State::send(const Subject& of, const draw::ImageRequest& request, int64_t frame,
+                               const node::Image& image, draw::ImageDone done) {
   const Extent& extent = image.extent;
-  FrameImage sent;
+  draw::FrameImage sent;
   sent.node = of.composition.nodes[static_cast<size_t>(request.node)].name;
   sent.frame = frame;
   sent.extent = extent;
-  sent.area = request.area == Area::format ? format_box(extent.format) : read_window(image, extent.window);
-  sent.extent.window = read_window(image, sent.area);
+  sent.area = request.area == draw::Area::format ? format_box(extent.format)
+                                                 : draw::read_window(image, extent.window);
+  sent.extent.window = draw::read_window(image, sent.area);
   sent.coverage = image.coverage;
   sent.metadata = image.metadata;
   if (is_empty(sent.area)) {
@@ -113,13 +114,14 @@ uint64_t Renderer::State::send(const Subject& of, const ImageRequest& request, i
        uint64_t{16} * static_cast<uint64_t>(box_width(area)) * static_cast<uint64_t>(box_height(area))});
   const std::string place = frame::frame_place(of.composition, request.node, frame);
   const auto arrived = [sent = std::move(sent), counted, place,
-                        done = std::move(done)](const ReadBack& read) {
-    FrameImage whole = sent;
+                        done = std::move(done)](const draw::ReadBack& read) {
+    draw::FrameImage whole = sent;
     if (!read.rgba) return done(std::move(whole), place + "the image could not be read back from the device");
     whole.pixels = {read.rgba.get(), [rgba = read.rgba, counted](const float*) {}};
     done(std::move(whole), "");
   };
-  const uint64_t ticket = read_back(image, area, Outside::transparent, views, unlimited, arrived);
+  const uint64_t ticket =
+      draw::read_back(image, area, draw::Outside::transparent, views, draw::unlimited, arrived);
   ring.set(qv::transport::stats().held);
   return ticket;
 }
@@ -158,7 +160,7 @@ Turn::Turn(Renderer::State& renderer, const std::atomic<bool>* stop) : renderer_
 
 Turn::~Turn() {
   const qv::gpu::Stats& now = qv::gpu::stats();
-  Stats& stats = renderer_.stats;
+  draw::Stats& stats = renderer_.stats;
   stats.draws += static_cast<int64_t>(now.draws - gpu_before_.draws);
   stats.uniforms_sent += static_cast<int64_t>(now.uploads - gpu_before_.uploads);
   stats.uniforms_skipped += static_cast<int64_t>(now.skipped - gpu_before_.skipped);
@@ -184,21 +186,21 @@ void Renderer::replace(CompositionPtr composition) {
   state_->subject = std::make_shared<Subject>(*state_, std::move(composition), state_->options.scale);
 }
 
-FrameImage Renderer::read(const ImageRequest& request, int64_t frame) {
+draw::FrameImage Renderer::read(const draw::ImageRequest& request, int64_t frame) {
   State& state = *state_;
   const SubjectPtr subject = state.at_scale(request.scale);
   const Turn turn(state, request.stop);
   const frame::KeyedFrame keyed = subject->single_keys.frame({request.node}, frame);
   std::vector<plates::Wanted> wanted;
-  add_wanted(subject->composition, subject->project, keyed, 0, state.store, wanted);
+  draw::add_wanted(subject->composition, subject->project, keyed, 0, state.store, wanted);
   state.decoder.want(wanted);
   subject->notice(keyed);
   const auto images = subject->evaluator.evaluate(
-      keyed, [](int64_t) { return true; }, {part_of(request.area)}, request.stop);
-  FrameImage result;
+      keyed, [](int64_t) { return true; }, {draw::part_of(request.area)}, request.stop);
+  draw::FrameImage result;
   std::string error = "out of memory";  // unless it arrives
   qv::transport::wait(
-      state.send(*subject, request, frame, images.at(0), [&](FrameImage image, const std::string& why) {
+      state.send(*subject, request, frame, images.at(0), [&](draw::FrameImage image, const std::string& why) {
         result = std::move(image);
         error = why;
       }));
@@ -206,7 +208,8 @@ FrameImage Renderer::read(const ImageRequest& request, int64_t frame) {
   return result;
 }
 
-std::unique_ptr<ImageSequence> Renderer::sequence(const ImageRequest& request, std::vector<int64_t> frames) {
+std::unique_ptr<ImageSequence> Renderer::sequence(const draw::ImageRequest& request,
+                                                  std::vector<int64_t> frames) {
   return std::make_unique<ImageSequence>(state_->at_scale(request.scale), request, std::move(frames));
 }
 
@@ -214,12 +217,12 @@ const RendererOptions& Renderer::options() const {
   return state_->options;
 }
 
-const Stats& Renderer::stats() const {
+const draw::Stats& Renderer::stats() const {
   state_->gather_stats();
   return state_->stats;
 }
 
-const HeldImages& Renderer::held() const {
+const draw::HeldImages& Renderer::held() const {
   return state_->held;
 }
 

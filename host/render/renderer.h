@@ -1,12 +1,12 @@
 #pragma once
 
-#include "host/frame/existing.h"
+#include "host/draw/frame_image.h"
+#include "host/draw/stats.h"
 #include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
+#include "host/plan/existing.h"
 #include "host/plates/headers.h"
-#include "host/render/frame_image.h"
 #include "host/render/progress.h"
-#include "host/render/stats.h"
 #include "host/shot/composition.h"
 
 #include <atomic>
@@ -34,7 +34,7 @@ struct RendererOptions {
 struct RunOptions {
   std::vector<int64_t> frames;       // in the order to render; empty: the composition's
   std::vector<std::string> outputs;  // each as -o: in place of the composition's paths
-  frame::Existing existing = frame::Existing::refuse;
+  plan::Existing existing = plan::Existing::refuse;
   std::set<int64_t> kept;                   // with Existing::current: frames whose files stay
   std::map<int64_t, std::string> stale;     // frames that fail for what stands in their place, and why
   bool keep_going = false;                  // a failed frame does not end the run
@@ -69,17 +69,17 @@ class Renderer {
 
   // One node's image at one frame; waits for its pixels. Throws FrameError, MemoryBudget, ShaderError,
   // Interrupted. Results stay cached, because nothing is known of what will be asked for next.
-  FrameImage read(const ImageRequest& request, int64_t frame);
+  draw::FrameImage read(const draw::ImageRequest& request, int64_t frame);
 
   // The same for one frame after another, see image_sequence.h. The renderer outlives it; what it draws is of
   // the composition as it is now.
-  std::unique_ptr<ImageSequence> sequence(const ImageRequest& request, std::vector<int64_t> frames);
+  std::unique_ptr<ImageSequence> sequence(const draw::ImageRequest& request, std::vector<int64_t> frames);
 
   const RendererOptions& options() const;
-  const Stats& stats() const;
+  const draw::Stats& stats() const;
 
   // The images that somebody holds.
-  const HeldImages& held() const;
+  const draw::HeldImages& held() const;
 
   // What a person should be told of what was read, as Progress::notice has it of runs; each text once.
   std::vector<std::string> take_notices();

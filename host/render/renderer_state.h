@@ -4,6 +4,11 @@
 
 #include "host/base/memory_use.h"
 #include "host/base/notices.h"
+#include "host/draw/evaluator.h"
+#include "host/draw/held_images.h"
+#include "host/draw/limits.h"
+#include "host/draw/read_back.h"
+#include "host/draw/result_store.h"
 #include "host/frame/keyed_frame.h"
 #include "host/gpu/stoppable_draws.h"
 #include "host/gpu/texture_pool.h"
@@ -11,12 +16,7 @@
 #include "host/node/render_context.h"
 #include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
-#include "host/render/evaluator.h"
-#include "host/render/held_images.h"
-#include "host/render/limits.h"
-#include "host/render/read_back.h"
 #include "host/render/renderer.h"
-#include "host/render/result_store.h"
 
 #include <atomic>
 #include <cstdint>
@@ -39,7 +39,7 @@ struct Subject {
   const Renderer::CompositionPtr held;
   const shot::Composition& composition;
   const node::Project project;
-  Evaluator evaluator;
+  draw::Evaluator evaluator;
   frame::FrameKeys keys;         // of the composition's outputs
   frame::FrameKeys single_keys;  // of whatever node is asked for by itself
   bool colors_noted = false;
@@ -69,14 +69,14 @@ struct Renderer::State {
   const SubjectPtr& at_scale(double scale);
 
   // Starts reading an image of a frame; returns as read_back. Throws MemoryBudget.
-  uint64_t send(const Subject& of, const ImageRequest& request, int64_t frame, const node::Image& image,
-                ImageDone done);
+  uint64_t send(const Subject& of, const draw::ImageRequest& request, int64_t frame, const node::Image& image,
+                draw::ImageDone done);
 
   const RendererOptions options;
   gpu::GpuContext& gpu;
-  const Limits limits;
+  const draw::Limits limits;
   const MemoryUse use;
-  Stats stats;
+  draw::Stats stats;
   Notices notices;
   std::shared_ptr<plates::Headers> headers;
   std::optional<gpu::Timer> timer;  // of a device with a clock of its own
@@ -84,10 +84,10 @@ struct Renderer::State {
   programs::ShaderLibrary shaders;
   gpu::TexturePool pool;
   node::RenderContext context;
-  ResultStore store;
-  BufferPool buffers;  // of images on their way to files
-  BufferPool views;    // of those that are handed out
-  HeldImages held;
+  draw::ResultStore store;
+  draw::BufferPool buffers;  // of images on their way to files
+  draw::BufferPool views;    // of those that are handed out
+  draw::HeldImages held;
   Account ring;
   const RingUser ring_user;    // behind everything that its callbacks fill
   int64_t visited_before = 0;  // by subjects that are gone

@@ -1,11 +1,11 @@
 #include "host/base/stopwatch.h"
-#include "host/frame/digest.h"
-#include "host/frame/obstacles.h"
-#include "host/frame/targets.h"
+#include "host/draw/upcoming.h"
+#include "host/plan/digest.h"
+#include "host/plan/obstacles.h"
+#include "host/plan/targets.h"
 #include "host/render/delivery.h"
 #include "host/render/renderer.h"
 #include "host/render/renderer_state.h"
-#include "host/render/upcoming.h"
 
 #include <algorithm>
 #include <utility>
@@ -14,7 +14,7 @@ namespace host::render {
 namespace {
 
 const std::vector<int64_t>& checked_frames(const shot::Composition& composition, const RunOptions& options,
-                                           const frame::Targets& targets) {
+                                           const plan::Targets& targets) {
   const std::vector<int64_t>& frames = options.frames.empty() ? composition.frames : options.frames;
   targets.check(frames);
   return frames;
@@ -33,7 +33,7 @@ class Run {
         progress_(progress),
         targets_(composition_, subject_->project, options.outputs),
         frames_(checked_frames(composition_, options, targets_)),
-        upcoming_(composition_, subject_->project, subject_->keys, frame::images_of(composition_),
+        upcoming_(composition_, subject_->project, subject_->keys, plan::images_of(composition_),
                   unfinished(), state.limits.frames_ahead),
         delivery_(state.limits, state.buffers, state.notices, state.use) {}
 
@@ -59,7 +59,7 @@ class Run {
  private:
   // False when the run was told to stop.
   bool render_frames() {
-    Upcoming frame;
+    draw::Upcoming frame;
     while (upcoming_.next(frame)) {
       if (options_.stop && *options_.stop) return false;
       try {
@@ -76,7 +76,7 @@ class Run {
     return true;
   }
 
-  void render_one(const Upcoming& frame) {
+  void render_one(const draw::Upcoming& frame) {
     delivery_.begin(frame.frame);
     FrameReport report;
     report.frame = frame.frame;
@@ -98,36 +98,36 @@ class Run {
 
   // The frames that are to be rendered; notes those whose files are there and may stay.
   std::vector<int64_t> unfinished() {
-    const frame::Existing existing = options_.existing;
-    if (existing != frame::Existing::skip && existing != frame::Existing::current) return frames_;
+    const plan::Existing existing = options_.existing;
+    if (existing != plan::Existing::skip && existing != plan::Existing::current) return frames_;
     std::vector<int64_t> left;
     for (const int64_t frame : frames_) (stands_already(frame) ? finished_before_ : left).push_back(frame);
     return left;
   }
 
   bool stands_already(int64_t frame) const {
-    if (options_.existing == frame::Existing::current) return options_.kept.count(frame) > 0;
+    if (options_.existing == plan::Existing::current) return options_.kept.count(frame) > 0;
     if (options_.stale.count(frame) > 0) return false;
-    const std::vector<frame::Target> targets = targets_.at(frame);
+    const std::vector<plan::Target> targets = targets_.at(frame);
     return std::all_of(targets.begin(), targets.end(),
-                       [](const frame::Target& target) { return frame::stands(target.file.path); });
+                       [](const plan::Target& target) { return plan::stands(target.file.path); });
   }
 
-  void draw_and_send(const Upcoming& frame, FrameReport& report) {
+  void draw_and_send(const draw::Upcoming& frame, FrameReport& report) {
     if (frame.error) throw frame::FrameError(*frame.error);
     const auto stale = options_.stale.find(frame.frame);
     if (stale != options_.stale.end()) throw frame::FrameError(stale->second);
-    std::vector<frame::Target> targets = targets_.at(frame.frame);
+    std::vector<plan::Target> targets = targets_.at(frame.frame);
     refuse_existing(targets, frame.frame);
-    for (frame::Target& target : targets) {
-      target.file.digest = frame::digest(composition_, frame.keyed, target, subject_->project);
+    for (plan::Target& target : targets) {
+      target.file.digest = plan::digest(composition_, frame.keyed, target, subject_->project);
       report.digest += (report.digest.empty() ? "" : " ") + target.file.digest;
     }
     state_.decoder.want(upcoming_.wanted(frame, state_.store));
     subject_->notice(frame.keyed);
-    const std::vector<std::vector<size_t>> places = places_of(targets, composition_.outputs.size());
+    const std::vector<std::vector<size_t>> places = draw::places_of(targets, composition_.outputs.size());
     const auto images = subject_->evaluator.evaluate(
-        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, parts_of(targets, places),
+        frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, draw::parts_of(targets, places),
         options_.stop);
     for (size_t i = 0; i < targets.size(); ++i) {
       std::vector<node::Image> layers;
@@ -138,13 +138,13 @@ class Run {
   }
 
   // They may have come since the run was planned.
-  void refuse_existing(const std::vector<frame::Target>& targets, int64_t frame) const {
-    if (options_.existing != frame::Existing::refuse) return;
-    for (const frame::Target& target : targets) {
+  void refuse_existing(const std::vector<plan::Target>& targets, int64_t frame) const {
+    if (options_.existing != plan::Existing::refuse) return;
+    for (const plan::Target& target : targets) {
       const std::string& path = target.file.path;
-      if (frame::stands(path)) {
+      if (plan::stands(path)) {
         throw frame::FrameError(frame::frame_place(composition_, target.node, frame) +
-                                frame::exists_text(path));
+                                plan::exists_text(path));
       }
     }
   }
@@ -167,10 +167,10 @@ class Run {
   const shot::Composition& composition_;
   const RunOptions& options_;
   Progress& progress_;
-  const frame::Targets targets_;
+  const plan::Targets targets_;
   std::vector<int64_t> frames_;
   std::vector<int64_t> finished_before_;
-  UpcomingFrames upcoming_;
+  draw::UpcomingFrames upcoming_;
   Delivery delivery_;
   bool draw_failed_ = false;
   int64_t failed_ = 0;

@@ -2,7 +2,7 @@
 
 #include "host/files/atomic_file.h"
 #include "host/frame/project.h"
-#include "host/frame/targets.h"
+#include "host/plan/targets.h"
 #include "host/plates/headers.h"
 #include "host/render_farm/journal.h"
 #include "host/shot/frames.h"
@@ -47,10 +47,10 @@ void add_common(const Job& job, std::vector<std::string>& words) {
 fs::path job_folder(const shot::Composition& composition, const std::vector<std::string>& outputs) {
   plates::Headers headers;
   const node::Project project = frame::make_project(composition, 1, headers);
-  const frame::Targets targets(composition, project, outputs);
+  const plan::Targets targets(composition, project, outputs);
   const auto folder_at = [&](int64_t frame) {
     const auto all = targets.at(frame);
-    if (all.empty()) throw frame::TargetError(composition.file + ": it writes no file");
+    if (all.empty()) throw plan::TargetError(composition.file + ": it writes no file");
     return fs::absolute(all.front().file.path).lexically_normal().parent_path();
   };
   const int64_t first = composition.frames.front();

@@ -134,7 +134,7 @@ class Journalled final : public render::Progress {
     write(report);
     shown_.frame(report);
   }
-  void end(render::Outcome outcome, const render::Stats& stats) override {
+  void end(render::Outcome outcome, const draw::Stats& stats) override {
     shown_.end(outcome, stats);
   }
 

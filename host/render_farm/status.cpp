@@ -1,7 +1,7 @@
 #include "host/render_farm/status.h"
 
-#include "host/frame/obstacles.h"
 #include "host/frame/project.h"
+#include "host/plan/obstacles.h"
 #include "host/plates/headers.h"
 #include "host/render_farm/journal.h"
 #include "host/shot/frames.h"
@@ -55,10 +55,10 @@ struct Story {
   }
 };
 
-bool all_stand(const frame::Targets& targets, int64_t frame) {
+bool all_stand(const plan::Targets& targets, int64_t frame) {
   const auto all = targets.at(frame);
-  return !all.empty() && std::all_of(all.begin(), all.end(), [](const frame::Target& target) {
-    return frame::stands(target.file.path);
+  return !all.empty() && std::all_of(all.begin(), all.end(), [](const plan::Target& target) {
+    return plan::stands(target.file.path);
   });
 }
 
@@ -72,7 +72,7 @@ std::string why_failed(const Story& story, const std::vector<int64_t>& missing, 
   return task ? task->state + ": " + frames : frames;
 }
 
-ChunkStatus chunk_status(const Chunk& chunk, const frame::Targets& targets, const Story& story,
+ChunkStatus chunk_status(const Chunk& chunk, const plan::Targets& targets, const Story& story,
                          const Task* task) {
   ChunkStatus status;
   status.frames = shot::frames_text(chunk);
@@ -132,7 +132,7 @@ std::string chunk_text(const ChunkStatus& chunk) {
 Status status_of(const shot::Composition& composition, const Job& job, const std::map<int, Task>* tasks) {
   plates::Headers headers;
   const node::Project project = frame::make_project(composition, job.scale, headers);
-  const frame::Targets targets(composition, project, job.outputs);
+  const plan::Targets targets(composition, project, job.outputs);
   const Story story(job);
   Status status;
   status.frames = static_cast<int64_t>(job.frames.size());

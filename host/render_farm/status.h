@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/frame/targets.h"
+#include "host/plan/targets.h"
 #include "host/render_farm/job.h"
 #include "host/render_farm/slurm.h"
 #include "host/shot/composition.h"

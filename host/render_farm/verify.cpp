@@ -1,9 +1,9 @@
 #include "host/render_farm/verify.h"
 
 #include "host/files/made.h"
-#include "host/frame/digest.h"
-#include "host/frame/obstacles.h"
 #include "host/frame/project.h"
+#include "host/plan/digest.h"
+#include "host/plan/obstacles.h"
 #include "host/plates/headers.h"
 #include "host/shot/frames.h"
 
@@ -24,7 +24,7 @@ namespace {
 
 struct Look {
   int64_t frame = 0;
-  frame::Target target;
+  plan::Target target;
   std::string said;    // by the file, of what it was made from
   std::string reason;  // why it is not what it should be
 };
@@ -32,7 +32,7 @@ struct Look {
 void decode(Look& look) {
   const std::string& path = look.target.file.path;
   try {
-    if (!frame::stands(path)) {
+    if (!plan::stands(path)) {
       look.reason = "missing";
     } else {
       look.said = files::made_whole(path).digest;
@@ -58,7 +58,7 @@ void decode_all(std::vector<Look>& looks, int threads) {
   for (std::thread& other : others) other.join();
 }
 
-void compare(Look& look, frame::Digests& digests) {
+void compare(Look& look, plan::Digests& digests) {
   if (!look.reason.empty()) return;
   try {
     if (digests.of(look.target, look.frame, look.said) != look.said)
@@ -74,14 +74,14 @@ Verdict verify(const shot::Composition& composition, const std::vector<int64_t>&
                const std::vector<std::string>& outputs, double scale, int threads) {
   plates::Headers headers;
   const node::Project project = frame::make_project(composition, scale, headers);
-  const frame::Targets targets(composition, project, outputs);
+  const plan::Targets targets(composition, project, outputs);
   targets.check(frames);
   std::vector<Look> looks;
   looks.reserve(frames.size());
   for (const int64_t frame : frames)
-    for (frame::Target& target : targets.at(frame)) looks.push_back({frame, std::move(target), {}, {}});
+    for (plan::Target& target : targets.at(frame)) looks.push_back({frame, std::move(target), {}, {}});
   decode_all(looks, threads);
-  frame::Digests digests(composition, project);
+  plan::Digests digests(composition, project);
   Verdict verdict;
   verdict.frames = verdict.whole = static_cast<int64_t>(frames.size());
   for (Look& look : looks) {

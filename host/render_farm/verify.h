@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/frame/targets.h"
+#include "host/plan/targets.h"
 #include "host/shot/composition.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "host/report/info.h"
 
 #include "host/frame/colors.h"
-#include "host/frame/found.h"
+#include "host/plan/found.h"
 #include "host/report/image_info.h"
 #include "host/shot/frames.h"
 
@@ -63,7 +63,7 @@ std::string table(const std::vector<Row>& rows) {
 }
 
 // What a read node found: its file, the sequence behind it, and what there is to take.
-std::string found_text(const frame::Found& found) {
+std::string found_text(const plan::Found& found) {
   std::string text = "  reads    " + found.path + " (node \"" + found.node + "\", frame " +
                      std::to_string(found.frame) + "): ";
   text += !found.error.empty() ? "?" : found.color ? frame::color_text(*found.color) : "black";
@@ -77,11 +77,11 @@ std::string found_text(const frame::Found& found) {
 }
 
 // Where the first frame goes; an output that cannot say so is a problem told below.
-std::string writes_text(const shot::Composition& composition, const frame::Planner& planner) {
+std::string writes_text(const shot::Composition& composition, const plan::Planner& planner) {
   std::string text;
   const int64_t frame = composition.frames.front();
   try {
-    for (const frame::Target& target : planner.targets().at(frame)) {
+    for (const plan::Target& target : planner.targets().at(frame)) {
       text += "  writes   " + target.file.path + " (node \"" +
               composition.nodes[static_cast<size_t>(target.node)].name + "\", frame " +
               std::to_string(frame) + ")\n";
@@ -112,14 +112,14 @@ std::string listed(const char* title, const std::vector<std::string>& results) {
 
 }  // namespace
 
-std::string plan_text(const frame::FramePlan& plan) {
+std::string plan_text(const plan::FramePlan& plan) {
   std::string text = "frame " + std::to_string(plan.frame) + "\n";
   text += listed("computes ", plan.computes);
   if (!plan.reuses.empty()) text += listed("reuses   ", plan.reuses);
-  for (const frame::PlannedFile& file : plan.reads) {
+  for (const plan::PlannedFile& file : plan.reads) {
     text += file.error.empty() ? "  reads    " + file.path + "\n" : "  MISSING  " + file.error + "\n";
   }
-  for (const frame::PlannedFile& file : plan.writes) {
+  for (const plan::PlannedFile& file : plan.writes) {
     text += "  writes   " + file.path;
     if (file.exists && file.error.empty()) text += plan.skipped ? " (left as it is)" : " (replaces it)";
     text += "\n";
@@ -130,15 +130,15 @@ std::string plan_text(const frame::FramePlan& plan) {
   return text;
 }
 
-std::string info_text(const shot::Composition& composition, const frame::Planner& planner,
+std::string info_text(const shot::Composition& composition, const plan::Planner& planner,
                       const std::vector<std::string>& problems) {
   const Format& format = planner.project().format;
   std::string text = composition.file + "\n";
   text += "  format   " + size_text(format.width, format.height);
   if (format.pixel_aspect != 1) text += ", pixel aspect " + std::to_string(format.pixel_aspect);
   text += "\n  frames   " + shot::frames_text(composition.frames) + "\n";
-  for (const frame::Found& found :
-       frame::found_by_reads(composition, planner.project(), composition.frames.front()))
+  for (const plan::Found& found :
+       plan::found_by_reads(composition, planner.project(), composition.frames.front()))
     text += found_text(found);
   text += writes_text(composition, planner);
   text += "\n";
@@ -157,11 +157,11 @@ std::string info_text(const shot::Composition& composition, const frame::Planner
          (problems.size() == 1 ? " problem:\n" : " problems:\n") + problems_text(problems);
 }
 
-std::string quick_look_text(const shot::Composition& composition, const frame::Targets& targets,
+std::string quick_look_text(const shot::Composition& composition, const plan::Targets& targets,
                             const std::vector<int64_t>& frames) {
   std::string text;
   if (!composition.quick_look) return text;
-  for (const frame::Target& target : targets.at(frames.front())) {
+  for (const plan::Target& target : targets.at(frames.front())) {
     const node::Node& node = composition.nodes[static_cast<size_t>(target.node)];
     if (!node.type->writes_files) text += "node \"" + node.name + "\" goes to " + target.file.path + "\n";
   }

@@ -1,5 +1,5 @@
 #include "host/frame/colors.h"
-#include "host/frame/found.h"
+#include "host/plan/found.h"
 #include "host/report/image_info.h"
 #include "host/report/info.h"
 #include "host/shot/frames.h"
@@ -16,7 +16,7 @@ Json format_json(const Format& format) {
   return {{"width", format.width}, {"height", format.height}, {"pixel_aspect", format.pixel_aspect}};
 }
 
-Json found_json(const frame::Found& found) {
+Json found_json(const plan::Found& found) {
   Json json = {{"node", found.node}, {"frame", found.frame}, {"file", found.pattern}, {"path", found.path}};
   if (!found.frames.empty()) add_sequence(found.frames, json);
   if (!found.error.empty()) {
@@ -45,11 +45,11 @@ Json inputs_json(const shot::Composition& composition, const node::Node& node) {
   return inputs;
 }
 
-Json writes_json(const shot::Composition& composition, const frame::Planner& planner) {
+Json writes_json(const shot::Composition& composition, const plan::Planner& planner) {
   Json writes = Json::array();
   const int64_t frame = composition.frames.front();
   try {
-    for (const frame::Target& target : planner.targets().at(frame)) {
+    for (const plan::Target& target : planner.targets().at(frame)) {
       writes.push_back({{"node", composition.nodes[static_cast<size_t>(target.node)].name},
                         {"frame", frame},
                         {"path", target.file.path}});
@@ -62,7 +62,7 @@ Json writes_json(const shot::Composition& composition, const frame::Planner& pla
 
 }  // namespace
 
-Json info_json(const shot::Composition& composition, const frame::Planner& planner,
+Json info_json(const shot::Composition& composition, const plan::Planner& planner,
                const std::vector<std::string>& problems) {
   const int64_t frame = composition.frames.front();
   Json json = {{"file", composition.file},
@@ -72,7 +72,7 @@ Json info_json(const shot::Composition& composition, const frame::Planner& plann
                {"reads", Json::array()},
                {"writes", writes_json(composition, planner)},
                {"nodes", Json::array()}};
-  for (const frame::Found& found : frame::found_by_reads(composition, planner.project(), frame))
+  for (const plan::Found& found : plan::found_by_reads(composition, planner.project(), frame))
     json["reads"].push_back(found_json(found));
   const auto extents = planner.extents_if_known(frame);
   for (size_t i = 0; i < composition.nodes.size(); ++i) {

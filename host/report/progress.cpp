@@ -41,7 +41,7 @@ std::string frame_text(const render::FrameReport& report) {
          " computed, " + std::to_string(report.cached) + " reused)\n";
 }
 
-std::string end_text(render::Outcome outcome, int64_t frames, const render::Stats& stats) {
+std::string end_text(render::Outcome outcome, int64_t frames, const draw::Stats& stats) {
   std::string text = outcome == render::Outcome::interrupted ? "interrupted: " : "";
   text += std::to_string(stats.frames) + " of " + std::to_string(frames) + " frames written in " +
           seconds_text(stats.wall_ms / 1000);
@@ -65,7 +65,7 @@ class Silent final : public render::Progress {
   void frame(const render::FrameReport& report) override {
     if (!report.error.empty()) out_ << frame_text(report) << std::flush;
   }
-  void end(render::Outcome outcome, const render::Stats& /*stats*/) override {
+  void end(render::Outcome outcome, const draw::Stats& /*stats*/) override {
     if (outcome == render::Outcome::interrupted) out_ << "interrupted\n" << std::flush;
   }
 
@@ -87,7 +87,7 @@ class Lines final : public render::Progress {
   void frame(const render::FrameReport& report) override {
     out_ << frame_text(report) << std::flush;
   }
-  void end(render::Outcome outcome, const render::Stats& stats) override {
+  void end(render::Outcome outcome, const draw::Stats& stats) override {
     out_ << end_text(outcome, frames_, stats) << std::flush;
   }
 
@@ -121,7 +121,7 @@ class Bar final : public render::Progress {
     }
     draw();
   }
-  void end(render::Outcome outcome, const render::Stats& stats) override {
+  void end(render::Outcome outcome, const draw::Stats& stats) override {
     control_ << clear_line;
     out_ << end_text(outcome, frames_, stats) << std::flush;
   }
@@ -174,7 +174,7 @@ class Events final : public render::Progress {
     if (!report.error.empty()) event["error"] = report.error;
     print(event);
   }
-  void end(render::Outcome outcome, const render::Stats& stats) override {
+  void end(render::Outcome outcome, const draw::Stats& stats) override {
     print({{"event", "end"},
            {"outcome", outcome_name(outcome)},
            {"stats", nlohmann::ordered_json::parse(stats_json(stats))}});

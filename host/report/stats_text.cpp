@@ -24,7 +24,7 @@ long long whole(int64_t value) {
 
 }  // namespace
 
-std::string stats_text(const render::Stats& stats) {
+std::string stats_text(const draw::Stats& stats) {
   std::string text;
   text += formatted("frames     %lld written, %lld failed, in %.2f s (start-up %.2f s)\n",
                     whole(stats.frames), whole(stats.failed), stats.wall_ms / 1000, stats.start_ms / 1000);
@@ -54,7 +54,7 @@ std::string stats_text(const render::Stats& stats) {
   return text;
 }
 
-std::string stats_json(const render::Stats& stats) {
+std::string stats_json(const draw::Stats& stats) {
   const nlohmann::ordered_json json = {{"frames", stats.frames},
                                        {"failed", stats.failed},
                                        {"wall_ms", stats.wall_ms},

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "host/render/stats.h"
+#include "host/draw/stats.h"
 
 #include <string>
 
 namespace host::report {
 
-std::string stats_text(const render::Stats& stats);  // for people, a line a group
-std::string stats_json(const render::Stats& stats);  // every field under its name
+std::string stats_text(const draw::Stats& stats);  // for people, a line a group
+std::string stats_json(const draw::Stats& stats);  // every field under its name
 
 }  // namespace host::report

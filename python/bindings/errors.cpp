@@ -1,10 +1,10 @@
 #include "host/base/suggest.h"
+#include "host/draw/held_images.h"
 #include "host/frame/frame_error.h"
 #include "host/gpu/gpu_context.h"
 #include "host/gpu/gpu_thread.h"
 #include "host/programs/shader_library.h"
-#include "host/render/held_images.h"
-#include "host/render/shared_renderer.h"
+#include "host/service/shared_renderer.h"
 #include "host/shot/composition.h"
 #include "python/bindings/bindings.h"
 #include "python/bindings/composition.h"
@@ -36,13 +36,13 @@ void translate(std::exception_ptr thrown) {
     raise("MemoryBudgetError", error);
   } catch (const host::frame::FrameError& error) {
     raise("FrameError", error);
-  } catch (const host::render::MemoryBudget& error) {
+  } catch (const host::draw::MemoryBudget& error) {
     raise("MemoryBudgetError", error);
   } catch (const host::gpu::NoGpu& error) {
     raise("Error", error);
   } catch (const host::gpu::Forked& error) {
     raise("Error", error);
-  } catch (const host::render::Closed& error) {
+  } catch (const host::service::Closed& error) {
     raise("Error", error);
   } catch (const host::programs::ShaderError& error) {
     raise("Error", error);

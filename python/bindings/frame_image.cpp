@@ -1,8 +1,8 @@
 #include "python/bindings/frame_image.h"
 
+#include "host/draw/frame_image.h"
 #include "host/files/image_writer.h"
-#include "host/frame/targets.h"
-#include "host/render/frame_image.h"
+#include "host/plan/targets.h"
 
 #include <array>
 #include <cstdint>
@@ -19,7 +19,7 @@ namespace {
 
 namespace py = pybind11;
 using namespace py::literals;
-using host::render::FrameImage;
+using host::draw::FrameImage;
 
 constexpr py::ssize_t channels = 4;
 constexpr auto float_bytes = static_cast<py::ssize_t>(sizeof(float));

@@ -2,9 +2,9 @@
 
 #include "host/base/byte_size.h"
 #include "host/gpu/gpu_context.h"
-#include "host/render/frame_stream.h"
-#include "host/render/shared_renderer.h"
 #include "host/report/stats_text.h"
+#include "host/service/frame_stream.h"
+#include "host/service/shared_renderer.h"
 #include "python/bindings/bindings.h"
 #include "python/bindings/composition.h"
 #include "python/bindings/frame_image.h"
@@ -26,7 +26,9 @@ namespace bindings {
 namespace {
 
 namespace py = pybind11;
+namespace draw = host::draw;
 namespace render = host::render;
+namespace service = host::service;
 using namespace py::literals;
 using Texts = std::vector<std::string>;
 
@@ -44,13 +46,13 @@ auto unlocked(Work&& work) {
     return work();
   } catch (const host::frame::Interrupted&) {
     if (PyErr_Occurred()) throw py::error_already_set();
-    throw render::Closed();
+    throw service::Closed();
   }
 }
 
-render::ImageRequest request(const CompiledComposition& composition, const std::optional<std::string>& node,
-                             double scale, const std::string& area) {
-  render::ImageRequest wanted;
+draw::ImageRequest request(const CompiledComposition& composition, const std::optional<std::string>& node,
+                           double scale, const std::string& area) {
+  draw::ImageRequest wanted;
   const host::shot::Composition& shot = *composition;
   wanted.node = node ? shot.find(*node) : shot.outputs.front();
   if (wanted.node < 0) throw UnknownNode(shot, *node);
@@ -58,12 +60,12 @@ render::ImageRequest request(const CompiledComposition& composition, const std::
   wanted.scale = scale;
   if (area != "format" && area != "window")
     throw py::value_error("area: expected \"format\" or \"window\", found \"" + area + "\"");
-  wanted.area = area == "format" ? render::Area::format : render::Area::window;
+  wanted.area = area == "format" ? draw::Area::format : draw::Area::window;
   return wanted;
 }
 
-host::frame::Existing existing(const std::string& word) {
-  using host::frame::Existing;
+host::plan::Existing existing(const std::string& word) {
+  using host::plan::Existing;
   if (word == "overwrite") return Existing::overwrite;
   if (word == "skip_existing") return Existing::skip;
   if (word == "skip_current") return Existing::current;
@@ -85,7 +87,7 @@ class Teller : public render::Progress {
     tell("frame", py::make_tuple(report.frame, report.files, report.error, report.skipped, report.computed,
                                  report.cached, report.ms, report.bytes));
   }
-  void end(render::Outcome /*outcome*/, const render::Stats& /*stats*/) override {}
+  void end(render::Outcome /*outcome*/, const draw::Stats& /*stats*/) override {}
 
   bool failed() const {
     return failed_;
@@ -122,8 +124,8 @@ struct Unlocking {
   }
 };
 
-using Held = std::unique_ptr<render::SharedRenderer, Unlocking<render::SharedRenderer>>;
-using HeldStream = std::unique_ptr<render::FrameStream, Unlocking<render::FrameStream>>;
+using Held = std::unique_ptr<service::SharedRenderer, Unlocking<service::SharedRenderer>>;
+using HeldStream = std::unique_ptr<service::FrameStream, Unlocking<service::FrameStream>>;
 
 Held make(uint64_t memory, int threads, double scale, const std::string& gpu, bool content) {
   render::RendererOptions options;
@@ -133,24 +135,24 @@ Held make(uint64_t memory, int threads, double scale, const std::string& gpu, bo
   if (threads < 0) throw py::value_error("threads: expected a number of at least 0");
   options.scale = scale;
   options.by_content = content;
-  return Held(new render::SharedRenderer(options, host::gpu::parse_device(gpu)));
+  return Held(new service::SharedRenderer(options, host::gpu::parse_device(gpu)));
 }
 
-render::FrameImage frame(render::SharedRenderer& renderer, const CompiledComposition& composition,
-                         int64_t frame, const std::optional<std::string>& node, double scale,
-                         const std::string& area) {
-  const render::ImageRequest wanted = request(composition, node, scale, area);
+draw::FrameImage frame(service::SharedRenderer& renderer, const CompiledComposition& composition,
+                       int64_t frame, const std::optional<std::string>& node, double scale,
+                       const std::string& area) {
+  const draw::ImageRequest wanted = request(composition, node, scale, area);
   return unlocked([&] { return renderer.read(composition.shared(), wanted, frame, signalled); });
 }
 
-HeldStream frames(render::SharedRenderer& renderer, const CompiledComposition& composition,
+HeldStream frames(service::SharedRenderer& renderer, const CompiledComposition& composition,
                   std::vector<int64_t> list, const std::optional<std::string>& node, double scale,
                   const std::string& area) {
-  const render::ImageRequest wanted = request(composition, node, scale, area);
+  const draw::ImageRequest wanted = request(composition, node, scale, area);
   return HeldStream(renderer.stream(composition.shared(), wanted, std::move(list)).release());
 }
 
-const char* write(render::SharedRenderer& renderer, const CompiledComposition& composition,
+const char* write(service::SharedRenderer& renderer, const CompiledComposition& composition,
                   std::vector<int64_t> list, Texts outputs, const std::string& present, bool keep_going,
                   py::object tell) {
   render::RunOptions options;
@@ -172,14 +174,14 @@ const char* write(render::SharedRenderer& renderer, const CompiledComposition& c
   teller.raise();
   if (outcome == render::Outcome::interrupted) {
     if (PyErr_Occurred()) throw py::error_already_set();
-    throw render::Closed();
+    throw service::Closed();
   }
   return outcome == render::Outcome::done ? "done" : "failed";
 }
 
-std::vector<std::tuple<int64_t, std::string, uint64_t>> held(render::SharedRenderer& renderer) {
+std::vector<std::tuple<int64_t, std::string, uint64_t>> held(service::SharedRenderer& renderer) {
   std::vector<std::tuple<int64_t, std::string, uint64_t>> list;
-  for (const render::HeldImage& image : renderer.held())
+  for (const draw::HeldImage& image : renderer.held())
     list.emplace_back(image.frame, image.node, image.bytes);
   return list;
 }
@@ -195,26 +197,26 @@ uint64_t byte_size(const std::string& text) {
 void add_renderer(py::module_& module) {
   add_frame_image(module);
   module.def("byte_size", &byte_size, "text"_a, "The bytes of a size such as \"512M\" or \"4G\".");
-  py::class_<render::FrameStream, HeldStream>(module, "FrameStream",
-                                              "Images of one frame after another, drawn ahead.")
-      .def("__iter__", [](render::FrameStream& self) -> render::FrameStream& { return self; })
-      .def("__next__", [](render::FrameStream& self) {
+  py::class_<service::FrameStream, HeldStream>(module, "FrameStream",
+                                               "Images of one frame after another, drawn ahead.")
+      .def("__iter__", [](service::FrameStream& self) -> service::FrameStream& { return self; })
+      .def("__next__", [](service::FrameStream& self) {
         auto image = unlocked([&] { return self.next(signalled); });
         if (!image) throw py::stop_iteration();
         return std::move(*image);
       });
-  py::class_<render::SharedRenderer, Held>(module, "Renderer", "Draws frames of compositions.")
+  py::class_<service::SharedRenderer, Held>(module, "Renderer", "Draws frames of compositions.")
       .def(py::init(&make), "memory"_a, "threads"_a, "scale"_a, "gpu"_a, "content"_a)
       .def("frame", &frame, "composition"_a, "frame"_a, "node"_a, "scale"_a, "area"_a)
       .def("frames", &frames, "composition"_a, "frames"_a, "node"_a, "scale"_a, "area"_a)
       .def("write", &write, "composition"_a, "frames"_a, "outputs"_a, "existing"_a, "keep_going"_a, "tell"_a)
       .def("held", &held)
-      .def("take_notices", &render::SharedRenderer::take_notices)
+      .def("take_notices", &service::SharedRenderer::take_notices)
       .def("stats",
-           [](render::SharedRenderer& self) {
+           [](service::SharedRenderer& self) {
              return host::report::stats_json(unlocked([&] { return self.stats(); }));
            })
-      .def("close", [](render::SharedRenderer& self) {
+      .def("close", [](service::SharedRenderer& self) {
         const py::gil_scoped_release unlock;
         self.close();
       });

@@ -38,8 +38,8 @@ xform: steps matrix""".splitlines():
     units = [f"{line.split(':')[0]}/{name}" for name in line.split()[1:]]
     FLOORS |= {unit: set(units[i + 1:]) for i, unit in enumerate(units)}
 # The rooms of the host, roof first: each may look into those behind it, and into itself.
-HOST = [{"cli"}, {"live"}, {"render_farm"}, {"manual", "report"}, {"render"}, {"frame"}, {"shot"}, {"nodes"}, {"node"},
-        {"programs"}, {"plates"}, {"files", "gpu"}, {"base"}]
+HOST = [{"cli"}, {"live", "render_farm"}, {"manual", "report"}, {"service"}, {"render"}, {"draw"}, {"plan"},
+        {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"programs"}, {"plates"}, {"files", "gpu"}, {"base"}]
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 
 

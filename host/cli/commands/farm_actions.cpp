@@ -4,7 +4,7 @@
 #include "host/cli/device.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
-#include "host/frame/plan.h"
+#include "host/plan/plan.h"
 #include "host/render_farm/job.h"
 #include "host/render_farm/openjd.h"
 #include "host/render_farm/sbatch.h"
@@ -103,17 +103,17 @@ render_farm::Job new_job(const shot::Composition& composition, const FarmCommand
 
 // What stands in the way, looked at before anything is submitted, and the frames that are not current.
 struct Ahead {
-  frame::Outlook outlook;
+  plan::Outlook outlook;
   std::vector<int64_t> left;
   std::vector<int64_t> drawable;  // current or not
 };
 
 Ahead look_ahead(const shot::Composition& composition, const render_farm::Job& job) {
-  frame::Planner planner(composition,
-                         {job.scale, job.outputs, frame::Existing::current, {}, {}, job.by_content});
+  plan::Planner planner(composition,
+                        {job.scale, job.outputs, plan::Existing::current, {}, {}, job.by_content});
   planner.targets().check(job.frames);
   Ahead ahead;
-  ahead.outlook = planner.look_ahead(job.frames, [&ahead](const frame::FramePlan& plan) {
+  ahead.outlook = planner.look_ahead(job.frames, [&ahead](const plan::FramePlan& plan) {
     if (!plan.fails) ahead.drawable.push_back(plan.frame);
   });
   for (const int64_t frame : job.frames)

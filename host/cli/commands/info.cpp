@@ -5,8 +5,8 @@
 #include "host/cli/table.h"
 #include "host/files/path.h"
 #include "host/files/pattern.h"
-#include "host/frame/plan.h"
 #include "host/gpu/gpu_context.h"
+#include "host/plan/plan.h"
 #include "host/plates/inspect.h"
 #include "host/plates/sequence.h"
 #include "host/report/image_info.h"
@@ -66,17 +66,17 @@ Told tell_composition(const std::string& file, const InfoCommand& command, Json&
   const shot::Composition composition = shot::read_composition(file, command.asked);
   if (command.dot) return {exit_done, report::graphviz(composition)};
   // Files that stand are no fault of a composition.
-  frame::PlanOptions options;
-  options.existing = frame::Existing::overwrite;
+  plan::PlanOptions options;
+  options.existing = plan::Existing::overwrite;
   options.largest_side = side_of_any_device;
-  frame::Planner planner(composition, options);
+  plan::Planner planner(composition, options);
   Told told;
   std::vector<std::string> problems;
   try {
     if (writes_everything(composition)) planner.targets().check(composition.frames);
     problems = planner.look_ahead(composition.frames, {}).problems;
     if (!problems.empty()) told.code = exit_some_failed;
-  } catch (const frame::TargetError& error) {
+  } catch (const plan::TargetError& error) {
     problems = {error.what()};
     told.code = exit_usage;
   }

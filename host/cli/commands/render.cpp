@@ -6,8 +6,8 @@
 #include "host/cli/table.h"
 #include "host/files/atomic_file.h"
 #include "host/files/path.h"
-#include "host/frame/plan.h"
 #include "host/gpu/gpu_context.h"
+#include "host/plan/plan.h"
 #include "host/plates/headers.h"
 #include "host/render/prepare.h"
 #include "host/render_farm/journal.h"
@@ -45,22 +45,22 @@ int exit_code(render::Outcome outcome, const InterruptFlag& interrupt) {
 }
 
 // Nothing is drawn when frames are known to fail, unless the others are wanted all the same.
-int refuse(const frame::Outlook& outlook, size_t frames) {
+int refuse(const plan::Outlook& outlook, size_t frames) {
   std::cerr << report::problems_text(outlook.problems);
   std::cerr << "quorvel: " << outlook.failing << " of " << frames
             << " frames cannot be rendered; nothing was drawn (--keep-going renders the others)\n";
   return exit_some_failed;
 }
 
-int dry_run(frame::Planner& planner, const shot::Composition& composition, render::RenderOptions options,
+int dry_run(plan::Planner& planner, const shot::Composition& composition, render::RenderOptions options,
             Device& device) {
   std::string text;  // kept until it is known that nothing is written over an input
   std::vector<int64_t> drawn;
-  const auto add = [&](const frame::FramePlan& plan) {
+  const auto add = [&](const plan::FramePlan& plan) {
     text += report::plan_text(plan);
     if (!plan.fails && !plan.skipped) drawn.push_back(plan.frame);
   };
-  const frame::Outlook outlook = planner.look_ahead(options.frames, add);
+  const plan::Outlook outlook = planner.look_ahead(options.frames, add);
   options.frames = std::move(drawn);
   std::cout << text;
   if (const auto memory = predicted(composition, options, device))
@@ -68,7 +68,7 @@ int dry_run(frame::Planner& planner, const shot::Composition& composition, rende
   return outlook.failing == 0 ? exit_done : exit_some_failed;
 }
 
-void report_stats(const std::string& where, const render::Stats& stats) {
+void report_stats(const std::string& where, const draw::Stats& stats) {
   if (where.empty()) return;
   if (where == "-") {
     std::cerr << report::stats_text(stats);
@@ -91,15 +91,15 @@ int render_frames(RenderCommand command) {
   render::RenderOptions& options = command.options;
   options.headers = std::make_shared<plates::Headers>();
   Device opened(device);
-  frame::Planner planner(composition, {options.scale, options.outputs, options.existing,
-                                       [&opened] { return opened.context().max_texture_size(); },
-                                       options.headers, options.by_content});
+  plan::Planner planner(composition, {options.scale, options.outputs, options.existing,
+                                      [&opened] { return opened.context().max_texture_size(); },
+                                      options.headers, options.by_content});
   planner.targets().check(frames);
   // Beside the decoders and encoders: the pools of the image libraries, and a software driver's.
   hold_threads(options.threads);
   if (command.dry_run) return dry_run(planner, composition, options, opened);
 
-  const frame::Outlook outlook = render::prepare(planner, options);
+  const plan::Outlook outlook = render::prepare(planner, options);
   if (render::refused(outlook, options)) return refuse(outlook, frames.size());
   if (command.tells_progress()) std::cerr << report::quick_look_text(composition, planner.targets(), frames);
   const InterruptFlag interrupt;

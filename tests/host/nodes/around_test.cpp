@@ -156,7 +156,7 @@ TEST(Around, HoldsEveryNodeToItsShare) {
     SCOPED_TRACE(type.name);
     scene::Scene shot = scene_of(type);
     const HostImage in = shot.image("in", frame);
-    const host::render::Stats before = shot.renderer().stats();
+    const host::draw::Stats before = shot.renderer().stats();
     const HostImage none = shot.image("none", frame);
     EXPECT_TRUE(none.extent == in.extent && std::ranges::equal(none.rgba, in.rgba, same_bits));
     // It asks for what it changes alone, and hands that on.

@@ -14,7 +14,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using host::frame::Existing;
+using host::plan::Existing;
 using host::render::FrameReport;
 using host::render::Outcome;
 using host::render::RenderOptions;

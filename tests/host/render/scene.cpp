@@ -36,7 +36,7 @@ Scene::Scene(const std::string& nodes, int width, int height, host::render::Rend
 HostImage Scene::image(const std::string& node, int64_t frame) {
   const int at = composition_->find(node);
   if (at < 0) throw std::invalid_argument("no node " + node);
-  const host::render::FrameImage read = renderer_->read({at, host::render::Area::window}, frame);
+  const host::draw::FrameImage read = renderer_->read({at, host::draw::Area::window}, frame);
   HostImage image{read.extent, {}};
   const auto pixels = static_cast<size_t>(host::box_width(read.area) * host::box_height(read.area));
   if (read.pixels) image.rgba.assign(read.pixels.get(), read.pixels.get() + 4 * pixels);
@@ -45,7 +45,7 @@ HostImage Scene::image(const std::string& node, int64_t frame) {
 
 void render(const std::string& nodes, int width, int height, host::render::RenderOptions options) {
   if (options.frames.empty()) options.frames = {1};
-  options.existing = host::frame::Existing::overwrite;
+  options.existing = host::plan::Existing::overwrite;
   Recorder recorder;
   const auto outcome = Scene(nodes, width, height, std::move(options)).run(recorder);
   ASSERT_EQ(outcome, host::render::Outcome::done) << recorder.frames.back().error;

@@ -64,7 +64,7 @@ inline const std::vector<std::string> rgba_names = {"R", "G", "B", "A"};
 // Keeps what a render says.
 struct Recorder : host::render::Progress {
   std::vector<host::render::FrameReport> frames;
-  host::render::Stats stats;
+  host::draw::Stats stats;
   std::function<void(const host::render::FrameReport&)> on_frame;
 
   void begin(int64_t /*frames*/, const std::string& /*renderer*/, bool /*software*/) override {}
@@ -73,7 +73,7 @@ struct Recorder : host::render::Progress {
     frames.push_back(report);
     if (on_frame) on_frame(report);
   }
-  void end(host::render::Outcome /*outcome*/, const host::render::Stats& all) override {
+  void end(host::render::Outcome /*outcome*/, const host::draw::Stats& all) override {
     stats = all;
   }
 };

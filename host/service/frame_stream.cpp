@@ -1,7 +1,7 @@
-#include "host/render/frame_stream.h"
+#include "host/service/frame_stream.h"
 
-#include "host/render/limits.h"
-#include "host/render/shared_renderer_state.h"
+#include "host/draw/limits.h"
+#include "host/service/shared_renderer_state.h"
 
 #include <chrono>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-namespace host::render {
+namespace host::service {
 namespace {
 
 // One image on its way. A callback that is dropped, or that finds no memory, has let it down.
@@ -24,7 +24,7 @@ class Arrival {
   Arrival(const Arrival&) = delete;
   Arrival& operator=(const Arrival&) = delete;
 
-  void arrive(FrameImage image, const std::string& error) {
+  void arrive(draw::FrameImage image, const std::string& error) {
     slot_->image = std::move(image);
     finish(error.empty() ? nullptr : std::make_exception_ptr(frame::FrameError(error)));
   }
@@ -52,7 +52,7 @@ void drop(Arrivals& arrivals, const std::shared_ptr<Arrivals::Slot>& slot) {
 }  // namespace
 
 void FrameStream::State::draw_on() {
-  if (arrivals->drawing || arrivals->all || arrivals->slots.size() >= images_ahead) return;
+  if (arrivals->drawing || arrivals->all || arrivals->slots.size() >= draw::images_ahead) return;
   renderer->thread()->post([state = shared_from_this()] { state->draw_one(); });
   arrivals->drawing = true;
 }
@@ -75,7 +75,7 @@ void FrameStream::State::draw_one() {
         sequence = renderer->renderer_of(composition).sequence(request, frames);
         renderer->streams.insert(shared_from_this());
       }
-      more = sequence->draw_next([arrival](FrameImage image, const std::string& error) {
+      more = sequence->draw_next([arrival](draw::FrameImage image, const std::string& error) {
         arrival->arrive(std::move(image), error);
       });
       if (!more) drop(*arrivals, slot);
@@ -126,7 +126,7 @@ FrameStream::~FrameStream() {
   }
 }
 
-std::optional<FrameImage> FrameStream::next(const gpu::GpuThread::GiveUp& give_up) {
+std::optional<draw::FrameImage> FrameStream::next(const gpu::GpuThread::GiveUp& give_up) {
   gpu::GpuThread::check_process();
   Arrivals& arrivals = *state_->arrivals;
   std::unique_lock lock(arrivals.mutex);
@@ -159,4 +159,4 @@ std::optional<FrameImage> FrameStream::next(const gpu::GpuThread::GiveUp& give_u
   return std::move(slot->image);
 }
 
-}  // namespace host::render
+}  // namespace host::service

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace host::render {
+namespace host::draw {
 
 // Where a render's time and memory went. Durations are sums in milliseconds over the run; those of
 // different threads overlap, so they may exceed the wall time.
@@ -41,4 +41,4 @@ struct Stats {
   uint64_t peak_bytes = 0;          // all of these together
 };
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -1,4 +1,4 @@
-#include "host/render/evaluator.h"
+#include "host/draw/evaluator.h"
 
 #include "host/base/allocator.h"
 #include "host/base/stopwatch.h"
@@ -10,7 +10,7 @@
 #include <optional>
 #include <utility>
 
-namespace host::render {
+namespace host::draw {
 namespace {
 
 // Runs what a node does, for GPU debuggers a group under its name, putting file, node and frame in front
@@ -247,7 +247,7 @@ Evaluator::Part part_of(Area area) {
   return area == Area::format ? Evaluator::Part::in_format : Evaluator::Part::whole;
 }
 
-std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs) {
+std::vector<std::vector<size_t>> places_of(const std::vector<plan::Target>& targets, size_t outputs) {
   std::vector<std::vector<size_t>> places;
   size_t next = outputs;
   for (size_t i = 0; i < targets.size(); ++i) {
@@ -257,7 +257,7 @@ std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& tar
   return places;
 }
 
-std::vector<Evaluator::Part> parts_of(const std::vector<frame::Target>& targets,
+std::vector<Evaluator::Part> parts_of(const std::vector<plan::Target>& targets,
                                       const std::vector<std::vector<size_t>>& places) {
   size_t count = 0;
   for (const auto& each : places) count = std::max(count, 1 + *std::max_element(each.begin(), each.end()));
@@ -287,4 +287,4 @@ void Evaluator::end_frame() {
   if (!timer_ && pool_.bytes_idle() + context_.scratch_bytes() < before) return_freed_memory();
 }
 
-}  // namespace host::render
+}  // namespace host::draw

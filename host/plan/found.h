@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace host::frame {
+namespace host::plan {
 
 // What a node that reads a file finds on disk.
 struct Found {
@@ -29,4 +29,4 @@ struct Found {
 std::vector<Found> found_by_reads(const shot::Composition& composition, const node::Project& project,
                                   int64_t frame);
 
-}  // namespace host::frame
+}  // namespace host::plan

@@ -1,4 +1,4 @@
-#include "host/frame/found.h"
+#include "host/plan/found.h"
 
 #include "host/files/pattern.h"
 #include "host/frame/frame_graph.h"
@@ -7,7 +7,7 @@
 #include <exception>
 #include <utility>
 
-namespace host::frame {
+namespace host::plan {
 namespace {
 
 std::string pattern_of(const node::Call& call) {
@@ -39,7 +39,8 @@ std::vector<Found> found_by_reads(const shot::Composition& composition, const no
                                   int64_t frame) {
   std::vector<Found> all;
   try {
-    for (const Instance& instance : frame_graph(composition, composition.outputs, frame, project).instances) {
+    for (const frame::Instance& instance :
+         frame::frame_graph(composition, composition.outputs, frame, project).instances) {
       const node::Node& node = composition.nodes[static_cast<size_t>(instance.node)];
       const node::Call call = node.call_at(instance.frame, project);
       if (const auto source = node.type->operation->source(call))
@@ -51,4 +52,4 @@ std::vector<Found> found_by_reads(const shot::Composition& composition, const no
   return all;
 }
 
-}  // namespace host::frame
+}  // namespace host::plan

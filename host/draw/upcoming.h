@@ -2,10 +2,10 @@
 
 #include <qv/graph/flat_map.h>
 
+#include "host/draw/result_store.h"
 #include "host/frame/frame_error.h"
 #include "host/frame/keyed_frame.h"
 #include "host/plates/sources.h"
-#include "host/render/result_store.h"
 
 #include <cstdint>
 #include <deque>
@@ -14,7 +14,7 @@
 #include <span>
 #include <vector>
 
-namespace host::render {
+namespace host::draw {
 
 // A frame about to be rendered: its keyed graph, or why it has none.
 struct Upcoming {
@@ -62,4 +62,4 @@ class UpcomingFrames {
   qv::graph::FlatMap<int> later_;  // how many frames of the queue have an instance of this key
 };
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -1,8 +1,8 @@
-#include "host/render/held_images.h"
+#include "host/draw/held_images.h"
 
 #include <iterator>
 
-namespace host::render {
+namespace host::draw {
 namespace {
 
 constexpr size_t most_named = 20;
@@ -53,4 +53,4 @@ std::vector<HeldImage> HeldImages::list() const {
   return {state_->images.begin(), state_->images.end()};
 }
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -1,10 +1,10 @@
-#include "host/render/result_store.h"
+#include "host/draw/result_store.h"
 
 #include <algorithm>
 #include <limits>
 #include <utility>
 
-namespace host::render {
+namespace host::draw {
 namespace {
 
 using Holds = std::vector<std::pair<int64_t, int64_t>>;
@@ -74,4 +74,4 @@ uint64_t ResultStore::held() const {
   return static_cast<uint64_t>(cache_.held(true) + cache_.held(false));
 }
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-namespace host::render {
+namespace host::draw {
 
 // What a node gave, and the same with its pending transform applied, once somebody asked for it:
 // all of it for nodes, and what lies in the format for files. Textures are null until made.
@@ -60,4 +60,4 @@ class ResultStore {
   std::vector<int64_t> free_;
 };
 
-}  // namespace host::render
+}  // namespace host::draw

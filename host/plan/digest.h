@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/frame/keyed_frame.h"
-#include "host/frame/targets.h"
 #include "host/node/node.h"
+#include "host/plan/targets.h"
 #include "host/shot/composition.h"
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace host::frame {
+namespace host::plan {
 
 // What the file of a target is made from, as a short text that the file carries: the nodes upstream of it as
 // they are at the frame, the files that these read, format and scale, how the file is encoded, and the
@@ -18,7 +18,7 @@ namespace host::frame {
 // not count, nor does the file's own name. It begins with "d" where files that are read are known by path as
 // written, size and date, and with "c" where by path and bytes (Project::by_content).
 // `keyed` is of the composition's outputs.
-std::string digest(const shot::Composition& composition, const KeyedFrame& keyed, const Target& target,
+std::string digest(const shot::Composition& composition, const frame::KeyedFrame& keyed, const Target& target,
                    const node::Project& project);
 
 // Works out the digests of one frame after another, and whether files have them.
@@ -45,4 +45,4 @@ class Digests {
   std::unique_ptr<Known> by_date_, by_content_;
 };
 
-}  // namespace host::frame
+}  // namespace host::plan

@@ -1,10 +1,10 @@
-#include "host/render/limits.h"
+#include "host/draw/limits.h"
 
 #include <algorithm>
 #include <limits>
 #include <thread>
 
-namespace host::render {
+namespace host::draw {
 
 bool SentLimit::room(size_t out, uint64_t held, uint64_t more) const {
   return out < 2 || (out < images && held + more <= bytes);
@@ -25,4 +25,4 @@ SentLimit Limits::sent(bool packed_by_all) const {
           packed_by_all ? small_ones : std::numeric_limits<uint64_t>::max() / 2};
 }
 
-}  // namespace host::render
+}  // namespace host::draw

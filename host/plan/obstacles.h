@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace host::frame {
+namespace host::plan {
 
 // What stands in the way of a file that is to be written, as far as the disk tells beforehand. Texts
 // begin with the path and are "" when there is nothing. Nothing is written. Thread-safe.
@@ -22,4 +22,4 @@ std::string exists_text(const std::string& path);
 // format than `format`, unless that is null. Opens it for its header.
 std::string stale_reason(const std::string& path, double scale, const Format* format);
 
-}  // namespace host::frame
+}  // namespace host::plan

@@ -1,15 +1,15 @@
-#include "host/render/shared_renderer.h"
+#include "host/service/shared_renderer.h"
 
 #include "host/base/library_threads.h"
-#include "host/frame/plan.h"
+#include "host/plan/plan.h"
 #include "host/render/prepare.h"
-#include "host/render/shared_renderer_state.h"
+#include "host/service/shared_renderer_state.h"
 
 #include <functional>
 #include <new>
 #include <utility>
 
-namespace host::render {
+namespace host::service {
 namespace {
 
 // Runs a call on the thread, which hands it the flag that ends it. Throws what the call throws, and
@@ -58,9 +58,9 @@ std::shared_ptr<gpu::GpuThread> SharedRenderer::State::begin_close() {
   return std::exchange(thread_, nullptr);
 }
 
-Renderer& SharedRenderer::State::renderer_of(const CompositionPtr& composition) {
+render::Renderer& SharedRenderer::State::renderer_of(const CompositionPtr& composition) {
   if (!renderer) {
-    renderer = std::make_unique<Renderer>(composition, options, thread()->context());
+    renderer = std::make_unique<render::Renderer>(composition, options, thread()->context());
     const std::lock_guard lock(mutex_);
     held_ = renderer->held();
   } else if (composition != last_) {
@@ -70,9 +70,9 @@ Renderer& SharedRenderer::State::renderer_of(const CompositionPtr& composition) 
   return *renderer;
 }
 
-std::vector<HeldImage> SharedRenderer::State::held() {
+std::vector<draw::HeldImage> SharedRenderer::State::held() {
   const std::lock_guard lock(mutex_);
-  return held_ ? held_->list() : std::vector<HeldImage>();
+  return held_ ? held_->list() : std::vector<draw::HeldImage>();
 }
 
 std::vector<std::string> SharedRenderer::State::take_notices() {
@@ -94,8 +94,8 @@ void SharedRenderer::State::end() {
   last_.reset();
 }
 
-SharedRenderer::SharedRenderer(const RendererOptions& options, const gpu::DeviceChoice& choice) {
-  RendererOptions own = options;
+SharedRenderer::SharedRenderer(const render::RendererOptions& options, const gpu::DeviceChoice& choice) {
+  render::RendererOptions own = options;
   if (!own.headers) own.headers = std::make_shared<plates::Headers>();
   hold_threads(own.threads);
   state_ = std::make_shared<State>(std::move(own), gpu::GpuThread::share(choice));
@@ -121,11 +121,11 @@ void SharedRenderer::close() noexcept {
   }
 }
 
-FrameImage SharedRenderer::read(const CompositionPtr& composition, const ImageRequest& request, int64_t frame,
-                                const GiveUp& give_up) {
-  FrameImage image;
+draw::FrameImage SharedRenderer::read(const CompositionPtr& composition, const draw::ImageRequest& request,
+                                      int64_t frame, const GiveUp& give_up) {
+  draw::FrameImage image;
   call(*state_, give_up, [&](const std::atomic<bool>& stop) {
-    ImageRequest stoppable = request;
+    draw::ImageRequest stoppable = request;
     stoppable.stop = &stop;
     image = state_->renderer_of(composition).read(stoppable, frame);
   });
@@ -133,27 +133,27 @@ FrameImage SharedRenderer::read(const CompositionPtr& composition, const ImageRe
 }
 
 std::unique_ptr<FrameStream> SharedRenderer::stream(const CompositionPtr& composition,
-                                                    const ImageRequest& request,
+                                                    const draw::ImageRequest& request,
                                                     std::vector<int64_t> frames) {
   const auto state = std::make_shared<FrameStream::State>(state_, composition, request, std::move(frames));
   state_->add_stop(state->stop);
   return std::make_unique<FrameStream>(state);
 }
 
-Outcome SharedRenderer::write(const CompositionPtr& composition, RunOptions options, Progress& progress,
-                              const GiveUp& give_up) {
-  Outcome outcome = Outcome::nothing;
+render::Outcome SharedRenderer::write(const CompositionPtr& composition, render::RunOptions options,
+                                      render::Progress& progress, const GiveUp& give_up) {
+  render::Outcome outcome = render::Outcome::nothing;
   if (options.frames.empty()) options.frames = composition->frames;
   call(*state_, give_up, [&](const std::atomic<bool>& stop) {
     options.stop = &stop;
-    const RendererOptions& own = state_->options;
+    const render::RendererOptions& own = state_->options;
     const auto thread = state_->thread();
-    frame::Planner planner(*composition, {own.scale, options.outputs, options.existing,
-                                          [&thread] { return thread->context().max_texture_size(); },
-                                          own.headers, own.by_content});
+    plan::Planner planner(*composition, {own.scale, options.outputs, options.existing,
+                                         [&thread] { return thread->context().max_texture_size(); },
+                                         own.headers, own.by_content});
     planner.targets().check(options.frames);
-    const frame::Outlook outlook = prepare(planner, options);
-    if (refused(outlook, options)) {
+    const plan::Outlook outlook = render::prepare(planner, options);
+    if (render::refused(outlook, options)) {
       std::string text;
       for (const std::string& problem : outlook.problems) text += (text.empty() ? "" : "\n") + problem;
       throw frame::FrameError(text);
@@ -163,15 +163,15 @@ Outcome SharedRenderer::write(const CompositionPtr& composition, RunOptions opti
   return outcome;
 }
 
-Stats SharedRenderer::stats() {
-  Stats stats;
+draw::Stats SharedRenderer::stats() {
+  draw::Stats stats;
   call(*state_, {}, [&](const std::atomic<bool>& /*stop*/) {
     if (state_->renderer) stats = state_->renderer->stats();
   });
   return stats;
 }
 
-std::vector<HeldImage> SharedRenderer::held() {
+std::vector<draw::HeldImage> SharedRenderer::held() {
   return state_->held();
 }
 
@@ -179,4 +179,4 @@ std::vector<std::string> SharedRenderer::take_notices() {
   return state_->take_notices();
 }
 
-}  // namespace host::render
+}  // namespace host::service

@@ -2,8 +2,8 @@
 
 #include "host/gpu/gpu_context.h"
 #include "host/gpu/gpu_thread.h"
-#include "host/render/frame_stream.h"
 #include "host/render/renderer.h"
+#include "host/service/frame_stream.h"
 
 #include <cstdint>
 #include <memory>
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace host::render {
+namespace host::service {
 
 // A call of a renderer that is closed, or was before the call came to its end.
 class Closed : public std::logic_error {
@@ -27,33 +27,33 @@ class Closed : public std::logic_error {
 // on the thread itself, and what Renderer throws; the first call that draws also NoGpu.
 class SharedRenderer {
  public:
-  using CompositionPtr = Renderer::CompositionPtr;
+  using CompositionPtr = render::Renderer::CompositionPtr;
   using GiveUp = gpu::GpuThread::GiveUp;
 
-  SharedRenderer(const RendererOptions& options, const gpu::DeviceChoice& choice);
+  SharedRenderer(const render::RendererOptions& options, const gpu::DeviceChoice& choice);
   ~SharedRenderer();  // closes it
   SharedRenderer(const SharedRenderer&) = delete;
   SharedRenderer& operator=(const SharedRenderer&) = delete;
 
   // See Renderer::read. The request's `stop` is not asked.
-  FrameImage read(const CompositionPtr& composition, const ImageRequest& request, int64_t frame,
-                  const GiveUp& give_up);
+  draw::FrameImage read(const CompositionPtr& composition, const draw::ImageRequest& request, int64_t frame,
+                        const GiveUp& give_up);
 
   // Begins to draw a node's images for these frames, see FrameStream. It may outlive the renderer.
-  std::unique_ptr<FrameStream> stream(const CompositionPtr& composition, const ImageRequest& request,
+  std::unique_ptr<FrameStream> stream(const CompositionPtr& composition, const draw::ImageRequest& request,
                                       std::vector<int64_t> frames);
 
   // Plans and renders frames to files, see prepare and Renderer::run. Throws FrameError with a line a problem
   // where frames are known to fail that the options do not pass over.
-  Outcome write(const CompositionPtr& composition, RunOptions options, Progress& progress,
-                const GiveUp& give_up);
+  render::Outcome write(const CompositionPtr& composition, render::RunOptions options,
+                        render::Progress& progress, const GiveUp& give_up);
 
   // Of nothing before the first call.
-  Stats stats();
+  draw::Stats stats();
 
   // Those that somebody holds; and what a person should be told, as Progress::notice has it of runs, each
   // text once. Wait for nobody, and never throw that it is closed.
-  std::vector<HeldImage> held();
+  std::vector<draw::HeldImage> held();
   std::vector<std::string> take_notices();
 
   // Ends what is under way and gives everything back but images that are held. Any number of times.
@@ -65,4 +65,4 @@ class SharedRenderer {
   std::shared_ptr<State> state_;
 };
 
-}  // namespace host::render
+}  // namespace host::service

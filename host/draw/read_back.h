@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/base/memory_use.h"
+#include "host/draw/limits.h"
 #include "host/node/image.h"
-#include "host/render/limits.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace host::render {
+namespace host::draw {
 
 // Buffers in host memory that are used again and again, because fresh memory costs as much as
 // filling it. Thread-safe; a buffer outlives the pool if it must.
@@ -70,4 +70,4 @@ enum class Outside : uint8_t { left_out, transparent };
 uint64_t read_back(const node::Image& image, const Box& area, Outside outside, BufferPool& buffers,
                    const SentLimit& limit, std::function<void(ReadBack)> done);
 
-}  // namespace host::render
+}  // namespace host::draw

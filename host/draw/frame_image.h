@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/draw/held_images.h"
 #include "host/files/metadata.h"
-#include "host/render/held_images.h"
 
 #include <atomic>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-namespace host::render {
+namespace host::draw {
 
 // An image in host memory: RGBA float, premultiplied, rows top to bottom. A value: copies share the pixels,
 // which nobody changes. They count as held, see HeldImages, until the last copy goes, and may outlive the
@@ -40,4 +40,4 @@ struct ImageRequest {
 // Called once an image is there, or with why it cannot be.
 using ImageDone = std::function<void(FrameImage image, const std::string& error)>;
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "host/draw/frame_image.h"
 #include "host/gpu/gpu_thread.h"
-#include "host/render/frame_image.h"
 
 #include <memory>
 #include <optional>
 
-namespace host::render {
+namespace host::service {
 
 // Images of one frame after another, drawn and read back before they are asked for: up to two, as far as the
 // memory budget has room beside what is held. Made by SharedRenderer::stream. Destruction ends what is under
@@ -22,10 +22,10 @@ class FrameStream {
   // The next frame's image; nothing when all have come. Throws what Renderer::read throws of that frame,
   // after which no other comes; Interrupted once `give_up`, which is asked every 50 ms and may be empty, says
   // so.
-  std::optional<FrameImage> next(const gpu::GpuThread::GiveUp& give_up);
+  std::optional<draw::FrameImage> next(const gpu::GpuThread::GiveUp& give_up);
 
  private:
   std::shared_ptr<State> state_;
 };
 
-}  // namespace host::render
+}  // namespace host::service

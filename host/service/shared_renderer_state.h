@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/render/image_sequence.h"
-#include "host/render/shared_renderer.h"
+#include "host/service/shared_renderer.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -16,13 +16,13 @@
 #include <utility>
 #include <vector>
 
-namespace host::render {
+namespace host::service {
 
 struct SharedRenderer::State {
-  State(RendererOptions asked, std::shared_ptr<gpu::GpuThread> drawing)
+  State(render::RendererOptions asked, std::shared_ptr<gpu::GpuThread> drawing)
       : options(std::move(asked)), thread_(std::move(drawing)) {}
 
-  const RendererOptions options;
+  const render::RendererOptions options;
 
   // Throws Closed.
   std::shared_ptr<gpu::GpuThread> thread();
@@ -34,7 +34,7 @@ struct SharedRenderer::State {
   // Lets nothing new begin, and ends what is under way; the thread, null when it was closed before.
   std::shared_ptr<gpu::GpuThread> begin_close();
 
-  std::vector<HeldImage> held();
+  std::vector<draw::HeldImage> held();
   std::vector<std::string> take_notices();
 
   // What follows is of the thread alone.
@@ -43,17 +43,17 @@ struct SharedRenderer::State {
   void keep_notices();
 
   // The renderer, with this composition taken over.
-  Renderer& renderer_of(const CompositionPtr& composition);
+  render::Renderer& renderer_of(const CompositionPtr& composition);
   void end();
 
-  std::unique_ptr<Renderer> renderer;  // null until there is something to draw, and once it is closed
+  std::unique_ptr<render::Renderer> renderer;  // null until there is something to draw, and once it is closed
   std::set<std::shared_ptr<FrameStream::State>> streams;
 
  private:
   std::mutex mutex_;  // guards what follows, up to the notices
   std::shared_ptr<gpu::GpuThread> thread_;
   std::set<std::atomic<bool>*> stops_;
-  std::optional<HeldImages> held_;
+  std::optional<draw::HeldImages> held_;
   std::vector<std::string> notices_;
   CompositionPtr last_;
 };
@@ -62,7 +62,7 @@ struct SharedRenderer::State {
 struct Arrivals {
   struct Slot {
     bool over = false;
-    FrameImage image;
+    draw::FrameImage image;
     std::exception_ptr error;
   };
   std::mutex mutex;  // guards all
@@ -74,8 +74,8 @@ struct Arrivals {
 };
 
 struct FrameStream::State : std::enable_shared_from_this<FrameStream::State> {
-  State(std::shared_ptr<SharedRenderer::State> of, Renderer::CompositionPtr shot, const ImageRequest& wanted,
-        std::vector<int64_t> list)
+  State(std::shared_ptr<SharedRenderer::State> of, render::Renderer::CompositionPtr shot,
+        const draw::ImageRequest& wanted, std::vector<int64_t> list)
       : renderer(std::move(of)), composition(std::move(shot)), request(wanted), frames(std::move(list)) {
     request.stop = &stop;
   }
@@ -88,12 +88,13 @@ struct FrameStream::State : std::enable_shared_from_this<FrameStream::State> {
   void end(const std::exception_ptr& why);
 
   const std::shared_ptr<SharedRenderer::State> renderer;
-  const Renderer::CompositionPtr composition;
-  ImageRequest request;
+  const render::Renderer::CompositionPtr composition;
+  draw::ImageRequest request;
   const std::vector<int64_t> frames;
   std::atomic<bool> stop = false;
   const std::shared_ptr<Arrivals> arrivals = std::make_shared<Arrivals>();
-  std::unique_ptr<ImageSequence> sequence;  // of the thread alone; null until it draws, and at the end
+  std::unique_ptr<render::ImageSequence>
+      sequence;  // of the thread alone; null until it draws, and at the end
 };
 
-}  // namespace host::render
+}  // namespace host::service

@@ -1,9 +1,9 @@
-#include "host/frame/plan.h"
+#include "host/plan/plan.h"
 
 #include "host/files/path.h"
 #include "host/frame/frame_notices.h"
-#include "host/frame/obstacles.h"
 #include "host/frame/project.h"
+#include "host/plan/obstacles.h"
 
 #include <algorithm>
 #include <exception>
@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace host::frame {
+namespace host::plan {
 namespace {
 
 constexpr int64_t every_device_takes = 16384;  // pixels a side of a texture, by the GL standard
@@ -43,7 +43,7 @@ Planner::Planner(const shot::Composition& composition, PlanOptions options)
     : composition_(composition),
       options_(std::move(options)),
       headers_(options_.headers ? options_.headers : std::make_shared<plates::Headers>()),
-      project_(make_project(composition, options_.scale, *headers_, options_.by_content)),
+      project_(frame::make_project(composition, options_.scale, *headers_, options_.by_content)),
       targets_(composition, project_, options_.outputs),
       keys_(composition, project_),
       digests_(composition, project_),
@@ -65,19 +65,19 @@ std::string Planner::read_error(const plates::Source& source) {
   }
 }
 
-PlannedFile Planner::planned_read(const Instance& instance, const plates::Source& source) {
+PlannedFile Planner::planned_read(const frame::Instance& instance, const plates::Source& source) {
   PlannedFile file;
   file.node = composition_.nodes[static_cast<size_t>(instance.node)].name;
   file.frame = instance.frame;
   file.path = source.path;
   const std::string error = read_error(source);
-  if (!error.empty()) file.error = frame_place(composition_, instance.node, instance.frame) + error;
+  if (!error.empty()) file.error = frame::frame_place(composition_, instance.node, instance.frame) + error;
   inputs_.try_emplace(files::followed(source.path), file.node);
   return file;
 }
 
-void Planner::plan_results(const KeyedFrame& keyed, FramePlan& plan) {
-  const std::vector<Instance>& instances = keyed.graph.instances;
+void Planner::plan_results(const frame::KeyedFrame& keyed, FramePlan& plan) {
+  const std::vector<frame::Instance>& instances = keyed.graph.instances;
   for (size_t i = 0; i < instances.size(); ++i) {
     const node::Node& node = composition_.nodes[static_cast<size_t>(instances[i].node)];
     const std::string result = node.name + " @ " + std::to_string(instances[i].frame);
@@ -97,15 +97,15 @@ void Planner::plan_results(const KeyedFrame& keyed, FramePlan& plan) {
 }
 
 // Of the graph's outputs. Throws FrameError, for an image that no texture holds as well.
-std::vector<Extent> Planner::output_extents(const FrameGraph& graph) const {
-  const std::vector<Extent> all = instance_extents(composition_, graph, project_);
+std::vector<Extent> Planner::output_extents(const frame::FrameGraph& graph) const {
+  const std::vector<Extent> all = frame::instance_extents(composition_, graph, project_);
   for (size_t i = 0; i < all.size(); ++i) {
-    const Instance& instance = graph.instances[i];
+    const frame::Instance& instance = graph.instances[i];
     // A pending transform may reach far beyond what will be drawn of it.
     if (composition_.nodes[static_cast<size_t>(instance.node)].type->takes_pending) continue;
     if (!too_large(all[i].window)) continue;
-    throw FrameError(frame_place(composition_, instance.node, instance.frame) +
-                     too_large_text(all[i].window));
+    throw frame::FrameError(frame::frame_place(composition_, instance.node, instance.frame) +
+                            too_large_text(all[i].window));
   }
   std::vector<Extent> extents;
   for (const int output : graph.outputs) extents.push_back(all[static_cast<size_t>(output)]);
@@ -117,11 +117,11 @@ FramePlan Planner::frame(int64_t frame) {
   plan.frame = frame;
   std::vector<Extent> extents;  // of the outputs; windows need every header of the frame
   try {
-    const KeyedFrame keyed = keys_.frame(composition_.outputs, frame);
+    const frame::KeyedFrame keyed = keys_.frame(composition_.outputs, frame);
     plan_results(keyed, plan);
-    plan.notices = frame_notices(composition_, keyed.graph, project_);
+    plan.notices = frame::frame_notices(composition_, keyed.graph, project_);
     if (!plan.fails) extents = output_extents(keyed.graph);
-  } catch (const FrameError& error) {
+  } catch (const frame::FrameError& error) {
     plan.error = error.what();
     plan.fails = true;
   }
@@ -165,7 +165,7 @@ void Planner::plan_writes(FramePlan& plan, const std::vector<Extent>& extents) {
       reason = stale_reason(file.path, project_.scale, i < extents.size() ? &extents[i].format : nullptr);
     }
     if (reason.empty()) continue;
-    file.error = frame_place(composition_, targets[i].node, plan.frame) + reason;
+    file.error = frame::frame_place(composition_, targets[i].node, plan.frame) + reason;
     plan.fails = true;
   }
 }
@@ -221,16 +221,16 @@ void Planner::refuse_own_inputs(const std::vector<int64_t>& frames) {
 
 std::optional<std::vector<Extent>> Planner::extents_if_known(int64_t frame) const {
   try {
-    const FrameGraph graph = frame_graph(composition_, composition_.outputs, frame, project_);
-    const std::vector<Extent> each = instance_extents(composition_, graph, project_);
+    const frame::FrameGraph graph = frame::frame_graph(composition_, composition_.outputs, frame, project_);
+    const std::vector<Extent> each = frame::instance_extents(composition_, graph, project_);
     std::vector<Extent> extents(composition_.nodes.size(), Extent{project_.format, {}});
     for (size_t i = 0; i < each.size(); ++i) {
       extents[static_cast<size_t>(graph.instances[i].node)] = each[i];
     }
     return extents;
-  } catch (const FrameError&) {
+  } catch (const frame::FrameError&) {
     return std::nullopt;
   }
 }
 
-}  // namespace host::frame
+}  // namespace host::plan

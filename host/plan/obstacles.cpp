@@ -1,4 +1,4 @@
-#include "host/frame/obstacles.h"
+#include "host/plan/obstacles.h"
 
 #include "host/files/atomic_file.h"
 #include "host/files/made.h"
@@ -12,7 +12,7 @@
 
 #include <unistd.h>
 
-namespace host::frame {
+namespace host::plan {
 
 namespace fs = std::filesystem;
 
@@ -60,4 +60,4 @@ std::string stale_reason(const std::string& path, double scale, const Format* fo
   }
 }
 
-}  // namespace host::frame
+}  // namespace host::plan

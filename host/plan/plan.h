@@ -1,10 +1,10 @@
 #pragma once
 
-#include "host/frame/digest.h"
-#include "host/frame/existing.h"
 #include "host/frame/keyed_frame.h"
-#include "host/frame/targets.h"
 #include "host/node/node.h"
+#include "host/plan/digest.h"
+#include "host/plan/existing.h"
+#include "host/plan/targets.h"
 #include "host/shot/composition.h"
 
 #include <cstdint>
@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-namespace host::frame {
+namespace host::plan {
 
 // A file that a frame reads or writes.
 struct PlannedFile {
@@ -89,10 +89,10 @@ class Planner {
   }
 
  private:
-  void plan_results(const KeyedFrame& keyed, FramePlan& plan);
-  PlannedFile planned_read(const Instance& instance, const plates::Source& source);
+  void plan_results(const frame::KeyedFrame& keyed, FramePlan& plan);
+  PlannedFile planned_read(const frame::Instance& instance, const plates::Source& source);
   std::string read_error(const plates::Source& source);
-  std::vector<Extent> output_extents(const FrameGraph& graph) const;
+  std::vector<Extent> output_extents(const frame::FrameGraph& graph) const;
   void plan_writes(FramePlan& plan, const std::vector<Extent>& extents);
   bool stays(const FramePlan& plan, const std::vector<Target>& targets);
   bool too_large(const Box& window) const;
@@ -104,7 +104,7 @@ class Planner {
   std::shared_ptr<plates::Headers> headers_;
   node::Project project_;
   Targets targets_;
-  FrameKeys keys_;
+  frame::FrameKeys keys_;
   Digests digests_;
   std::vector<bool> upstream_;                           // of the outputs, by position
   std::set<int64_t> made_;                               // keys of results that earlier frames computed
@@ -112,4 +112,4 @@ class Planner {
   std::map<std::filesystem::path, std::string> inputs_;  // files that are read, and by which node
 };
 
-}  // namespace host::frame
+}  // namespace host::plan

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace host::render {
+namespace host::draw {
 
 // How many images may be on their way to files at a time: always two, so that one is drawn while the other is
 // encoded; more only while all hold no more than `bytes` together.
@@ -35,4 +35,4 @@ struct Limits {
   SentLimit sent(bool packed_by_all) const;
 };
 
-}  // namespace host::render
+}  // namespace host::draw

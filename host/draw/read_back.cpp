@@ -1,4 +1,4 @@
-#include "host/render/read_back.h"
+#include "host/draw/read_back.h"
 
 #include <qv/transport/ring.h>
 
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <utility>
 
-namespace host::render {
+namespace host::draw {
 namespace {
 
 constexpr int channels = 4;
@@ -157,4 +157,4 @@ uint64_t read_back(const node::Image& image, const Box& area, Outside outside, B
   return ticket;
 }
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -1,20 +1,20 @@
 #pragma once
 
 #include "host/base/memory_use.h"
+#include "host/draw/frame_image.h"
+#include "host/draw/result_store.h"
+#include "host/draw/stats.h"
 #include "host/frame/keyed_frame.h"
-#include "host/frame/targets.h"
 #include "host/gpu/timer.h"
 #include "host/node/render_context.h"
-#include "host/render/frame_image.h"
-#include "host/render/result_store.h"
-#include "host/render/stats.h"
+#include "host/plan/targets.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <vector>
 
-namespace host::render {
+namespace host::draw {
 
 // Turns a keyed frame into the images of its outputs: takes what is stored, draws the rest, lets go
 // of every image at its last reader. GL thread only.
@@ -63,9 +63,9 @@ class Evaluator {
 // What of an image is drawn where this much of it is wanted.
 Evaluator::Part part_of(Area area);
 
-// Where the images of each target stand among frame::images_of, and what of them the files show.
-std::vector<std::vector<size_t>> places_of(const std::vector<frame::Target>& targets, size_t outputs);
-std::vector<Evaluator::Part> parts_of(const std::vector<frame::Target>& targets,
+// Where the images of each target stand among plan::images_of, and what of them the files show.
+std::vector<std::vector<size_t>> places_of(const std::vector<plan::Target>& targets, size_t outputs);
+std::vector<Evaluator::Part> parts_of(const std::vector<plan::Target>& targets,
                                       const std::vector<std::vector<size_t>>& places);
 
-}  // namespace host::render
+}  // namespace host::draw

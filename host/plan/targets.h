@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace host::frame {
+namespace host::plan {
 
 // What to write for one output of a frame.
 struct Target {
@@ -20,9 +20,9 @@ struct Target {
 
 // An output that cannot be right whatever stands on disk. The text begins with the composition's file,
 // node and knob, or with "--output".
-class TargetError : public FrameError {
+class TargetError : public frame::FrameError {
  public:
-  using FrameError::FrameError;
+  using frame::FrameError::FrameError;
 };
 
 // The nodes whose images go to files: every output, and behind them the further layers of each, in its order.
@@ -62,4 +62,4 @@ class Targets {
   std::map<int, std::string> given_;  // paths by output, frames still in them
 };
 
-}  // namespace host::frame
+}  // namespace host::plan

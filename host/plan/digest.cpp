@@ -1,11 +1,11 @@
-#include "host/frame/digest.h"
+#include "host/plan/digest.h"
 
 #include <qv/version.h>
 
 #include "host/files/container.h"
 #include "host/files/made.h"
-#include "host/frame/obstacles.h"
 #include "host/node/identity.h"
+#include "host/plan/obstacles.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace host::frame {
+namespace host::plan {
 namespace {
 
 constexpr char by_date_mark = 'd';
@@ -33,11 +33,11 @@ void add_metadata(const files::Metadata& metadata, node::Identity& identity) {
 
 // Adds the keys of the images that go to the file. A node that writes hands its inputs on, and what its knobs
 // say of the file is in the target.
-void add_images(const shot::Composition& composition, const KeyedFrame& keyed, int node,
+void add_images(const shot::Composition& composition, const frame::KeyedFrame& keyed, int node,
                 node::Identity& identity) {
   const auto at = std::find(composition.outputs.begin(), composition.outputs.end(), node);
   const int output = keyed.graph.outputs.at(static_cast<size_t>(at - composition.outputs.begin()));
-  const Instance& instance = keyed.graph.instances[static_cast<size_t>(output)];
+  const frame::Instance& instance = keyed.graph.instances[static_cast<size_t>(output)];
   const bool hands_on = composition.nodes[static_cast<size_t>(node)].type->writes_files;
   for (const int image : hands_on ? instance.reads : std::vector<int>{output})
     identity.add(image < 0 ? int64_t{-1} : keyed.keys[static_cast<size_t>(image)]);
@@ -55,7 +55,7 @@ void add_layers(const files::OutputFile& file, node::Identity& identity) {
 
 }  // namespace
 
-std::string digest(const shot::Composition& composition, const KeyedFrame& keyed, const Target& target,
+std::string digest(const shot::Composition& composition, const frame::KeyedFrame& keyed, const Target& target,
                    const node::Project& project) {
   const files::OutputFile& file = target.file;
   node::Identity identity;
@@ -86,8 +86,8 @@ struct Digests::Known {
     project.by_content = by_content;
   }
   node::Project project;
-  FrameKeys keys;
-  std::optional<KeyedFrame> keyed;
+  frame::FrameKeys keys;
+  std::optional<frame::KeyedFrame> keyed;
 };
 
 Digests::Digests(const shot::Composition& composition, const node::Project& project)
@@ -115,11 +115,11 @@ bool Digests::current(const Target& target, int64_t frame) {
   try {
     const std::string said = files::made(target.file.path).digest;
     return !said.empty() && said == of(target, frame, said);
-  } catch (const FrameError&) {
+  } catch (const frame::FrameError&) {
     throw;
   } catch (const std::runtime_error&) {
     return false;
   }
 }
 
-}  // namespace host::frame
+}  // namespace host::plan

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace host::render {
+namespace host::draw {
 
 // An image in host memory that somebody holds.
 struct HeldImage {
@@ -49,4 +49,4 @@ class HeldImages {
   std::shared_ptr<State> state_;
 };
 
-}  // namespace host::render
+}  // namespace host::draw

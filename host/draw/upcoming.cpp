@@ -1,10 +1,10 @@
-#include "host/render/upcoming.h"
+#include "host/draw/upcoming.h"
 
 #include <algorithm>
 #include <exception>
 #include <utility>
 
-namespace host::render {
+namespace host::draw {
 
 void add_wanted(const shot::Composition& composition, const node::Project& project,
                 const frame::KeyedFrame& frame, int distance, const ResultStore& store,
@@ -79,4 +79,4 @@ std::vector<plates::Wanted> UpcomingFrames::wanted(const Upcoming& current, cons
   return list;
 }
 
-}  // namespace host::render
+}  // namespace host::draw

@@ -1,4 +1,4 @@
-#include "host/frame/targets.h"
+#include "host/plan/targets.h"
 
 #include "host/base/suggest.h"
 #include "host/files/container.h"
@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <utility>
 
-namespace host::frame {
+namespace host::plan {
 namespace {
 
 std::string node_place(const shot::Composition& composition, int node) {
@@ -173,4 +173,4 @@ void Targets::check(const std::vector<int64_t>& frames) const {
   }
 }
 
-}  // namespace host::frame
+}  // namespace host::plan
