@@ -18,7 +18,7 @@ struct FrameReport {
   int cached = 0;
   double ms = 0;       // from the frame's start to its last file
   uint64_t bytes = 0;  // of its files
-  std::string digest;  // what its files are made from, see frame/digest.h; one a file, with spaces between
+  std::string digest;  // what its files are made from, see plan/digest.h; one a file, with spaces between
 };
 
 // How a run ended, as its exit code tells.
