@@ -2,7 +2,7 @@
 
 #include "host/base/spans.h"
 #include "host/gpu/gpu_context.h"
-#include "host/render/frame_image.h"
+#include "host/draw/frame_image.h"
 #include "host/render/renderer.h"
 #include "host/shot/composition.h"
 
