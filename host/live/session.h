@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/base/spans.h"
-#include "host/gpu/gpu_context.h"
 #include "host/draw/frame_image.h"
+#include "host/gpu/gpu_context.h"
 #include "host/render/renderer.h"
 #include "host/shot/composition.h"
 
@@ -16,8 +16,6 @@
 #include <vector>
 
 namespace host::live {
-
-namespace draw = render;
 
 // How a page wants its pixels.
 enum class Pixels : uint8_t { rgba16f, r11g11b10f, rgba8 };
@@ -116,7 +114,7 @@ class Session {
 
   // Opens the device. The listener outlives the session. Throws NoGpu, Forked, ShaderError, and
   // std::invalid_argument when others of this process render on another device.
-  Session(const draw::RendererOptions& options, const gpu::DeviceChoice& device, Listener& listener);
+  Session(const render::RendererOptions& options, const gpu::DeviceChoice& device, Listener& listener);
   ~Session();  // ends within a tenth of a second what is drawn
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
