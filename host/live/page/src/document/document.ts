@@ -1,9 +1,12 @@
-import type { DocumentText } from "../protocol";
+import type { DocumentInfo, DocumentText } from "../protocol";
 import { info, text } from "../state";
 
 export function open_document(opened: DocumentText): void {
   info.value = opened;
   text.value = opened.text;
+}
+export function follow(newer: DocumentInfo): void {
+  info.value = newer;
 }
 export function undo(): void {}
 export function redo(): void {}

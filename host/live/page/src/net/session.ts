@@ -1,16 +1,102 @@
-import { open_document } from "../document/document";
-import type { DisplayReply, DocumentText, NodeType } from "../protocol";
-import { catalogue, displays, playhead } from "../state";
-import { get } from "./api";
+import { batch, signal } from "@preact/signals";
+import { follow, open_document } from "../document/document";
+import type { DisplayReply, DocumentText, Events, NodeType } from "../protocol";
+import * as state from "../state";
+import { ApiError, ask, get } from "./api";
+import { type Event, read_events } from "./events";
+import { read_frames } from "./frames";
+import { came, client, forget_wishes } from "./wishes";
 
-export async function start_session(): Promise<void> {
-  const [document, types, display] = await Promise.all([
+// Why the page cannot go on: the server knows another token, or takes no requests from here.
+export const refusal = signal("");
+export const device_lost = signal(""); // what the driver said; "": it is there
+export const last_drawn = signal<Events["nodes"] | null>(null); // the frame whose nodes node_states tells
+
+const open = { events: signal(false), frames: signal(false) };
+
+// Opens the document and both streams, and opens them again whenever they break. Returns at once.
+export function start_session(): void {
+  void keep("events", async (body) => {
+    if (state.info.value === null) await open_page();
+    set_open("events", true);
+    await read_events(body, take_event);
+  });
+  void keep("frames", async (body) => {
+    forget_wishes();
+    set_open("frames", true);
+    await read_frames(body, came);
+  });
+}
+
+async function open_page(): Promise<void> {
+  const [document, types, displays] = await Promise.all([
     get<DocumentText>("/composition"),
     get<NodeType[]>("/catalogue"),
     get<DisplayReply>("/display"),
   ]);
-  catalogue.value = new Map(types.map((type) => [type.name, type]));
-  displays.value = display;
-  playhead.value = document.frames[0] ?? 1;
-  open_document(document);
+  batch(() => {
+    state.catalogue.value = new Map(types.map((type) => [type.name, type]));
+    state.displays.value = displays;
+    state.playhead.value = document.frames[0] ?? 1;
+    open_document(document);
+  });
+}
+
+async function keep(name: "events" | "frames", read: (body: ReadableStream<Uint8Array>) => Promise<void>): Promise<void> {
+  for (let wait = 250; refusal.value === ""; wait = Math.min(2 * wait, 4000)) {
+    try {
+      const response = await ask("GET", `/${name}?client=${client}`);
+      if (!response.body) throw new ApiError(0, "This browser reads no streams.", null);
+      wait = 125;
+      await read(response.body);
+    } catch (error) {
+      if (error instanceof ApiError && (error.status === 401 || error.status === 403)) refusal.value = error.message;
+      else if (!(error instanceof ApiError || error instanceof TypeError)) console.error(error);
+    }
+    set_open(name, false);
+    await new Promise((done) => setTimeout(done, wait));
+  }
+}
+
+function set_open(name: "events" | "frames", now: boolean): void {
+  batch(() => {
+    open[name].value = now;
+    state.connected.value = open.events.value && open.frames.value;
+  });
+}
+
+function take_event(event: Event): void {
+  batch(() => {
+    switch (event.name) {
+      case "document":
+        follow(event.data);
+        break;
+      case "disk":
+        state.disk_changed.value = event.data.changed;
+        break;
+      case "nodes":
+        if (event.data.version !== state.info.value?.version) break;
+        last_drawn.value = event.data;
+        state.node_states.value = new Map(event.data.nodes.map((node) => [node.name, node]));
+        break;
+      case "cached":
+        if (event.data.version === state.info.value?.version) state.cached_frames.value = event.data.frames;
+        break;
+      case "memory":
+        state.memory.value = event.data;
+        break;
+      case "render":
+        state.render_state.value = event.data;
+        break;
+      case "notice":
+        state.notices.value = [...state.notices.value.slice(-99), event.data.text];
+        break;
+      case "device":
+        device_lost.value = event.data.lost ? event.data.message || "The graphics driver is gone." : "";
+        break;
+      case "computing":
+        state.paused.value = event.data.paused;
+        break;
+    }
+  });
 }

@@ -1,3 +1,47 @@
+import type { ComponentChildren } from "preact";
+import { keep_mine, take_disk } from "../document/document";
+import { device_lost, refusal } from "../net/session";
+import { connected, dirty, disk_changed, info } from "../state";
+
+function Banner({ kind, children }: { kind: "warn" | "error"; children: ComponentChildren }) {
+  return (
+    <div class={`banner banner-${kind}`} role="alert">
+      {children}
+    </div>
+  );
+}
+
+// What keeps the page from being what it seems, above everything.
 export function Banners() {
-  return <div />;
+  if (refusal.value !== "") return <Refused />;
+  return (
+    <div class="banners">
+      {info.value !== null && !connected.value && (
+        <Banner kind="error">The server does not answer. What you see stays; the page asks again until it is back.</Banner>
+      )}
+      {device_lost.value !== "" && <Banner kind="error">The graphics device was lost: {device_lost.value}</Banner>}
+      {disk_changed.value && (
+        <Banner kind="warn">
+          <span>
+            The file on the disk has changed{dirty.value ? ", and so have you: which one counts?" : " since it was read."}
+          </span>
+          <button onClick={() => void take_disk()}>Take the file</button>
+          <button onClick={() => void keep_mine()}>Keep mine</button>
+        </Banner>
+      )}
+    </div>
+  );
+}
+
+function Refused() {
+  return (
+    <div class="refused" role="alert">
+      <h2>This page may not talk to the server</h2>
+      <p>
+        Its address has another key than the server that runs now. Open the address that <code>quorvel live</code> printed
+        when it was started.
+      </p>
+      <p class="dim mono">{refusal.value}</p>
+    </div>
+  );
 }

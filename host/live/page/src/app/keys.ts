@@ -1,0 +1,41 @@
+import { commands } from "../commands";
+
+// "Ctrl+Shift+z", "ArrowLeft", "?": as commands.ts writes keys.
+export function chord(event: KeyboardEvent): string {
+  const letter = event.key.length === 1;
+  const shown = letter && event.key.toLowerCase() === event.key.toUpperCase(); // shift is in the sign itself
+  return [
+    event.ctrlKey || event.metaKey ? "Ctrl+" : "",
+    event.altKey ? "Alt+" : "",
+    event.shiftKey && !shown ? "Shift+" : "",
+    letter ? event.key.toLowerCase() : event.key,
+  ].join("");
+}
+
+// As a person reads it.
+export function key_name(key: string): string {
+  const names: Record<string, string> = { " ": "Space", ArrowLeft: "←", ArrowRight: "→", ArrowUp: "↑", ArrowDown: "↓" };
+  const parts = key === "+" ? ["+"] : key.split("+");
+  return parts.map((part) => names[part] ?? (part.length === 1 ? part.toUpperCase() : part)).join(" ");
+}
+
+// What is typed into a field, or meant for the button that the keyboard stands on, is no command.
+function is_for_element(event: KeyboardEvent): boolean {
+  const at = event.target;
+  if (!(at instanceof Element) || event.ctrlKey || event.metaKey) return false;
+  if (at.closest("dialog")) return true;
+  if (at.matches("input:not([type=checkbox], [type=button]), textarea, select, [contenteditable]")) return true;
+  const presses = event.key === " " || event.key === "Enter";
+  return presses && at.matches(":is(button, summary, a, input, [role=button], [role=switch]):focus-visible");
+}
+
+export function listen_to_keys(): void {
+  addEventListener("keydown", (event) => {
+    if (event.defaultPrevented || event.isComposing || is_for_element(event)) return;
+    const pressed = chord(event);
+    const command = commands.value.find((each) => each.keys?.includes(pressed));
+    if (!command) return;
+    event.preventDefault();
+    command.run();
+  });
+}

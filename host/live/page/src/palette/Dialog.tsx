@@ -1,0 +1,23 @@
+import "./palette.css";
+import type { Signal } from "@preact/signals";
+import type { ComponentChildren } from "preact";
+import { useEffect, useRef } from "preact/hooks";
+
+// Stands above the page until it is left by Escape, or by a click beside it. The focus goes back to where it was.
+export function Dialog({ open, label, children }: { open: Signal<boolean>; label: string; children: ComponentChildren }) {
+  const element = useRef<HTMLDialogElement>(null);
+  useEffect(() => {
+    if (!element.current?.open) element.current?.showModal();
+  }, []);
+  return (
+    <dialog
+      ref={element}
+      class="dialog"
+      aria-label={label}
+      onClose={() => (open.value = false)}
+      onClick={(event) => event.target === element.current && element.current?.close()}
+    >
+      {children}
+    </dialog>
+  );
+}
