@@ -1,0 +1,28 @@
+import { computed, signal } from "@preact/signals";
+import { channels, compare, info, picture_a, shown_node } from "../state";
+
+// What only the viewer, its bar and the scopes look at.
+
+// Of the viewer's canvas in device pixels; `ratio` of them make a CSS pixel.
+export const canvas_size = signal({ width: 0, height: 0, ratio: 1 });
+export const centre = signal<{ x: number; y: number } | null>(null); // of the format's pixels, y up; null: the middle
+export const background = signal<"black" | "checker">("black"); // behind what is transparent
+export const pointer = signal<{ x: number; y: number } | null>(null); // of the format's pixels, y up
+export const viewer_message = signal(""); // why the picture is not shown as asked
+export const renderer_generation = signal(0); // grows when the WebGL context was made anew
+
+// Whether a packed image without alpha would not do.
+export const needs_alpha = computed(
+  () => channels.value === "a" || channels.value === "matte" || background.value === "checker",
+);
+
+export const shown_format = computed(
+  () => picture_a.value?.header.format ?? info.value?.format ?? { width: 1, height: 1, pixel_aspect: 1 },
+);
+
+// The name of the shown node, also where it is the first output.
+export const shown_name = computed(
+  () => shown_node.value || info.value?.outputs[0] || picture_a.value?.header.node || "",
+);
+
+export const side_by_side = computed(() => compare.value.mode === "side");
