@@ -60,7 +60,7 @@ export function Strip() {
           const x = left(frame) + across / 2;
           return <path key={frame} class="strip-key" d={`M${x} 28l4 4-4 4-4-4z`} />;
         })}
-        <Playhead x={left(state.playhead.value)} across={across} />
+        <Playhead frame={state.playhead.value} x={left(state.playhead.value)} across={across} width={width} />
       </svg>
     </div>
   );
@@ -108,13 +108,18 @@ function Points({ width, across, left }: { width: number; across: number; left: 
   );
 }
 
-function Playhead({ x, across }: { x: number; across: number }) {
+function Playhead({ frame, x, across, width }: { frame: number; x: number; across: number; width: number }) {
   const middle = x + across / 2;
+  const half = String(frame).length * 3.5 + 5;
+  const label = Math.min(width - half, Math.max(half, middle));
   return (
     <g class="strip-playhead">
       <rect class="strip-here" x={x} y={17} width={Math.max(1, across)} height={12} />
-      <path d={`M${middle - 5} 0h10v4l-5 5-5-5z`} />
       <rect x={middle - 0.5} y={4} width={1} height={height} />
+      <rect x={label - half} y={2} width={2 * half} height={14} rx={3} />
+      <text class="strip-number" x={label} y={13} text-anchor="middle">
+        {frame}
+      </text>
     </g>
   );
 }
