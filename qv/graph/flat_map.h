@@ -51,12 +51,8 @@ class FlatMap {
   // The value of a key, added as T{} where it was absent, and whether it was added.
   std::pair<T*, bool> insert(int64_t key);
 
-  // Removes a key; false where it was absent. erase_if also keeps a key whose value `goes` says false of.
-  bool erase(int64_t key) {
-    return erase_if(key, [](const T&) { return true; });
-  }
-  template <class Goes>
-  bool erase_if(int64_t key, const Goes& goes);
+  // Removes a key; false where it was absent.
+  bool erase(int64_t key);
 
   // Removes every key and keeps the storage.
   void clear();
@@ -67,7 +63,10 @@ class FlatMap {
   }
 
   // Makes the next `more` inserts unable to fail or to move a value.
-  void reserve(uint64_t more);
+  void reserve(uint64_t more) {
+    if (more > max_slots - count_) throw std::length_error("vector too long");
+    if (!has_room(more)) grow_for(more);
+  }
 
   // Whether the next `more` inserts, of keys that are there or not, leave the table as large as it is.
   bool has_room(uint64_t more) const {
@@ -90,6 +89,7 @@ class FlatMap {
   };
   using Slots = std::vector<S, TableAllocator<S>>;
 
+  static constexpr uint64_t max_slots = (uint64_t{1} << 60) - 1;
   static constexpr uint64_t near_slots = uint64_t{1} << 18;  // 4 MiB of small values
 
   void swap(FlatMap& other) noexcept {
@@ -103,6 +103,7 @@ class FlatMap {
   void grow() {
     rebuild(slots_.empty() ? 64 : slots_.size() * 2);
   }
+  void grow_for(uint64_t more);
   void rebuild(uint64_t slot_count);
 
   Slots slots_;
@@ -143,14 +144,12 @@ std::pair<T*, bool> FlatMap<T>::insert(int64_t key) {
 }
 
 template <class T>
-template <class Goes>
-bool FlatMap<T>::erase_if(int64_t key, const Goes& goes) {
+bool FlatMap<T>::erase(int64_t key) {
   if (count_ == 0) return false;
   S* const slots = slots_.data();
   uint64_t i = home(key);
   for (; slots[i].key != key || !slots[i].used; i = (i + 1) & mask_)
     if (!slots[i].used) return false;
-  if (!goes(slots[i].value)) return false;
 
   // Close the hole: every entry of the run behind it whose home does not lie between the hole and
   // itself would no longer be found, so it moves into the hole and leaves one of its own.
@@ -173,10 +172,7 @@ void FlatMap<T>::clear() {
 }
 
 template <class T>
-void FlatMap<T>::reserve(uint64_t more) {
-  constexpr uint64_t most = (uint64_t{1} << 60) - 1;
-  if (more > most - count_) throw std::length_error("vector too long");
-  if (has_room(more)) return;
+void FlatMap<T>::grow_for(uint64_t more) {
   uint64_t slot_count = std::max<uint64_t>(64, slots_.size());
   while ((count_ + more) * 4 > slot_count * 3) slot_count *= 2;
   rebuild(slot_count);
@@ -186,8 +182,7 @@ void FlatMap<T>::reserve(uint64_t more) {
 // read and written front to back. Allocates first: where that fails, nothing has changed.
 template <class T>
 void FlatMap<T>::rebuild(uint64_t slot_count) {
-  constexpr uint64_t most = (uint64_t{1} << 60) - 1;
-  if (slot_count > most || slot_count > slots_.max_size()) throw std::length_error("vector too long");
+  if (slot_count > max_slots || slot_count > slots_.max_size()) throw std::length_error("vector too long");
   Slots slots(slot_count);
   const uint64_t mask = slot_count - 1;
   for (const S& old : slots_) {

@@ -1,11 +1,22 @@
 #include <qv/graph/result_cache.h>
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
 namespace qv::graph {
 
 static_assert(sizeof(ResultCache::Entry) == 64, "an entry is one cache line");
+
+namespace {
+
+// Makes the next n elements unable to fail.
+template <class T>
+void make_room(std::vector<T>& values, size_t n) {
+  if (values.capacity() - values.size() < n) values.reserve(values.size() + std::max(values.size(), n));
+}
+
+}  // namespace
 
 // Counts a buffer in (delta 1) or out (delta -1) of one order and says whether any entry holds it.
 bool ResultCache::count(Ref& ref, int list, int delta) {
@@ -18,16 +29,19 @@ bool ResultCache::count(Ref& ref, int list, int delta) {
   return after != 0;
 }
 
-// Counts the entry's buffers in or out of one order. Taking out never fails; taking in allocates nothing
-// where refs_ has room for those that are not there, which put reserves and buffers just taken out leave.
-// A full table is only looked into, because an insert would grow it for a buffer that is there.
+// Counts the buffers in or out of one order. Taking out never fails. Taking in allocates nothing where refs_
+// has room for those that are not there, which put reserves and buffers just taken out leave; a full table is
+// only looked into, because an insert would grow it for a buffer that is there.
 void ResultCache::hold(const Holds& holds, int list, int delta) {
+  if (delta < 0) {
+    for (const auto& [buffer, size] : holds)
+      if (Ref* const ref = refs_.find(buffer); ref && !count(*ref, list, -1)) refs_.erase(buffer);
+    return;
+  }
   for (const auto& [buffer, size] : holds) {
-    const bool takes_in = delta > 0 && refs_.has_room(1);
-    const auto [ref, added] = takes_in ? refs_.insert(buffer) : std::pair{refs_.find(buffer), false};
-    if (!ref) continue;
+    const auto [ref, added] = refs_.has_room(1) ? refs_.insert(buffer) : std::pair{refs_.find(buffer), false};
     if (added) ref->size = size;
-    if (!count(*ref, list, delta)) refs_.erase(buffer);
+    count(*ref, list, 1);
   }
 }
 
@@ -216,46 +230,48 @@ CachePopped ResultCache::popped(int entry) const {
   return {e.key, e.slot, e.flag, e.cost, e.list == 1};
 }
 
-// Counts the entry's buffers in or out and nothing else: one that nobody holds any more keeps its place and
-// its size, so that counting in undoes counting out.
-void ResultCache::count_all(const Entry& e, int delta) {
+// Counts the entry's buffers out and lists those that nobody holds any more. These keep their place and their
+// size, so that count_in undoes it.
+void ResultCache::count_out(const Entry& e) {
+  make_room(unheld_, e.holds.size());
   for (const auto& [buffer, size] : e.holds)
-    if (Ref* const ref = refs_.find(buffer)) count(*ref, e.list, delta);
+    if (Ref* const ref = refs_.find(buffer); ref && !count(*ref, e.list, -1)) unheld_.push_back(buffer);
+}
+
+void ResultCache::count_in(const Entry& e) {
+  for (const auto& [buffer, size] : e.holds)
+    if (Ref* const ref = refs_.find(buffer)) count(*ref, e.list, 1);
 }
 
 std::vector<CachePopped> ResultCache::evict(int64_t max_unpinned_bytes, int64_t max_pinned_bytes) {
   const int64_t budgets[2] = {max_unpinned_bytes, max_pinned_bytes};
-  settle_order();
-  // Count out as many entries as need to go, and list them.
   std::vector<CachePopped> result;
-  int64_t gone[2] = {0, 0};
+  if (held_bytes_[0] <= max_unpinned_bytes && held_bytes_[1] <= max_pinned_bytes) return result;
+  settle_order();
+  // Count out as many entries as need to go, and list them. put asked for what the first needs.
+  unheld_.clear();
+  size_t unpinned = 0;
   try {
     uint64_t touched = 0;
-    for (const int list : {0, 1})
-      for (int entry = head_[list]; held_bytes_[list] > budgets[list] && entry >= 0;) {
+    for (const int list : {0, 1}) {
+      for (int entry = head_[list]; held_bytes_[list] > budgets[list] && entry >= 0; entry = at(entry).next) {
         const Entry& e = at(entry);
-        if (e.next >= 0) prefetch_removal(at(e.next));
+        if (e.next >= 0 && !result.empty()) prefetch_removal(at(e.next));
+        make_room(result, 1);
+        count_out(e);
         result.push_back(popped(entry));
         touched += is_touched(e) ? 1 : 0;
-        count_all(e, -1);
-        ++gone[list];
-        entry = e.next;
       }
+      if (list == 0) unpinned = result.size();
+    }
     if (touched > 0) touched_.reserve(touched);
   } catch (...) {
-    for (const int list : {0, 1})
-      for (int entry = head_[list]; gone[list] > 0; --gone[list], entry = at(entry).next)
-        count_all(at(entry), 1);
+    for (const CachePopped& each : result) count_in(at(*index_.find(each.key)));
     throw;
   }
   // Remove them, which cannot fail.
-  for (const int list : {0, 1})
-    for (; gone[list] > 0; --gone[list]) {
-      const int entry = head_[list];
-      for (const auto& [buffer, size] : at(entry).holds)
-        refs_.erase_if(buffer, [](const Ref& ref) { return !ref.users[0] && !ref.users[1]; });
-      release(entry);
-    }
+  for (const int64_t buffer : unheld_) refs_.erase(buffer);
+  for (size_t i = 0; i < result.size(); ++i) release(head_[i < unpinned ? 0 : 1]);
   return result;
 }
 

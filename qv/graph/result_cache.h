@@ -124,7 +124,8 @@ class ResultCache {
     return entries_[static_cast<size_t>(entry)];
   }
   bool count(Ref& ref, int list, int delta);
-  void count_all(const Entry& e, int delta);
+  void count_out(const Entry& e);
+  void count_in(const Entry& e);
   void hold(const Holds& holds, int list, int delta);
   void link_back(int entry, int list);
   void unlink_order(int entry);
@@ -162,6 +163,9 @@ class ResultCache {
   static constexpr int found_room = 32;
   int32_t found_[found_room] = {};
   int found_count_ = 0;
+
+  // The buffers that evict finds no longer held; kept for its storage.
+  std::vector<int64_t> unheld_;
 };
 
 }  // namespace qv::graph
