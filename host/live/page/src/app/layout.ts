@@ -23,9 +23,9 @@ function kept<T>(name: string, start: T) {
   return value;
 }
 
-export const side_width = kept("side", 430); // of graph and knobs
-export const dock_height = kept("dock", 176); // below the timeline
-export const graph_height = kept("graph", 340);
+export const side_width = kept("side", 384); // of graph and knobs
+export const dock_height = kept("dock", 164); // below the timeline
+export const graph_height = kept("graph", 320);
 export const dock = kept<Dock>("dock-tab", "curves");
 export const theme = kept<"system" | "light" | "dark">("theme", "system");
 
