@@ -1,7 +1,6 @@
 import { useEffect, useState } from "preact/hooks";
-import { get } from "../net/api";
 import { info, render_state } from "../state";
-import { copy_command, render_frames, say, start_render, stop_render } from "./render";
+import { command_line, type Existing, existing, render_frames, say, start_render, stop_render } from "./render";
 
 const words = { idle: "", running: "rendering", done: "done", failed: "failed", stopped: "stopped" };
 
@@ -29,6 +28,19 @@ export function RenderPanel() {
             onInput={(event) => (render_frames.value = event.currentTarget.value)}
           />
         </label>
+        <label>
+          Files that are there{" "}
+          <select
+            value={existing.value}
+            disabled={running}
+            onChange={(event) => (existing.value = event.currentTarget.value as Existing)}
+          >
+            <option value="">are an error</option>
+            <option value="overwrite">are replaced</option>
+            <option value="skip-existing">stay</option>
+            <option value="skip-current">stay where they are current</option>
+          </select>
+        </label>
         <button type="submit">{running ? "Stop" : "Render"}</button>
         <progress aria-label="Frames rendered" max={Math.max(1, total)} value={done} />
         <output class="mono">{state === "idle" ? "" : `${done} / ${total} ${words[state]}`}</output>
@@ -41,16 +53,20 @@ export function RenderPanel() {
 
 function CommandLine() {
   const [command, set_command] = useState("");
-  const [copied, set_copied] = useState(false);
+  const [copied, set_copied] = useState("");
+  const words = `${render_frames.value} ${existing.value}`;
   useEffect(() => {
-    get<{ command: string }>("/render/command").then((reply) => set_command(reply.command), say);
-  }, []);
-  const copy = () => copy_command().then(() => set_copied(true), say);
+    // A range that is only half typed is none.
+    command_line().then(set_command, () => set_command(""));
+  }, [words]);
+  const copy = () => navigator.clipboard.writeText(command).then(() => set_copied(command), say);
   return (
     <div class="command-line">
       <span class="dim">The saved file, from a shell:</span>
       <code>{command}</code>
-      <button onClick={() => void copy()}>{copied ? "Copied" : "Copy"}</button>
+      <button disabled={command === ""} onClick={() => void copy()}>
+        {copied === command && copied !== "" ? "Copied" : "Copy"}
+      </button>
     </div>
   );
 }

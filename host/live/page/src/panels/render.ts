@@ -5,6 +5,10 @@ import { notices } from "../state";
 
 export const render_frames = signal(""); // as `quorvel render -f` takes them; "": all
 
+// What becomes of files that are there already, as `quorvel render` has it.
+export type Existing = "" | "overwrite" | "skip-existing" | "skip-current";
+export const existing = signal<Existing>("");
+
 export function say(error: unknown): void {
   notices.value = [...notices.value, error instanceof Error ? error.message : String(error)];
 }
@@ -12,7 +16,7 @@ export function say(error: unknown): void {
 export async function start_render(): Promise<void> {
   dock.value = "render";
   try {
-    await post("/render", { frames: render_frames.value.trim() });
+    await post("/render", { frames: render_frames.value.trim(), existing: existing.value });
   } catch (error) {
     say(error);
   }
@@ -22,8 +26,7 @@ export async function stop_render(): Promise<void> {
   await post("/render/stop").catch(say);
 }
 
-export async function copy_command(): Promise<string> {
-  const { command } = await get<{ command: string }>("/render/command");
-  await navigator.clipboard.writeText(command);
-  return command;
+export async function command_line(): Promise<string> {
+  const query = new URLSearchParams({ frames: render_frames.value.trim(), existing: existing.value });
+  return (await get<{ command: string }>(`/render/command?${query}`)).command;
 }
