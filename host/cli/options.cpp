@@ -115,15 +115,19 @@ void add_target_options(CLI::App& command, RenderCommand& given) {
           "#### or %04d is the frame, %V the view")
       ->type_name("[NODE=]PATH")
       ->allow_extra_args(false);
-  add_parsed(command, "--proxy", "SCALE", "Render at this scale, above 0 and at most 1",
-             [&options](const std::string& text) { options.scale = parse_scale(text); });
+  add_proxy(command, options.scale, "Render at this scale, above 0 and at most 1");
+}
+
+void add_proxy(CLI::App& command, double& scale, const std::string& help) {
+  add_parsed(command, "--proxy", "SCALE", help,
+             [&scale](const std::string& text) { scale = parse_scale(text); });
 }
 
 void add_threads(CLI::App& command, int& threads, const std::string& help) {
   command.add_option("--threads", threads, help)->type_name("N")->check(CLI::Range(0, 1024).description(""));
 }
 
-void add_machine_options(CLI::App& command, RenderCommand& given) {
+void add_device_options(CLI::App& command, RenderCommand& given) {
   render::RenderOptions& options = given.options;
   add_threads(command, options.threads,
               "Threads that decode and encode, and as many that draw in software; 0: one a processor");
@@ -133,7 +137,11 @@ void add_machine_options(CLI::App& command, RenderCommand& given) {
              [&options](const std::string& text) { options.memory = parse_bytes(text); });
   command.add_option("--gpu", given.gpu, "Device: auto (the default), software, or its number")
       ->type_name("DEVICE");
-  command.add_flag("--content", options.by_content,
+}
+
+void add_machine_options(CLI::App& command, RenderCommand& given) {
+  add_device_options(command, given);
+  command.add_flag("--content", given.options.by_content,
                    "Know files that are read by their bytes, not by size and date, for --skip-current");
 }
 

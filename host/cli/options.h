@@ -64,7 +64,12 @@ void add_composition(CLI::App& command, ShotChoice& given);
 // What decides on the files and what is in them: frames, --output, --proxy.
 void add_target_options(CLI::App& command, RenderCommand& given);
 
-// What a rendering takes of a machine: --threads, --memory, --gpu; and how files that are read are known.
+void add_proxy(CLI::App& command, double& scale, const std::string& help);
+
+// What drawing takes of a machine: --threads, --memory, --gpu.
+void add_device_options(CLI::App& command, RenderCommand& given);
+
+// The same, and how files that are read are known.
 void add_machine_options(CLI::App& command, RenderCommand& given);
 
 void add_threads(CLI::App& command, int& threads, const std::string& help);

@@ -30,6 +30,28 @@ bool holds_text(KnobKind kind) {
 
 }  // namespace
 
+const char* kind_name(KnobKind kind) {
+  switch (kind) {
+    case KnobKind::number:
+      return "number";
+    case KnobKind::integer:
+      return "integer";
+    case KnobKind::flag:
+      return "flag";
+    case KnobKind::choice:
+      return "choice";
+    case KnobKind::text:
+      return "text";
+    case KnobKind::texts:
+      return "texts";
+    case KnobKind::file:
+      return "file";
+    case KnobKind::object:
+      break;
+  }
+  return "object";
+}
+
 KnobSpec KnobSpec::within(double least, double most) && {
   minimum = least;
   maximum = most;

@@ -26,6 +26,9 @@ enum class KnobKind : uint8_t {
   object,   // names and any values, kept as a text of JSON
 };
 
+// As programs are told of it: "number", "flag".
+const char* kind_name(KnobKind kind);
+
 // What a node type says of one knob: enough to check a composition, to print `quorvel nodes` and to
 // write the JSON schema. Made by the functions below, refined by chaining:
 //   numbers("translate", {0, 0}, "Moves the image.").in_pixels()

@@ -151,7 +151,19 @@ ColorConversion::Table take_table_3d(const ocio::GpuShaderDesc& shader, unsigned
   return table;
 }
 
-ColorConversion generate(const ocio::Config& config, const ocio::ConstTransformRcPtr& transform) {
+ColorConversion make_conversion(const std::string& path, const ConversionRecipe& recipe) {
+  const ocio::ConstConfigRcPtr config = load_config(path);
+  try {
+    return generated_conversion(*config, recipe.make(*config), ocio::GPU_LANGUAGE_GLSL_4_0, "ocio_convert");
+  } catch (const ocio::Exception& error) {
+    throw std::runtime_error("knob \"" + recipe.knob + "\": " + error.what());
+  }
+}
+
+}  // namespace
+
+ColorConversion generated_conversion(const ocio::Config& config, const ocio::ConstTransformRcPtr& transform,
+                                     ocio::GpuLanguage language, const std::string& function) {
   const auto processor = config.getProcessor(transform);
   // Nothing changes after the text is made, so parameters that could are constants in it.
   constexpr auto constant = static_cast<ocio::OptimizationFlags>(ocio::OPTIMIZATION_DEFAULT |
@@ -163,8 +175,8 @@ ColorConversion generate(const ocio::Config& config, const ocio::ConstTransformR
   if (conversion.is_noop) return conversion;
 
   ocio::GpuShaderDescRcPtr shader = ocio::GpuShaderDesc::CreateShaderDesc();
-  shader->setLanguage(ocio::GPU_LANGUAGE_GLSL_4_0);
-  shader->setFunctionName("ocio_convert");
+  shader->setLanguage(language);
+  shader->setFunctionName(function.c_str());
   shader->setResourcePrefix("ocio_");
   gpu->extractGpuShaderInfo(shader);
   conversion.generated = shader->getShaderText();
@@ -174,17 +186,6 @@ ColorConversion generate(const ocio::Config& config, const ocio::ConstTransformR
     conversion.tables.push_back(take_table_3d(*shader, i, conversion.generated));
   return conversion;
 }
-
-ColorConversion make_conversion(const std::string& path, const ConversionRecipe& recipe) {
-  const ocio::ConstConfigRcPtr config = load_config(path);
-  try {
-    return generate(*config, recipe.make(*config));
-  } catch (const ocio::Exception& error) {
-    throw std::runtime_error("knob \"" + recipe.knob + "\": " + error.what());
-  }
-}
-
-}  // namespace
 
 std::shared_ptr<const ColorConversion> color_conversion(const std::string& config,
                                                         const ConversionRecipe& recipe) {

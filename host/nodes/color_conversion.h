@@ -43,6 +43,13 @@ struct ConversionRecipe {
 std::shared_ptr<const ColorConversion> color_conversion(const std::string& config,
                                                         const ConversionRecipe& recipe);
 
+// A transform's conversion in another language and under another function's name: the text that defines `vec4
+// FUNCTION(vec4)`, without the functions of shaders/color/lut.glsl that it calls where it has tables. Not kept.
+// Throws OpenColorIO's exceptions. Thread-safe.
+ColorConversion generated_conversion(const OCIO_NAMESPACE::Config& config,
+                                     const OCIO_NAMESPACE::ConstTransformRcPtr& transform,
+                                     OCIO_NAMESPACE::GpuLanguage language, const std::string& function);
+
 // Throws std::runtime_error: knob "view": no view "flim" (did you mean "film"?); the config has ...
 [[noreturn]] void refuse_name(const std::string& knob, const std::string& what, const std::string& name,
                               const std::vector<std::string>& known);

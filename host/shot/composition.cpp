@@ -65,6 +65,18 @@ std::vector<int64_t> parse_default_frames(const nlohmann::json& value, Problems&
   return {1};
 }
 
+std::vector<WrittenNode> as_written(const std::vector<node::Node>& all) {
+  std::vector<WrittenNode> written;
+  written.reserve(all.size());
+  for (const node::Node& node : all) {
+    WrittenNode& each = written.emplace_back(WrittenNode{node.name, node.type, {}, node.disabled});
+    each.inputs.reserve(node.inputs.size());
+    for (const int input : node.inputs)
+      each.inputs.push_back(input < 0 ? std::string() : all[static_cast<size_t>(input)].name);
+  }
+  return written;
+}
+
 // Connects whoever reads a disabled node to its first input. Upstream first, so one look is enough.
 void bypass_disabled(std::vector<node::Node>& all) {
   for (node::Node& node : all) {
@@ -139,6 +151,7 @@ Composition parse_composition(std::string_view text, const std::filesystem::path
   composition.nodes = parse_nodes(root.value("nodes", nlohmann::json()), problems);
   if (!problems.any()) composition.nodes = upstream_first(std::move(composition.nodes), problems);
   if (!problems.any()) {
+    composition.written = as_written(composition.nodes);
     bypass_disabled(composition.nodes);
     composition.quick_look = !asked.nodes.empty();
     composition.outputs =

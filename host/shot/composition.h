@@ -21,6 +21,14 @@ class CompositionError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A node as the text has it, before disabled ones are passed over and views are taken apart.
+struct WrittenNode {
+  std::string name;
+  const node::NodeType* type = nullptr;
+  std::vector<std::string> inputs;  // by position, "" where nothing is connected
+  bool disabled = false;
+};
+
 // A checked composition: every node has a type, its inputs exist, required ones are connected, there
 // is no cycle, and each knob has a value of its kind within its range. Immutable after reading; nodes
 // refer to types of the catalogue, images to nodes, so it outlives the render.
@@ -30,6 +38,7 @@ struct Composition {
   Format format;
   std::vector<int64_t> frames;     // those to render unless asked otherwise; never empty
   std::vector<node::Node> nodes;   // upstream first: an input's position is below its node's
+  std::vector<WrittenNode> written;  // upstream first
   std::vector<int> outputs;        // positions of the nodes to render, in the order given
   std::vector<std::string> views;  // those rendered; nodes that depend on one are there once a view
   bool quick_look = false;         // the outputs were named by --node: they need not write files

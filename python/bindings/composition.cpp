@@ -53,30 +53,8 @@ std::string problems(const std::string& text, const std::string& file) {
   }
 }
 
-const char* kind_name(node::KnobKind kind) {
-  switch (kind) {
-    case node::KnobKind::number:
-      return "number";
-    case node::KnobKind::integer:
-      return "integer";
-    case node::KnobKind::flag:
-      return "flag";
-    case node::KnobKind::choice:
-      return "choice";
-    case node::KnobKind::text:
-      return "text";
-    case node::KnobKind::texts:
-      return "texts";
-    case node::KnobKind::file:
-      return "file";
-    case node::KnobKind::object:
-      break;
-  }
-  return "object";
-}
-
 py::dict knob_row(const node::KnobSpec& knob) {
-  return py::dict("name"_a = knob.name, "kind"_a = kind_name(knob.kind), "help"_a = knob.help,
+  return py::dict("name"_a = knob.name, "kind"_a = node::kind_name(knob.kind), "help"_a = knob.help,
                   "expects"_a = node::expectation(knob), "defaults"_a = knob.defaults,
                   "default_text"_a = knob.default_text, "choices"_a = knob.choices,
                   "minimum"_a = knob.minimum, "maximum"_a = knob.maximum, "fewest"_a = knob.fewest,
