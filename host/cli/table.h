@@ -18,6 +18,7 @@ struct Command {
 // Each adds one command to the table, in the order in which people meet them. The table is the only place
 // where an option is described: help, the man page and what shells complete are made from it.
 Command add_render(CLI::App& program);
+Command add_live(CLI::App& program);
 Command add_info(CLI::App& program);
 Command add_nodes(CLI::App& program);
 Command add_compare(CLI::App& program);
