@@ -28,9 +28,9 @@ struct HttpRequest {
 
 struct HttpReply {
   int status = 200;
-  std::string body;
+  std::string body = {};
   std::string type = "application/json; charset=utf-8";
-  std::vector<std::pair<std::string, std::string>> headers;
+  std::vector<std::pair<std::string, std::string>> headers = {};
 };
 
 // An answer that goes on for long.
