@@ -50,8 +50,8 @@ class Document {
   // shot::CompositionError where it cannot be used; all is then as before.
   State edit(int64_t base, std::string text);
 
-  // Writes the newest version to the file, whole or not at all. Where the file has changed meanwhile, nothing is
-  // written and its text comes back, unless forced. Throws Outdated for another version, and
+  // Writes the newest version to the file, whole or not at all. Where the file has changed meanwhile, nothing
+  // is written and its text comes back, unless forced. Throws Outdated for another version, and
   // std::runtime_error with what the system said.
   std::optional<std::string> save(int64_t version, bool force);
 
@@ -59,7 +59,8 @@ class Document {
   State reload();
 
   // Looks at the file, after something has happened to it. A text that was saved follows it; one with edits
-  // stays, and the file counts as changed. Returns why a text that was to be followed cannot be, "" otherwise.
+  // stays, and the file counts as changed. Returns why a text that was to be followed cannot be, ""
+  // otherwise.
   std::string look();
 
  private:

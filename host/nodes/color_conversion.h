@@ -44,8 +44,8 @@ std::shared_ptr<const ColorConversion> color_conversion(const std::string& confi
                                                         const ConversionRecipe& recipe);
 
 // A transform's conversion in another language and under another function's name: the text that defines `vec4
-// FUNCTION(vec4)`, without the functions of shaders/color/lut.glsl that it calls where it has tables. Not kept.
-// Throws OpenColorIO's exceptions. Thread-safe.
+// FUNCTION(vec4)`, without the functions of shaders/color/lut.glsl that it calls where it has tables. Not
+// kept. Throws OpenColorIO's exceptions. Thread-safe.
 ColorConversion generated_conversion(const OCIO_NAMESPACE::Config& config,
                                      const OCIO_NAMESPACE::ConstTransformRcPtr& transform,
                                      OCIO_NAMESPACE::GpuLanguage language, const std::string& function);

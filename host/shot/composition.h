@@ -36,12 +36,12 @@ struct Composition {
   std::string file;              // as given, for messages
   std::filesystem::path folder;  // that its file knobs are relative to
   Format format;
-  std::vector<int64_t> frames;     // those to render unless asked otherwise; never empty
-  std::vector<node::Node> nodes;   // upstream first: an input's position is below its node's
+  std::vector<int64_t> frames;       // those to render unless asked otherwise; never empty
+  std::vector<node::Node> nodes;     // upstream first: an input's position is below its node's
   std::vector<WrittenNode> written;  // upstream first
-  std::vector<int> outputs;        // positions of the nodes to render, in the order given
-  std::vector<std::string> views;  // those rendered; nodes that depend on one are there once a view
-  bool quick_look = false;         // the outputs were named by --node: they need not write files
+  std::vector<int> outputs;          // positions of the nodes to render, in the order given
+  std::vector<std::string> views;    // those rendered; nodes that depend on one are there once a view
+  bool quick_look = false;           // the outputs were named by --node: they need not write files
 
   // Position of a node by name ("plate.left" where it depends on a view), -1 when there is none.
   int find(std::string_view name) const;
