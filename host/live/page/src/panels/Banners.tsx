@@ -1,7 +1,7 @@
 import type { ComponentChildren } from "preact";
 import { keep_mine, take_disk } from "../document/document";
 import { device_lost, refusal } from "../net/session";
-import { connected, dirty, disk_changed, info } from "../state";
+import { connected, dirty, disk_changed, info, notices, problems } from "../state";
 
 function Banner({ kind, children }: { kind: "warn" | "error"; children: ComponentChildren }) {
   return (
@@ -16,6 +16,9 @@ export function Banners() {
   if (refusal.value !== "") return <Refused />;
   return (
     <div class="banners">
+      <div class="unseen" role="status">
+        {problems.value[0]?.message ?? notices.value.at(-1) ?? ""}
+      </div>
       {info.value !== null && !connected.value && (
         <Banner kind="error">The server does not answer. What you see stays; the page asks again until it is back.</Banner>
       )}

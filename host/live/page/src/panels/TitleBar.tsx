@@ -4,8 +4,7 @@ import { effect } from "@preact/signals";
 import { Icon } from "../app/icons";
 import { theme } from "../app/layout";
 import { redo, save, undo } from "../document/document";
-import { palette_open } from "../palette/open";
-import { key_list_open } from "../palette/open";
+import { key_list_open, palette_open } from "../palette/open";
 import * as state from "../state";
 import { start_render } from "./render";
 
@@ -76,7 +75,7 @@ export function TitleBar() {
 }
 
 function Connection() {
-  const good = state.connected.value;
+  const good = state.connected.value || state.info.value === null;
   return (
     <span class={good ? "connection" : "connection gone"} role="status">
       {good ? "" : "no connection"}
