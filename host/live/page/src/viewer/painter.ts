@@ -116,15 +116,17 @@ export class Painter {
 
   private paint_picture(): void {
     if (!this.renderer) return;
-    try {
-      this.renderer.set_display(display_shader.value);
-    } catch (error) {
-      viewer_message.value = `The display's conversion does not run here: ${said(error)}`;
-    }
     if (this.renderer.too_large(picture_a.value)) {
       viewer_message.value = "The picture is larger than this browser can show at once.";
     }
-    this.renderer.draw(this.whole_scene());
+    try {
+      this.renderer.set_display(display_shader.value);
+      this.renderer.draw(this.whole_scene());
+    } catch (error) {
+      viewer_message.value = `The display's conversion does not run here: ${said(error)}`;
+      this.renderer.set_display(null);
+      this.renderer.draw(this.whole_scene());
+    }
   }
 
   // Setting a canvas's size clears it, so only where it is another one.

@@ -1,8 +1,9 @@
 import type { DisplayShader } from "../../protocol";
 import type { Channels, Picture } from "../../state";
 import type { Size, View } from "../geometry";
+import { DisplayTables } from "./display_tables";
 import { Program } from "./program";
-import { channel_numbers, loud_colours, modes } from "./shader";
+import { fragment_text, loud_colours, type modes } from "./shader";
 import { new_texture, PictureTexture } from "./textures";
 
 export interface Scene {
@@ -56,27 +57,28 @@ export class Renderer {
   readonly gl: WebGL2RenderingContext;
   private readonly slots: { a: PictureTexture; b: PictureTexture };
   private readonly nothing: WebGLTexture;
+  private readonly programs = new Map<string, Program>();
   private display: DisplayShader | null = null;
-  private program: Program;
+  private tables: DisplayTables;
 
   constructor(canvas: HTMLCanvasElement | OffscreenCanvas) {
     const wanted = { alpha: false, antialias: false, depth: false, stencil: false, preserveDrawingBuffer: false };
     const gl = canvas.getContext("webgl2", wanted) as WebGL2RenderingContext | null;
     if (!gl) throw new Error("This browser has no WebGL 2, so the picture cannot be shown.");
     this.gl = gl;
-    this.program = new Program(gl, null);
+    this.tables = new DisplayTables(gl, []);
     this.slots = { a: new PictureTexture(gl), b: new PictureTexture(gl) };
     this.nothing = new_texture(gl, gl.TEXTURE_2D);
     gl.texStorage2D(gl.TEXTURE_2D, 1, gl.RGBA8, 1, 1);
     gl.bindVertexArray(gl.createVertexArray());
   }
 
-  // Throws what the compiler says and stays with the display before.
   set_display(display: DisplayShader | null): void {
     if (display === this.display) return;
-    const next = new Program(this.gl, display);
-    this.program.dispose();
-    this.program = next;
+    for (const program of this.programs.values()) program.dispose();
+    this.programs.clear();
+    this.tables.dispose();
+    this.tables = new DisplayTables(this.gl, display?.tables ?? []);
     this.display = display;
   }
 
@@ -85,9 +87,9 @@ export class Renderer {
     return picture !== null && !this.slots.a.fits(picture);
   }
 
+  // Throws what the compiler says to the display's conversion.
   draw(scene: Scene): void {
-    const gl = this.gl;
-    gl.bindFramebuffer(gl.FRAMEBUFFER, null);
+    this.gl.bindFramebuffer(this.gl.FRAMEBUFFER, null);
     this.paint(scene, false);
   }
 
@@ -99,46 +101,55 @@ export class Renderer {
 
   private paint(scene: Scene, point: boolean): void {
     const gl = this.gl;
-    const { program } = this;
-    const two = scene.mode !== "off";
     gl.activeTexture(gl.TEXTURE0);
     const a = this.slots.a.texture_of(scene.a);
-    const b = two ? this.slots.b.texture_of(scene.b) : null;
+    const b = scene.mode === "off" ? null : this.slots.b.texture_of(scene.b);
+    const map_a = map_of(a ? scene.a : null, scene.view);
+    const map_b = map_of(b ? scene.b : null, scene.view);
+    const smaller = !point && [map_a[2], map_a[3], map_b[2], map_b[3]].some((each) => each > 1.0001);
+    const program = this.program_for(scene, smaller);
     program.use();
-    gl.activeTexture(gl.TEXTURE0);
-    gl.bindTexture(gl.TEXTURE_2D, a ?? this.nothing);
-    gl.activeTexture(gl.TEXTURE1);
-    gl.bindTexture(gl.TEXTURE_2D, b ?? this.nothing);
-    gl.uniform1i(program.place("picture_a"), 0);
-    gl.uniform1i(program.place("picture_b"), 1);
-    gl.uniform4fv(program.place("map_a"), map_of(a ? scene.a : null, scene.view));
-    gl.uniform4fv(program.place("map_b"), map_of(b ? scene.b : null, scene.view));
-    this.set_uniforms(scene, point);
+    this.tables.bind(program);
+    for (const [unit, name, texture, map] of [
+      [0, "a", a, map_a],
+      [1, "b", b, map_b],
+    ] as const) {
+      gl.activeTexture(gl.TEXTURE0 + unit);
+      gl.bindTexture(gl.TEXTURE_2D, texture ?? this.nothing);
+      gl.uniform1i(program.place(`picture_${name}`), unit);
+      gl.uniform4fv(program.place(`map_${name}`), map);
+    }
+    gl.uniform4fv(program.place("format_box"), point ? [-1e9, -1e9, 1e9, 1e9] : box_of(scene));
+    this.set_uniforms(scene, program);
     gl.viewport(0, 0, scene.size.width, scene.size.height);
     gl.drawArrays(gl.TRIANGLES, 0, 3);
   }
 
-  private set_uniforms(scene: Scene, point: boolean): void {
-    const { gl, program } = this;
+  private program_for(scene: Scene, smaller: boolean): Program {
+    const { mode, channels, loud, dither } = scene;
+    const checker = scene.checker && mode !== "difference";
+    const variant = { mode, channels, smaller, gamma: scene.gamma !== 1, checker, loud, dither };
+    const key = JSON.stringify(variant);
+    const present = this.programs.get(key);
+    if (present) return present;
+    const made = new Program(this.gl, fragment_text(this.display?.shader ?? "", variant));
+    this.programs.set(key, made);
+    return made;
+  }
+
+  private set_uniforms(scene: Scene, program: Program): void {
+    const { gl } = this;
+    const { width, height, ratio } = scene.size;
     const number = (name: string, value: number): void => gl.uniform1f(program.place(name), value);
-    const whole = (name: string, value: number | boolean): void => gl.uniform1i(program.place(name), Number(value));
-    gl.uniform2f(program.place("canvas"), scene.size.width, scene.size.height);
-    gl.uniform4fv(program.place("format_box"), point ? [-1e9, -1e9, 1e9, 1e9] : box_of(scene));
-    whole("mode", modes[scene.mode]);
-    number("wipe", scene.wipe * scene.size.width);
-    number("panel", scene.view.panel);
+    gl.uniform2f(program.place("canvas"), width, height);
+    number("border", scene.mode === "side" ? scene.view.panel : scene.wipe * width);
     number("gain", scene.gain);
     number("exposure", 2 ** scene.exposure);
     number("gamma", 1 / scene.gamma);
-    whole("channels", channel_numbers[scene.channels]);
-    whole("point", point);
-    whole("checker", scene.checker);
-    number("checker_size", 10 * scene.size.ratio);
-    whole("loud", scene.loud);
+    number("checker_size", 10 * ratio);
     gl.uniform3fv(program.place("loud_nan"), unit_colour(loud_colours.nan));
     gl.uniform3fv(program.place("loud_infinite"), unit_colour(loud_colours.infinite));
     gl.uniform3fv(program.place("loud_negative"), unit_colour(loud_colours.negative));
-    whole("dither", scene.dither);
     gl.uniform3fv(program.place("surround"), scene.surround);
   }
 }
