@@ -1,6 +1,6 @@
-import type { DisplayShader } from "../../protocol";
+import type { Box, DisplayShader } from "../../protocol";
 import type { Channels, Picture } from "../../state";
-import type { Size, View } from "../geometry";
+import { type Size, to_canvas, type View } from "../geometry";
 import { DisplayTables } from "./display_tables";
 import { Program } from "./program";
 import { fragment_text, loud_colours, type modes } from "./shader";
@@ -38,15 +38,16 @@ function map_of(picture: Picture | null, view: View): Four {
   ];
 }
 
+// Left, top, right, bottom on the canvas.
+function box_on(view: View, [x0, y0, x1, y1]: Box): Four {
+  const first = to_canvas(view, x0, y1);
+  const second = to_canvas(view, x1, y0);
+  return [first.x, first.y, second.x, second.y];
+}
+
 function box_of(scene: Scene): Four {
   const format = (scene.a ?? scene.b)?.header.format ?? { width: 0, height: 0 };
-  const { view } = scene;
-  return [
-    -view.left * view.across,
-    (view.top - format.height) * view.down,
-    (format.width - view.left) * view.across,
-    view.top * view.down,
-  ];
+  return box_on(scene.view, [0, 0, format.width, format.height]);
 }
 
 const unit_colour = (colour: readonly number[]): number[] => colour.map((each) => each / 255);
@@ -122,7 +123,27 @@ export class Renderer {
     gl.uniform4fv(program.place("format_box"), point ? [-1e9, -1e9, 1e9, 1e9] : box_of(scene));
     this.set_uniforms(scene, program);
     gl.viewport(0, 0, scene.size.width, scene.size.height);
+    if (point || scene.mode === "side") gl.drawArrays(gl.TRIANGLES, 0, 3);
+    else this.draw_within(scene, b);
+  }
+
+  // Where neither format nor pictures are there is the surround, which a software driver clears faster.
+  private draw_within(scene: Scene, b: WebGLTexture | null): void {
+    const gl = this.gl;
+    const boxes = [box_of(scene)];
+    for (const picture of [scene.a, b ? scene.b : null]) if (picture) boxes.push(box_on(scene.view, picture.header.area));
+    const { width, height } = scene.size;
+    const held = (value: number, most: number): number => Math.min(most, Math.max(0, value));
+    const left = held(Math.floor(Math.min(...boxes.map((box) => box[0]))) - 1, width);
+    const top = held(Math.floor(Math.min(...boxes.map((box) => box[1]))) - 1, height);
+    const right = held(Math.ceil(Math.max(...boxes.map((box) => box[2]))) + 1, width);
+    const bottom = held(Math.ceil(Math.max(...boxes.map((box) => box[3]))) + 1, height);
+    gl.clearColor(...scene.surround, 1);
+    gl.clear(gl.COLOR_BUFFER_BIT);
+    gl.enable(gl.SCISSOR_TEST);
+    gl.scissor(left, height - bottom, Math.max(0, right - left), Math.max(0, bottom - top));
     gl.drawArrays(gl.TRIANGLES, 0, 3);
+    gl.disable(gl.SCISSOR_TEST);
   }
 
   private program_for(scene: Scene, smaller: boolean): Program {

@@ -74,12 +74,16 @@ void note_faults(vec4 value) {
 }
 #endif
 
-// NaN is shown as 0, what is infinite as the largest half.
 vec4 texel(sampler2D picture, ivec2 at) {
   vec4 value = texelFetch(picture, at, 0);
 #if LOUD
   note_faults(value);
 #endif
+  return value;
+}
+
+// NaN is shown as 0, what is infinite as the largest half.
+vec4 tame(vec4 value) {
   bvec4 nan = greaterThan(floatBitsToUint(value) & 0x7fffffffu, uvec4(infinity_bits));
   return clamp(mix(value, vec4(0.0), nan), -65504.0, 65504.0);
 }
@@ -87,33 +91,30 @@ vec4 texel(sampler2D picture, ivec2 at) {
 #if SMALLER
 // The mean of what a device pixel covers; the nearest pixel in a direction in which pixels are not made smaller.
 vec4 sampled(sampler2D picture, vec4 map, vec2 at) {
-  ivec2 size = textureSize(picture, 0);
   vec2 middle = map.xy + at * map.zw;
   bvec2 smaller = greaterThan(map.zw, vec2(1.0001));
   vec2 low = mix(floor(middle), middle - 0.5 * map.zw, smaller);
   vec2 high = mix(floor(middle) + 1.0, middle + 0.5 * map.zw, smaller);
   // What rounding alone lets in at an edge is left out.
-  ivec2 first = max(ivec2(floor(low + 1e-3)), ivec2(0));
-  ivec2 last = min(ivec2(ceil(high - 1e-3)), size);
-  ivec2 steps = ivec2(max(ceil(map.zw / 24.0), 1.0)); // far away some pixels are skipped
+  vec2 first = max(floor(low + 1e-3), 0.0);
+  vec2 last = min(ceil(high - 1e-3), vec2(textureSize(picture, 0)));
+  vec2 steps = max(ceil(map.zw / 24.0), 1.0); // far away some pixels are skipped
   vec4 sum = vec4(0.0);
-  float weights = 0.0;
-  for (int y = first.y; y < last.y; y += steps.y) {
-    float height = min(high.y, float(y + 1)) - max(low.y, float(y));
-    for (int x = first.x; x < last.x; x += steps.x) {
-      float weight = height * (min(high.x, float(x + 1)) - max(low.x, float(x)));
-      sum += weight * texel(picture, ivec2(x, y));
-      weights += weight;
+  for (float y = first.y; y < last.y; y += steps.y) {
+    float height = min(high.y, y + steps.y) - max(low.y, y);
+    for (float x = first.x; x < last.x; x += steps.x) {
+      float width = min(high.x, x + steps.x) - max(low.x, x);
+      sum += (width * height) * texel(picture, ivec2(x, y));
     }
   }
-  vec2 covered = (min(high, vec2(size)) - max(low, vec2(0.0))) / (high - low);
-  return weights > 0.0 ? sum * (covered.x * covered.y / weights) : vec4(0.0);
+  vec2 whole = high - low;
+  return tame(sum * (1.0 / (whole.x * whole.y)));
 }
 #else
 vec4 sampled(sampler2D picture, vec4 map, vec2 at) {
   ivec2 place = ivec2(floor(map.xy + at * map.zw));
   bool outside = any(lessThan(place, ivec2(0))) || any(greaterThanEqual(place, textureSize(picture, 0)));
-  return outside ? vec4(0.0) : texel(picture, place);
+  return outside ? vec4(0.0) : tame(texel(picture, place));
 }
 #endif
 
