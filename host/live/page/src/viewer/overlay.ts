@@ -100,15 +100,13 @@ function draw_outlines(context: CanvasRenderingContext2D, picture: Picture | nul
   const whole: Corners = [0, 0, format.width, format.height];
   stroke_box(context, whole, line_colour, []);
   const window = picture?.header.window;
-  const corner = to_canvas(view.value, format.width, 0);
-  label(context, `${format.width}×${format.height}`, corner.x, corner.y + 4 * ratio, line_colour);
   if (!window || window.every((each, index) => each === whole[index])) return;
   if (window[2] <= window[0] || window[3] <= window[1]) return;
   stroke_box(context, window, window_colour, [5, 4]);
-  const end = to_canvas(view.value, window[2], window[1]);
   const words = `${window[2] - window[0]}×${window[3] - window[1]} at ${window[0]}, ${window[1]}`;
-  const crowded = Math.abs(end.y - corner.y) < 16 * ratio && Math.abs(end.x - corner.x) < 220 * ratio;
-  label(context, words, end.x, end.y + (crowded ? 18 : 4) * ratio, window_colour);
+  const end = to_canvas(view.value, window[2], window[1]);
+  const beyond = end.y + 20 * ratio > canvas_size.value.height; // then it stands inside
+  label(context, words, end.x - 4 * ratio, end.y + (beyond ? -16 : 4) * ratio, window_colour);
 }
 
 function draw_sample(context: CanvasRenderingContext2D): void {
