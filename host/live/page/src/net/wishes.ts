@@ -3,6 +3,7 @@ import type { Pixels, Slot, ViewRequest, Wish } from "../protocol";
 import * as state from "../state";
 import type { Picture } from "../state";
 import { frames, type Step } from "../transport/range";
+import { needs_alpha } from "../viewer/settings";
 import { post } from "./api";
 import { PlayQueue } from "./play_queue";
 
@@ -35,8 +36,7 @@ function moving_scale(): number {
 }
 
 function moving_pixels(): Pixels {
-  const alpha = state.channels.value === "a" || state.channels.value === "matte";
-  return alpha || state.loud.value ? "rgba16f" : "r11g11b10f";
+  return needs_alpha.value || state.loud.value ? "rgba16f" : "r11g11b10f";
 }
 
 function slots(): Slot[] {

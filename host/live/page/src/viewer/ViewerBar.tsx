@@ -91,7 +91,7 @@ function ZoomControls() {
         label="Zoom in percent (+ and -)"
         least={1.6}
         most={51200}
-        width={52}
+        width={56}
         part="zoom"
         step={(direction) => step_zoom(direction)}
         set={(value) => set_zoom(value / 100)}

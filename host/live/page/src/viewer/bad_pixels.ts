@@ -19,7 +19,13 @@ export interface Found {
   made_by: string; // a node; "": none was found
 }
 export const found = signal<Found | null>(null);
+export const marked = signal<{ x: number; y: number } | null>(null); // the pixel that was found
 export const searching = signal(false);
+
+export function forget_found(): void {
+  found.value = null;
+  marked.value = null;
+}
 
 let last: Kind | null = null;
 
@@ -37,6 +43,7 @@ async function search(wanted: Kind[]): Promise<void> {
   const header = picture_a.value?.header;
   if (!header || searching.value) return;
   searching.value = true;
+  marked.value = null;
   try {
     for (const kind of wanted) {
       const reply = await get<FindReply>(`/find?${query_of(header, { kind })}`);
@@ -60,5 +67,6 @@ function go_to(kind: Kind, reply: FindReply): void {
   zoom.value = Math.max(scene.value.view.down, 16 * ratio); // so that one pixel is seen
   centre.value = middle;
   pointer.value = middle;
+  marked.value = { x: reply.x, y: reply.y };
   found.value = { words: `${kind_words[kind]} at ${reply.x}, ${reply.y}, made by`, made_by: reply.made_by };
 }

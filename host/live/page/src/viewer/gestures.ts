@@ -34,7 +34,6 @@ class Gestures {
   down(event: PointerEvent): void {
     if (event.button === 2) return;
     event.preventDefault(); // no text is marked, no page is scrolled by the middle button
-    this.element.focus({ preventScroll: true });
     this.element.setPointerCapture(event.pointerId);
     const place = this.place_of(event);
     this.fingers.set(event.pointerId, place);

@@ -1,5 +1,6 @@
 import { computed } from "@preact/signals";
 import { compare, exposure, type Picture, picture_a, picture_b, sample, show_outlines } from "../state";
+import { marked } from "./bad_pixels";
 import { to_canvas } from "./geometry";
 import { draw_pixels, values_show } from "./overlay_pixels";
 import { complete } from "./pixels";
@@ -28,7 +29,7 @@ export const overlay_key = computed(() => {
   const b = mode === "off" ? null : picture_b.value;
   const values = a && values_show(a) ? [number_of(a), number_of(b), exposure.value, wipe] : [];
   const boxes = [a?.header.window, b?.header.window, shown_format.value, a && [a.header.area, a.header.width]];
-  return JSON.stringify([view.value, canvas_size.value, mode, sample.value, show_outlines.value, boxes, values]);
+  return JSON.stringify([view.value, canvas_size.value, mode, sample.value, marked.value, show_outlines.value, boxes, values]);
 });
 
 export function draw_overlay(context: CanvasRenderingContext2D): void {
@@ -111,5 +112,7 @@ function draw_outlines(context: CanvasRenderingContext2D, picture: Picture | nul
 
 function draw_sample(context: CanvasRenderingContext2D): void {
   const box = sample.value;
+  const spot = marked.value;
+  if (spot) stroke_box(context, [spot.x, spot.y, spot.x + 1, spot.y + 1], "rgb(255, 255, 255)", []);
   if (box) stroke_box(context, [box.x0, box.y0, box.x1, box.y1], "rgb(120, 220, 255)", [3, 3]);
 }
