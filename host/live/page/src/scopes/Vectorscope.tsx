@@ -29,8 +29,8 @@ function paint(context: CanvasRenderingContext2D, counts: Counts): void {
     for (let x = 0; x < levels; ++x) {
       const at = y * levels + x;
       const found = counts.vectors[at]!;
-      image.data[at * 4 + 3] = 255;
       if (found === 0) continue;
+      image.data[at * 4 + 3] = 255;
       const light = 0.35 + 0.65 * (1 - Math.exp(-found / expected));
       const cb = ((x + 0.5) / levels - 0.5) * vector_span;
       const cr = (0.5 - (y + 0.5) / levels) * vector_span;

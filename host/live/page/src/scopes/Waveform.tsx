@@ -15,7 +15,7 @@ const kinds = [
 function glow_table(counts: Counts): Uint8Array {
   const usual = Math.max(0.2, counts.samples / waveform_columns / 60);
   return Uint8Array.from({ length: 4096 }, (_, count) =>
-    count === 0 ? 0 : 255 * (1 - Math.exp(-0.06 - (0.42 * count) / (4 * usual))),
+    count === 0 ? 0 : 255 * (1 - Math.exp(-0.12 - (0.75 * count) / (4 * usual))),
   );
 }
 

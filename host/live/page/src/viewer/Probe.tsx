@@ -56,7 +56,7 @@ function scale_words(scale: number): string {
 function Source({ picture }: { picture: Picture | null }) {
   const header = picture?.header;
   if (!header) return <span class="probe-source" />;
-  const time = header.cached ? "from memory" : `${header.ms < 10 ? header.ms.toFixed(1) : Math.round(header.ms)} ms`;
+  const time = header.cached ? "cached" : `${header.ms < 10 ? header.ms.toFixed(1) : Math.round(header.ms)} ms`;
   const words = `${scale_words(header.scale)} · ${pixel_words[header.pixels]} · ${time}`;
   return (
     <span class="probe-source" title={words}>

@@ -60,7 +60,7 @@ function DisplayChoice() {
         display_view.value = display && name ? { display, view: name } : null;
       }}
     >
-      <option value="">sRGB curve</option>
+      <option value="">plain sRGB</option>
       {known.map((display) => (
         <optgroup key={display.name} label={display.name}>
           {display.views.map((name) => (

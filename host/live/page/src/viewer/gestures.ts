@@ -44,17 +44,12 @@ class Gestures {
 
   move(event: PointerEvent): void {
     const place = this.place_of(event);
-    pointer.value = to_format(view.value, place.x, place.y);
     const before = this.fingers.get(event.pointerId);
-    if (!before) return;
-    if (this.sampling) {
-      this.stretch(this.sampling, pointer.value);
-    } else if (this.fingers.size === 2) {
-      this.pinch(event.pointerId, before, place);
-    } else {
-      pan_by(place.x - before.x, place.y - before.y);
+    if (before) {
+      this.drag(event.pointerId, before, place);
+      this.fingers.set(event.pointerId, place);
     }
-    this.fingers.set(event.pointerId, place);
+    pointer.value = to_format(view.value, place.x, place.y); // after the picture went along
   }
 
   up(event: PointerEvent): void {
@@ -79,6 +74,12 @@ class Gestures {
     const box = this.element.getBoundingClientRect();
     const { ratio } = canvas_size.value;
     return { x: (event.clientX - box.left) * ratio, y: (event.clientY - box.top) * ratio };
+  }
+
+  private drag(finger: number, before: Point, now: Point): void {
+    if (this.sampling) this.stretch(this.sampling, to_format(view.value, now.x, now.y));
+    else if (this.fingers.size === 2) this.pinch(finger, before, now);
+    else pan_by(now.x - before.x, now.y - before.y);
   }
 
   private pinch(finger: number, before: Point, now: Point): void {
