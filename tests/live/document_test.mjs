@@ -16,7 +16,7 @@ const bundle = await need("esbuild").build({
 });
 const page = await import(`data:text/javascript;base64,${Buffer.from(bundle.outputFiles[0].contents).toString("base64")}`);
 
-const type = (name, inputs, more = {}) => [name, { name, inputs: inputs.map((each) => ({ name: each, required: true, help: "" })),
+const type = (name, inputs, more = {}) => [name, { name, inputs: inputs.map((each) => ({ name: each, required: each !== "mask", help: "" })),
   knobs: [], repeats_last_input: false, writes_files: false, ...more }];
 const catalogue = new Map([type("read", []), type("constant", []), type("grade", ["image", "mask"]), type("glow", ["image", "mask"]),
   type("color_matrix", ["image", "mask"]), type("screen_key", ["image"]), type("transform", ["image", "mask"]), type("disc_blur", ["image", "mask"]),
@@ -122,8 +122,13 @@ function step(text, twin, pick) {
     case 6: {
       const name = `n${pick(1e9)}`;
       const kind = ["grade", "merge", "constant"][pick(3)];
-      const from = kind === "constant" ? [] : [[kind === "merge" ? "a" : "image", node.name]];
-      twin.nodes.splice(twin.nodes.indexOf(node) + 1, 0, { name, type: kind, knobs: {}, reads: from });
+      const last = node.type === "write";
+      const main = node.reads.find((pair) => pair[0] === "image");
+      const source = last ? main?.[1] : node.name;
+      const from = kind === "constant" || !source ? [] : [[kind === "merge" ? "a" : "image", source]];
+      const readers = last ? [main] : twin.nodes.flatMap((each) => each.reads).filter((pair) => pair[1] === source);
+      if (kind === "grade" && source) for (const pair of readers) pair[1] = name;
+      twin.nodes.splice(twin.nodes.indexOf(node) + (last ? 0 : 1), 0, { name, type: kind, knobs: {}, reads: from });
       return page.with_node(text, catalogue, kind, name, node.name);
     }
     default: {

@@ -37,7 +37,7 @@ export function reconnect(from: string, old_node: string, old_input: Input, node
   );
 }
 
-// Behind `after`, which it reads; returns its name, "" where it could not be made.
+// Behind `after`, see with_node; returns its name, "" where it could not be made.
 export function add_node(type: string, after: string): string {
   const name = edits.free_name(model.value, type);
   const wrong = edit(`Add ${name}`, (text) => edits.with_node(text, state.catalogue.value, type, name, after));

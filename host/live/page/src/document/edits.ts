@@ -95,14 +95,27 @@ export function free_name(model: Model, wish: string): string {
   for (let i = 2; ; ++i) if (!model.named.has(`${wish}${i}`)) return `${wish}${i}`;
 }
 
-// A node of a type behind `after` in the text, reading it where the type reads anything. "": at the end.
+// A node of a type behind `after`, which it reads and whose place it takes for those that read it; a node that writes
+// files stays the last. "": not connected, at the end of the text.
 export function with_node(text: string, catalogue: Catalogue, type: string, name: string, after: string): string {
   const model = read_model(text, catalogue);
   if (model.named.has(name)) throw new Error(`The name "${name}" is taken.`);
-  const source = model.named.get(after);
-  const inputs = source && (catalogue.get(type)?.inputs.length ?? 0) > 0 ? { inputs: source.name } : {};
-  const content = write({ name, type, ...inputs });
-  return insert(text, ["nodes"], source ? source.at + 1 : count_of(text), content);
+  const spec = catalogue.get(type);
+  const place = model.named.get(after);
+  const last = place !== undefined && (catalogue.get(place.type)?.writes_files ?? false);
+  const source = last ? (place.links[0]?.from ?? "") : (place?.name ?? "");
+  const reads = source !== "" && (spec?.inputs.length ?? 0) > 0;
+  const between = reads && spec !== undefined && !spec.writes_files && spec.inputs.filter((each) => each.required).length < 2;
+  let changed = text;
+  for (const reader of between ? model.nodes : []) {
+    const known = catalogue.get(reader.type);
+    const taken = (link: Link) => link.from === source && (!last || (reader === place && link === reader.links[0]));
+    if (!known || !reader.links.some(taken)) continue;
+    changed = with_links(changed, reader, known, reader.links.map((link) => (taken(link) ? { ...link, from: name } : link)));
+  }
+  const content = write({ name, type, ...(reads ? { inputs: source } : {}) });
+  const at = place ? place.at + (last ? 0 : 1) : count_of(text);
+  return insert(changed, ["nodes"], at, content);
 }
 
 function count_of(text: string): number {
