@@ -31,7 +31,7 @@ let direction: 1 | -1 = 1;
 
 // Few scales, so that zooming a little finds images that are there. A tenth less than is shown is not seen while
 // things move.
-function moving_scale(): number {
+export function moving_scale(): number {
   return scales.find((each) => each >= state.view_scale.value * 0.9) ?? 1;
 }
 
