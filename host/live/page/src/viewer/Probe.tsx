@@ -67,10 +67,11 @@ function Source({ picture }: { picture: Picture | null }) {
 
 // The pixel under the pointer, as the node computed it.
 export function Probe() {
+  const two = compare.value.mode !== "off";
   return (
-    <div class="probe" role="group" aria-label="Pixel under the pointer">
+    <div class={two ? "probe probe-two" : "probe"} role="group" aria-label="Pixel under the pointer">
       <ProbeRow name="A" probed={probed_a.value} picture={picture_a.value} />
-      {compare.value.mode !== "off" && <ProbeRow name="B" probed={probed_b.value} picture={picture_b.value} />}
+      {two && <ProbeRow name="B" probed={probed_b.value} picture={picture_b.value} />}
     </div>
   );
 }

@@ -52,7 +52,7 @@ function DisplayChoice() {
     <select
       class="bar-display"
       aria-label="Display and view"
-      title="Display and view"
+      title={now ? `${now.view} on ${now.display}` : "Display and view"}
       data-part="display"
       value={now ? now.display + separator + now.view : ""}
       onChange={(event) => {

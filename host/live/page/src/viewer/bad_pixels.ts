@@ -5,7 +5,7 @@ import { loud, picture_a, zoom } from "../state";
 import { said } from "./display";
 import { query_of } from "./probing";
 import { scene } from "./scene";
-import { centre, pointer } from "./settings";
+import { centre, marked, pointer } from "./settings";
 
 // Goes to pixels that no picture should have.
 
@@ -19,7 +19,6 @@ export interface Found {
   made_by: string; // a node; "": none was found
 }
 export const found = signal<Found | null>(null);
-export const marked = signal<{ x: number; y: number } | null>(null); // the pixel that was found
 export const searching = signal(false);
 
 export function forget_found(): void {

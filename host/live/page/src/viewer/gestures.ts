@@ -1,8 +1,9 @@
 import { sample } from "../state";
 import { to_format, type Point } from "./geometry";
+import { found } from "./bad_pixels";
 import { pan_by, zoom_by } from "./navigate";
 import { view } from "./scene";
-import { canvas_size, pointer } from "./settings";
+import { canvas_size, marked, pointer } from "./settings";
 
 // What mouse, pen and fingers do on the picture: dragging pans, the wheel and two fingers zoom about where they
 // are, dragging with Shift samples a rectangle. Returns what ends it.
@@ -50,6 +51,7 @@ class Gestures {
       this.fingers.set(event.pointerId, place);
     }
     pointer.value = to_format(view.value, place.x, place.y); // after the picture went along
+    if (!found.value) marked.value = null;
   }
 
   up(event: PointerEvent): void {

@@ -1,11 +1,10 @@
 import { computed } from "@preact/signals";
 import { compare, exposure, type Picture, picture_a, picture_b, sample, show_outlines } from "../state";
-import { marked } from "./bad_pixels";
 import { to_canvas } from "./geometry";
 import { draw_pixels, values_show } from "./overlay_pixels";
 import { complete } from "./pixels";
 import { scene, view } from "./scene";
-import { canvas_size, shown_format } from "./settings";
+import { canvas_size, marked, shown_format } from "./settings";
 
 // What stands over the picture on a canvas of its own: outlines, the sampled rectangle, and far in the grid and
 // the values of the pixels.
@@ -110,9 +109,18 @@ function draw_outlines(context: CanvasRenderingContext2D, picture: Picture | nul
   label(context, words, end.x - 4 * ratio, end.y + (beyond ? -16 : 4) * ratio, window_colour);
 }
 
+// A pixel too small to be seen has a larger frame.
+function draw_marked(context: CanvasRenderingContext2D, x: number, y: number): void {
+  const { across, down } = view.value;
+  const least = 7 * canvas_size.value.ratio;
+  const wide = Math.max(0, least / across - 1) / 2;
+  const high = Math.max(0, least / down - 1) / 2;
+  stroke_box(context, [x - wide, y - high, x + 1 + wide, y + 1 + high], "rgb(255, 255, 255)", []);
+}
+
 function draw_sample(context: CanvasRenderingContext2D): void {
   const box = sample.value;
   const spot = marked.value;
-  if (spot) stroke_box(context, [spot.x, spot.y, spot.x + 1, spot.y + 1], "rgb(255, 255, 255)", []);
+  if (spot) draw_marked(context, spot.x, spot.y);
   if (box) stroke_box(context, [box.x0, box.y0, box.x1, box.y1], "rgb(120, 220, 255)", [3, 3]);
 }

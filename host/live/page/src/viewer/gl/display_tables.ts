@@ -29,11 +29,13 @@ export class DisplayTables {
   bind(program: Program): void {
     const gl = this.gl;
     for (const [index, table] of this.tables.entries()) {
+      const place = program.place(table.sampler);
+      if (!place) continue; // nothing reads it
       const unit = 2 + index;
       gl.activeTexture(gl.TEXTURE0 + unit);
       const held = this.held.get(table.sampler) ?? this.upload(table, program.is_volume(table.sampler));
       gl.bindTexture(held.target, held.texture);
-      gl.uniform1i(program.place(table.sampler), unit);
+      gl.uniform1i(place, unit);
     }
   }
 
