@@ -21,7 +21,7 @@ auto ask(const shot::Composition& composition, int node, int64_t frame, Question
   } catch (const FrameError&) {
     throw;
   } catch (const std::exception& error) {
-    throw FrameError(frame_place(composition, node, frame) + error.what());
+    throw FrameError(composition, node, frame, error.what());
   }
 }
 
@@ -49,7 +49,7 @@ struct Demand {
         for (const Request& request : requests)
           add(node.inputs.at(static_cast<size_t>(request.input)), request.frame);
         if (count > most_instances) {
-          throw FrameError(frame_place(composition, static_cast<int>(at), frame) +
+          throw FrameError(composition, static_cast<int>(at), frame,
                            "its time nodes need more than 100000 images for one frame");
         }
       }
@@ -136,6 +136,12 @@ std::string frame_place(const shot::Composition& composition, int node, int64_t 
   return composition.file + ": node \"" + composition.nodes[static_cast<size_t>(node)].name + "\": frame " +
          std::to_string(frame) + ": ";
 }
+
+FrameError::FrameError(const shot::Composition& composition, int node, int64_t frame,
+                       const std::string& reason)
+    : std::runtime_error(frame_place(composition, node, frame) + reason),
+      node_(composition.nodes[static_cast<size_t>(node)].name),
+      reason_(reason) {}
 
 FrameGraph frame_graph(const shot::Composition& composition, const std::vector<int>& outputs, int64_t frame,
                        const node::Project& project) {

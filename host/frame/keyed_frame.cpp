@@ -34,7 +34,42 @@ std::shared_ptr<const qv::graph::Schedule> build_schedule(const shot::Compositio
   return schedule;
 }
 
+bool same_curve(const node::KnobComponent& a, const node::KnobComponent& b) {
+  return (a.curve == nullptr) == (b.curve == nullptr) && a.curve_id == b.curve_id && a.constant == b.constant;
+}
+
+bool same_value(const node::KnobValue& a, const node::KnobValue& b) {
+  return a.text == b.text && std::equal(a.components.begin(), a.components.end(), b.components.begin(),
+                                        b.components.end(), same_curve);
+}
+
+bool same_node(const node::Node& a, const node::Node& b) {
+  return a.inputs == b.inputs && a.layers == b.layers && a.view == b.view &&
+         std::equal(a.knobs.begin(), a.knobs.end(), b.knobs.begin(), b.knobs.end(), same_value);
+}
+
+// A type is known by its address: compositions share the catalogue.
+bool same_types(const shot::Composition& a, const shot::Composition& b) {
+  return std::equal(a.nodes.begin(), a.nodes.end(), b.nodes.begin(), b.nodes.end(),
+                    [](const node::Node& one, const node::Node& other) { return one.type == other.type; });
+}
+
 }  // namespace
+
+FrameKeys::FrameKeys(const shot::Composition& composition, const node::Project& project, FrameKeys&& before)
+    : FrameKeys(composition, project) {
+  const auto known = std::exchange(before.schedule_, nullptr);
+  if (!known || project_ != before.project_ || !same_types(composition_, before.composition_)) return;
+  for (size_t at = 0; at < edited_.size(); ++at) {
+    const bool differs = !same_node(composition_.nodes[at], before.composition_.nodes[at]);
+    edited_[at] = differs || before.edited_[at] != 0 ? 1 : 0;
+  }
+  outputs_ = std::move(before.outputs_);
+  graph_ = std::move(before.graph_);
+  answers_ = std::move(before.answers_);
+  walk_ = std::move(before.walk_);
+  schedule_ = known;
+}
 
 void FrameKeys::rebuild(const std::vector<int>& outputs, int64_t frame) {
   graph_ = frame_graph(composition_, outputs, frame, project_);

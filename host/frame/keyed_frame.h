@@ -29,6 +29,10 @@ class FrameKeys {
   FrameKeys(const shot::Composition& composition, const node::Project& project)
       : composition_(composition), project_(project), edited_(composition.nodes.size()) {}
 
+  // Goes on from the frames of another composition, an earlier version mostly, which is still there: while
+  // the nodes are as many and of the same types, those that differ count as edited. `before` starts anew.
+  FrameKeys(const shot::Composition& composition, const node::Project& project, FrameKeys&& before);
+
   // Throws FrameError.
   KeyedFrame frame(const std::vector<int>& outputs, int64_t frame);
 

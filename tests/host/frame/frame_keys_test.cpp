@@ -4,9 +4,13 @@
 #include "host/frame/project.h"
 
 #include <cstdint>
+#include <list>
+#include <memory>
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -68,24 +72,35 @@ TEST(FrameKeysTest, RandomEditsAndFramesGiveTheKeysOfAFreshStart) {
   std::mt19937 random(20260914);
   for (int round = 0; round < 60; ++round) {
     Shot shot(random_nodes(random, 12));
-    FrameKeys keys(shot.composition, shot.project);
+    std::list<host::shot::Composition> versions{shot.composition};
+    auto keys = std::make_unique<FrameKeys>(versions.back(), shot.project);
+    const std::vector<int>& outputs = shot.composition.outputs;
     int64_t frame = 1;
-    keys.frame(shot.composition.outputs, frame);
+    keys->frame(outputs, frame);
     for (int step = 0; step < 30; ++step) {
-      const int64_t visited = keys.visited();
-      const int edited = static_cast<int>(random() % shot.composition.nodes.size());
-      host::node::Node& node = shot.composition.nodes[static_cast<size_t>(edited)];
+      int64_t visited = keys->visited();
+      const auto edited = static_cast<int>(random() % shot.composition.nodes.size());
       const bool edit = random() % 2 == 0;
-      const bool retimed = node.type->family == "time";
+      // The same composition with an edit, or another one, which may also be connected in another way.
+      const bool replaced = edit && random() % 2 == 0;
+      const bool rewired = replaced && edited > 1 && random() % 3 == 0;
+      if (replaced) versions.push_back(versions.back());
+      host::node::Node& node = versions.back().nodes[static_cast<size_t>(edited)];
+      const bool retimed = node.type->family == "time" || rewired;
       if (edit) {
         for (auto& component : node.knobs[0].components) component.constant += 1;
-        keys.edited(edited);
+        if (rewired) node.inputs[0] = static_cast<int>(random() % static_cast<uint32_t>(edited));
       } else {
         frame = 1 + static_cast<int64_t>(random() % 40);
       }
-      const KeyedFrame got = keys.frame(shot.composition.outputs, frame);
-      const KeyedFrame wanted =
-          FrameKeys(shot.composition, shot.project).frame(shot.composition.outputs, frame);
+      if (replaced) {
+        keys = std::make_unique<FrameKeys>(versions.back(), shot.project, std::move(*keys));
+        visited = 0;
+      } else if (edit) {
+        keys->edited(edited);
+      }
+      const KeyedFrame got = keys->frame(outputs, frame);
+      const KeyedFrame wanted = FrameKeys(versions.back(), shot.project).frame(outputs, frame);
       ASSERT_EQ(got.keys, wanted.keys) << "round " << round << " step " << step << " frame " << frame;
       ASSERT_EQ(got.graph.outputs, wanted.graph.outputs);
       for (size_t at = 0; at < got.graph.instances.size(); ++at) {
@@ -93,7 +108,8 @@ TEST(FrameKeysTest, RandomEditsAndFramesGiveTheKeysOfAFreshStart) {
         ASSERT_EQ(got.graph.instances[at].frame, wanted.graph.instances[at].frame);
       }
       // An edit costs the edited node and what lies downstream, no more; a time node may change the graph.
-      EXPECT_TRUE(!edit || retimed || keys.visited() - visited <= downstream(got, edited)) << node.type->name;
+      EXPECT_TRUE(!edit || retimed || keys->visited() - visited <= downstream(got, edited))
+          << node.type->name;
     }
   }
 }
