@@ -74,6 +74,7 @@ struct GlFunctions {
 #define HOST_GL_MEMBER(type, name) type name = nullptr;
   HOST_GL_FUNCTIONS(HOST_GL_MEMBER)
 #undef HOST_GL_MEMBER
+  PFNGLGETGRAPHICSRESETSTATUSPROC GetGraphicsResetStatus = nullptr;  // null where the context cannot be asked
 };
 
 // The functions of the open context.

@@ -156,6 +156,37 @@ struct Session {
   }
 };
 
+// A context that says when a device's reset has taken everything from it, where EGL has such.
+EGLContext create_context(const Egl& egl, EGLDisplay display, EGLConfig config) {
+  constexpr size_t told = 6;  // from where on it is told of resets
+  std::array<EGLint, 9> wanted = {EGL_CONTEXT_MAJOR_VERSION,
+                                  4,
+                                  EGL_CONTEXT_MINOR_VERSION,
+                                  2,
+                                  EGL_CONTEXT_OPENGL_PROFILE_MASK,
+                                  EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
+                                  EGL_CONTEXT_OPENGL_RESET_NOTIFICATION_STRATEGY,
+                                  EGL_LOSE_CONTEXT_ON_RESET,
+                                  EGL_NONE};
+  if (lists(egl.QueryString(display, EGL_EXTENSIONS), "EGL_EXT_create_context_robustness")) {
+    const EGLContext context = egl.CreateContext(display, config, EGL_NO_CONTEXT, wanted.data());
+    if (context != EGL_NO_CONTEXT) return context;
+  }
+  wanted[told] = EGL_NONE;
+  return egl.CreateContext(display, config, EGL_NO_CONTEXT, wanted.data());
+}
+
+PFNGLGETGRAPHICSRESETSTATUSPROC reset_status(const Egl& egl) {
+  GLint major = 0;
+  GLint minor = 0;
+  gl.GetIntegerv(GL_MAJOR_VERSION, &major);
+  gl.GetIntegerv(GL_MINOR_VERSION, &minor);
+  const bool core = major > 4 || (major == 4 && minor >= 5);
+  return core ? reinterpret_cast<PFNGLGETGRAPHICSRESETSTATUSPROC>(
+                    egl.get_proc_address("glGetGraphicsResetStatus"))
+              : nullptr;
+}
+
 // Makes a context current; why that failed, or "".
 std::string start(const Egl& egl, const Way& way, Session& session) {
   session.egl = &egl;
@@ -168,14 +199,7 @@ std::string start(const Egl& egl, const Way& way, Session& session) {
   EGLConfig config = nullptr;
   EGLint count = 0;
   if (!egl.ChooseConfig(display, wanted, &config, 1, &count) || count == 0) return "no OpenGL configuration";
-  const EGLint version[] = {EGL_CONTEXT_MAJOR_VERSION,
-                            4,
-                            EGL_CONTEXT_MINOR_VERSION,
-                            2,
-                            EGL_CONTEXT_OPENGL_PROFILE_MASK,
-                            EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
-                            EGL_NONE};
-  session.context = egl.CreateContext(display, config, EGL_NO_CONTEXT, version);
+  session.context = create_context(egl, display, config);
   if (session.context == EGL_NO_CONTEXT) return "no OpenGL 4.2 core context, " + egl_error(egl);
   if (!egl.MakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, session.context)) {
     return "context without a surface refused, " + egl_error(egl);
@@ -184,6 +208,7 @@ std::string start(const Egl& egl, const Way& way, Session& session) {
   if (!qv::gpu::gl::load(&error)) return error;
   const std::string missing = load_gl_functions(egl.get_proc_address);
   if (!missing.empty()) return "OpenGL function " + missing + " is missing";
+  gl.GetGraphicsResetStatus = reset_status(egl);
   load_debug(egl.get_proc_address);
   return {};
 }
@@ -242,6 +267,10 @@ bool GpuContext::software() const {
 
 int GpuContext::max_texture_size() const {
   return state_->max_texture_size;
+}
+
+bool GpuContext::lost() const {
+  return gl.GetGraphicsResetStatus && gl.GetGraphicsResetStatus() != GL_NO_ERROR;
 }
 
 }  // namespace host::gpu

@@ -38,6 +38,10 @@ class GpuContext {
   bool software() const;                // rendered by the processor
   int max_texture_size() const;
 
+  // Whether the driver has let go of everything that was made in it, as after a device's reset: nothing that
+  // is drawn from now on is right. False where the driver cannot be asked.
+  bool lost() const;
+
  private:
   struct State;
   explicit GpuContext(std::unique_ptr<State> state);

@@ -147,6 +147,10 @@ GpuContext& GpuThread::context() {
   return *state.context;
 }
 
+void GpuThread::close_context() {
+  state_->context.reset();
+}
+
 void GpuThread::queue(CallPtr call) {
   check_process();
   {

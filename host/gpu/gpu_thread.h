@@ -48,6 +48,10 @@ class GpuThread {
   // On the thread alone. Opened at first use; throws NoGpu.
   GpuContext& context();
 
+  // On the thread alone: closes the context, one that is lost above all, so that the next use opens another.
+  // What was made in it has gone before.
+  void close_context();
+
  private:
   struct State;
   explicit GpuThread(const DeviceChoice& choice);
