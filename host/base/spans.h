@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace host {
@@ -36,6 +37,27 @@ class Spans {
   mutable std::mutex mutex_;
   std::vector<Span> ring_;  // full: next_ is the oldest
   size_t next_ = 0;
+};
+
+// A stretch as long as it lives, of who is told of it, if anybody is.
+class SpanOf {
+ public:
+  SpanOf(Spans* spans, Work work, const std::string& name) : spans_(spans), work_(work) {
+    if (!spans_) return;
+    name_ = name;
+    begin_ = Spans::Clock::now();
+  }
+  ~SpanOf() {
+    if (spans_) spans_->add(work_, std::move(name_), begin_, Spans::Clock::now());
+  }
+  SpanOf(const SpanOf&) = delete;
+  SpanOf& operator=(const SpanOf&) = delete;
+
+ private:
+  Spans* spans_;
+  Work work_;
+  std::string name_;
+  Spans::Clock::time_point begin_;
 };
 
 }  // namespace host

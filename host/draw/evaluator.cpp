@@ -3,11 +3,14 @@
 #include "host/base/allocator.h"
 #include "host/base/stopwatch.h"
 #include "host/gpu/debug.h"
+#include "host/gpu/gl_functions.h"
 #include "host/node/pending_transform.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace host::draw {
@@ -27,7 +30,7 @@ auto attempt(const shot::Composition& composition, const frame::Instance& instan
   } catch (const programs::ShaderError&) {
     throw;
   } catch (const std::exception& error) {
-    throw frame::FrameError(frame::frame_place(composition, instance.node, instance.frame) + error.what());
+    throw frame::FrameError(composition, instance.node, instance.frame, error.what());
   }
 }
 
@@ -67,16 +70,25 @@ void check(const std::atomic<bool>* stop) {
   if (stop && *stop) throw frame::Interrupted();
 }
 
-// Closes the touch cycle however the evaluation ends.
+// Closes the touch cycle, where one is open, however the evaluation ends.
 struct TouchCycle {
   ResultStore& store;
-  explicit TouchCycle(ResultStore& results) : store(results) {}
+  const Manner& manner;
+  TouchCycle(ResultStore& results, const Manner& how) : store(results), manner(how) {}
   TouchCycle(const TouchCycle&) = delete;
   TouchCycle& operator=(const TouchCycle&) = delete;
   ~TouchCycle() {
-    store.end_touch();
+    if (!manner.spares_pinned) store.end_touch(manner.beside);
   }
 };
+
+uint64_t bytes_of(const Result& result) {
+  uint64_t bytes = 0;
+  for (const node::Image* image : {&result.image, &result.settled, &result.in_format}) {
+    if (image->texture) bytes += image->texture->bytes();
+  }
+  return bytes;
+}
 
 }  // namespace
 
@@ -84,9 +96,10 @@ struct TouchCycle {
 struct Evaluator::Run {
   const frame::KeyedFrame& frame;
   const Keep& keep;
-  const std::atomic<bool>* stop;
+  const Manner& manner;
   std::vector<std::optional<Extent>> extents;  // of those that somebody asked about
   std::vector<ResultPtr> results;
+  std::vector<std::optional<NodeUse>> uses;                  // of those that were needed; empty unless wanted
   std::vector<std::pair<node::Image, node::Image>> settled;  // pending, and drawn: for other readers
 };
 
@@ -104,25 +117,25 @@ Evaluator::Evaluator(const shot::Composition& composition, const node::Project& 
       timer_(timer) {}
 
 std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, const Keep& keep,
-                                             const std::vector<Part>& parts, const std::atomic<bool>* stop) {
+                                             const std::vector<Part>& parts, const Manner& manner) {
   const DrawTime time(timer_, stats_, context_.times());
   const size_t count = frame.graph.instances.size();
-  Run run{frame, keep, stop, std::vector<std::optional<Extent>>(count), std::vector<ResultPtr>(count), {}};
-  const TouchCycle cycle(store_);
-  qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys);
+  Run run{frame, keep, manner, std::vector<std::optional<Extent>>(count), std::vector<ResultPtr>(count),
+          {},    {}};
+  if (manner.uses) run.uses.resize(count);
+  const TouchCycle cycle(store_, manner);
+  qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys, !manner.spares_pinned);
 
   // Take the cached results first: making room for the others may give them up in the store.
-  for (const int at : plan.order) {
-    const auto place = static_cast<size_t>(at);
-    if (plan.cached[place] < 0) continue;
-    run.results[place] = store_.at(plan.cached[place]);
-    run.extents[place] = run.results[place]->extent;
-    ++stats_.cache_hits;
-  }
+  take_cached(run, plan);
   for (const int at : plan.order) {
     const auto place = static_cast<size_t>(at);
     if (place == count || run.results[place]) continue;
-    compute(run, place);
+    if (manner.uses || manner.spans) {
+      compute_measured(run, place);
+    } else {
+      compute(run, place);
+    }
     const frame::Instance& instance = frame.graph.instances[place];
     if (!composition_.nodes[static_cast<size_t>(instance.node)].type->reads_pixels) continue;
     for (const int read : instance.reads) {
@@ -136,14 +149,56 @@ std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, con
     images.push_back(settled(run, static_cast<size_t>(frame.graph.outputs[i]), parts[i]));
   }
   end_frame();
+  for (const std::optional<NodeUse>& use : run.uses) {
+    if (use) manner.uses->push_back(*use);
+  }
   return images;
+}
+
+void Evaluator::take_cached(Run& run, const qv::graph::ScheduleResult& plan) {
+  for (const int at : plan.order) {
+    const auto place = static_cast<size_t>(at);
+    if (plan.cached[place] < 0) continue;
+    run.results[place] = store_.at(plan.cached[place]);
+    run.extents[place] = run.results[place]->extent;
+    ++stats_.cache_hits;
+    if (run.uses.empty()) continue;
+    const frame::Instance& instance = run.frame.graph.instances[place];
+    run.uses[place] = {composition_.nodes[static_cast<size_t>(instance.node)].name,
+                       instance.frame,
+                       true,
+                       0,
+                       run.frame.keys[place],
+                       bytes_of(*run.results[place])};
+  }
+}
+
+// Every driver puts draws off: only waiting for the node's tells what they took.
+void Evaluator::compute_measured(Run& run, size_t at) {
+  const frame::Instance& instance = run.frame.graph.instances[at];
+  const std::string& name = composition_.nodes[static_cast<size_t>(instance.node)].name;
+  const int64_t computed = stats_.computed;
+  const auto begin = Spans::Clock::now();
+  compute(run, at);
+  gpu::gl.Finish();
+  const auto end = Spans::Clock::now();
+  if (run.manner.spans && stats_.computed != computed) {
+    run.manner.spans->add(Work::drawing, name + " " + std::to_string(instance.frame), begin, end);
+  }
+  if (run.uses.empty()) return;
+  run.uses[at] = {name,
+                  instance.frame,
+                  stats_.computed == computed,
+                  std::chrono::duration<double, std::milli>(end - begin).count(),
+                  run.frame.keys[at],
+                  bytes_of(*run.results[at])};
 }
 
 void Evaluator::compute(Run& run, size_t at) {
   const frame::Instance& instance = run.frame.graph.instances[at];
   const int64_t key = run.frame.keys[at];
   // Two instances may be the same image, a still at two frames for one.
-  if ((run.results[at] = store_.find(key))) {
+  if ((run.results[at] = store_.find(key, !run.manner.spares_pinned))) {
     run.extents[at] = run.results[at]->extent;
     ++stats_.cache_hits;
     return;
@@ -153,7 +208,7 @@ void Evaluator::compute(Run& run, size_t at) {
   for (const int read : instance.reads) inputs.push_back(input_image(run, instance, read));
   auto result = std::make_shared<Result>();
   result->extent = extent_of(run, static_cast<int>(at));
-  make_room(composition_, instance, result->extent.window);
+  make_room(run, instance, result->extent.window);
   result->image = attempt(composition_, instance, [&] {
     const node::Call call = node.call_at(instance.frame, project_);
     node::Image image = node.type->operation->render(call, inputs, result->extent, context_);
@@ -161,9 +216,9 @@ void Evaluator::compute(Run& run, size_t at) {
     image.metadata = node.type->operation->metadata(call, inputs);
     return image;
   });
-  check(run.stop);
+  check(run.manner.stop);
   ++stats_.computed;
-  if (run.keep(key)) store_.put(key, result);
+  if (run.keep(key)) store_.put(key, result, !run.manner.spares_pinned);
   run.results[at] = std::move(result);
   hold_to_memory();
 }
@@ -215,32 +270,36 @@ const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {
     drawn = known->second;
   } else {
     const frame::Instance& instance = run.frame.graph.instances[at];
-    make_room(composition_, instance, window);
+    make_room(run, instance, window);
     node::Image image = attempt(composition_, instance, [&] { return node::settle(wanted, context_); });
-    check(run.stop);
+    check(run.manner.stop);
     drawn = std::move(image);
     run.settled.emplace_back(wanted, drawn);
     hold_to_memory();
   }
   drawn.metadata = wanted.metadata;
   const int64_t key = run.frame.keys[at];
-  if (store_.contains(key)) store_.put(key, run.results[at]);
+  if (store_.contains(key)) store_.put(key, run.results[at], !run.manner.spares_pinned);
   return drawn;
 }
 
-void Evaluator::make_room(const shot::Composition& composition, const frame::Instance& instance,
-                          const Box& window) {
+void Evaluator::make_room(const Run& run, const frame::Instance& instance, const Box& window) {
   const uint64_t wanted = texture_bytes(window);
   if (wanted > memory_) {
-    throw frame::MemoryLimit(frame::frame_place(composition, instance.node, instance.frame) +
+    throw frame::MemoryLimit(composition_, instance.node, instance.frame,
                              "its image of " + std::to_string(box_width(window)) + " x " +
-                             std::to_string(box_height(window)) + " pixels needs " + std::to_string(wanted) +
-                             " bytes, the memory limit is " + std::to_string(memory_));
+                                 std::to_string(box_height(window)) + " pixels needs " +
+                                 std::to_string(wanted) + " bytes, the memory limit is " +
+                                 std::to_string(memory_));
   }
-  const uint64_t used = use_.now().sum() - pool_.bytes_idle() + wanted;
-  if (used <= memory_) return;
-  const uint64_t over = used - memory_;
-  stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over));
+  const auto over = [&]() -> uint64_t {
+    const uint64_t used = use_.now().sum() - pool_.bytes_idle() + wanted;
+    return used - std::min(used, memory_);
+  };
+  const auto what = run.manner.spares_pinned ? ResultStore::GiveUp::unpinned : ResultStore::GiveUp::any;
+  if (over() == 0) return;
+  stats_.evicted += store_.shrink(store_.held() - std::min(store_.held(), over()), what);
+  if (run.manner.spares_pinned && over() > 0) throw NoRoom();
 }
 
 Evaluator::Part part_of(Area area) {

@@ -18,21 +18,25 @@ void add_hold(const node::Image& image, Holds& holds) {
 }  // namespace
 
 qv::graph::ScheduleResult ResultStore::plan(const qv::graph::Schedule& schedule,
-                                            const std::vector<int64_t>& keys) {
-  cache_.touching = true;
-  return schedule.run(keys, cache_, true);
+                                            const std::vector<int64_t>& keys, bool pin) {
+  if (pin) cache_.begin_touch();
+  return schedule.run(keys, cache_, pin);
 }
 
-void ResultStore::end_touch() {
-  cache_.end_touch({});
+void ResultStore::end_touch(const std::vector<int64_t>& beside) {
+  cache_.end_touch(beside);
+}
+
+void ResultStore::prefer(int64_t key, bool pin) {
+  cache_.move(key, pin);
 }
 
 const ResultPtr& ResultStore::at(int64_t slot) const {
   return results_.at(static_cast<size_t>(slot));
 }
 
-ResultPtr ResultStore::find(int64_t key) {
-  const int64_t slot = cache_.get(key, true);
+ResultPtr ResultStore::find(int64_t key, bool pin) {
+  const int64_t slot = cache_.get(key, pin);
   return slot < 0 ? nullptr : at(slot);
 }
 
@@ -40,7 +44,7 @@ bool ResultStore::contains(int64_t key) const {
   return cache_.contains(key);
 }
 
-void ResultStore::put(int64_t key, ResultPtr result) {
+void ResultStore::put(int64_t key, ResultPtr result, bool pin) {
   Holds holds;
   add_hold(result->image, holds);
   add_hold(result->settled, holds);
@@ -50,7 +54,8 @@ void ResultStore::put(int64_t key, ResultPtr result) {
     results_.emplace_back();
   }
   const int64_t slot = free_.back();
-  const int64_t before = cache_.put(key, slot, holds.data(), holds.size(), true, 0, true);
+  pin = pin || (cache_.contains(key) && !cache_.in_unpinned(key));
+  const int64_t before = cache_.put(key, slot, holds.data(), holds.size(), true, 0, pin);
   free_.pop_back();
   results_[static_cast<size_t>(slot)] = std::move(result);
   cache_.touch(key);
@@ -62,10 +67,11 @@ void ResultStore::free_slot(int64_t slot) {
   free_.push_back(slot);
 }
 
-int64_t ResultStore::shrink(uint64_t most_bytes) {
-  const auto most = static_cast<int64_t>(std::min<uint64_t>(most_bytes, std::numeric_limits<int64_t>::max()));
+int64_t ResultStore::shrink(uint64_t most_bytes, GiveUp what) {
+  constexpr int64_t all = std::numeric_limits<int64_t>::max();
+  const auto most = static_cast<int64_t>(std::min<uint64_t>(most_bytes, all));
   const std::vector<qv::graph::CachePopped> gone =
-      cache_.evict(std::max<int64_t>(0, most - cache_.held(true)), most);
+      cache_.evict(std::max<int64_t>(0, most - cache_.held(true)), what == GiveUp::any ? most : all);
   for (const qv::graph::CachePopped& each : gone) free_slot(each.slot);
   return static_cast<int64_t>(gone.size());
 }

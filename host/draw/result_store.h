@@ -28,26 +28,33 @@ using ResultPtr = std::shared_ptr<Result>;
 // Externally synchronised; GL thread only, because textures come and go with results.
 class ResultStore {
  public:
-  // Plans an evaluation against what is stored, and opens a touch cycle: what the evaluation uses
-  // is pinned until the cycle is closed.
-  qv::graph::ScheduleResult plan(const qv::graph::Schedule& schedule, const std::vector<int64_t>& keys);
+  // Plans an evaluation against what is stored. With `pin` it opens a touch cycle: what the evaluation uses
+  // is pinned until the next cycle is closed.
+  qv::graph::ScheduleResult plan(const qv::graph::Schedule& schedule, const std::vector<int64_t>& keys,
+                                 bool pin = true);
 
-  // Closes the touch cycle; what it did not use counts as unpinned from now on.
-  void end_touch();
+  // Closes the touch cycle; what it did not use, and what is not among `beside`, counts as unpinned from now
+  // on.
+  void end_touch(const std::vector<int64_t>& beside = {});
+
+  // Makes a stored result the most recent of those that are pinned, or of the others; nothing where it is
+  // not stored.
+  void prefer(int64_t key, bool pin);
 
   // The result of a slot that the plan named.
   const ResultPtr& at(int64_t slot) const;
 
-  // The result of a key, or null; pins it.
-  ResultPtr find(int64_t key);
+  // The result of a key, or null; pins it, or leaves it as it is.
+  ResultPtr find(int64_t key, bool pin = true);
   bool contains(int64_t key) const;
 
-  // Stores a result, or stores it anew after it has been settled.
-  void put(int64_t key, ResultPtr result);
+  // Stores a result, or stores it anew after it has been settled; one that is pinned stays so.
+  void put(int64_t key, ResultPtr result, bool pin = true);
 
-  // Gives up results until at most this many bytes are held, those that the present evaluation does
-  // not use first. Returns how many went.
-  int64_t shrink(uint64_t most_bytes);
+  // Gives up results until at most this many bytes are held, those that are not pinned first, or those
+  // alone. Returns how many went.
+  enum class GiveUp : uint8_t { any, unpinned };
+  int64_t shrink(uint64_t most_bytes, GiveUp what = GiveUp::any);
 
   // Bytes of the textures that stored results hold.
   uint64_t held() const;

@@ -28,7 +28,7 @@ bool ImageSequence::draw_next(draw::ImageDone done) {
   subject_->notice(frame.keyed);
   const auto images = subject_->evaluator.evaluate(
       frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, {draw::part_of(request_.area)},
-      request_.stop);
+      draw::Manner{request_.stop});
   renderer.send(*subject_, request_, frame.frame, images.at(0), std::move(done));
   return true;
 }

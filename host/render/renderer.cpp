@@ -11,7 +11,9 @@
 #include "host/programs/program_binaries.h"
 #include "host/render/image_sequence.h"
 #include "host/render/renderer_state.h"
+#include "host/render/viewing.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -20,7 +22,19 @@ namespace {
 
 namespace filter = qv::nodes::filter;
 
+constexpr size_t most_scales = 4;
+
+std::string place_name(const draw::FrameImage& image) {
+  return image.node + " " + std::to_string(image.frame);
+}
+
 int ring_users = 0;  // on the GL thread
+
+frame::FrameKeys keys_of(const shot::Composition& composition, const node::Project& project,
+                         frame::FrameKeys* before) {
+  if (!before) return {composition, project};
+  return {composition, project, std::move(*before)};
+}
 
 }  // namespace
 
@@ -34,18 +48,23 @@ RingUser::~RingUser() {
   if (--ring_users == 0) qv::transport::close();
 }
 
-Subject::Subject(Renderer::State& of, Renderer::CompositionPtr shot, double scale)
+Subject::Subject(Renderer::State& of, Renderer::CompositionPtr shot, double scale, Subject* before)
     : renderer(of),
       held(std::move(shot)),
       composition(*held),
       project(frame::make_project(composition, scale, *of.headers, of.options.by_content)),
       evaluator(composition, project, of.pool, of.context, of.store, of.stats, of.use, of.options.memory,
                 of.timer ? &*of.timer : nullptr),
-      keys(composition, project),
-      single_keys(composition, project) {}
+      keys(keys_of(composition, project, before ? &before->keys : nullptr)),
+      single_keys(keys_of(composition, project, before ? &before->single_keys : nullptr)),
+      later_keys(keys_of(composition, project, before ? &before->later_keys : nullptr)) {}
 
 Subject::~Subject() {
-  renderer.visited_before += keys.visited() + single_keys.visited();
+  renderer.visited_before += visited();
+}
+
+int64_t Subject::visited() const {
+  return keys.visited() + single_keys.visited() + later_keys.visited();
 }
 
 void Subject::notice(const frame::KeyedFrame& frame) {
@@ -62,7 +81,7 @@ Renderer::State::State(CompositionPtr composition, RendererOptions given, gpu::G
       limits(options.threads, options.memory, gpu.software()),
       use(!gpu.software()),
       headers(options.headers ? options.headers : std::make_shared<plates::Headers>()),
-      decoder(*headers, limits.threads, limits.decoded_bytes, notices, use),
+      decoder(*headers, limits.threads, limits.decoded_bytes, notices, use, options.spans.get()),
       shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
       pool(options.memory, gpu.max_texture_size(), use),
       context(shaders, pool, decoder, use),
@@ -87,9 +106,18 @@ Renderer::State::~State() {
 
 const SubjectPtr& Renderer::State::at_scale(double scale) {
   if (scale == 0 || scale == options.scale) return subject;
-  if (!scaled || scaled->project.scale != scale)
-    scaled = std::make_shared<Subject>(*this, subject->held, scale);
-  return scaled;
+  const auto known = std::find_if(scaled.begin(), scaled.end(),
+                                  [scale](const SubjectPtr& each) { return each->project.scale == scale; });
+  if (known != scaled.end()) {
+    std::rotate(scaled.begin(), known, known + 1);
+  } else {
+    if (scaled.size() == most_scales) scaled.pop_back();
+    scaled.insert(scaled.begin(), nullptr);
+  }
+  SubjectPtr& first = scaled.front();
+  if (!first || first->held != subject->held)
+    first = std::make_shared<Subject>(*this, subject->held, scale, first.get());
+  return first;
 }
 
 uint64_t Renderer::State::send(const Subject& of, const draw::ImageRequest& request, int64_t frame,
@@ -113,9 +141,10 @@ uint64_t Renderer::State::send(const Subject& of, const draw::ImageRequest& requ
       {sent.node, frame,
        uint64_t{16} * static_cast<uint64_t>(box_width(area)) * static_cast<uint64_t>(box_height(area))});
   const std::string place = frame::frame_place(of.composition, request.node, frame);
-  const auto arrived = [sent = std::move(sent), counted, place,
-                        done = std::move(done)](const draw::ReadBack& read) {
+  const auto arrived = [sent = std::move(sent), counted, place, done = std::move(done), spans = options.spans,
+                        begin = Spans::Clock::now()](const draw::ReadBack& read) {
     draw::FrameImage whole = sent;
+    if (spans) spans->add(Work::read_back, place_name(sent), begin, Spans::Clock::now());
     if (!read.rgba) return done(std::move(whole), place + "the image could not be read back from the device");
     whole.pixels = {read.rgba.get(), [rgba = read.rgba, counted](const float*) {}};
     done(std::move(whole), "");
@@ -127,10 +156,10 @@ uint64_t Renderer::State::send(const Subject& of, const draw::ImageRequest& requ
 }
 
 void Renderer::State::gather_stats() {
-  const decode::DecoderStats files = decoder.stats();
+  const plates::DecoderStats files = decoder.stats();
   stats.gpu_ms = timer ? timer->total_ms(true) : stats.draw_ms;
-  stats.visited = visited_before + subject->keys.visited() + subject->single_keys.visited();
-  if (scaled) stats.visited += scaled->keys.visited() + scaled->single_keys.visited();
+  stats.visited = visited_before + subject->visited();
+  for (const SubjectPtr& each : scaled) stats.visited += each->visited();
   stats.programs_compiled = shaders.made().compiled;
   stats.programs_restored = shaders.made().restored;
   stats.bytes_read_back = buffers.bytes_read() + views.bytes_read();
@@ -182,8 +211,8 @@ Renderer::~Renderer() = default;
 void Renderer::replace(CompositionPtr composition) {
   // Files are known by their path as written, which may mean others in another folder.
   if (composition->folder != state_->subject->composition.folder) state_->store.shrink(0);
-  state_->scaled.reset();
-  state_->subject = std::make_shared<Subject>(*state_, std::move(composition), state_->options.scale);
+  state_->subject = std::make_shared<Subject>(*state_, std::move(composition), state_->options.scale,
+                                              state_->subject.get());
 }
 
 draw::FrameImage Renderer::read(const draw::ImageRequest& request, int64_t frame) {
@@ -191,12 +220,12 @@ draw::FrameImage Renderer::read(const draw::ImageRequest& request, int64_t frame
   const SubjectPtr subject = state.at_scale(request.scale);
   const Turn turn(state, request.stop);
   const frame::KeyedFrame keyed = subject->single_keys.frame({request.node}, frame);
-  std::vector<decode::Wanted> wanted;
+  std::vector<plates::Wanted> wanted;
   draw::add_wanted(subject->composition, subject->project, keyed, 0, state.store, wanted);
   state.decoder.want(wanted);
   subject->notice(keyed);
   const auto images = subject->evaluator.evaluate(
-      keyed, [](int64_t) { return true; }, {draw::part_of(request.area)}, request.stop);
+      keyed, [](int64_t) { return true; }, {draw::part_of(request.area)}, draw::Manner{request.stop});
   draw::FrameImage result;
   std::string error = "out of memory";  // unless it arrives
   qv::transport::wait(
@@ -211,6 +240,10 @@ draw::FrameImage Renderer::read(const draw::ImageRequest& request, int64_t frame
 std::unique_ptr<ImageSequence> Renderer::sequence(const draw::ImageRequest& request,
                                                   std::vector<int64_t> frames) {
   return std::make_unique<ImageSequence>(state_->at_scale(request.scale), request, std::move(frames));
+}
+
+std::unique_ptr<Viewing> Renderer::viewing() {
+  return std::make_unique<Viewing>(*state_);
 }
 
 const RendererOptions& Renderer::options() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/base/spans.h"
 #include "host/draw/frame_image.h"
 #include "host/draw/stats.h"
 #include "host/frame/frame_error.h"
@@ -20,6 +21,7 @@
 namespace host::render {
 
 class ImageSequence;
+class Viewing;
 
 // What holds for as long as a renderer lives.
 struct RendererOptions {
@@ -28,6 +30,7 @@ struct RendererOptions {
   uint64_t memory = uint64_t{2} << 30;       // bytes of images kept; what one node works on may go beyond
   bool by_content = false;                   // --content: files that are read are known by their bytes
   std::shared_ptr<plates::Headers> headers;  // what is known of files already; null: nothing
+  std::shared_ptr<Spans> spans;              // told what is worked on when; null: nobody asks
 };
 
 // What is asked of one run.
@@ -60,7 +63,8 @@ class Renderer {
   Renderer& operator=(const Renderer&) = delete;
 
   // Takes another composition over, the one before with edits or any. What is cached stays: a result is known
-  // by what it was made of, so an edit costs what lies downstream of it.
+  // by what it was made of, so an edit costs what lies downstream of it, in looking at nodes too as long as
+  // they are as many and of the same types.
   void replace(CompositionPtr composition);
 
   // Renders every frame and writes its files, then reports; failed frames go to `progress`. Throws
@@ -74,6 +78,9 @@ class Renderer {
   // The same for one frame after another, see image_sequence.h. The renderer outlives it; what it draws is of
   // the composition as it is now.
   std::unique_ptr<ImageSequence> sequence(const draw::ImageRequest& request, std::vector<int64_t> frames);
+
+  // Images at somebody's wish, see viewing.h. The renderer outlives it.
+  std::unique_ptr<Viewing> viewing();
 
   const RendererOptions& options() const;
   const draw::Stats& stats() const;

@@ -4,7 +4,6 @@
 
 #include "host/base/memory_use.h"
 #include "host/base/notices.h"
-#include "host/decode/sources.h"
 #include "host/draw/evaluator.h"
 #include "host/draw/held_images.h"
 #include "host/draw/limits.h"
@@ -15,6 +14,7 @@
 #include "host/gpu/texture_pool.h"
 #include "host/gpu/timer.h"
 #include "host/node/render_context.h"
+#include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
 #include "host/render/renderer.h"
 
@@ -22,18 +22,25 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace host::render {
 
 // What is rendered: a composition at a scale.
 struct Subject {
-  Subject(Renderer::State& renderer, Renderer::CompositionPtr composition, double scale);
+  // before: of an earlier composition at the same scale, whose knowledge of what nodes are it takes over; may
+  // be null.
+  Subject(Renderer::State& renderer, Renderer::CompositionPtr composition, double scale,
+          Subject* before = nullptr);
   ~Subject();
   Subject(const Subject&) = delete;
   Subject& operator=(const Subject&) = delete;
 
   // Tells what a person should know of a frame, whose files are on their way.
   void notice(const frame::KeyedFrame& frame);
+
+  // Instances whose keys were worked out.
+  int64_t visited() const;
 
   Renderer::State& renderer;
   const Renderer::CompositionPtr held;
@@ -42,6 +49,7 @@ struct Subject {
   draw::Evaluator evaluator;
   frame::FrameKeys keys;         // of the composition's outputs
   frame::FrameKeys single_keys;  // of whatever node is asked for by itself
+  frame::FrameKeys later_keys;   // of such a one at frames that are not drawn yet
   bool colors_noted = false;
 };
 using SubjectPtr = std::shared_ptr<Subject>;
@@ -65,7 +73,7 @@ struct Renderer::State {
   // Brings the counters that others keep into the statistics.
   void gather_stats();
 
-  // Of the composition at a scale. That of the renderer stays, and the last one of another scale.
+  // Of the composition at a scale. That of the renderer stays, and the last few of other scales.
   const SubjectPtr& at_scale(double scale);
 
   // Starts reading an image of a frame; returns as read_back. Throws MemoryBudget.
@@ -80,7 +88,7 @@ struct Renderer::State {
   Notices notices;
   std::shared_ptr<plates::Headers> headers;
   std::optional<gpu::Timer> timer;  // of a device with a clock of its own
-  decode::Decoder decoder;
+  plates::Decoder decoder;
   programs::ShaderLibrary shaders;
   gpu::TexturePool pool;
   node::RenderContext context;
@@ -92,7 +100,7 @@ struct Renderer::State {
   const RingUser ring_user;    // behind everything that its callbacks fill
   int64_t visited_before = 0;  // by subjects that are gone
   SubjectPtr subject;
-  SubjectPtr scaled;  // at another scale; may be null
+  std::vector<SubjectPtr> scaled;  // at other scales, the last used first; of older compositions, some
 };
 
 // A renderer's turn: while it lives what the process has but one of serves this renderer, and draws end once

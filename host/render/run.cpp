@@ -128,7 +128,7 @@ class Run {
     const std::vector<std::vector<size_t>> places = draw::places_of(targets, composition_.outputs.size());
     const auto images = subject_->evaluator.evaluate(
         frame.keyed, [this](int64_t key) { return upcoming_.asks_for(key); }, draw::parts_of(targets, places),
-        options_.stop);
+        draw::Manner{options_.stop});
     for (size_t i = 0; i < targets.size(); ++i) {
       std::vector<node::Image> layers;
       layers.reserve(places[i].size());
