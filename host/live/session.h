@@ -2,6 +2,7 @@
 
 #include "host/base/spans.h"
 #include "host/draw/frame_image.h"
+#include "host/draw/node_use.h"
 #include "host/gpu/gpu_context.h"
 #include "host/render/renderer.h"
 #include "host/shot/composition.h"
@@ -42,14 +43,7 @@ struct Ahead {
   int direction = 1;
 };
 
-// What a node's image at a frame took.
-struct NodeUse {
-  std::string node;
-  int64_t frame = 0;
-  bool cached = false;
-  double ms = 0;
-  uint64_t bytes = 0;
-};
+using draw::NodeUse;
 
 // The answer to a wish: the image, or why there is none.
 struct Drawn {
