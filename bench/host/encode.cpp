@@ -1,6 +1,6 @@
 #include "bench/host/encode.h"
 
-#include "host/files/image_writer.h"
+#include "host/writer/image_writer.h"
 
 #include <algorithm>
 #include <chrono>
@@ -53,9 +53,9 @@ Pixels paint(bool grainy) {
 
 // Written to a link to nowhere: an .exr by its name, and no disk.
 void by_host(const Pixels& pixels, const std::filesystem::path& nowhere, int threads) {
-  host::files::ImageWriter writer(threads, threads, [](const host::files::WriteResult&) {});
+  host::writer::ImageWriter writer(threads, threads, [](const host::writer::WriteResult&) {});
   for (int frame = 0; frame < frames; ++frame) {
-    host::files::WriteJob job;
+    host::writer::WriteJob job;
     job.file.path = nowhere.string();
     job.file.compression = "zip";
     job.extent = {{width, height, 1.0}, {0, 0, width, height}};

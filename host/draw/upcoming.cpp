@@ -8,7 +8,7 @@ namespace host::draw {
 
 void add_wanted(const shot::Composition& composition, const node::Project& project,
                 const frame::KeyedFrame& frame, int distance, const ResultStore& store,
-                std::vector<plates::Wanted>& list) {
+                std::vector<decode::Wanted>& list) {
   const std::vector<frame::Instance>& instances = frame.graph.instances;
   std::vector<uint8_t> needed(instances.size());
   for (const int output : frame.graph.outputs) needed[static_cast<size_t>(output)] = 1;
@@ -70,8 +70,8 @@ void UpcomingFrames::count_keys(const frame::KeyedFrame& frame, int by) {
   }
 }
 
-std::vector<plates::Wanted> UpcomingFrames::wanted(const Upcoming& current, const ResultStore& store) const {
-  std::vector<plates::Wanted> list;
+std::vector<decode::Wanted> UpcomingFrames::wanted(const Upcoming& current, const ResultStore& store) const {
+  std::vector<decode::Wanted> list;
   add_wanted(composition_, project_, current.keyed, 0, store, list);
   int distance = 0;
   for (const Upcoming& frame : queue_)

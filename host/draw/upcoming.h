@@ -2,10 +2,10 @@
 
 #include <qv/graph/flat_map.h>
 
+#include "host/decode/sources.h"
 #include "host/draw/result_store.h"
 #include "host/frame/frame_error.h"
 #include "host/frame/keyed_frame.h"
-#include "host/plates/sources.h"
 
 #include <cstdint>
 #include <deque>
@@ -26,7 +26,7 @@ struct Upcoming {
 // Adds the files that a frame will read, given what is stored already.
 void add_wanted(const shot::Composition& composition, const node::Project& project,
                 const frame::KeyedFrame& frame, int distance, const ResultStore& store,
-                std::vector<plates::Wanted>& list);
+                std::vector<decode::Wanted>& list);
 
 // The frames to render, the next few of them keyed ahead: so that their files can be decoded in time
 // and it is known which results they will ask for. Externally synchronised.
@@ -45,7 +45,7 @@ class UpcomingFrames {
   }
 
   // The files that the current frame and those ahead will read, given what is stored already.
-  std::vector<plates::Wanted> wanted(const Upcoming& current, const ResultStore& store) const;
+  std::vector<decode::Wanted> wanted(const Upcoming& current, const ResultStore& store) const;
 
  private:
   void key_ahead();

@@ -1,6 +1,6 @@
 #include "host/frame/colors.h"
 
-#include "host/files/container.h"
+#include "host/writer/container.h"
 
 #include <algorithm>
 #include <exception>
@@ -22,7 +22,7 @@ class Search {
     const node::Node& node = at(output);
     try {
       const auto file = node.type->operation->output(node.call_at(frame_, project_));
-      encodes_ = file && files::is_srgb(*file);
+      encodes_ = file && writer::is_srgb(*file);
       follow(output);
     } catch (const std::exception&) {
       return;  // rendering says what is wrong

@@ -1,6 +1,6 @@
 #include "host/live/pixels.h"
 
-#include "host/files/exr/values.h"
+#include "host/writer/exr/values.h"
 
 #include <algorithm>
 #include <array>
@@ -31,7 +31,7 @@ void pack_words(const float* from, size_t count, uint32_t* to) {
   std::array<uint16_t, 4 * group> halves{};
   for (size_t begin = 0; begin < count; begin += group) {
     const size_t n = std::min(group, count - begin);
-    files::exr::to_halves(from + 4 * begin, 1, 4 * n, halves.data());
+    writer::exr::to_halves(from + 4 * begin, 1, 4 * n, halves.data());
     for (size_t i = 0; i < n; ++i) {
       const uint16_t* const pixel = &halves[4 * i];
       to[begin + i] = narrowed<6>(pixel[0]) | narrowed<6>(pixel[1]) << 11 | narrowed<5>(pixel[2]) << 22;
@@ -60,7 +60,7 @@ size_t pixel_bytes(Pixels pixels) {
 
 void pack_pixels(Pixels pixels, const float* from, size_t count, void* to) {
   if (pixels == Pixels::rgba16f) {
-    files::exr::to_halves(from, 1, 4 * count, static_cast<uint16_t*>(to));
+    writer::exr::to_halves(from, 1, 4 * count, static_cast<uint16_t*>(to));
   } else if (pixels == Pixels::r11g11b10f) {
     pack_words(from, count, static_cast<uint32_t*>(to));
   } else {

@@ -58,7 +58,7 @@ files::MetadataPtr Operation::metadata(const Call& call, std::span<const Image> 
   return inputs[main].metadata;
 }
 
-std::optional<files::OutputFile> Operation::output(const Call& /*call*/) const {
+std::optional<writer::OutputFile> Operation::output(const Call& /*call*/) const {
   return std::nullopt;
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "host/base/extent.h"
-#include "host/files/image_writer.h"
+#include "host/decode/sources.h"
 #include "host/node/identity.h"
 #include "host/node/image.h"
 #include "host/node/knob.h"
 #include "host/node/render_context.h"
-#include "host/plates/sources.h"
+#include "host/writer/image_writer.h"
 
 #include <cstdint>
 #include <memory>
@@ -108,7 +108,7 @@ class Operation {
   virtual files::MetadataPtr metadata(const Call& call, std::span<const Image> inputs) const;
 
   // For node types that write files: where this frame's image goes. Default: nowhere.
-  virtual std::optional<files::OutputFile> output(const Call& call) const;
+  virtual std::optional<writer::OutputFile> output(const Call& call) const;
 };
 
 struct InputSpec {

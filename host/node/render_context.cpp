@@ -71,7 +71,7 @@ Uniform::Uniform(std::string_view uniform, std::initializer_list<double> list)
 Uniform::Uniform(std::string_view uniform, double value) : Uniform(uniform, {value}) {}
 
 RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool,
-                             plates::Decoder& decoder, MemoryUse use)
+                             decode::Decoder& decoder, MemoryUse use)
     : RenderContext(
           shaders, pool, [&decoder](const plates::Source& source) { return decoder.take(source); },
           std::move(use)) {}
@@ -179,7 +179,7 @@ bool RenderContext::filter(std::string_view operation, std::span<const Image> in
   return outcome == filter::run_drawn;
 }
 
-plates::Pixels RenderContext::fetch(const plates::Source& source) {
+decode::Pixels RenderContext::fetch(const plates::Source& source) {
   const Stopwatch watch(times_.wait_decode_ms);
   return fetch_(source);
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "host/base/memory_use.h"
+#include "host/decode/sources.h"
 #include "host/gpu/texture_pool.h"
 #include "host/node/image.h"
-#include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
 
 #include <array>
@@ -54,13 +54,13 @@ struct ContextTimes {
 // renderer completes with node and frame.
 class RenderContext {
  public:
-  using Fetch = std::function<plates::Pixels(const plates::Source&)>;
+  using Fetch = std::function<decode::Pixels(const plates::Source&)>;
 
   // fetch: as Decoder::take, but that pixels may be null in a rehearsal; use: whose Owner::device the
   // textures between the passes of filters are.
   RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, Fetch fetch,
                 MemoryUse use = MemoryUse());
-  RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, plates::Decoder& decoder,
+  RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, decode::Decoder& decoder,
                 MemoryUse use = MemoryUse());
   ~RenderContext();
   RenderContext(const RenderContext&) = delete;
@@ -100,7 +100,7 @@ class RenderContext {
 
   // Decoded pixels of a file that the operation named in source(). Throws std::runtime_error that
   // names the path.
-  plates::Pixels fetch(const plates::Source& source);
+  decode::Pixels fetch(const plates::Source& source);
 
   // The table of a name that stands for its content: made at the first call, kept until the render ends.
   gpu::TexturePtr table(const std::string& name, const std::function<gpu::TexturePtr()>& make);

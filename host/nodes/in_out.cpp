@@ -73,7 +73,7 @@ class Read final : public Operation {
     const auto wanted = source(call);
     if (!wanted || !wanted->pixels) return context.make(extent);
     const bool srgb = is_decoded(call, wanted->path);
-    const plates::Pixels pixels = context.fetch(*wanted);
+    const decode::Pixels pixels = context.fetch(*wanted);
     const bool coverage = call.project.headers->layer(*wanted).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
       return context.upload(extent, pixels.rgba.get());

@@ -18,8 +18,8 @@
 namespace host::nodes {
 namespace {
 
-using files::OutputFile;
 using nlohmann::json;
+using writer::OutputFile;
 using Depth = OutputFile::Depth;
 
 // In the order of the enumeration.

@@ -2,10 +2,10 @@
 
 #include <qv/version.h>
 
-#include "host/files/container.h"
 #include "host/files/made.h"
 #include "host/node/identity.h"
 #include "host/plan/obstacles.h"
+#include "host/writer/container.h"
 
 #include <algorithm>
 #include <array>
@@ -43,8 +43,8 @@ void add_images(const shot::Composition& composition, const frame::KeyedFrame& k
     identity.add(image < 0 ? int64_t{-1} : keyed.keys[static_cast<size_t>(image)]);
 }
 
-void add_layers(const files::OutputFile& file, node::Identity& identity) {
-  for (const files::OutputFile::Layer& layer : file.layers) {
+void add_layers(const writer::OutputFile& file, node::Identity& identity) {
+  for (const writer::OutputFile::Layer& layer : file.layers) {
     identity.add(layer.name);
     for (const std::string& channel : layer.channels) identity.add(channel);
     identity.add(layer.depth ? static_cast<int64_t>(*layer.depth) : int64_t{-1});
@@ -57,15 +57,15 @@ void add_layers(const files::OutputFile& file, node::Identity& identity) {
 
 std::string digest(const shot::Composition& composition, const frame::KeyedFrame& keyed, const Target& target,
                    const node::Project& project) {
-  const files::OutputFile& file = target.file;
+  const writer::OutputFile& file = target.file;
   node::Identity identity;
   identity.add(std::string_view(qv::core_version()));
   add_images(composition, keyed, target.node, identity);
   add_layers(file, identity);
-  identity.add(static_cast<int64_t>(files::container_of(file.path)));
+  identity.add(static_cast<int64_t>(writer::container_of(file.path)));
   identity.add(static_cast<int64_t>(file.depth));
   identity.add(file.compression);
-  identity.add(int64_t{files::is_srgb(file)});
+  identity.add(int64_t{writer::is_srgb(file)});
   identity.add(int64_t{file.alpha});
   identity.add(int64_t{file.overscan});
   add_metadata(file.metadata, identity);

@@ -1,9 +1,9 @@
 #include "host/plan/targets.h"
 
 #include "host/base/suggest.h"
-#include "host/files/container.h"
 #include "host/files/path.h"
 #include "host/files/pattern.h"
+#include "host/writer/container.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -117,10 +117,10 @@ Target Targets::target(int output, int64_t frame) const {
     throw TargetError(place(output) + error.what());
   }
   target.file.scale = project_.scale;
-  if (const std::string reason = files::unsupported_reason(target.file.path); !reason.empty()) {
+  if (const std::string reason = writer::unsupported_reason(target.file.path); !reason.empty()) {
     throw TargetError(place(output) + target.file.path + ": " + reason);
   }
-  if (const std::string wrong = files::wrong_setting(target.file); !wrong.empty()) {
+  if (const std::string wrong = writer::wrong_setting(target.file); !wrong.empty()) {
     throw TargetError(node_place(composition_, output) + wrong);
   }
   return target;

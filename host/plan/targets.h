@@ -1,9 +1,9 @@
 #pragma once
 
-#include "host/files/image_writer.h"
 #include "host/frame/frame_error.h"
 #include "host/node/node.h"
 #include "host/shot/composition.h"
+#include "host/writer/image_writer.h"
 
 #include <cstdint>
 #include <map>
@@ -15,7 +15,7 @@ namespace host::plan {
 // What to write for one output of a frame.
 struct Target {
   int node = 0;  // position in the composition
-  files::OutputFile file;
+  writer::OutputFile file;
 };
 
 // An output that cannot be right whatever stands on disk. The text begins with the composition's file,

@@ -2,12 +2,12 @@
 
 #include <qv/io/decode.h>
 
-#include "host/files/exr/attributes.h"
-#include "host/files/spec_metadata.h"
 #include "host/plates/color_space.h"
 #include "host/plates/contents.h"
 #include "host/plates/open_file.h"
 #include "host/plates/sequence.h"
+#include "host/writer/exr/attributes.h"
+#include "host/writer/spec_metadata.h"
 
 #include <algorithm>
 #include <bit>
@@ -74,10 +74,10 @@ Header read_header(const std::string& path, const Attributes& attributes, OpenFi
   int parts = 0;
   for (; parts < most_subimages && input->seek_subimage(parts, 0); ++parts) {
     add_part(input->spec(), parts, exr, header.contents);
-    if (!exr) header.metadata.push_back(shared(files::metadata_of(input->spec())));
+    if (!exr) header.metadata.push_back(shared(writer::metadata_of(input->spec())));
   }
   if (exr) {
-    for (files::Metadata& part : files::exr::read_metadata(path))
+    for (files::Metadata& part : writer::exr::read_metadata(path))
       header.metadata.push_back(shared(std::move(part)));
   }
   (void)input->geterror();

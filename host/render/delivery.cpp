@@ -3,8 +3,8 @@
 #include <qv/transport/ring.h>
 
 #include "host/base/stopwatch.h"
-#include "host/files/container.h"
-#include "host/files/exr_parts.h"
+#include "host/writer/container.h"
+#include "host/writer/exr_parts.h"
 
 #include <algorithm>
 #include <exception>
@@ -17,8 +17,8 @@ namespace host::render {
 namespace {
 
 // Where memory is too short for the path, words that need none of it are all there is to say.
-files::WriteResult failed(int64_t frame, const std::string& path, const std::string& why) {
-  files::WriteResult result;
+writer::WriteResult failed(int64_t frame, const std::string& path, const std::string& why) {
+  writer::WriteResult result;
   result.frame = frame;
   try {
     result.error = path + ": " + why;
@@ -30,7 +30,7 @@ files::WriteResult failed(int64_t frame, const std::string& path, const std::str
 
 }  // namespace
 
-Box sent_area(const node::Image& image, const files::OutputFile& file) {
+Box sent_area(const node::Image& image, const writer::OutputFile& file) {
   return file.overscan && image.texture ? image.extent.window : format_box(image.extent.format);
 }
 
@@ -41,7 +41,7 @@ Delivery::Delivery(const draw::Limits& limits, draw::BufferPool& buffers, Notice
       buffers_(buffers),
       ring_(use, Owner::ring),
       writer_(
-          limits.threads, limits.threads, [this](const files::WriteResult& result) { written(result); },
+          limits.threads, limits.threads, [this](const writer::WriteResult& result) { written(result); },
           use) {}
 
 Delivery::~Delivery() {
@@ -66,16 +66,16 @@ void Delivery::begin(int64_t frame) {
 // The images of one file, which come one after the other. What is there when the last has come goes on.
 struct Delivery::Meeting {
   int64_t frame = 0;
-  files::OutputFile file;
+  writer::OutputFile file;
   Format format;
   files::MetadataPtr metadata;
-  std::vector<files::Picture> pictures;
+  std::vector<writer::Picture> pictures;
   std::mutex mutex;  // guards what follows
   size_t missing = 0;
   std::string error;
 };
 
-void Delivery::send(int64_t frame, std::span<const node::Image> images, const files::OutputFile& file) {
+void Delivery::send(int64_t frame, std::span<const node::Image> images, const writer::OutputFile& file) {
   const Format format = images[0].extent.format;
   const Stopwatch watch(read_back_ms_);
   auto meeting = std::make_shared<Meeting>();
@@ -90,7 +90,7 @@ void Delivery::send(int64_t frame, std::span<const node::Image> images, const fi
     const std::lock_guard lock(mutex_);
     ++find(frame).pending;
   }
-  const draw::SentLimit limit = limits_.sent(files::packed_by_all(file.path));
+  const draw::SentLimit limit = limits_.sent(writer::packed_by_all(file.path));
   for (size_t i = 0; i < images.size(); ++i) {
     try {
       // Of one file all are on their way together, or none would ever come back.
@@ -109,11 +109,11 @@ void Delivery::send(int64_t frame, std::span<const node::Image> images, const fi
 // On the ring's thread, or where there was nothing to read on the GL thread. The ring lets no exception
 // through: one that left here would be a frame that nobody misses.
 void Delivery::arrived(Meeting& meeting, size_t layer, draw::ReadBack pixels, const std::string& error) {
-  std::vector<files::Picture>& pictures = meeting.pictures;
+  std::vector<writer::Picture>& pictures = meeting.pictures;
   try {
     const std::lock_guard lock(meeting.mutex);
     if (!pixels.rgba && meeting.error.empty()) {
-      const std::string name = pictures.size() > 1 ? files::layer_at(meeting.file, layer).name : "";
+      const std::string name = pictures.size() > 1 ? writer::layer_at(meeting.file, layer).name : "";
       meeting.error = name.empty() ? error : "layer \"" + name + "\": " + error;
     }
     pictures[layer].extent.window = pixels.window;
@@ -124,16 +124,16 @@ void Delivery::arrived(Meeting& meeting, size_t layer, draw::ReadBack pixels, co
     if (--meeting.missing > 0) return;
   }
   const bool whole = std::all_of(pictures.begin(), pictures.end(),
-                                 [](const files::Picture& picture) { return picture.rgba != nullptr; });
+                                 [](const writer::Picture& picture) { return picture.rgba != nullptr; });
   try {
     if (!whole) throw std::runtime_error(meeting.error.empty() ? "out of memory" : meeting.error);
-    files::WriteJob job{meeting.frame,
-                        meeting.file,
-                        pictures[0].extent,
-                        pictures[0].rgba,
-                        pictures[0].coverage,
-                        meeting.metadata,
-                        {}};
+    writer::WriteJob job{meeting.frame,
+                         meeting.file,
+                         pictures[0].extent,
+                         pictures[0].rgba,
+                         pictures[0].coverage,
+                         meeting.metadata,
+                         {}};
     job.further.assign(pictures.begin() + 1, pictures.end());
     pictures.clear();
     hand_over(std::move(job));
@@ -142,7 +142,7 @@ void Delivery::arrived(Meeting& meeting, size_t layer, draw::ReadBack pixels, co
   }
 }
 
-void Delivery::hand_over(files::WriteJob job) {
+void Delivery::hand_over(writer::WriteJob job) {
   double waited = 0;
   {
     const Stopwatch queue_watch(waited);
@@ -169,7 +169,7 @@ void Delivery::drop(int64_t frame) {
   std::erase_if(open_, [frame](const Open& open) { return open.report.frame == frame; });
 }
 
-void Delivery::written(const files::WriteResult& result) {
+void Delivery::written(const writer::WriteResult& result) {
   notices_.add(result.notice);
   const std::lock_guard lock(mutex_);
   Open& open = find(result.frame);

@@ -5,9 +5,9 @@
 #include "host/draw/limits.h"
 #include "host/draw/read_back.h"
 #include "host/draw/stats.h"
-#include "host/files/image_writer.h"
 #include "host/node/image.h"
 #include "host/render/progress.h"
+#include "host/writer/image_writer.h"
 
 #include <chrono>
 #include <cstdint>
@@ -20,7 +20,7 @@
 namespace host::render {
 
 // The part of the plane that a file shows of an image.
-Box sent_area(const node::Image& image, const files::OutputFile& file);
+Box sent_area(const node::Image& image, const writer::OutputFile& file);
 
 // What happens to a frame once it is drawn: read back through the ring, encoded by the writer,
 // reported when its files stand. Later frames are drawn meanwhile; a full writer's queue holds back
@@ -38,7 +38,7 @@ class Delivery {
   void begin(int64_t frame);
 
   // Sends images of the open frame to a file, one a layer; they meet before the writer gets them.
-  void send(int64_t frame, std::span<const node::Image> images, const files::OutputFile& file);
+  void send(int64_t frame, std::span<const node::Image> images, const writer::OutputFile& file);
 
   // Closes the report: nothing more will be sent for the frame. `drawn` brings what the renderer
   // knows of it; files, errors of writing and the time are added here.
@@ -69,8 +69,8 @@ class Delivery {
   Open& find(int64_t frame);
   void arrived(Meeting& meeting, size_t layer, draw::ReadBack pixels, const std::string& error);
   static void note_time(Open& open);
-  void hand_over(files::WriteJob job);
-  void written(const files::WriteResult& result);
+  void hand_over(writer::WriteJob job);
+  void written(const writer::WriteResult& result);
 
   const draw::Limits& limits_;
   Notices& notices_;
@@ -80,7 +80,7 @@ class Delivery {
   draw::Stats totals_;
   double read_back_ms_ = 0;  // GL thread alone, as is the next
   Account ring_;
-  files::ImageWriter writer_;
+  writer::ImageWriter writer_;
 };
 
 }  // namespace host::render

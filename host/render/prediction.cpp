@@ -7,13 +7,13 @@
 #include "host/draw/read_back.h"
 #include "host/draw/result_store.h"
 #include "host/draw/upcoming.h"
-#include "host/files/container.h"
-#include "host/files/encode.h"
 #include "host/frame/project.h"
 #include "host/plan/targets.h"
 #include "host/programs/program_binaries.h"
 #include "host/programs/shader_library.h"
 #include "host/render/delivery.h"
+#include "host/writer/container.h"
+#include "host/writer/encode.h"
 
 #include <algorithm>
 #include <deque>
@@ -42,12 +42,12 @@ class RehearsedDecoder {
         most_bytes_(limits.decoded_bytes),
         account_(std::make_shared<Account>(std::move(use), Owner::decoded)) {}
 
-  void want(const std::vector<plates::Wanted>& list) {
+  void want(const std::vector<decode::Wanted>& list) {
     // Of the nearest frame that wants it; the list has nearer ones first.
     std::map<plates::Source, int> takes;
     std::map<plates::Source, int> distances;
     std::vector<plates::Source> order;
-    for (const plates::Wanted& each : list) {
+    for (const decode::Wanted& each : list) {
       const auto [known, fresh] = distances.try_emplace(each.source, each.distance);
       if (fresh) order.push_back(each.source);
       if (known->second == each.distance) ++takes[each.source];
@@ -65,10 +65,10 @@ class RehearsedDecoder {
     pump();
   }
 
-  plates::Pixels take(const plates::Source& source) {
+  decode::Pixels take(const plates::Source& source) {
     const auto place = under_way_.find(source);
     const Entry entry = place != under_way_.end() ? place->second : hold(source, 1);
-    plates::Pixels pixels{entry.extent, {entry.held, nullptr}, {}};
+    decode::Pixels pixels{entry.extent, {entry.held, nullptr}, {}};
     if (place == under_way_.end()) return pixels;
     if (--place->second.takes <= 0) under_way_.erase(place);
     pump();
@@ -120,7 +120,7 @@ class RehearsedDelivery {
         ring_(use, Owner::ring),
         encoders_(use, Owner::encoders) {}
 
-  void send(const std::vector<node::Image>& images, const files::OutputFile& file) {
+  void send(const std::vector<node::Image>& images, const writer::OutputFile& file) {
     uint64_t encoding = 0;
     for (const node::Image& image : images) encoding += send(image, file, &image != &images[0]);
     encoding_ = std::max(encoding_, encoding);
@@ -130,10 +130,10 @@ class RehearsedDelivery {
 
  private:
   // Returns what an encoder fills for it.
-  uint64_t send(const node::Image& image, const files::OutputFile& file, bool joins) {
+  uint64_t send(const node::Image& image, const writer::OutputFile& file, bool joins) {
     const Box window = draw::read_window(image, sent_area(image, file));
     const uint64_t bytes = bytes_of(window);
-    const draw::SentLimit limit = joins ? draw::unlimited : limits_.sent(files::packed_by_all(file.path));
+    const draw::SentLimit limit = joins ? draw::unlimited : limits_.sent(writer::packed_by_all(file.path));
     uint64_t held = 0;
     for (const auto& sent : sent_) held += sent.second;
     for (; !sent_.empty() && !limit.room(sent_.size(), held, bytes); sent_.pop_front())
@@ -144,7 +144,7 @@ class RehearsedDelivery {
     used_ = std::min(used_ + 1, static_cast<uint64_t>(limits_.ring));
     constexpr uint64_t step = uint64_t{1} << 20;
     ring_.set(used_ * ((largest_ + step - 1) / step * step));
-    return files::encoding_bytes(file, {image.extent.format, window});
+    return writer::encoding_bytes(file, {image.extent.format, window});
   }
 
   const draw::Limits& limits_;

@@ -156,7 +156,7 @@ uint64_t Renderer::State::send(const Subject& of, const draw::ImageRequest& requ
 }
 
 void Renderer::State::gather_stats() {
-  const plates::DecoderStats files = decoder.stats();
+  const decode::DecoderStats files = decoder.stats();
   stats.gpu_ms = timer ? timer->total_ms(true) : stats.draw_ms;
   stats.visited = visited_before + subject->visited();
   for (const SubjectPtr& each : scaled) stats.visited += each->visited();
@@ -220,7 +220,7 @@ draw::FrameImage Renderer::read(const draw::ImageRequest& request, int64_t frame
   const SubjectPtr subject = state.at_scale(request.scale);
   const Turn turn(state, request.stop);
   const frame::KeyedFrame keyed = subject->single_keys.frame({request.node}, frame);
-  std::vector<plates::Wanted> wanted;
+  std::vector<decode::Wanted> wanted;
   draw::add_wanted(subject->composition, subject->project, keyed, 0, state.store, wanted);
   state.decoder.want(wanted);
   subject->notice(keyed);

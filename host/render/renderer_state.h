@@ -4,6 +4,7 @@
 
 #include "host/base/memory_use.h"
 #include "host/base/notices.h"
+#include "host/decode/sources.h"
 #include "host/draw/evaluator.h"
 #include "host/draw/held_images.h"
 #include "host/draw/limits.h"
@@ -14,7 +15,6 @@
 #include "host/gpu/texture_pool.h"
 #include "host/gpu/timer.h"
 #include "host/node/render_context.h"
-#include "host/plates/sources.h"
 #include "host/programs/shader_library.h"
 #include "host/render/renderer.h"
 
@@ -88,7 +88,7 @@ struct Renderer::State {
   Notices notices;
   std::shared_ptr<plates::Headers> headers;
   std::optional<gpu::Timer> timer;  // of a device with a clock of its own
-  plates::Decoder decoder;
+  decode::Decoder decoder;
   programs::ShaderLibrary shaders;
   gpu::TexturePool pool;
   node::RenderContext context;

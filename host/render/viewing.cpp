@@ -29,7 +29,7 @@ std::vector<frame::KeyedFrame> keyed_later(Subject& subject, int node, std::span
 
 void want(Subject& subject, const frame::KeyedFrame& now, int distance,
           const std::vector<frame::KeyedFrame>& later) {
-  std::vector<plates::Wanted> list;
+  std::vector<decode::Wanted> list;
   draw::add_wanted(subject.composition, subject.project, now, distance, subject.renderer.store, list);
   for (const frame::KeyedFrame& each : later)
     draw::add_wanted(subject.composition, subject.project, each, ++distance, subject.renderer.store, list);

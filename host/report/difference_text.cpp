@@ -25,7 +25,7 @@ std::string lacking(const std::vector<std::string>& names, const std::string& fi
   return text + "\n";
 }
 
-std::string channel_text(const plates::ChannelDifference& channel, size_t width) {
+std::string channel_text(const decode::ChannelDifference& channel, size_t width) {
   if (channel.largest == 0) return "  " + padded(channel.name, width) + "  the same\n";
   return "  " + padded(channel.name, width) + "  largest " + number(channel.largest) + " at " +
          std::to_string(channel.x) + ", " + std::to_string(channel.y) + "; mean " + number(channel.mean) +
@@ -35,7 +35,7 @@ std::string channel_text(const plates::ChannelDifference& channel, size_t width)
 }  // namespace
 
 std::string difference_text(const std::string& first, const std::string& second,
-                            const plates::Difference& difference) {
+                            const decode::Difference& difference) {
   const auto& channels = difference.channels;
   const bool equal = difference.same() && std::all_of(channels.begin(), channels.end(),
                                                       [](const auto& each) { return each.largest == 0; });

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/plates/difference.h"
+#include "host/decode/difference.h"
 
 #include <string>
 
@@ -8,6 +8,6 @@ namespace host::report {
 
 // A line a channel that differs, under the two names; for images that are the same one line.
 std::string difference_text(const std::string& first, const std::string& second,
-                            const plates::Difference& difference);
+                            const decode::Difference& difference);
 
 }  // namespace host::report

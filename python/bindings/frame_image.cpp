@@ -1,8 +1,8 @@
 #include "python/bindings/frame_image.h"
 
 #include "host/draw/frame_image.h"
-#include "host/files/image_writer.h"
 #include "host/plan/targets.h"
+#include "host/writer/image_writer.h"
 
 #include <array>
 #include <cstdint>
@@ -128,9 +128,9 @@ void save(const FrameImage& image, const std::string& path) {
   if (!image.pixels) throw std::runtime_error(path + ": the image has no pixels");
   std::string error;
   {
-    host::files::ImageWriter writer(1, 1,
-                                    [&](const host::files::WriteResult& result) { error = result.error; });
-    host::files::WriteJob job;
+    host::writer::ImageWriter writer(1, 1,
+                                     [&](const host::writer::WriteResult& result) { error = result.error; });
+    host::writer::WriteJob job;
     job.frame = image.frame;
     job.file.path = path;
     job.file.overscan = true;

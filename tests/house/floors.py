@@ -39,7 +39,8 @@ xform: steps matrix""".splitlines():
     FLOORS |= {unit: set(units[i + 1:]) for i, unit in enumerate(units)}
 # The rooms of the host, roof first: each may look into those behind it, and into itself.
 HOST = [{"cli"}, {"live", "render_farm"}, {"manual", "report"}, {"service"}, {"render"}, {"draw"}, {"plan"},
-        {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"programs"}, {"plates"}, {"files", "gpu"}, {"base"}]
+        {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"programs"}, {"decode"}, {"plates"}, {"writer"}, {"files", "gpu"},
+        {"base"}]
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 
 

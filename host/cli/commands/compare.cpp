@@ -1,12 +1,12 @@
 #include "host/cli/cli.h"
 #include "host/cli/options.h"
 #include "host/cli/table.h"
-#include "host/files/container.h"
+#include "host/decode/difference.h"
 #include "host/files/pattern.h"
-#include "host/plates/difference.h"
 #include "host/plates/headers.h"
 #include "host/report/difference_text.h"
 #include "host/shot/frames.h"
+#include "host/writer/container.h"
 
 #include <algorithm>
 #include <iostream>
@@ -46,12 +46,12 @@ std::vector<int64_t> frames_to_compare(const CompareCommand& command) {
   return frames;
 }
 
-void write_picture(const CompareCommand& command, int64_t frame, const plates::Difference& difference) {
+void write_picture(const CompareCommand& command, int64_t frame, const decode::Difference& difference) {
   if (command.picture.empty() || !difference.picture) return;
-  files::ImageWriter writer(1, 1, [](const files::WriteResult& result) {
+  writer::ImageWriter writer(1, 1, [](const writer::WriteResult& result) {
     if (!result.error.empty()) std::cerr << "quorvel: " << result.error << '\n';
   });
-  files::WriteJob job;
+  writer::WriteJob job;
   job.frame = frame;
   job.file.path = files::frame_path(command.picture, frame);
   job.file.overscan = true;
@@ -64,8 +64,8 @@ bool same_at(const CompareCommand& command, int64_t frame) {
   const std::string first = files::frame_path(command.first, frame);
   const std::string second = files::frame_path(command.second, frame);
   try {
-    const plates::Difference difference =
-        plates::difference(first, second, command.tolerance, !command.picture.empty());
+    const decode::Difference difference =
+        decode::difference(first, second, command.tolerance, !command.picture.empty());
     std::cout << report::difference_text(first, second, difference);
     write_picture(command, frame, difference);
     return difference.same();
@@ -78,7 +78,7 @@ bool same_at(const CompareCommand& command, int64_t frame) {
 int compare(const CompareCommand& command) {
   const std::vector<int64_t> frames = frames_to_compare(command);
   if (!command.picture.empty()) {
-    const std::string reason = files::unsupported_reason(command.picture);
+    const std::string reason = writer::unsupported_reason(command.picture);
     if (!reason.empty()) throw UsageError("--picture: " + reason);
     if (frames.size() > 1 && !files::has_frame(command.picture)) {
       throw UsageError("--picture: " + command.picture +

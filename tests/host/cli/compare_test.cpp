@@ -1,4 +1,4 @@
-#include "host/plates/difference.h"
+#include "host/decode/difference.h"
 #include "tests/host/cli/process.h"
 #include "tests/support/images.h"
 
@@ -14,7 +14,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using host::plates::ChannelDifference;
+using host::decode::ChannelDifference;
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
@@ -58,7 +58,7 @@ TEST(Compare, FindsWhatLoopsOverThePixelsFind) {
     write_noise(random, a, {"R", "G", "left.Z"}, round % 4 ? OIIO::TypeHalf : OIIO::TypeFloat);
     write_noise(random, b, {"G", "R", "id"}, OIIO::TypeFloat);
     const OIIO::ImageBuf one(a), other(b);
-    const auto found = host::plates::difference(a, b, 0.3, false);
+    const auto found = host::decode::difference(a, b, 0.3, false);
     ASSERT_EQ(found.channels.size(), 2U);
     for (const size_t c : {0U, 1U}) {
       const ChannelDifference& channel = found.channels[c];
@@ -68,7 +68,7 @@ TEST(Compare, FindsWhatLoopsOverThePixelsFind) {
     }
     EXPECT_EQ(found.only_in_first, std::vector<std::string>{"left.Z"});
     EXPECT_EQ(found.only_in_second, std::vector<std::string>{"id"});
-    EXPECT_TRUE(host::plates::difference(a, a, 0, false).same());
+    EXPECT_TRUE(host::decode::difference(a, a, 0, false).same());
   }
 }
 

@@ -1,4 +1,4 @@
-#include "host/files/exr/values.h"
+#include "host/writer/exr/values.h"
 
 #include <bit>
 #include <cmath>
@@ -37,7 +37,7 @@ TEST(Writer, RoundsToTheNearestHalf) {
       std::vector<float> spread((values.size() - 1) * step + 1);
       for (size_t i = 0; i < values.size(); ++i) spread[i * step] = values[i];
       std::vector<uint16_t> vector(values.size()), integers(values.size());
-      using namespace host::files::exr;
+      using namespace host::writer::exr;
       EXPECT_TRUE(to_halves(spread.data(), static_cast<ptrdiff_t>(step), values.size(), vector.data()));
       EXPECT_TRUE(
           to_halves_by_integers(spread.data(), static_cast<ptrdiff_t>(step), values.size(), integers.data()));

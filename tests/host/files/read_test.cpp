@@ -1,4 +1,4 @@
-#include "host/plates/sources.h"
+#include "host/decode/sources.h"
 #include "tests/host/render/scene.h"
 #include "tests/support/error.h"
 #include "tests/support/images.h"
@@ -15,9 +15,9 @@
 
 namespace {
 
-using host::plates::Decoder;
+using host::decode::Decoder;
+using host::decode::Pixels;
 using host::plates::Headers;
-using host::plates::Pixels;
 using host::plates::Source;
 using Rgba = std::array<float, 4>;
 
@@ -202,7 +202,7 @@ TEST(Decoder, DecodesOnceWhatSeveralNodesWant) {
     host::Notices notices;
     Decoder decoder(headers, 2, 1 << 20, notices);
     const Source source = {path, "", {}};
-    const host::plates::Wanted wanted[] = {{source, 0}, {source, 0}, {source, 1}};
+    const host::decode::Wanted wanted[] = {{source, 0}, {source, 0}, {source, 1}};
     decoder.want(wanted);
     const Pixels first = decoder.take(source);
     EXPECT_EQ(decoder.take(source).rgba, first.rgba) << path;

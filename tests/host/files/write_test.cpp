@@ -1,6 +1,6 @@
-#include "host/files/exr/part.h"
-#include "host/files/image_writer.h"
 #include "host/plates/headers.h"
+#include "host/writer/exr/part.h"
+#include "host/writer/image_writer.h"
 #include "tests/host/render/scene.h"
 #include "tests/support/allocations.h"
 #include "tests/support/files.h"
@@ -26,9 +26,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using host::files::OutputFile;
-using host::files::WriteJob;
-using host::files::WriteResult;
+using host::writer::OutputFile;
+using host::writer::WriteJob;
+using host::writer::WriteResult;
 using Depth = OutputFile::Depth;
 
 // Premultiplied: over nothing, at a quarter, at a half and whole; light without coverage at the end.
@@ -188,8 +188,8 @@ void write_reference(const Plate& plate, const OutputFile& file, const std::stri
 // Every way to store an EXR, by one, two and three threads, against the files of OpenImageIO's writer.
 TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
   std::vector<std::string> compressions = {"", "zip:1", "zip:9", "zips:6", "dwaa:100"};
-  compressions.insert(compressions.end(), host::files::exr::codec_names.begin(),
-                      host::files::exr::codec_names.end());
+  compressions.insert(compressions.end(), host::writer::exr::codec_names.begin(),
+                      host::writer::exr::codec_names.end());
   const struct {
     const char* name;
     host::Extent extent;
@@ -221,7 +221,7 @@ TEST(Writer, ExrIsWhatOpenImageIoMakesOfItWhateverTheThreads) {
   std::map<std::string, std::string> first;  // contents by name
   for (const int threads : {1, 2, 3}) {
     const auto before = running();
-    host::files::ImageWriter writer(4, threads, [&](const WriteResult& ended) {
+    host::writer::ImageWriter writer(4, threads, [&](const WriteResult& ended) {
       EXPECT_EQ(ended.error + ended.notice, "");
       EXPECT_LE(running(), before + threads) << "others than the writer's own";
     });
@@ -259,7 +259,7 @@ TEST(Writer, AllocatesNothingForTheNextFrame) {
   Plate plate = plate_of({{300, 200, 1.0}, {0, 0, 300, 200}}, false, true);
   plate.job.file.path = (scene::folder() / "next.exr").string();
   std::vector<size_t> largest;
-  host::files::ImageWriter writer(1, 1, [&](const WriteResult& ended) {
+  host::writer::ImageWriter writer(1, 1, [&](const WriteResult& ended) {
     EXPECT_GT(ended.bytes, 300000U);
     largest.push_back(support::allocations.largest.exchange(0));
   });
@@ -278,7 +278,7 @@ TEST(Writer, HoldsHalvesAtTheirLimitAndCountsWhatIsNoNumber) {
   job.rgba = {extreme.data(), [](const float*) {}};
   job.file.path = (scene::folder() / "extreme.exr").string();
   std::vector<std::string> notices;
-  host::files::ImageWriter writer(1, 1, [&](const WriteResult& ended) { notices.push_back(ended.notice); });
+  host::writer::ImageWriter writer(1, 1, [&](const WriteResult& ended) { notices.push_back(ended.notice); });
   for (const Depth depth : {Depth::float32, Depth::half}) {
     job.file.depth = depth;
     writer.put(job);

@@ -1,11 +1,11 @@
-import { batch, signal } from "@preact/signals";
+import { batch, effect, signal } from "@preact/signals";
 import { follow, open_document } from "../document/document";
 import type { DisplayReply, DocumentText, Events, NodeType } from "../protocol";
 import * as state from "../state";
 import { ApiError, ask, get } from "./api";
 import { type Event, read_events } from "./events";
 import { read_frames } from "./frames";
-import { came, client, forget_wishes } from "./wishes";
+import { came, client, forget_wishes, moving_scale } from "./wishes";
 
 // Why the page cannot go on: the server knows another token, or takes no requests from here.
 export const refusal = signal("");
@@ -80,7 +80,7 @@ function take_event(event: Event): void {
         state.node_states.value = new Map(event.data.nodes.map((node) => [node.name, node]));
         break;
       case "cached":
-        if (event.data.version === state.info.value?.version) state.cached_frames.value = event.data.frames;
+        keep_cached(event.data);
         break;
       case "memory":
         state.memory.value = event.data;
@@ -100,3 +100,23 @@ function take_event(event: Event): void {
     }
   });
 }
+
+// What is in memory is told by node and scale; the timeline marks what play would show.
+const in_memory = signal<Events["cached"][]>([]);
+
+function keep_cached(told: Events["cached"]): void {
+  const others = in_memory.value.filter(
+    (each) => each.version === told.version && !(each.node === told.node && each.scale === told.scale),
+  );
+  in_memory.value = [...others, told];
+}
+
+effect(() => {
+  const node = state.shown_node.value || state.info.value?.outputs[0];
+  const version = state.info.value?.version;
+  const most = moving_scale() + 1e-6;
+  let best: Events["cached"] | null = null;
+  for (const each of in_memory.value)
+    if (each.node === node && each.version === version && each.scale <= most && each.scale > (best?.scale ?? 0)) best = each;
+  state.cached_frames.value = best?.frames ?? [];
+});

@@ -3,6 +3,7 @@ import type { Pixels, Slot, ViewRequest, Wish } from "../protocol";
 import * as state from "../state";
 import type { Picture } from "../state";
 import { frames, type Step } from "../transport/range";
+import { needs_alpha } from "../viewer/settings";
 import { post } from "./api";
 import { PlayQueue } from "./play_queue";
 
@@ -30,13 +31,12 @@ let direction: 1 | -1 = 1;
 
 // Few scales, so that zooming a little finds images that are there. A tenth less than is shown is not seen while
 // things move.
-function moving_scale(): number {
+export function moving_scale(): number {
   return scales.find((each) => each >= state.view_scale.value * 0.9) ?? 1;
 }
 
 function moving_pixels(): Pixels {
-  const alpha = state.channels.value === "a" || state.channels.value === "matte";
-  return alpha || state.loud.value ? "rgba16f" : "r11g11b10f";
+  return needs_alpha.value || state.loud.value ? "rgba16f" : "r11g11b10f";
 }
 
 function slots(): Slot[] {

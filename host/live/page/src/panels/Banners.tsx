@@ -1,7 +1,7 @@
 import type { ComponentChildren } from "preact";
-import { keep_mine, take_disk } from "../document/document";
+import { offer } from "../document/document";
 import { device_lost, refusal } from "../net/session";
-import { connected, dirty, disk_changed, info, notices, problems } from "../state";
+import { connected, info, notices, problems } from "../state";
 
 function Banner({ kind, children }: { kind: "warn" | "error"; children: ComponentChildren }) {
   return (
@@ -23,16 +23,24 @@ export function Banners() {
         <Banner kind="error">The server does not answer. What you see stays; the page asks again until it is back.</Banner>
       )}
       {device_lost.value !== "" && <Banner kind="error">The graphics device was lost: {device_lost.value}</Banner>}
-      {disk_changed.value && (
-        <Banner kind="warn">
-          <span>
-            The file on the disk has changed{dirty.value ? ", and so have you: which one counts?" : " since it was read."}
-          </span>
-          <button onClick={() => void take_disk()}>Take the file</button>
-          <button onClick={() => void keep_mine()}>Keep mine</button>
-        </Banner>
-      )}
+      <Choice />
     </div>
+  );
+}
+
+// Two texts that say something else: somebody has to say which of them counts.
+function Choice() {
+  if (offer.value === null) return null;
+  const { message, choices } = offer.value;
+  return (
+    <Banner kind="warn">
+      <span>{message}</span>
+      {choices.map(({ title, run }) => (
+        <button key={title} onClick={run}>
+          {title}
+        </button>
+      ))}
+    </Banner>
   );
 }
 

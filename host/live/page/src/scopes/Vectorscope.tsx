@@ -1,6 +1,7 @@
 import { useEffect, useRef } from "preact/hooks";
-import { chroma_of, type Counts, levels, vector_place, vector_span } from "./counts";
+import { chroma_of, type Counts, levels, vector_gain, vector_place, vector_span } from "./counts";
 
+const gains = [1, 2, 4];
 const size = 200; // of the graticule's own units
 
 const targets = [
@@ -28,8 +29,8 @@ function paint(context: CanvasRenderingContext2D, counts: Counts): void {
     for (let x = 0; x < levels; ++x) {
       const at = y * levels + x;
       const found = counts.vectors[at]!;
-      image.data[at * 4 + 3] = 255;
       if (found === 0) continue;
+      image.data[at * 4 + 3] = 255;
       const light = 0.35 + 0.65 * (1 - Math.exp(-found / expected));
       const cb = ((x + 0.5) / levels - 0.5) * vector_span;
       const cr = (0.5 - (y + 0.5) / levels) * vector_span;
@@ -58,6 +59,13 @@ export function Vectorscope({ counts }: { counts: Counts }) {
     <figure class="scope scope-square" data-part="vectorscope">
       <figcaption>
         <span>Vectorscope</span>
+        <span class="scope-choice" role="group" aria-label="Enlarged">
+          {gains.map((each) => (
+            <button key={each} type="button" class="quiet" aria-pressed={vector_gain.value === each} onClick={() => (vector_gain.value = each)}>
+              {each}×
+            </button>
+          ))}
+        </span>
       </figcaption>
       <div class="scope-field">
         <div class="scope-box">
@@ -67,6 +75,7 @@ export function Vectorscope({ counts }: { counts: Counts }) {
               <path d={`M${size / 2} 4V${size - 4}M4 ${size / 2}H${size - 4}`} />
               <polygon points={ring(0.75)} />
               <polygon points={ring(1)} class="graticule-far" />
+              <polygon points={ring(0.25)} class="graticule-far" />
               <path d={`M${size / 2} ${size / 2}L${skin.x} ${skin.y}`} class="graticule-skin" />
               {targets.map(({ name, rgb }) => {
                 const { x, y } = place(rgb, 0.75);

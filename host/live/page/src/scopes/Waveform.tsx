@@ -10,14 +10,19 @@ const kinds = [
   { kind: "luminance", name: "Y" },
 ] as const;
 
-// How bright a spot is for its count: a few samples are seen, many do not burn out.
-function glow(count: number, expected: number): number {
-  return count === 0 ? 0 : 255 * (1 - Math.exp(-0.35 - (1.1 * count) / expected));
+// How bright a spot is for its count: a few samples are seen, many do not burn out. Counts are those of the level
+// twice and of its neighbours, so that the steps of 8 bits do not show as a comb.
+function glow_table(counts: Counts): Uint8Array {
+  const usual = Math.max(0.2, counts.samples / waveform_columns / 60);
+  return Uint8Array.from({ length: 4096 }, (_, count) =>
+    count === 0 ? 0 : 255 * (1 - Math.exp(-0.12 - (0.75 * count) / (4 * usual))),
+  );
 }
 
-function glow_table(counts: Counts): Uint8Array {
-  const expected = Math.max(0.5, (counts.samples / waveform_columns / levels) * 6);
-  return Uint8Array.from({ length: 4096 }, (_, count) => glow(count, expected));
+function smooth(waveform: Uint16Array, at: number, row: number): number {
+  const above = row > 0 ? waveform[at - waveform_columns]! : 0;
+  const below = row < levels - 1 ? waveform[at + waveform_columns]! : 0;
+  return Math.min(4095, 2 * waveform[at]! + above + below);
 }
 
 function paint(context: CanvasRenderingContext2D, counts: Counts): void {
@@ -30,7 +35,7 @@ function paint(context: CanvasRenderingContext2D, counts: Counts): void {
       const to = (row * waveform_columns + column) * 4;
       for (let channel = 0; channel < 3; ++channel) {
         const from = source(kind, row, column, channel, channel_size);
-        image.data[to + channel] = from < 0 ? 0 : table[Math.min(4095, counts.waveform[from]!)]!;
+        image.data[to + channel] = from < 0 ? 0 : table[smooth(counts.waveform, from, row)]!;
       }
       image.data[to + 3] = 255;
     }

@@ -1,3 +1,4 @@
+import { signal } from "@preact/signals";
 import type { Samples } from "./samples";
 
 // Counts of samples by value. A level is one of `levels` steps of the scale.
@@ -46,8 +47,10 @@ export function chroma_of(r: number, g: number, b: number): { cb: number; cr: nu
 // Vectors a little beyond the range stay on the scope.
 export const vector_span = 1.15;
 
+export const vector_gain = signal(1); // how much closer the middle is looked at
+
 export function vector_place(chroma: number): number {
-  return 0.5 + chroma / vector_span;
+  return 0.5 + (chroma * vector_gain.value) / vector_span;
 }
 
 export function count(samples: Samples, scale: Scale): Counts {
@@ -56,6 +59,7 @@ export function count(samples: Samples, scale: Scale): Counts {
   const vectors = new Uint16Array(levels * levels);
   const { values, width, height } = samples;
   const spot = new Float64Array(channels);
+  const zoom = vector_gain.value / vector_span;
   let bad = 0;
   for (let pixel = 0; pixel < width * height; ++pixel) {
     const r = values[pixel * 4]!;
@@ -76,8 +80,8 @@ export function count(samples: Samples, scale: Scale): Counts {
       waveform[(each * levels + levels - 1 - level) * waveform_columns + column]! += 1;
     }
     const { cb, cr } = chroma_of(r, g, b);
-    const x = Math.floor(vector_place(cb) * levels);
-    const y = Math.floor((1 - vector_place(cr)) * levels);
+    const x = Math.floor((0.5 + cb * zoom) * levels);
+    const y = Math.floor((0.5 - cr * zoom) * levels);
     if (x >= 0 && x < levels && y >= 0 && y < levels) vectors[y * levels + x]! += 1;
   }
   spread(waveform, width);
@@ -87,12 +91,13 @@ export function count(samples: Samples, scale: Scale): Counts {
 // Where there are fewer samples in a row than columns, those between are filled from the left.
 function spread(waveform: Uint16Array, width: number): void {
   if (width >= waveform_columns) return;
-  for (let row = 0; row < channels * levels; ++row) {
-    const start = row * waveform_columns;
+  const sources = Array.from({ length: waveform_columns }, (_, column) => {
+    const sample = Math.ceil(((column + 1) * width) / waveform_columns) - 1;
+    return Math.floor((sample * waveform_columns) / width);
+  });
+  for (let start = 0; start < waveform.length; start += waveform_columns) {
     for (let column = waveform_columns - 1; column > 0; --column) {
-      const from = Math.floor(column * width / waveform_columns);
-      const first = Math.ceil((from * waveform_columns) / width);
-      if (first < column) waveform[start + column] = waveform[start + first]!;
+      waveform[start + column] = waveform[start + sources[column]!]!;
     }
   }
 }

@@ -2,7 +2,7 @@ import { effect, signal } from "@preact/signals";
 import { dragging, exposure, gamma, picture_a, playing, sample } from "../state";
 import { display_shader } from "../viewer/display";
 import { canvas_size } from "../viewer/settings";
-import { count, type Counts, type Scale } from "./counts";
+import { count, type Counts, type Scale, vector_gain } from "./counts";
 import { display_samples, linear_samples, part_of } from "./samples";
 
 export const scale = signal<Scale>("display");
@@ -32,6 +32,7 @@ export function follow_picture(): () => void {
     picture_a.value;
     sample.value;
     scale.value;
+    vector_gain.value;
     canvas_size.value; // before it has one the viewer has nothing to read
     playing.value; // at rest more samples are taken
     if (scale.value === "display") {

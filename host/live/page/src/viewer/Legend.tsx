@@ -1,5 +1,5 @@
 import { loud, selected_node } from "../state";
-import { find_kind, found, kind_words, kinds, next_bad_pixel, searching } from "./bad_pixels";
+import { find_kind, forget_found, found, kind_words, kinds, next_bad_pixel, searching } from "./bad_pixels";
 import { loud_colours } from "./gl/shader";
 
 // What the loud colours mean, and the way to such pixels.
@@ -49,7 +49,7 @@ function FoundWords() {
           {now.made_by}
         </button>
       )}
-      <button type="button" class="quiet" aria-label="Dismiss" onClick={() => (found.value = null)}>
+      <button type="button" class="quiet" aria-label="Dismiss" onClick={forget_found}>
         ×
       </button>
     </>

@@ -20,7 +20,9 @@ function ProbeRow(props: { name: string; probed: Probed | null; picture: Picture
       data-exact={probed ? String(probed.exact) : undefined}
       data-values={probed?.value.join(" ")}
     >
-      <b>{props.name}</b>
+      <b title={props.picture?.header.node}>
+        {props.name} {props.picture?.header.node}
+      </b>
       <i class="probe-swatch" style={swatch} />
       <span class="probe-place" title="Pixel of the format, from its left bottom">
         {probed ? `${probed.x}, ${probed.y}` : "–"}
@@ -45,17 +47,17 @@ function ProbeRow(props: { name: string; probed: Probed | null; picture: Picture
   );
 }
 
-const pixel_words = { rgba16f: "half floats", r11g11b10f: "packed", rgba8: "8 bits" } as const;
+const pixel_words = { rgba16f: "half", r11g11b10f: "packed", rgba8: "8 bits" } as const;
 
 function scale_words(scale: number): string {
-  return scale >= 1 ? "full size" : `1/${Math.round(100 / scale) / 100}`;
+  return scale >= 1 ? "full size" : `${Math.round(scale * 100)} %`;
 }
 
 function Source({ picture }: { picture: Picture | null }) {
   const header = picture?.header;
   if (!header) return <span class="probe-source" />;
-  const time = header.cached ? "from memory" : `${header.ms < 10 ? header.ms.toFixed(1) : Math.round(header.ms)} ms`;
-  const words = `${header.node} · ${scale_words(header.scale)} · ${pixel_words[header.pixels]} · ${time}`;
+  const time = header.cached ? "cached" : `${header.ms < 10 ? header.ms.toFixed(1) : Math.round(header.ms)} ms`;
+  const words = `${scale_words(header.scale)} · ${pixel_words[header.pixels]} · ${time}`;
   return (
     <span class="probe-source" title={words}>
       {words}
@@ -65,10 +67,11 @@ function Source({ picture }: { picture: Picture | null }) {
 
 // The pixel under the pointer, as the node computed it.
 export function Probe() {
+  const two = compare.value.mode !== "off";
   return (
-    <div class="probe" role="group" aria-label="Pixel under the pointer">
+    <div class={two ? "probe probe-two" : "probe"} role="group" aria-label="Pixel under the pointer">
       <ProbeRow name="A" probed={probed_a.value} picture={picture_a.value} />
-      {compare.value.mode !== "off" && <ProbeRow name="B" probed={probed_b.value} picture={picture_b.value} />}
+      {two && <ProbeRow name="B" probed={probed_b.value} picture={picture_b.value} />}
     </div>
   );
 }

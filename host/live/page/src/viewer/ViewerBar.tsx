@@ -1,5 +1,4 @@
 import { type Channels, channels, compare, display_view, displays, exposure, gamma, loud, show_outlines, zoom } from "../state";
-import { next_bad_pixel } from "./bad_pixels";
 import { CompareBar } from "./CompareBar";
 import { set_mode } from "./comparing";
 import { Adjust, NumberField, Toggle } from "./controls";
@@ -53,7 +52,7 @@ function DisplayChoice() {
     <select
       class="bar-display"
       aria-label="Display and view"
-      title="Display and view"
+      title={now ? `${now.view} on ${now.display}` : "Display and view"}
       data-part="display"
       value={now ? now.display + separator + now.view : ""}
       onChange={(event) => {
@@ -61,7 +60,7 @@ function DisplayChoice() {
         display_view.value = display && name ? { display, view: name } : null;
       }}
     >
-      <option value="">sRGB curve</option>
+      <option value="">plain sRGB</option>
       {known.map((display) => (
         <optgroup key={display.name} label={display.name}>
           {display.views.map((name) => (
@@ -86,22 +85,17 @@ function ZoomControls() {
       <Toggle on={zoom.value === 1} title="One pixel on one of the screen (1)" kind="" part="one-to-one" set={() => set_zoom(1)}>
         1:1
       </Toggle>
-      <button type="button" aria-label="Zoom out" title="Zoom out (-)" onClick={() => step_zoom(-1)}>
-        −
-      </button>
       <NumberField
         value={percent}
         words={words}
-        label="Zoom in percent"
+        label="Zoom in percent (+ and -)"
         least={1.6}
         most={51200}
-        width={58}
+        width={56}
         part="zoom"
+        step={(direction) => step_zoom(direction)}
         set={(value) => set_zoom(value / 100)}
       />
-      <button type="button" aria-label="Zoom in" title="Zoom in (+)" onClick={() => step_zoom(1)}>
-        +
-      </button>
     </span>
   );
 }
@@ -145,9 +139,6 @@ function Switches() {
           <path d="M6 4.5v3M6 8.7v1" stroke="currentColor" />
         </svg>
       </Toggle>
-      <button type="button" title="Go to the next NaN, infinite or negative pixel (N)" aria-label="Next bad pixel" onClick={() => void next_bad_pixel()}>
-        ⇥
-      </button>
     </span>
   );
 }
@@ -186,6 +177,7 @@ export function ViewerBar() {
           least={-8}
           most={8}
           step={0.1}
+          slider
           limits={[-32, 32]}
           part="exposure"
           set={(value) => (exposure.value = value)}

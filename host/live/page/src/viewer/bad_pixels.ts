@@ -5,7 +5,7 @@ import { loud, picture_a, zoom } from "../state";
 import { said } from "./display";
 import { query_of } from "./probing";
 import { scene } from "./scene";
-import { centre, pointer } from "./settings";
+import { centre, marked, pointer } from "./settings";
 
 // Goes to pixels that no picture should have.
 
@@ -20,6 +20,11 @@ export interface Found {
 }
 export const found = signal<Found | null>(null);
 export const searching = signal(false);
+
+export function forget_found(): void {
+  found.value = null;
+  marked.value = null;
+}
 
 let last: Kind | null = null;
 
@@ -37,6 +42,7 @@ async function search(wanted: Kind[]): Promise<void> {
   const header = picture_a.value?.header;
   if (!header || searching.value) return;
   searching.value = true;
+  marked.value = null;
   try {
     for (const kind of wanted) {
       const reply = await get<FindReply>(`/find?${query_of(header, { kind })}`);
@@ -60,5 +66,6 @@ function go_to(kind: Kind, reply: FindReply): void {
   zoom.value = Math.max(scene.value.view.down, 16 * ratio); // so that one pixel is seen
   centre.value = middle;
   pointer.value = middle;
+  marked.value = { x: reply.x, y: reply.y };
   found.value = { words: `${kind_words[kind]} at ${reply.x}, ${reply.y}, made by`, made_by: reply.made_by };
 }

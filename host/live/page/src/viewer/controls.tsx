@@ -1,5 +1,5 @@
 import type { ComponentChildren } from "preact";
-import { useState } from "preact/hooks";
+import { useRef, useState } from "preact/hooks";
 
 // Small controls that the viewer's bar is made of.
 
@@ -35,6 +35,7 @@ export function NumberField(props: {
   most: number;
   width?: number;
   part?: string;
+  step?: (direction: 1 | -1) => void; // by the arrows up and down
   set: (value: number) => void;
 }) {
   const [typed, set_typed] = useState<string | null>(null);
@@ -59,13 +60,17 @@ export function NumberField(props: {
       onKeyDown={(event) => {
         if (event.key === "Enter") take();
         if (event.key === "Escape") set_typed(null);
+        if (props.step && (event.key === "ArrowUp" || event.key === "ArrowDown")) {
+          event.preventDefault();
+          set_typed(null);
+          props.step(event.key === "ArrowUp" ? 1 : -1);
+        }
       }}
     />
   );
 }
 
-// A slider with its typed value; the name is the button that sets it back.
-export function Adjust(props: {
+interface Adjusted {
   name: string;
   label: string;
   value: number;
@@ -74,35 +79,71 @@ export function Adjust(props: {
   least: number;
   most: number;
   step: number;
+  slider?: boolean;
   limits: [number, number]; // of what may be typed
   part: string;
   set: (value: number) => void;
-}) {
+}
+
+const pixels_a_step = 3;
+
+// The name of an adjusted value: dragged sideways it changes the value, pressed it sets it back.
+function AdjustName(props: Adjusted) {
   const { value, initial, set } = props;
+  const drag = useRef<{ x: number; value: number; moved: boolean } | null>(null);
+  const hint = `${props.label}: drag to change, press for ${initial}`;
+  const move = (event: PointerEvent): void => {
+    const held = drag.current;
+    if (!held) return;
+    const steps = Math.round((event.clientX - held.x) / pixels_a_step);
+    if (steps !== 0) held.moved = true;
+    if (held.moved) set(tidy(held.value + steps * props.step, props));
+  };
+  return (
+    <button
+      type="button"
+      class="quiet adjust-name"
+      title={hint}
+      aria-label={hint}
+      data-changed={value !== initial || undefined}
+      onPointerDown={(event) => {
+        event.currentTarget.setPointerCapture(event.pointerId);
+        drag.current = { x: event.clientX, value, moved: false };
+      }}
+      onPointerMove={move}
+      onClick={() => {
+        if (!drag.current?.moved) set(initial);
+        drag.current = null;
+      }}
+    >
+      {props.name}
+    </button>
+  );
+}
+
+function tidy(value: number, { least, most }: Adjusted): number {
+  return Math.round(Math.min(most, Math.max(least, value)) * 1000) / 1000;
+}
+
+// A value that is typed, dragged by its name and, where there is room, by a slider.
+export function Adjust(props: Adjusted) {
+  const { value, set } = props;
   return (
     <span class="adjust">
-      <button
-        type="button"
-        class="quiet adjust-name"
-        disabled={value === initial}
-        title={`${props.label}: back to ${initial}`}
-        aria-label={`${props.label}: back to ${initial}`}
-        data-changed={value !== initial || undefined}
-        onClick={() => set(initial)}
-      >
-        {props.name}
-      </button>
-      <input
-        type="range"
-        min={props.least}
-        max={props.most}
-        step={props.step}
-        value={value}
-        aria-label={props.label}
-        data-part={`${props.part}-slider`}
-        onInput={(event) => set(event.currentTarget.valueAsNumber)}
-        onDblClick={() => set(initial)}
-      />
+      <AdjustName {...props} />
+      {props.slider && (
+        <input
+          type="range"
+          min={props.least}
+          max={props.most}
+          step={props.step}
+          value={value}
+          aria-label={props.label}
+          data-part={`${props.part}-slider`}
+          onInput={(event) => set(event.currentTarget.valueAsNumber)}
+          onDblClick={() => set(props.initial)}
+        />
+      )}
       <NumberField
         value={value}
         words={props.words}
@@ -110,6 +151,7 @@ export function Adjust(props: {
         least={props.limits[0]}
         most={props.limits[1]}
         part={props.part}
+        step={(direction) => set(tidy(value + direction * props.step, props))}
         set={set}
       />
     </span>

@@ -2,26 +2,46 @@ import { effect, signal } from "@preact/signals";
 import { get } from "../net/api";
 import type { DisplayShader } from "../protocol";
 import { display_view, displays } from "../state";
-import { viewer_message } from "./settings";
+import { say } from "./settings";
 
 // The conversion of the chosen display and view; null is the plain sRGB curve.
 export const display_shader = signal<DisplayShader | null>(null);
 
 const known = new Map<string, DisplayShader>();
 
+// Returns what ends it.
 export function follow_display(): () => void {
-  return effect(() => {
-    const wanted = display_view.value;
-    if (!wanted) {
-      display_shader.value = null;
-      return;
-    }
-    void take(wanted.display, wanted.view, displays.value.config);
-  });
+  const endings = [effect(keep_to_config), effect(fetch_shader)];
+  return () => {
+    for (const end of endings) end();
+  };
 }
 
-async function take(display: string, view: string, config: string): Promise<void> {
-  const key = JSON.stringify([config, display, view]);
+let config = ""; // that the choice was made for
+
+// Another config is looked through its first view, unless it has the one that was chosen.
+function keep_to_config(): void {
+  const known = displays.value;
+  const chosen = display_view.peek();
+  if (known.config === config) return;
+  config = known.config;
+  const has = known.displays.some(({ name, views }) => name === chosen?.display && views.includes(chosen.view));
+  const [first] = known.displays;
+  if (!has) display_view.value = first?.views[0] ? { display: first.name, view: first.views[0] } : null;
+}
+
+function fetch_shader(): void {
+  const wanted = display_view.value;
+  if (wanted) {
+    void take(wanted.display, wanted.view, displays.value.config);
+    return;
+  }
+  display_shader.value = null;
+  say("display", "");
+}
+
+async function take(display: string, view: string, file: string): Promise<void> {
+  const key = JSON.stringify([file, display, view]);
   try {
     const query = new URLSearchParams({ display, view });
     const shader = known.get(key) ?? (await get<DisplayShader>(`/display/shader?${query}`));
@@ -29,9 +49,9 @@ async function take(display: string, view: string, config: string): Promise<void
     const now = display_view.value;
     if (now?.display !== display || now.view !== view) return;
     display_shader.value = shader;
-    viewer_message.value = "";
+    say("display", "");
   } catch (error) {
-    viewer_message.value = `The view ${view} of ${display} cannot be had: ${said(error)}`;
+    say("display", `The view ${view} of ${display} cannot be had: ${said(error)}`);
   }
 }
 

@@ -1,8 +1,9 @@
 import { sample } from "../state";
 import { to_format, type Point } from "./geometry";
+import { found } from "./bad_pixels";
 import { pan_by, zoom_by } from "./navigate";
 import { view } from "./scene";
-import { canvas_size, pointer } from "./settings";
+import { canvas_size, marked, pointer } from "./settings";
 
 // What mouse, pen and fingers do on the picture: dragging pans, the wheel and two fingers zoom about where they
 // are, dragging with Shift samples a rectangle. Returns what ends it.
@@ -34,7 +35,6 @@ class Gestures {
   down(event: PointerEvent): void {
     if (event.button === 2) return;
     event.preventDefault(); // no text is marked, no page is scrolled by the middle button
-    this.element.focus({ preventScroll: true });
     this.element.setPointerCapture(event.pointerId);
     const place = this.place_of(event);
     this.fingers.set(event.pointerId, place);
@@ -45,17 +45,13 @@ class Gestures {
 
   move(event: PointerEvent): void {
     const place = this.place_of(event);
-    pointer.value = to_format(view.value, place.x, place.y);
     const before = this.fingers.get(event.pointerId);
-    if (!before) return;
-    if (this.sampling) {
-      this.stretch(this.sampling, pointer.value);
-    } else if (this.fingers.size === 2) {
-      this.pinch(event.pointerId, before, place);
-    } else {
-      pan_by(place.x - before.x, place.y - before.y);
+    if (before) {
+      this.drag(event.pointerId, before, place);
+      this.fingers.set(event.pointerId, place);
     }
-    this.fingers.set(event.pointerId, place);
+    pointer.value = to_format(view.value, place.x, place.y); // after the picture went along
+    if (!found.value) marked.value = null;
   }
 
   up(event: PointerEvent): void {
@@ -80,6 +76,12 @@ class Gestures {
     const box = this.element.getBoundingClientRect();
     const { ratio } = canvas_size.value;
     return { x: (event.clientX - box.left) * ratio, y: (event.clientY - box.top) * ratio };
+  }
+
+  private drag(finger: number, before: Point, now: Point): void {
+    if (this.sampling) this.stretch(this.sampling, to_format(view.value, now.x, now.y));
+    else if (this.fingers.size === 2) this.pinch(finger, before, now);
+    else pan_by(now.x - before.x, now.y - before.y);
   }
 
   private pinch(finger: number, before: Point, now: Point): void {

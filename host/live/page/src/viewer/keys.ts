@@ -2,8 +2,8 @@ import { add_commands, type Command } from "../commands";
 import { type Channels, channels, exposure, gamma, loud, sample, show_outlines } from "../state";
 import { next_bad_pixel } from "./bad_pixels";
 import { pin_node, pin_now, set_mode, toggle_mode } from "./comparing";
-import { fit, pan_step, set_zoom, step_zoom } from "./navigate";
-import { background } from "./settings";
+import { fit, pan_step, probe_step, sample_around, set_zoom, step_zoom } from "./navigate";
+import { background, marked } from "./settings";
 
 const stop_step = 0.5;
 
@@ -28,6 +28,11 @@ add_commands(
   command("pan_right", "Look further right", ["Ctrl+ArrowRight"], () => pan_step(1, 0)),
   command("pan_up", "Look further up", ["Ctrl+ArrowUp"], () => pan_step(0, 1)),
   command("pan_down", "Look further down", ["Ctrl+ArrowDown"], () => pan_step(0, -1)),
+  command("probe_left", "Probe the pixel on the left", ["Alt+ArrowLeft"], () => probe_step(-1, 0)),
+  command("probe_right", "Probe the pixel on the right", ["Alt+ArrowRight"], () => probe_step(1, 0)),
+  command("probe_up", "Probe the pixel above", ["Alt+ArrowUp"], () => probe_step(0, 1)),
+  command("probe_down", "Probe the pixel below", ["Alt+ArrowDown"], () => probe_step(0, -1)),
+  command("sample", "Sample 17 by 17 pixels around the probed one", ["s"], () => sample_around(8)),
   command("red", "Red alone", ["r"], () => show_channels("r")),
   command("green", "Green alone", ["g"], () => show_channels("g")),
   command("blue", "Blue alone", ["b"], () => show_channels("b")),
@@ -50,8 +55,9 @@ add_commands(
     loud.value = !loud.value;
   }),
   command("next_bad_pixel", "Go to the next NaN, infinite or negative pixel", ["n"], () => void next_bad_pixel()),
-  command("clear_sample", "Forget the sampled rectangle", [], () => {
+  command("clear_sample", "Forget the sampled rectangle", ["Shift+s"], () => {
     sample.value = null;
+    marked.value = null;
   }),
   command("wipe", "Wipe between A and B", ["w"], () => toggle_mode("wipe")),
   command("side_by_side", "A and B side by side", ["Shift+w"], () => toggle_mode("side")),

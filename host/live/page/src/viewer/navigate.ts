@@ -1,7 +1,7 @@
-import { zoom } from "../state";
+import { sample, zoom } from "../state";
 import { centre_for, largest_zoom, least_zoom, to_format, type Point } from "./geometry";
 import { scene, view } from "./scene";
-import { canvas_size, centre, shown_format } from "./settings";
+import { canvas_size, centre, marked, pointer, shown_format } from "./settings";
 
 // Zoom and pan. Places are device pixels of the canvas from its left top.
 
@@ -39,6 +39,25 @@ export function pan_by(x: number, y: number): void {
   const now = (zoom.value === "fit" ? null : centre.value) ?? { x: format.width / 2, y: format.height / 2 };
   if (zoom.value === "fit") zoom.value = down;
   centre.value = { x: now.x - x / across, y: now.y + y / down };
+}
+
+// The pixel that is probed, moved by keys: from the middle where the pointer is elsewhere.
+export function probe_step(right: number, up: number): void {
+  const { panel } = view.value;
+  const from = pointer.value ?? to_format(view.value, panel / 2, canvas_size.value.height / 2);
+  const spot = { x: Math.floor(from.x) + right, y: Math.floor(from.y) + up };
+  pointer.value = { x: spot.x + 0.5, y: spot.y + 0.5 };
+  marked.value = spot;
+}
+
+// So many pixels on each side of the probed one.
+export function sample_around(reach: number): void {
+  if (!pointer.value) probe_step(0, 0);
+  const at = pointer.value;
+  if (!at) return;
+  const x = Math.floor(at.x);
+  const y = Math.floor(at.y);
+  sample.value = { x0: x - reach, y0: y - reach, x1: x + reach + 1, y1: y + reach + 1 };
 }
 
 // A quarter of the canvas, for keys.

@@ -4,7 +4,7 @@ import { to_canvas } from "./geometry";
 import { draw_pixels, values_show } from "./overlay_pixels";
 import { complete } from "./pixels";
 import { scene, view } from "./scene";
-import { canvas_size, shown_format } from "./settings";
+import { canvas_size, marked, shown_format } from "./settings";
 
 // What stands over the picture on a canvas of its own: outlines, the sampled rectangle, and far in the grid and
 // the values of the pixels.
@@ -28,7 +28,7 @@ export const overlay_key = computed(() => {
   const b = mode === "off" ? null : picture_b.value;
   const values = a && values_show(a) ? [number_of(a), number_of(b), exposure.value, wipe] : [];
   const boxes = [a?.header.window, b?.header.window, shown_format.value, a && [a.header.area, a.header.width]];
-  return JSON.stringify([view.value, canvas_size.value, mode, sample.value, show_outlines.value, boxes, values]);
+  return JSON.stringify([view.value, canvas_size.value, mode, sample.value, marked.value, show_outlines.value, boxes, values]);
 });
 
 export function draw_overlay(context: CanvasRenderingContext2D): void {
@@ -100,18 +100,27 @@ function draw_outlines(context: CanvasRenderingContext2D, picture: Picture | nul
   const whole: Corners = [0, 0, format.width, format.height];
   stroke_box(context, whole, line_colour, []);
   const window = picture?.header.window;
-  const corner = to_canvas(view.value, format.width, 0);
-  label(context, `${format.width}×${format.height}`, corner.x, corner.y + 4 * ratio, line_colour);
   if (!window || window.every((each, index) => each === whole[index])) return;
   if (window[2] <= window[0] || window[3] <= window[1]) return;
   stroke_box(context, window, window_colour, [5, 4]);
-  const end = to_canvas(view.value, window[2], window[1]);
   const words = `${window[2] - window[0]}×${window[3] - window[1]} at ${window[0]}, ${window[1]}`;
-  const crowded = Math.abs(end.y - corner.y) < 16 * ratio && Math.abs(end.x - corner.x) < 220 * ratio;
-  label(context, words, end.x, end.y + (crowded ? 18 : 4) * ratio, window_colour);
+  const end = to_canvas(view.value, window[2], window[1]);
+  const beyond = end.y + 20 * ratio > canvas_size.value.height; // then it stands inside
+  label(context, words, end.x - 4 * ratio, end.y + (beyond ? -16 : 4) * ratio, window_colour);
+}
+
+// A pixel too small to be seen has a larger frame.
+function draw_marked(context: CanvasRenderingContext2D, x: number, y: number): void {
+  const { across, down } = view.value;
+  const least = 7 * canvas_size.value.ratio;
+  const wide = Math.max(0, least / across - 1) / 2;
+  const high = Math.max(0, least / down - 1) / 2;
+  stroke_box(context, [x - wide, y - high, x + 1 + wide, y + 1 + high], "rgb(255, 255, 255)", []);
 }
 
 function draw_sample(context: CanvasRenderingContext2D): void {
   const box = sample.value;
+  const spot = marked.value;
+  if (spot) draw_marked(context, spot.x, spot.y);
   if (box) stroke_box(context, [box.x0, box.y0, box.x1, box.y1], "rgb(120, 220, 255)", [3, 3]);
 }

@@ -1,7 +1,7 @@
 import { exposure, type Picture } from "../state";
 import { luminance_of } from "./colour";
 import { type Point, to_canvas, type View } from "./geometry";
-import { short_value } from "./numbers";
+import { long_value, short_value } from "./numbers";
 import { pixel_reader } from "./pixels";
 import { view } from "./scene";
 import { canvas_size } from "./settings";
@@ -98,6 +98,8 @@ function draw_values(context: CanvasRenderingContext2D, picture: Picture, shown:
   context.textBaseline = "middle";
   const value = new Float32Array(4);
   const read = pixel_reader(picture);
+  // As many places as there is room for.
+  const words = size.across > line * 5 ? long_value : short_value;
   const bright = 0.22 / 2 ** exposure.value; // of a luminance that black letters suit better
   for (let y = shown.y0; y < shown.y1; ++y) {
     for (let x = shown.x0; x < shown.x1; ++x) {
@@ -106,7 +108,7 @@ function draw_values(context: CanvasRenderingContext2D, picture: Picture, shown:
       context.fillStyle = luminance > bright ? "rgba(0, 0, 0, 0.88)" : "rgba(255, 255, 255, 0.88)";
       const middle = { x: origin.x + (x + 0.5) * size.across, y: origin.y + (y + 0.5) * size.down };
       for (let each = 0; each < lines; ++each) {
-        context.fillText(short_value(value[each]!), middle.x, middle.y + (each - (lines - 1) / 2) * line);
+        context.fillText(words(value[each]!), middle.x, middle.y + (each - (lines - 1) / 2) * line);
       }
     }
   }

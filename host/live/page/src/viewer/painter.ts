@@ -7,7 +7,7 @@ import { Renderer, type Scene } from "./gl/renderer";
 import { SampleReader } from "./gl/samples";
 import { draw_overlay, overlay_key } from "./overlay";
 import { scene, view } from "./scene";
-import { canvas_size, renderer_generation, viewer_message } from "./settings";
+import { canvas_size, renderer_generation, say } from "./settings";
 
 // Keeps the two canvases of the viewer up to date: draws once after anything they show has changed and does
 // nothing else. One is there while the viewer is on the page.
@@ -57,10 +57,10 @@ export class Painter {
     try {
       this.renderer = new Renderer(this.canvas);
       this.samples = new SampleReader(this.renderer);
-      viewer_message.value = "";
+      say("context", "");
       ++renderer_generation.value;
     } catch (error) {
-      viewer_message.value = said(error);
+      say("context", said(error));
     }
   }
 
@@ -73,7 +73,7 @@ export class Painter {
       event.preventDefault(); // or it would never be restored
       this.renderer = null;
       this.samples = null;
-      viewer_message.value = "The graphics driver gave up; the picture comes back as soon as it does.";
+      say("context", "The graphics driver gave up; the picture comes back as soon as it does.");
     });
     on(this.canvas, "webglcontextrestored", () => {
       this.start();
@@ -116,15 +116,16 @@ export class Painter {
 
   private paint_picture(): void {
     if (!this.renderer) return;
+    const large = this.renderer.too_large(picture_a.value);
+    say("size", large ? "The picture is larger than this browser can show at once." : "");
     try {
       this.renderer.set_display(display_shader.value);
+      this.renderer.draw(this.whole_scene());
     } catch (error) {
-      viewer_message.value = `The display's conversion does not run here: ${said(error)}`;
+      say("display", `The display's conversion does not run here: ${said(error)}`);
+      this.renderer.set_display(null);
+      this.renderer.draw(this.whole_scene());
     }
-    if (this.renderer.too_large(picture_a.value)) {
-      viewer_message.value = "The picture is larger than this browser can show at once.";
-    }
-    this.renderer.draw(this.whole_scene());
   }
 
   // Setting a canvas's size clears it, so only where it is another one.

@@ -6,9 +6,19 @@ import { channels, compare, info, picture_a, shown_node } from "../state";
 // Of the viewer's canvas in device pixels; `ratio` of them make a CSS pixel.
 export const canvas_size = signal({ width: 0, height: 0, ratio: 1 });
 export const centre = signal<{ x: number; y: number } | null>(null); // of the format's pixels, y up; null: the middle
+export const marked = signal<{ x: number; y: number } | null>(null); // a pixel that was found, or is probed by keys
 export const background = signal<"black" | "checker">("black"); // behind what is transparent
 export const pointer = signal<{ x: number; y: number } | null>(null); // of the format's pixels, y up
-export const viewer_message = signal(""); // why the picture is not shown as asked
+
+// Why the picture is not shown as asked, by what is at fault; "" where nothing is.
+const messages = signal({ context: "", display: "", size: "" });
+export const viewer_message = computed(() => {
+  const { context, display, size } = messages.value;
+  return context || size || display;
+});
+export function say(fault: keyof typeof messages.value, words: string): void {
+  if (messages.peek()[fault] !== words) messages.value = { ...messages.peek(), [fault]: words };
+}
 export const renderer_generation = signal(0); // grows when the WebGL context was made anew
 
 // Whether a packed image without alpha would not do.

@@ -1,9 +1,8 @@
-import type { DisplayShader } from "../../protocol";
-import { fragment_text, vertex_text } from "./shader";
-import { new_texture } from "./textures";
+import { vertex_text } from "./shader";
 
-function compiled(gl: WebGL2RenderingContext, kind: number, text: string): WebGLShader {
-  const shader = gl.createShader(kind)!;
+function compiled(gl: WebGL2RenderingContext, kind: number, text: string): WebGLShader | null {
+  const shader = gl.createShader(kind);
+  if (!shader) return null; // the context is lost
   gl.shaderSource(shader, text);
   gl.compileShader(shader);
   if (!gl.getShaderParameter(shader, gl.COMPILE_STATUS) && !gl.isContextLost())
@@ -11,85 +10,50 @@ function compiled(gl: WebGL2RenderingContext, kind: number, text: string): WebGL
   return shader;
 }
 
-function floats_of(text: string): Float32Array {
-  const octets = Uint8Array.from(atob(text), (letter) => letter.charCodeAt(0));
-  return new Float32Array(octets.buffer, 0, octets.length >> 2);
-}
-
-interface Table {
-  unit: number;
-  target: number;
-  texture: WebGLTexture;
-}
-
-// The viewer's program with one display's conversion, and that display's tables. Throws what the compiler says.
+// A program that covers the canvas, and where its uniforms are. Throws what the compiler says.
 export class Program {
   private readonly program: WebGLProgram;
   private readonly places = new Map<string, WebGLUniformLocation | null>();
-  private readonly tables: Table[] = [];
 
   constructor(
     private readonly gl: WebGL2RenderingContext,
-    display: DisplayShader | null,
+    fragment_text: string,
   ) {
     this.program = gl.createProgram();
-    const vertex = compiled(gl, gl.VERTEX_SHADER, vertex_text);
-    const fragment = compiled(gl, gl.FRAGMENT_SHADER, fragment_text(display?.shader ?? ""));
-    gl.attachShader(this.program, vertex);
-    gl.attachShader(this.program, fragment);
+    for (const shader of [
+      compiled(gl, gl.VERTEX_SHADER, vertex_text),
+      compiled(gl, gl.FRAGMENT_SHADER, fragment_text),
+    ]) {
+      if (!shader) continue;
+      gl.attachShader(this.program, shader);
+      gl.deleteShader(shader); // goes with the program
+    }
     gl.linkProgram(this.program);
-    gl.deleteShader(vertex);
-    gl.deleteShader(fragment);
     if (!gl.getProgramParameter(this.program, gl.LINK_STATUS) && !gl.isContextLost())
       throw new Error(gl.getProgramInfoLog(this.program) ?? "the program does not link");
-    gl.useProgram(this.program);
-    for (const [index, table] of (display?.tables ?? []).entries()) this.add_table(table, 2 + index);
   }
 
+  use(): void {
+    this.gl.useProgram(this.program);
+  }
+
+  // null where the program has no use for it, which setting it takes.
   place(name: string): WebGLUniformLocation | null {
     if (!this.places.has(name)) this.places.set(name, this.gl.getUniformLocation(this.program, name));
     return this.places.get(name) ?? null;
   }
 
-  use(): void {
-    this.gl.useProgram(this.program);
-    for (const table of this.tables) {
-      this.gl.activeTexture(this.gl.TEXTURE0 + table.unit);
-      this.gl.bindTexture(table.target, table.texture);
-    }
-  }
-
-  dispose(): void {
-    for (const table of this.tables) this.gl.deleteTexture(table.texture);
-    this.gl.deleteProgram(this.program);
-  }
-
-  // Texels are fetched one by one, so that no filtering of 32-bit floats is asked for.
-  private add_table(table: DisplayShader["tables"][number], unit: number): void {
+  is_volume(sampler: string): boolean {
     const gl = this.gl;
-    const target = this.is_volume(table.sampler) ? gl.TEXTURE_3D : gl.TEXTURE_2D;
-    gl.activeTexture(gl.TEXTURE0 + unit);
-    const texture = new_texture(gl, target);
-    const values = floats_of(table.rgba);
-    if (target === gl.TEXTURE_3D) {
-      const { width, height, depth } = table;
-      gl.texParameteri(target, gl.TEXTURE_WRAP_R, gl.CLAMP_TO_EDGE);
-      gl.texImage3D(target, 0, gl.RGBA32F, width, height, depth, 0, gl.RGBA, gl.FLOAT, values);
-    } else {
-      const height = Math.max(1, table.height) * Math.max(1, table.depth);
-      gl.texImage2D(target, 0, gl.RGBA32F, table.width, height, 0, gl.RGBA, gl.FLOAT, values);
-    }
-    gl.uniform1i(this.place(table.sampler), unit);
-    this.tables.push({ unit, target, texture });
-  }
-
-  private is_volume(sampler: string): boolean {
-    const gl = this.gl;
-    const count = gl.getProgramParameter(this.program, gl.ACTIVE_UNIFORMS) as number;
+    const count = (gl.getProgramParameter(this.program, gl.ACTIVE_UNIFORMS) as number | null) ?? 0;
     for (let index = 0; index < count; ++index) {
       const uniform = gl.getActiveUniform(this.program, index);
       if (uniform?.name === sampler) return uniform.type === gl.SAMPLER_3D;
     }
     return false;
+  }
+
+  dispose(): void {
+    this.gl.deleteProgram(this.program);
   }
 }

@@ -27,6 +27,7 @@ export class SampleReader {
     gl.bindFramebuffer(gl.FRAMEBUFFER, this.frame);
     this.renderer.draw_samples({ ...scene, view, size: { width, height, ratio: 1 } });
     gl.bindBuffer(gl.PIXEL_PACK_BUFFER, this.buffer);
+    gl.bufferData(gl.PIXEL_PACK_BUFFER, width * height * 4, gl.STREAM_READ);
     gl.readPixels(0, 0, width, height, gl.RGBA, gl.UNSIGNED_BYTE, 0);
     gl.bindBuffer(gl.PIXEL_PACK_BUFFER, null);
     gl.bindFramebuffer(gl.FRAMEBUFFER, null);
@@ -62,9 +63,6 @@ export class SampleReader {
     gl.texStorage2D(gl.TEXTURE_2D, 1, gl.RGBA8, width, height);
     gl.bindFramebuffer(gl.FRAMEBUFFER, this.frame);
     gl.framebufferTexture2D(gl.FRAMEBUFFER, gl.COLOR_ATTACHMENT0, gl.TEXTURE_2D, this.texture, 0);
-    gl.bindBuffer(gl.PIXEL_PACK_BUFFER, this.buffer);
-    gl.bufferData(gl.PIXEL_PACK_BUFFER, width * height * 4, gl.STREAM_READ);
-    gl.bindBuffer(gl.PIXEL_PACK_BUFFER, null);
     this.width = width;
     this.height = height;
   }

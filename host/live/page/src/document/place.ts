@@ -1,0 +1,22 @@
+import { findNodeAtLocation, parseTree } from "jsonc-parser";
+import type { NodeType, Problem } from "../protocol";
+import { type Model, read_model } from "./model";
+
+// Where in the text a problem's node or knob stands, from 1; 0: it names none that is there.
+export function problem_line(text: string, problem: Problem): number {
+  const model = read_model(text, new Map<string, NodeType>());
+  const root = parseTree(text);
+  const node = model.named.get(node_of(model, problem.node) ?? "");
+  if (!root) return 0;
+  const knob = node && problem.knob ? findNodeAtLocation(root, ["nodes", node.at, "knobs", problem.knob]) : undefined;
+  const offset = knob?.offset ?? node?.offset;
+  return offset === undefined ? 0 : text.slice(0, offset).split("\n").length;
+}
+
+// The node that is meant by a name as the server gives it, "plate.left" where there are views.
+export function node_of(model: Model, name: string): string | null {
+  if (model.named.has(name)) return name;
+  const view = model.views.find((each) => name.endsWith(`.${each}`));
+  const base = view === undefined ? "" : name.slice(0, -view.length - 1);
+  return model.named.has(base) ? base : null;
+}
