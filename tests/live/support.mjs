@@ -6,6 +6,7 @@ import { tmpdir } from "node:os";
 import { dirname, join } from "node:path";
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
+import { gunzipSync } from "node:zlib";
 
 const root = join(dirname(fileURLToPath(import.meta.url)), "../..");
 const { chromium } = createRequire(join(root, "host/live/page/package.json"))("playwright-core");
@@ -55,7 +56,8 @@ export async function open_page(t, { change = (text) => text, options = [], view
     executablePath: process.env.QUORVEL_CHROMIUM ?? "/usr/bin/chromium",
     args: ["--no-sandbox", "--use-angle=swiftshader", "--enable-unsafe-swiftshader"],
   });
-  const page = await browser.newPage({ viewport: { width: 1280, height: 720 }, reducedMotion: "reduce", ...view });
+  const context = await browser.newContext({ viewport: { width: 1280, height: 720 }, reducedMotion: "reduce", ...view });
+  const page = await context.newPage();
   const faults = [];
   page.on("pageerror", (error) => faults.push(error.message));
   page.on("console", (message) => message.type() === "error" && faults.push(message.text()));
@@ -64,8 +66,18 @@ export async function open_page(t, { change = (text) => text, options = [], view
     await server.stop();
     rmSync(folder, { recursive: true, force: true });
   });
+  await serve_built(context);
   await page.goto(server.url);
   return { page, browser, server, folder, file, faults };
+}
+
+// With QUORVEL_PAGE=FOLDER what was built there, in place of the page that the program embeds.
+async function serve_built(context) {
+  const folder = process.env.QUORVEL_PAGE;
+  if (!folder) return;
+  const types = { "page.js": "text/javascript", "page.css": "text/css" };
+  for (const [name, contentType] of Object.entries(types))
+    await context.route(`**/${name}`, (route) => route.fulfill({ contentType, body: gunzipSync(readFileSync(join(folder, `${name}.gz`))) }));
 }
 
 // Waits until the viewer shows an image that fits; `full`: with all its pixels and precision.

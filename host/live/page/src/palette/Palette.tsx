@@ -60,7 +60,7 @@ function Finder() {
             id={`found-${index}`}
             role="option"
             aria-selected={index === at}
-            onPointerMove={() => set_at(index)}
+            onPointerMove={(event) => (event.movementX !== 0 || event.movementY !== 0) && set_at(index)}
             onClick={() => run(entry)}
           >
             <span class={`kind kind-${entry.kind}`}>{entry.kind}</span>
