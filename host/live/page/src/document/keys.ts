@@ -80,12 +80,12 @@ export function with_part(given: Parts, component: number, part: Part): Parts {
   return { ...given, parts: given.parts.map((each, i) => (i === component ? part : each)) };
 }
 
-// The key at a frame, or one more in the manner of the one before.
-export function with_key(curve: Curve, frame: number, value: number): Curve {
+// The key at a frame, or one more in the manner of the one before; `first` is the manner of the first one.
+export function with_key(curve: Curve, frame: number, value: number, first: Interpolation = "smooth"): Curve {
   const there = curve.keys.find((key) => key.frame === frame);
   if (there) return { ...curve, keys: curve.keys.map((key) => (key === there ? { ...key, value } : key)) };
   const before = curve.keys.filter((key) => key.frame < frame).at(-1) ?? curve.keys[0];
-  const kind = before && before.kind !== "slopes" ? before.kind : "smooth";
+  const kind = before && before.kind !== "slopes" ? before.kind : first;
   const key: Key = { frame, value, kind, named: before?.named ?? true, in: null, out: null };
   return { ...curve, keys: [...curve.keys, key].sort((one, other) => one.frame - other.frame) };
 }
