@@ -1,5 +1,5 @@
 import { computed } from "@preact/signals";
-import { channels, compare, exposure, gamma, loud, picture_a, picture_b, zoom } from "../state";
+import { channels, compare, exposure, gamma, loud, picture_a, picture_b, playing, zoom } from "../state";
 import { view_of } from "./geometry";
 import type { Scene } from "./gl/renderer";
 import { background, canvas_size, centre, shown_format, side_by_side } from "./settings";
@@ -24,5 +24,6 @@ export const scene = computed(
     checker: background.value === "checker",
     loud: loud.value,
     dither: true,
+    quick: playing.value !== 0,
   }),
 );

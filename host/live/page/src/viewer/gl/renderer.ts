@@ -3,7 +3,7 @@ import type { Channels, Picture } from "../../state";
 import { type Size, to_canvas, type View } from "../geometry";
 import { DisplayTables } from "./display_tables";
 import { Program } from "./program";
-import { fragment_text, loud_colours, type modes } from "./shader";
+import { fragment_text, loud_colours, type modes, type Variant } from "./shader";
 import { new_texture, PictureTexture } from "./textures";
 
 export interface Scene {
@@ -20,6 +20,7 @@ export interface Scene {
   checker: boolean;
   loud: boolean;
   dither: boolean;
+  quick: boolean; // speed before exact means of pixels: while it plays
   surround: [number, number, number]; // 0..1 of the screen
 }
 
@@ -107,8 +108,10 @@ export class Renderer {
     const b = scene.mode === "off" ? null : this.slots.b.texture_of(scene.b);
     const map_a = map_of(a ? scene.a : null, scene.view);
     const map_b = map_of(b ? scene.b : null, scene.view);
-    const smaller = !point && [map_a[2], map_a[3], map_b[2], map_b[3]].some((each) => each > 1.0001);
-    const program = this.program_for(scene, smaller);
+    const most = Math.max(map_a[2], map_a[3], map_b[2], map_b[3]); // pixels of a picture on one of the screen
+    const blend = scene.quick && !scene.loud && most < 2;
+    const sampling = point || most < 1.0001 ? "nearest" : blend ? "blend" : "mean";
+    const program = this.program_for(scene, sampling);
     program.use();
     this.tables.bind(program);
     for (const [unit, name, texture, map] of [
@@ -146,10 +149,10 @@ export class Renderer {
     gl.disable(gl.SCISSOR_TEST);
   }
 
-  private program_for(scene: Scene, smaller: boolean): Program {
+  private program_for(scene: Scene, sampling: Variant["sampling"]): Program {
     const { mode, channels, loud, dither } = scene;
     const checker = scene.checker && mode !== "difference";
-    const variant = { mode, channels, smaller, gamma: scene.gamma !== 1, checker, loud, dither };
+    const variant = { mode, channels, sampling, gamma: scene.gamma !== 1, checker, loud, dither };
     const key = JSON.stringify(variant);
     const present = this.programs.get(key);
     if (present) return present;

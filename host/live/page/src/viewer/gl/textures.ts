@@ -27,11 +27,11 @@ function layout_of(gl: WebGL2RenderingContext, pixels: Pixels): Layout {
   }
 }
 
-export function new_texture(gl: WebGL2RenderingContext, target: number): WebGLTexture {
+export function new_texture(gl: WebGL2RenderingContext, target: number, filter: number = gl.NEAREST): WebGLTexture {
   const texture = gl.createTexture();
   gl.bindTexture(target, texture);
   for (const side of [gl.TEXTURE_WRAP_S, gl.TEXTURE_WRAP_T]) gl.texParameteri(target, side, gl.CLAMP_TO_EDGE);
-  for (const way of [gl.TEXTURE_MIN_FILTER, gl.TEXTURE_MAG_FILTER]) gl.texParameteri(target, way, gl.NEAREST);
+  for (const way of [gl.TEXTURE_MIN_FILTER, gl.TEXTURE_MAG_FILTER]) gl.texParameteri(target, way, filter);
   return texture;
 }
 
@@ -69,7 +69,7 @@ export class PictureTexture {
     if (same) return same;
     const gl = this.gl;
     while (this.held.length > 1) gl.deleteTexture(this.held.pop()!.texture);
-    const texture = new_texture(gl, gl.TEXTURE_2D);
+    const texture = new_texture(gl, gl.TEXTURE_2D, gl.LINEAR);
     gl.texStorage2D(gl.TEXTURE_2D, 1, layout_of(gl, pixels).internal, width, height);
     return { texture, pixels, width, height };
   }
