@@ -11,7 +11,7 @@ import { gunzipSync } from "node:zlib";
 const root = join(dirname(fileURLToPath(import.meta.url)), "../..");
 const { chromium } = createRequire(join(root, "host/live/page/package.json"))("playwright-core");
 const build = process.env.QUORVEL_BUILD ?? join(root, "build/release");
-const program = join(build, "host/quorvel");
+export const program = join(build, "host/quorvel");
 const width = 960;
 const height = 540;
 
