@@ -150,7 +150,8 @@ class SinkStream final : public HttpStream {
 
 // The whole of a body, or nothing where it is longer than may be; what is too long is read to its end all the
 // same, or the client would not come to reading the answer.
-std::optional<std::string> read_body(const httplib::ContentReader& reader) {
+std::optional<std::string> read_body(const httplib::ContentReader& reader,
+                                     const httplib::Response& response) {
   std::string body;
   size_t read = 0;
   const bool whole = reader([&](const char* bytes, size_t n) {
@@ -158,8 +159,9 @@ std::optional<std::string> read_body(const httplib::ContentReader& reader) {
     if (read <= HttpServer::most_body) body.append(bytes, n);
     return read <= most_drained;
   });
-  if (!whole && read <= HttpServer::most_body) throw HttpError(400, "the body is broken off");
-  if (read > HttpServer::most_body) return std::nullopt;
+  // The library has looked at the length that was announced.
+  if (read > HttpServer::most_body || response.status == 413) return std::nullopt;
+  if (!whole) throw HttpError(400, "the body is broken off");
   return body;
 }
 
@@ -207,7 +209,7 @@ struct HttpServer::State {
         refused = answer(
             [&](const HttpRequest&) -> HttpReply {
               HttpRequest whole = taken(request);
-              auto body = read_body(reader);
+              auto body = read_body(reader, response);
               if (!body) return refuse(request, 413, "a body of more than 16 MiB");
               whole.body = std::move(*body);
               return answer(handler, whole);
