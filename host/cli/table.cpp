@@ -94,8 +94,8 @@ Table::Table()
   program_->footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);
   // Left over arguments are reported with a suggestion, which the parser would not give.
   program_->allow_extras();
-  for (const auto add : {add_render, add_live, add_info, add_nodes, add_compare, add_verify, add_farm, add_completion,
-                         add_man, add_complete}) {
+  for (const auto add : {add_render, add_live, add_info, add_nodes, add_compare, add_verify, add_farm,
+                         add_completion, add_man, add_complete}) {
     Command& command = commands_.emplace_back(add(*program_));
     command.options->allow_extras();
   }
