@@ -53,7 +53,7 @@ export function Graph() {
         ref={surface}
         class={`graph-surface${is_far.value ? " far" : ""}${wire.value ? " wiring" : ""}`}
         data-graph
-        tabIndex={0}
+        tabindex={0}
         role="listbox"
         aria-label="Nodes. Arrows go along the edges, Enter shows a node."
         aria-activedescendant={selected_node.value ? `graph-node-${selected_node.value}` : undefined}

@@ -23,8 +23,9 @@ export function turn_wheel(event: WheelEvent): void {
 
 // A port gives an edge into the hand, an edge its lower end; a node is clicked; all else moves the graph.
 export function grab(event: PointerEvent): void {
-  const surface = event.currentTarget as Element;
+  const surface = event.currentTarget as SVGElement;
   const at = event.target as Element;
+  surface.focus({ preventScroll: true });
   if (event.button > 1) return;
   const node = at.closest("[data-node]")?.getAttribute("data-node") ?? null;
   const port = at.closest("[data-port]");

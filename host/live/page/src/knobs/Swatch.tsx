@@ -10,9 +10,12 @@ interface Props {
   change: (colour: number[], merge_key: string) => void;
 }
 
-// The colour as a screen shows it; opens a picker.
+const picker = { width: 210, height: 200 }; // pixels that it takes
+
+// The colour as a screen shows it; opens a picker, which the panel's edges do not cut.
 export function Swatch({ label, colour, change }: Props) {
   const open = useSignal(false);
+  const place = useRef({ left: 0, top: 0 });
   const whole = useRef<HTMLDivElement>(null);
   const leave = (event: FocusEvent) => {
     if (!whole.current?.contains(event.relatedTarget as Node | null)) open.value = false;
@@ -31,9 +34,17 @@ export function Swatch({ label, colour, change }: Props) {
         aria-expanded={open.value}
         title="Choose a colour"
         style={{ backgroundColor: css_of(colour) }}
-        onClick={() => (open.value = !open.value)}
+        onClick={(event) => {
+          const { left, bottom } = event.currentTarget.getBoundingClientRect();
+          place.current = { left: Math.min(left, innerWidth - picker.width), top: Math.min(bottom + 3, innerHeight - picker.height) };
+          open.value = !open.value;
+        }}
       />
-      {open.value && <Picker label={label} colour={colour} change={change} />}
+      {open.value && (
+        <div class="picker" style={{ left: `${place.current.left}px`, top: `${place.current.top}px` }}>
+          <Picker label={label} colour={colour} change={change} />
+        </div>
+      )}
     </div>
   );
 }
@@ -51,7 +62,7 @@ function Picker({ label, colour, change }: Props) {
   };
   const clear = css_of(colour_of({ hue: now.hue, saturation: 1, brightness: 1, intensity: 1 }));
   return (
-    <div class="picker" role="dialog" aria-label={`Colour of ${label}`} tabIndex={-1}>
+    <div role="dialog" aria-label={`Colour of ${label}`} tabIndex={-1}>
       <Pad
         class="field"
         style={{ background: `linear-gradient(to top, #000, transparent), linear-gradient(to right, #fff, ${clear})` }}
