@@ -3,11 +3,13 @@
 // centres lie at (i + 0.5) / size, and beyond the outer centres the outer texels go on.
 
 // Between the two texels of a row. Longer tables stand in several rows, each of which ends with the
-// texel that the next begins with, so nothing is blended across rows.
+// texel that the next begins with, so nothing is blended across rows. Beyond the last row is the last
+// texel: generated text asks there for the end of a table that fills its rows.
 vec4 sample_lut1d(sampler2D lut, vec2 coordinate) {
   ivec2 size = textureSize(lut, 0);
-  float place = clamp(coordinate.x * float(size.x) - 0.5, 0.0, float(size.x - 1));
-  int row = clamp(int(coordinate.y * float(size.y)), 0, size.y - 1);
+  int row = int(coordinate.y * float(size.y));
+  float place = row < size.y ? clamp(coordinate.x * float(size.x) - 0.5, 0.0, float(size.x - 1)) : float(size.x - 1);
+  row = clamp(row, 0, size.y - 1);
   int left = int(place);
   int right = min(left + 1, size.x - 1);
   return mix(texelFetch(lut, ivec2(left, row), 0), texelFetch(lut, ivec2(right, row), 0), place - float(left));
