@@ -29,8 +29,17 @@ function is_for_element(event: KeyboardEvent): boolean {
   return presses && at.matches(":is(button, summary, a, input, [role=button], [role=switch]):focus-visible");
 }
 
+// A line that is entered, or left, gives the keys back to the page; Tab goes on from it all the same.
+function leave_field(event: KeyboardEvent): void {
+  const at = event.target;
+  if (event.key !== "Enter" && event.key !== "Escape") return;
+  if (at instanceof HTMLInputElement && at.matches("input:not([type=checkbox], [type=button], [type=range])") && !at.closest("dialog, form"))
+    at.blur();
+}
+
 export function listen_to_keys(): void {
   addEventListener("keydown", (event) => {
+    if (!event.isComposing) leave_field(event);
     if (event.defaultPrevented || event.isComposing || is_for_element(event)) return;
     const pressed = chord(event);
     const command = commands.value.find((each) => each.keys?.includes(pressed));

@@ -17,6 +17,8 @@ export const client = Array.from(crypto.getRandomValues(new Uint8Array(8)), (oct
 export const scrubbing = signal(false); // the playhead is in somebody's hand; play goes on when it is let go
 
 const rest_after = 150; // ms
+const rest_in_hand = 500; // ms, of a playhead or a knob that somebody holds still
+const kept = 300; // ms
 const depth = 8; // frames of play on their way or waiting to be shown
 const scales = [0.125, 0.25, 0.375, 0.5, 0.75, 1];
 
@@ -25,6 +27,8 @@ type Look = Omit<Wish, "id" | "area">;
 let last_id = 0;
 let asked = new Map<number, Wish>(); // by id, in order of preference; what came is not in it
 let newest: Record<Slot, Look | null> = { a: null, b: null }; // that came
+let begun: Wish | null = null; // that the server is at, as far as the page knows
+let begun_at = 0;
 let resting = false;
 let queue: PlayQueue | null = null;
 let direction: 1 | -1 = 1;
@@ -84,7 +88,22 @@ function still_wishes(): Wish[] {
       const want = look(slot, frame, full);
       if (!good_for(newest[slot], want)) wanted.push(want);
     }
-  return wanted.map(wish);
+  return [...unfinished(frame), ...wanted.map(wish)];
+}
+
+// A playhead that moves on does not end what is almost done: one image of it at a time is finished and shown, so
+// that a hand in movement sees frames and not the first and the last one alone.
+function unfinished(frame: number): Wish[] {
+  const now = performance.now();
+  if (begun === null || !asked.has(begun.id)) {
+    begun = null;
+    for (const each of asked.values())
+      if (each.slot === "a" && each.scale === moving_scale() && each.pixels === moving_pixels()) begun ??= each;
+    begun_at = now;
+  }
+  const want = look("a", frame, false);
+  const stale = begun === null || begun.version !== want.version || begun.node !== want.node || begun.frame === frame;
+  return stale || begun === null || now - begun_at > kept ? [] : [begun];
 }
 
 function playing_wishes(now: Step): Wish[] {
@@ -128,7 +147,7 @@ function make_wishes(): void {
       subject = now_subject;
       resting = false;
       clearTimeout(timer);
-      timer = window.setTimeout(rest, rest_after);
+      timer = window.setTimeout(rest, scrubbing.peek() || state.dragging.peek() ? rest_in_hand : rest_after);
     }
     list = still_wishes();
   }

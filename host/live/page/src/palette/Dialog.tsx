@@ -1,12 +1,13 @@
 import "./palette.css";
 import type { Signal } from "@preact/signals";
 import type { ComponentChildren } from "preact";
-import { useEffect, useRef } from "preact/hooks";
+import { useLayoutEffect, useRef } from "preact/hooks";
 
 // Stands above the page until it is left by Escape, or by a click beside it. The focus goes back to where it was.
 export function Dialog({ open, label, children }: { open: Signal<boolean>; label: string; children: ComponentChildren }) {
   const element = useRef<HTMLDialogElement>(null);
-  useEffect(() => {
+  // At once, so that what is typed right behind the key goes here.
+  useLayoutEffect(() => {
     if (!element.current?.open) element.current?.showModal();
   }, []);
   return (

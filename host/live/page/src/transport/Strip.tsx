@@ -1,4 +1,4 @@
-import { useEffect, useRef, useState } from "preact/hooks";
+import { useEffect, useMemo, useRef, useState } from "preact/hooks";
 import { scrubbing } from "../net/wishes";
 import * as state from "../state";
 import { key_frames } from "./keyed";
@@ -21,7 +21,8 @@ export function Strip() {
   const first = state.first_frame.value;
   const last = state.last_frame.value;
   const across = width / (last - first + 1);
-  const left = (frame: number) => (frame - first) * across;
+  // What stands still while it plays is drawn once.
+  const line = useMemo(() => <Line width={width} />, [width]);
 
   const seek = (event: PointerEvent) => {
     const box = element.current?.getBoundingClientRect();
@@ -50,19 +51,29 @@ export function Strip() {
       onPointerMove={(event) => scrubbing.value && seek(event)}
       onLostPointerCapture={() => (scrubbing.value = false)}
     >
-      <svg width={width} height={height} aria-hidden="true">
-        <Ticks first={first} last={last} across={across} />
-        {state.cached_frames.value.map(([from, to]) => (
-          <rect key={from} class="strip-cached" x={left(from)} y={21} width={(to - from + 1) * across} height={4} />
-        ))}
-        <Points width={width} across={across} left={left} />
-        {key_frames.value.map((frame) => {
-          const x = left(frame) + across / 2;
-          return <path key={frame} class="strip-key" d={`M${x} 28l4 4-4 4-4-4z`} />;
-        })}
-        <Playhead frame={state.playhead.value} x={left(state.playhead.value)} across={across} width={width} />
-      </svg>
+      {line}
+      <Playhead frame={state.playhead.value} x={(state.playhead.value - first) * across} across={across} width={width} />
     </div>
+  );
+}
+
+function Line({ width }: { width: number }) {
+  const first = state.first_frame.value;
+  const last = state.last_frame.value;
+  const across = width / (last - first + 1);
+  const left = (frame: number) => (frame - first) * across;
+  return (
+    <svg width={width} height={height} aria-hidden="true">
+      <Ticks first={first} last={last} across={across} />
+      {state.cached_frames.value.map(([from, to]) => (
+        <rect key={from} class="strip-cached" x={left(from)} y={21} width={(to - from + 1) * across} height={4} />
+      ))}
+      <Points width={width} across={across} left={left} />
+      {key_frames.value.map((frame) => {
+        const x = left(frame) + across / 2;
+        return <path key={frame} class="strip-key" d={`M${x} 28l4 4-4 4-4-4z`} />;
+      })}
+    </svg>
   );
 }
 
@@ -108,18 +119,19 @@ function Points({ width, across, left }: { width: number; across: number; left: 
   );
 }
 
+// In layers of its own, which move without being drawn anew.
 function Playhead({ frame, x, across, width }: { frame: number; x: number; across: number; width: number }) {
   const middle = x + across / 2;
   const half = String(frame).length * 3.5 + 5;
   const label = Math.min(width - half, Math.max(half, middle));
+  const moved = (to: number) => ({ transform: `translateX(${to}px)` });
   return (
-    <g class="strip-playhead">
-      <rect class="strip-here" x={x} y={17} width={Math.max(1, across)} height={12} />
-      <rect x={middle - 0.5} y={4} width={1} height={height} />
-      <rect x={label - half} y={2} width={2 * half} height={14} rx={3} />
-      <text class="strip-number" x={label} y={13} text-anchor="middle">
+    <div aria-hidden="true">
+      <div class="strip-here" style={{ ...moved(x), width: `${Math.max(1, across)}px` }} />
+      <div class="strip-line" style={moved(Math.round(middle))} />
+      <div class="strip-number" style={{ ...moved(label - half), width: `${2 * half}px` }}>
         {frame}
-      </text>
-    </g>
+      </div>
+    </div>
   );
 }

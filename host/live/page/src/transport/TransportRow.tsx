@@ -18,11 +18,6 @@ function Press({ icon, label, keys, run, pressed }: {
   );
 }
 
-// A field that takes Enter gives the keys back to the page.
-function leave(event: KeyboardEvent): void {
-  if (event.key === "Enter" || event.key === "Escape") (event.currentTarget as HTMLElement).blur();
-}
-
 function FrameField() {
   return (
     <input
@@ -38,7 +33,6 @@ function FrameField() {
         event.currentTarget.value = String(state.playhead.value);
       }}
       onFocus={(event) => event.currentTarget.select()}
-      onKeyDown={leave}
     />
   );
 }
@@ -60,8 +54,7 @@ function RateField() {
           set(event.currentTarget.value);
           event.currentTarget.value = String(state.asked_rate.value);
         }}
-        onKeyDown={leave}
-      />
+        />
       <span class="dim">fps</span>
     </label>
   );

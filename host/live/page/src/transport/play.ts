@@ -7,7 +7,6 @@ import { frames, nearest } from "./range";
 
 export const waiting_for = signal<number | null>(null); // the frame that play stands still for
 export const given_up = signal(0); // frames of this play that came too late to be shown
-export const shown_frames = signal(0); // by this play, for those who measure it
 
 const late = 250; // ms without the next frame until it is said
 const too_late = 5000; // ms without it while later ones are here until it is given up
@@ -19,6 +18,7 @@ const running = computed(() => state.playing.value !== 0 && !scrubbing.value);
 let ticking = false;
 let due = 0;
 let since = 0; // when the next frame became due and was not here
+let told = 0;
 const times: number[] = [];
 
 function tick(now: number): void {
@@ -55,11 +55,11 @@ function count(now: number): void {
   times.push(now);
   if (times.length > window_length + 1) times.shift();
   const first = times[0] ?? now;
-  batch(() => {
-    waiting_for.value = null;
-    shown_frames.value += 1;
-    if (times.length > 1) state.reached_rate.value = ((times.length - 1) * 1000) / (now - first);
-  });
+  waiting_for.value = null;
+  // Four times a second is as often as a number can be read.
+  if (times.length < 2 || now - told < 250) return;
+  told = now;
+  state.reached_rate.value = ((times.length - 1) * 1000) / (now - first);
 }
 
 // Play starts, and goes on after a scrub.
@@ -76,7 +76,6 @@ effect(() => {
 export function play(direction: 1 | -1): void {
   batch(() => {
     given_up.value = 0;
-    shown_frames.value = 0;
     state.reached_rate.value = 0;
     const all = frames.value;
     const at_end = state.playhead.value === (direction > 0 ? all.at(-1) : all[0]);
