@@ -1,6 +1,6 @@
 import { useEffect, useRef } from "preact/hooks";
 import { compare, dragging, frame_problem, picture_a, selected_node } from "../state";
-import { follow_display } from "./display";
+import { display_name, follow_display } from "./display";
 import { follow_gestures } from "./gestures";
 import "./keys";
 import { Legend } from "./Legend";
@@ -95,6 +95,7 @@ export function Viewer() {
       data-version={header?.version}
       data-scale={header?.scale}
       data-pixels={header?.pixels}
+      data-display={display_name.value}
       data-moving={dragging.value ? "" : undefined}
     >
       <div class="viewer-stage" ref={stage}>

@@ -1,4 +1,4 @@
-import { effect, signal } from "@preact/signals";
+import { batch, effect, signal } from "@preact/signals";
 import { get } from "../net/api";
 import type { DisplayShader } from "../protocol";
 import { display_view, displays } from "../state";
@@ -6,6 +6,7 @@ import { say } from "./settings";
 
 // The conversion of the chosen display and view; null is the plain sRGB curve.
 export const display_shader = signal<DisplayShader | null>(null);
+export const display_name = signal(""); // of that one
 
 const known = new Map<string, DisplayShader>();
 
@@ -37,6 +38,7 @@ function fetch_shader(): void {
     return;
   }
   display_shader.value = null;
+  display_name.value = "";
   say("display", "");
 }
 
@@ -48,7 +50,10 @@ async function take(display: string, view: string, file: string): Promise<void> 
     known.set(key, shader);
     const now = display_view.value;
     if (now?.display !== display || now.view !== view) return;
-    display_shader.value = shader;
+    batch(() => {
+      display_shader.value = shader;
+      display_name.value = `${display}, ${view}`;
+    });
     say("display", "");
   } catch (error) {
     say("display", `The view ${view} of ${display} cannot be had: ${said(error)}`);
