@@ -39,6 +39,8 @@ interface Wanted {
   y: number;
 }
 
+const playing_pause = 150; // milliseconds between two values while it plays: nobody reads faster
+
 function prober(result: typeof probed_a): (picture: Picture | null, at: { x: number; y: number } | null) => void {
   const latest = new Latest<Wanted, PixelReply>(
     ({ picture, x, y }) => get<PixelReply>(`/pixel?${query_of(picture.header, { x, y })}`),
@@ -47,8 +49,12 @@ function prober(result: typeof probed_a): (picture: Picture | null, at: { x: num
       if (reply && now && now.x === x && now.y === y) result.value = { x, y, value: reply.value, exact: true };
     },
   );
+  let written = 0;
   return (picture, at) => {
     latest.forget();
+    const now = performance.now();
+    if (playing.value !== 0 && at && now - written < playing_pause) return;
+    written = now;
     if (!picture || !at) {
       result.value = null;
       return;
