@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace host::live {
 namespace {
@@ -26,15 +27,39 @@ uint32_t narrowed(uint16_t half) {
   return keeps ? special : finite;
 }
 
+// The same for halves that are finite, as compilers make it of vectors.
+template <int bits, size_t size>
+void narrow_finite(const std::array<int16_t, size>& halves, std::array<int16_t, size>& to) {
+  constexpr int shift = 10 - bits;
+  constexpr auto most = static_cast<int16_t>((infinite_half >> shift) - 1);
+  for (size_t i = 0; i < size; ++i) {
+    const int16_t half = std::max<int16_t>(halves[i], 0);
+    const auto rounded = static_cast<int16_t>((half + (1 << (shift - 1)) - 1 + (half >> shift & 1)) >> shift);
+    to[i] = std::min(rounded, most);
+  }
+}
+
 void pack_words(const float* from, size_t count, uint32_t* to) {
   constexpr size_t group = 64;
   std::array<uint16_t, 4 * group> halves{};
+  std::array<int16_t, 4 * group> bits{}, wide{}, narrow{};
+  const auto word = [](uint32_t red, uint32_t green, uint32_t blue) {
+    return red | green << 11 | blue << 22;
+  };
   for (size_t begin = 0; begin < count; begin += group) {
     const size_t n = std::min(group, count - begin);
-    writer::exr::to_halves(from + 4 * begin, 1, 4 * n, halves.data());
-    for (size_t i = 0; i < n; ++i) {
+    const bool special = writer::exr::to_halves(from + 4 * begin, 1, 4 * n, halves.data());
+    for (size_t i = 0; special && i < n; ++i) {
       const uint16_t* const pixel = &halves[4 * i];
-      to[begin + i] = narrowed<6>(pixel[0]) | narrowed<6>(pixel[1]) << 11 | narrowed<5>(pixel[2]) << 22;
+      to[begin + i] = word(narrowed<6>(pixel[0]), narrowed<6>(pixel[1]), narrowed<5>(pixel[2]));
+    }
+    if (special) continue;
+    std::memcpy(bits.data(), halves.data(), sizeof bits);
+    narrow_finite<6>(bits, wide);
+    narrow_finite<5>(bits, narrow);
+    for (size_t i = 0; i < n; ++i) {
+      to[begin + i] = word(static_cast<uint32_t>(wide[4 * i]), static_cast<uint32_t>(wide[4 * i + 1]),
+                           static_cast<uint32_t>(narrow[4 * i + 2]));
     }
   }
 }
