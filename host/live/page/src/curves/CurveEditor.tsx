@@ -96,7 +96,7 @@ function Open({ now }: { now: Edited }) {
   const drawn = box.value;
   return (
     <div class="curves" data-curve-editor={`${node.name}.${spec.name}.${component}`}>
-      <Toolbar now={now} at_playhead={at_playhead.value} values={values} />
+      <Toolbar now={now} at_playhead={at_playhead} values={values} />
       <svg
         ref={surface}
         class="curve-surface"
@@ -114,9 +114,9 @@ function Open({ now }: { now: Edited }) {
           <path class="curve-line" data-curve-line d={path} />
           <Keys curve={curve} />
         </svg>
-        <Playhead />
         {drawn && <rect class="curve-box" x={drawn.x0} y={drawn.y0} width={drawn.x1 - drawn.x0} height={drawn.y1 - drawn.y0} />}
       </svg>
+      <Playhead />
     </div>
   );
 }

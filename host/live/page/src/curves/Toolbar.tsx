@@ -1,10 +1,21 @@
+import type { Signal } from "@preact/signals";
+import { model } from "../document/document";
 import { interpolations, type Interpolation } from "../document/keys";
 import { NumberField } from "../knobs/NumberField";
 import { component_names, range_of } from "../knobs/ranges";
 import { catalogue, edited_curve, playhead } from "../state";
-import { model } from "../document/document";
+import {
+  type Edited,
+  keyed_knobs,
+  type KeyedKnob,
+  move_keys,
+  remove_keys,
+  selected_keys,
+  selection,
+  set_interpolation,
+  set_keys,
+} from "./edited";
 import { add_key } from "./gestures";
-import { type Edited, keyed_knobs, type KeyedKnob, move_keys, remove_keys, selected_keys, selection, set_interpolation, set_keys } from "./edited";
 import { frame_all } from "./view";
 
 export function knob_title({ node, knob, component, of }: KeyedKnob): string {
@@ -18,9 +29,14 @@ function id_of({ node, knob, component }: { node: string; knob: string; componen
   return JSON.stringify([node, knob, component]);
 }
 
+function AtPlayhead({ value }: { value: Signal<number | null> }) {
+  const now = value.value;
+  return <span class="mono dim">{now === null ? "" : `${playhead.value}: ${Number(now.toPrecision(5))}`}</span>;
+}
+
 interface Props {
   now: Edited;
-  at_playhead: number | null; // the curve's value there
+  at_playhead: Signal<number | null>; // the curve's value there
   values: number[]; // that are drawn
 }
 
@@ -98,7 +114,7 @@ export function Toolbar({ now, at_playhead, values }: Props) {
       <button
         data-add-key
         title="Add a key at the playhead, on the curve"
-        onClick={() => add_key(playhead.value, Number((at_playhead ?? curve.keys[0]?.value ?? 0).toPrecision(6)))}
+        onClick={() => add_key(playhead.value, Number((at_playhead.value ?? curve.keys[0]?.value ?? 0).toPrecision(6)))}
       >
         + Key
       </button>
@@ -115,7 +131,7 @@ export function Toolbar({ now, at_playhead, values }: Props) {
         extrapolate
       </label>
       <span class="gap" />
-      <span class="mono dim">{at_playhead === null ? "" : `${playhead.value}: ${Number(at_playhead.toPrecision(5))}`}</span>
+      <AtPlayhead value={at_playhead} />
       <button class="quiet" title="See all of the curve (F)" onClick={() => frame_all(curve, values)}>
         All
       </button>

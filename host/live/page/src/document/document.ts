@@ -245,7 +245,7 @@ effect(() => {
 });
 
 const disk_offer: Offer = {
-  message: "The file was changed outside, and it was changed here.",
+  message: "The file was changed outside, and the composition here says something else.",
   choices: [
     { title: "Take the file", run: () => void take_disk() },
     { title: "Keep mine and save it", run: () => void keep_mine() },

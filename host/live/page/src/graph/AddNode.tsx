@@ -44,7 +44,7 @@ export function AddNode() {
     if (!type) return;
     close();
     const name = add_node(type.name, after);
-    if (name !== "") requestAnimationFrame(() => look_at(name, false));
+    if (name !== "") requestAnimationFrame(() => look_at(name, "in"));
   };
   const key = (event: KeyboardEvent) => {
     if (event.key === "Escape") close();

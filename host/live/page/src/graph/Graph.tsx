@@ -5,7 +5,7 @@ import { useLayoutEffect, useRef } from "preact/hooks";
 import { model } from "../document/document";
 import { info, selected_node } from "../state";
 import { AddNode } from "./AddNode";
-import { camera, fit, is_far, look_at, panel, transform } from "./camera";
+import { camera, fit, is_far, is_very_far, look_at, panel, readable, seen, transform } from "./camera";
 import { Edges, LooseEdge } from "./Edges";
 import { GraphBar } from "./GraphBar";
 import { grab, turn_wheel } from "./gestures";
@@ -15,8 +15,6 @@ import { Messages } from "./Messages";
 import { NodeBox } from "./NodeBox";
 import { adding, matches, search_text, shown_name } from "./pick";
 import { wire } from "./wiring";
-
-const readable = 0.62; // of full size, at the start
 
 export function Graph() {
   const surface = useRef<SVGSVGElement>(null);
@@ -40,10 +38,11 @@ export function Graph() {
     if (fitted.value || panel.value.width === 0 || info.value === null || layout.value.width === 0) return;
     fitted.value = true;
     fit(readable);
-    if (layout.value.height * camera.peek().scale > panel.peek().height) look_at(shown_name(), false);
+    if (layout.value.height * camera.peek().scale > panel.peek().height) look_at(shown_name(), "foot");
   });
 
   const { nodes } = model.value;
+  const near = seen.value;
   const looked_for = search_text.value;
   const shown = shown_name();
   return (
@@ -68,11 +67,13 @@ export function Graph() {
           {nodes.map((node) => {
             const at = layout.value.places.get(node.name);
             return (
-              at && (
+              at &&
+              near.has(node.name) && (
                 <NodeBox
                   key={node.name}
                   node={node}
                   at={at}
+                  coarse={is_very_far.value}
                   selected={selected_node.value === node.name}
                   shown={shown === node.name}
                   faint={!matches(node.name, node.type, looked_for)}

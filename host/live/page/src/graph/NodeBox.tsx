@@ -10,6 +10,7 @@ import { wire } from "./wiring";
 interface Props {
   node: NodeText;
   at: Point;
+  coarse: boolean; // too small for letters and ports
   selected: boolean;
   shown: boolean;
   faint: boolean; // the search looks for others
@@ -22,7 +23,7 @@ function shortened(text: string): string {
   return text.length > letters ? `${text.slice(0, letters - 1)}…` : text;
 }
 
-function Box({ node, at, selected, shown, faint }: Props) {
+function Box({ node, at, coarse, selected, shown, faint }: Props) {
   const { name } = node;
   const state = useComputed(() => states.value.get(name)?.state ?? "none");
   const wrong = useComputed(() => messages.value.get(name)?.join("\n") ?? "");
@@ -41,7 +42,7 @@ function Box({ node, at, selected, shown, faint }: Props) {
     wrong.value,
     node.comment,
   ];
-  const classes = ["node", kind, selected && "selected", shown && "shown", faint && "faint", node.disabled && "disabled"];
+  const classes = ["node", kind, selected && "selected", shown && "shown", faint && "faint", coarse && "coarse", node.disabled && "disabled"];
   const [left, top] = [-node_width / 2, -node_height / 2];
   return (
     <g
@@ -58,19 +59,28 @@ function Box({ node, at, selected, shown, faint }: Props) {
       <title>{words.filter((each) => each !== "").join("\n")}</title>
       <rect class="body" x={left} y={top} width={node_width} height={node_height} rx="4" />
       <path class="family" d={`M${left + 4} ${top}h1v${node_height}h-1a4 4 0 0 1 -4 -4v${8 - node_height}a4 4 0 0 1 4 -4z`} />
+      {!coarse && <Letters node={node} figures={figures.value.split(" · ")[0] ?? ""} />}
+      <State kind={kind} x={-left - 10} />
+      {node.disabled && <path class="struck" d={`M${left} ${-top}L${-left} ${top}`} />}
+      {!coarse && <Ports node={node} />}
+    </g>
+  );
+}
+
+function Letters({ node, figures }: { node: NodeText; figures: string }) {
+  const left = -node_width / 2;
+  return (
+    <>
       <text class="name" x={left + 12} y={-2}>
-        {shortened(name)}
+        {shortened(node.name)}
       </text>
       <text class="type" x={left + 12} y={11}>
         {shortened(node.type)}
       </text>
       <text class="figures" x={-left - 6} y={11}>
-        {figures.value.split(" · ")[0]}
+        {figures}
       </text>
-      <State kind={kind} x={-left - 10} />
-      {node.disabled && <path class="struck" d={`M${left} ${-top}L${-left} ${top}`} />}
-      <Ports node={node} />
-    </g>
+    </>
   );
 }
 
@@ -111,10 +121,11 @@ function Ports({ node }: { node: NodeText }) {
 // A knob that moves makes all nodes anew, most of them as they were.
 function same_box(one: Props, other: Props): boolean {
   const facts = ({ node }: Props) => JSON.stringify([node.name, node.type, node.disabled, node.comment, node.links]);
-  const { at, selected, shown, faint } = other;
+  const { at, coarse, selected, shown, faint } = other;
   return (
     one.at.x === at.x &&
     one.at.y === at.y &&
+    one.coarse === coarse &&
     one.selected === selected &&
     one.shown === shown &&
     one.faint === faint &&

@@ -6,6 +6,8 @@ export const camera = signal({ x: 0, y: 0, scale: 1 });
 export const panel = signal({ width: 0, height: 0 });
 export const transform = computed(() => `translate(${camera.value.x} ${camera.value.y}) scale(${camera.value.scale})`);
 export const is_far = computed(() => camera.value.scale < 0.55); // small letters could not be read
+export const is_very_far = computed(() => camera.value.scale < 0.28); // nor could names
+export const readable = 0.62; // of full size
 
 const least = 0.05;
 const most = 2.5;
@@ -38,20 +40,40 @@ export function fit(smallest = least): void {
   camera.value = { scale, x, y };
 }
 
-// Brings a node to the middle, or only as far as it takes to see it.
-export function look_at(name: string, centre = true): void {
+// Brings a node to the middle, to the foot, or only as far as it takes to see it.
+export function look_at(name: string, place: "middle" | "foot" | "in" = "middle"): void {
   const at = layout.value.places.get(name);
   if (!at) return;
   const { width, height } = panel.value;
+  if (place === "middle" && is_far.value) zoom_about(width / 2, height / 2, readable / camera.value.scale);
   const { x, y, scale } = camera.value;
   const [left, top] = [x + at.x * scale, y + at.y * scale];
-  if (centre) {
-    pan(width / 2 - left, height / 2 - top);
-    return;
-  }
   const aside = (node_width / 2) * scale + margin;
   const above = (node_height / 2) * scale + margin;
+  if (place !== "in") {
+    pan(width / 2 - left, (place === "middle" ? height / 2 : height - above) - top);
+    return;
+  }
   const into = (value: number, room: number, size: number) =>
     value < room ? room - value : value > size - room ? size - room - value : 0;
   pan(into(left, aside, width), into(top, above, height));
 }
+
+const block = 256; // in the graph's own units
+
+// A region around what is seen that changes seldom: nodes outside it need not be there.
+const region = computed(() => {
+  const { x, y, scale } = camera.value;
+  const { width, height } = panel.value;
+  const cut = (value: number, by: number) => Math.floor(value / scale / block) + by;
+  return JSON.stringify([cut(-x, 0), cut(-y, 0), cut(width - x, 1), cut(height - y, 1)]);
+});
+export const seen = computed((): ReadonlySet<string> => {
+  const [left = 0, top = 0, right = 0, bottom = 0] = (JSON.parse(region.value) as number[]).map((each) => each * block);
+  const names = new Set<string>();
+  for (const [name, { x, y }] of layout.value.places) {
+    const across = x + node_width / 2 >= left && x - node_width / 2 <= right;
+    if (across && y + node_height >= top && y - node_height <= bottom) names.add(name);
+  }
+  return names;
+});

@@ -43,7 +43,7 @@ export function walk(event: KeyboardEvent): void {
       const next = selected_node.value === "" ? selected : neighbour(selected, event.key);
       if (next) {
         selected_node.value = next;
-        look_at(next, false);
+        look_at(next, "in");
       }
       break;
     }
