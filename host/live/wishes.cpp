@@ -31,16 +31,18 @@ bool Wishes::set(const std::string& client_name, std::vector<Wish> wishes, int64
                  Clock::time_point now) {
   Client& client = clients_[client_name];
   client.gone = false;
+  ++client.lists;
   std::vector<Entry> before = std::exchange(client.entries, {});
   for (Wish& wish : wishes) {
     const auto same_id = [&wish](const Entry& each) { return each.wish.id == wish.id; };
     if (std::any_of(client.entries.begin(), client.entries.end(), same_id)) continue;
     const auto known = std::find_if(before.begin(), before.end(), same_id);
     if (known == before.end()) {
-      client.entries.push_back({std::move(wish), now, Stage::wished, true, true, 0});
+      client.entries.push_back({std::move(wish), now, Stage::wished, true, true, 0, client.lists});
       continue;
     }
     known->listed = known->told = true;
+    known->list = client.lists;
     client.entries.push_back(std::move(*known));
     before.erase(known);
   }
@@ -152,7 +154,9 @@ bool Wishes::arrived(const std::string& client_name, uint64_t id, Clock::time_po
   bool told = false;
   for (Entry& entry : client->second.entries) {
     if (entry.wish.id != id || (entry.stage != Stage::on_its_way && entry.stage != Stage::in_hand)) continue;
-    told = entry.told;
+    // Nothing old follows on something newer.
+    told = entry.told && entry.list >= client->second.told;
+    if (told) client->second.told = entry.list;
     entry.stage = Stage::answered;
   }
   if (told) client->second.given = now;

@@ -72,12 +72,15 @@ class Wishes {
     bool listed = true;  // in the client's last list; others stay until their answer
     bool told = true;    // when it comes
     int64_t version = 0;
+    uint64_t list = 0;  // the client's last one with it
   };
 
   struct Client {
     std::vector<Entry> entries;  // the listed ones first, in their order
     Clock::time_point given{};   // an image
-    bool gone = false;           // answers are still on their way
+    uint64_t lists = 0;
+    uint64_t told = 0;  // the latest list of which something was told
+    bool gone = false;  // answers are still on their way
   };
 
   bool outlives(const Entry& entry, const Client& client, int64_t newest, Clock::time_point now) const;
