@@ -220,6 +220,7 @@ struct GpuContext::State {
   std::string renderer;
   bool software = false;
   int max_texture_size = 0;
+  bool lost = false;
 };
 
 DeviceChoice parse_device(const std::string& text) {
@@ -270,7 +271,9 @@ int GpuContext::max_texture_size() const {
 }
 
 bool GpuContext::lost() const {
-  return gl.GetGraphicsResetStatus && gl.GetGraphicsResetStatus() != GL_NO_ERROR;
+  // A driver that has recovered says so no more.
+  if (gl.GetGraphicsResetStatus && gl.GetGraphicsResetStatus() != GL_NO_ERROR) state_->lost = true;
+  return state_->lost;
 }
 
 }  // namespace host::gpu
