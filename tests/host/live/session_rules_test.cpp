@@ -1,0 +1,194 @@
+// The rules of the live page's render side, row by row.
+
+#include "host/gpu/gl_functions.h"
+#include "host/live/ahead.h"
+#include "host/live/wishes.h"
+#include "tests/host/live/told.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace live_test;
+using host::live::Wishes;
+
+// What becomes of an image in hand when the list changes.
+TEST(Session, WhatIsInHandEndsUnlessItIsScrubbed) {
+  const auto start = Wishes::Clock::now();
+  const auto at = [&start](int ms) { return start + std::chrono::milliseconds(ms); };
+  const struct {
+    const char* name;
+    std::vector<Wish> then;
+    int given_ms;  // before the list changes
+    bool ends, told;
+  } rows[] = {
+      {"still listed, behind another", {wish(9, 3), wish(1, 1)}, 10, false, true},
+      {"another frame, given long ago", {wish(9, 3)}, 200, false, true},
+      {"another frame, given just now", {wish(9, 3)}, 100, true, false},
+      {"an older version", {wish(9, 1, "", 4)}, 200, true, false},
+      {"the same version by its number", {wish(9, 2, "", 5)}, 200, false, true},
+      {"another node", {wish(9, 1, "other")}, 200, true, false},
+      {"nothing", {}, 200, true, false},
+  };
+  for (const auto& row : rows) {
+    for (const bool sent : {false, true}) {
+      Wishes wishes;
+      wishes.set("c", {wish(0, 0)}, 5, at(0));
+      wishes.take(5);
+      wishes.drawn();
+      wishes.arrived("c", 0, at(1000 - row.given_ms));
+      wishes.set("c", {wish(1, 1)}, 5, at(1000 - row.given_ms));
+      ASSERT_EQ(wishes.take(5)->wish.id, 1U);
+      // One that is drawn is told of where scrubbing may want it.
+      if (sent) wishes.drawn();
+      EXPECT_EQ(wishes.set("c", row.then, 5, at(1000)), row.ends && !sent) << row.name;
+      const bool scrubbed = row.told || std::string(row.name) == "another frame, given just now";
+      EXPECT_EQ(wishes.arrived("c", 1, at(1001)), sent ? scrubbed : row.told) << row.name << sent;
+    }
+  }
+  // Clients in turn, each one's best first, whatever the others have on their lists.
+  Wishes wishes;
+  wishes.set("a", {wish(1, 1), wish(2, 2), wish(3, 3)}, 1, at(0));
+  wishes.set("b", {wish(11, 1), wish(12, 2)}, 1, at(0));
+  std::string order;
+  while (const auto job = wishes.take(1)) {
+    order += std::to_string(job->wish.id) + " ";
+    wishes.drawn();
+  }
+  EXPECT_EQ(order, "1 11 2 12 3 ");
+}
+
+TEST(Session, FramesAheadComeNearestFirstAndTheFarthestGoFirst) {
+  using Frames = std::vector<int64_t>;
+  EXPECT_EQ(host::live::nearest_first(1, 9, 4, 1), (Frames{4, 5, 3, 6, 2, 7, 1, 8, 9}));
+  EXPECT_EQ(host::live::nearest_first(1, 5, 9, -1), (Frames{5, 4, 3, 2, 1}));
+  EXPECT_EQ(host::live::nearest_first(INT64_MIN, INT64_MAX, INT64_MAX, 1).size(),
+            host::live::most_frames_ahead);
+
+  // Images of 1 MiB, of which some fit; only what is nearest may be there, wherever the playhead comes from.
+  host::render::RendererOptions options;
+  options.memory = uint64_t{14} << 20;
+  Told told;
+  Session session(options, software, told);
+  session.set_composition(1, composition(R"({"name": "card", "type": "constant"}, )" +
+                                             grade("out", "card", R"("gain": {"keys": [[1, 1], [40, 2]]})"),
+                                         256));
+  uint64_t id = 0;
+  for (const auto& [frame, direction] : {std::pair<int64_t, int>{20, 1}, {23, 1}, {22, -1}, {40, 1}}) {
+    session.wish("c", {wish(++id, frame)}, Ahead{"", 1, 1, 40, frame, direction});
+    told.wait("c", id);
+    wait_idle(session);
+    Frames cached;
+    for (const auto& [first, last] : told.cached_frames()) {
+      for (int64_t each = first; each <= last; ++each) cached.push_back(each);
+    }
+    Frames nearest = host::live::nearest_first(1, 40, frame, direction);
+    ASSERT_GE(cached.size(), 4U);
+    ASSERT_LE(cached.size(), 13U);
+    // The next one's place may have been made before there turned out to be too little.
+    nearest.resize(cached.size());
+    std::sort(nearest.begin(), nearest.end());
+    EXPECT_EQ(cached, nearest) << "around " << frame;
+  }
+}
+
+// Nodes that take long, one upon another.
+std::string slow_nodes(const std::string& name, int count) {
+  std::string nodes = R"({"name": "card", "type": "checkerboard"})";
+  for (int i = 0; i < count; ++i) {
+    nodes += R"(, {"name": ")" + name + std::to_string(i) + R"(", "type": "blur", "inputs": ")" +
+             (i == 0 ? "card" : name + std::to_string(i - 1)) + R"(", "knobs": {"size": )" +
+             std::to_string(8 + i) + "}}";
+  }
+  return nodes;
+}
+
+TEST(Session, AnEditEndsWhatIsDrawnWithinOneDraw) {
+  Told told;
+  Session session({}, software, told);
+  session.set_composition(1, composition(slow_nodes("old", 12), 192));
+  session.set_composition(2, composition(slow_nodes("new", 2), 192));
+  session.wish("c", {wish(1, 1, "", 1)}, {});
+  // Once something of it is drawn.
+  const auto spans_of = [&session](const std::string& name) {
+    std::vector<host::Spans::Span> found = session.spans().since({});
+    std::erase_if(found, [&name](const auto& span) { return !span.name.starts_with(name); });
+    return found;
+  };
+  while (spans_of("old").empty()) std::this_thread::yield();
+  session.wish("c", {wish(2, 1, "", 2)}, {});
+  const auto edited = host::Spans::Clock::now();
+  EXPECT_EQ(told.wait("c", 2).error, "");
+  wait_idle(session);
+  ASSERT_LT(spans_of("old").size(), 12U);
+  for (const auto& span : spans_of("old")) EXPECT_LT(span.begin, edited) << span.name;
+  EXPECT_EQ(told.all().count({"c", 1}), 0U);
+
+  // What was finished stays: the old one goes on where it was left.
+  const auto left = spans_of("old").size();
+  session.wish("c", {wish(3, 1, "", 1)}, {});
+  told.wait("c", 3);
+  EXPECT_EQ(spans_of("old").size(), 12U);
+  EXPECT_GT(left, 0U);
+  const auto rows = nlohmann::json::parse(session.trace(3600)).at("traceEvents");
+  EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), [](const auto& row) {
+    return row.at("name") == "old11 1" && row.at("cat") == "drawing";
+  }));
+}
+
+TEST(Session, FindsThePixelAndWhoMadeIt) {
+  Told told;
+  Session session({}, software, told);
+  // A negative in the cropped part of one branch is not what the other makes; nor is what the output clips.
+  session.set_composition(
+      1, composition(
+             R"({"name": "card", "type": "constant", "knobs": {"color": [0.5, 0.25, 0, 1]}}, )" +
+             grade("dark", "card", R"("offset": [0, -1, 0])") +
+             R"(, {"name": "corner", "type": "crop", "inputs": "dark", "knobs": {"box": [5, 2, 9, 7]}},
+             {"name": "over", "type": "merge", "inputs": {"a": "corner", "b": "card"}}, )" +
+             grade("out", "over", R"("gain": 2)") + ", " + grade("clean", "out", R"("clamp_black": true)")));
+  const auto found = session.find(host::live::Kind::negative, 0, "out", 1, {});
+  EXPECT_TRUE(found.found);
+  EXPECT_EQ(std::pair(found.x, found.y), std::pair(int64_t{5}, int64_t{6}));
+  EXPECT_EQ(found.made_by, "dark");
+  EXPECT_FALSE(session.find(host::live::Kind::negative, 0, "clean", 1, {}).found);
+  EXPECT_FALSE(session.find(host::live::Kind::nan, 0, "out", 1, {}).found);
+  EXPECT_THROW(session.find(host::live::Kind::nan, 0, "nobody", 1, {}), host::live::Unknown);
+  EXPECT_THROW(session.floats(7, "", 1, {}), host::live::Unknown);
+}
+
+std::atomic<int> resets = 0;  // that the driver still has to tell of
+
+GLenum APIENTRY reset_status() {
+  return resets > 0 && resets-- > 0 ? GL_GUILTY_CONTEXT_RESET : GL_NO_ERROR;
+}
+
+TEST(Session, ALostDeviceIsOpenedAnewOnce) {
+  Told told;
+  Session session({}, software, told);
+  session.set_composition(1, composition(storm_nodes(1)));
+  session.wish("c", {wish(1, 1)}, {});
+  told.wait("c", 1);
+  wait_idle(session);
+  for (const bool for_good : {false, true}) {
+    resets = 1;
+    host::gpu::gl.GetGraphicsResetStatus = reset_status;
+    const uint64_t id = for_good ? 3 : 2;
+    session.wish("c", {wish(id, 5)}, {});
+    EXPECT_EQ(told.wait("c", id).error, "");
+    wait_idle(session);
+    EXPECT_EQ(told.losses(), for_good ? "lost back lost back " : "lost back ");
+  }
+}
+
+}  // namespace
