@@ -1,4 +1,4 @@
-import { signal } from "@preact/signals";
+import { effect, signal } from "@preact/signals";
 import { get } from "../net/api";
 import type { FindReply } from "../protocol";
 import { loud, picture_a, zoom } from "../state";
@@ -25,6 +25,10 @@ export function forget_found(): void {
   found.value = null;
   marked.value = null;
 }
+
+effect(() => {
+  if (!loud.value) forget_found();
+});
 
 let last: Kind | null = null;
 
@@ -58,6 +62,10 @@ async function search(wanted: Kind[]): Promise<void> {
   }
 }
 
+function capital(word: string): string {
+  return word.charAt(0).toUpperCase() + word.slice(1);
+}
+
 function go_to(kind: Kind, reply: FindReply): void {
   last = kind;
   loud.value = true;
@@ -67,5 +75,5 @@ function go_to(kind: Kind, reply: FindReply): void {
   centre.value = middle;
   pointer.value = middle;
   marked.value = { x: reply.x, y: reply.y };
-  found.value = { words: `${kind_words[kind]} at ${reply.x}, ${reply.y}, made by`, made_by: reply.made_by };
+  found.value = { words: `${kind === "nan" ? "NaN" : capital(kind)} at ${reply.x}, ${reply.y}, made by`, made_by: reply.made_by };
 }
