@@ -93,7 +93,7 @@ test("an error stands on its node, in the words of the command line", async (t) 
   await node.waitFor();
   const broken = file.replace("shot.json", "broken.json");
   writeFileSync(broken, readFileSync(file, "utf8").replace("plates/greenscreen.####.exr", "plates/nothing.####.exr"));
-  const said = spawnSync(program, ["render", broken, "-f", "1", "-o", "/dev/null", "--overwrite"], { encoding: "utf8" }).stderr;
+  const said = spawnSync(program, ["render", broken, "-f", "1", "-o", broken.replace(".json", ".exr")], { encoding: "utf8" }).stderr;
   const words = (await node.getAttribute("aria-label")).match(/[^,]*nothing[^,]*/)[0].trim();
   assert.ok(said.includes(words), `"${words}" is not in: ${said}`);
   await page.keyboard.press("Control+z");

@@ -40,13 +40,13 @@ test("a job from opening to saving by keys alone", async (t) => {
   await shown(page, { after: third });
 
   // The graph: to its top, and what stands there in the viewer.
-  await press("Shift+g", "ArrowUp", "ArrowUp", "Enter");
+  await press("Escape", "Shift+g", "ArrowUp", "ArrowUp", "Enter");
   await page.waitForFunction(() => document.querySelector('[data-part="viewer"]').dataset.node !== "out");
   await press("Escape");
   await shown(page, { node: "out" });
 
   // Looking.
-  await press("a", "r", "r", ".", "0", "1", "f", "p", "w");
+  await press("a", "r", "r", ".", "0", "1", "f", "p");
   await page.locator('[data-part="probe-b"]').waitFor();
   await press("w", "F2", "F3", "F4", "F1", "?");
   await page.getByRole("dialog", { name: "Keys" }).waitFor();
@@ -69,8 +69,8 @@ test("Tab comes by every part of the page, and all that it stops at has a name",
       const at = document.activeElement;
       if (at === document.body) return null;
       const label = at.getAttribute("aria-label") ?? at.labels?.[0]?.textContent ?? at.textContent ?? "";
-      const ring = getComputedStyle(at);
-      const seen = ring.outlineStyle !== "none" || ring.boxShadow !== "none";
+      const accent = getComputedStyle(document.querySelector(".strip-line")).backgroundColor;
+      const seen = getComputedStyle(at).outlineStyle !== "none" || getComputedStyle(at.parentElement).borderTopColor === accent;
       const part = at.closest("header, .viewer-bar, [data-part=viewer], .timeline, .tabs, #dock, [aria-label=Graph], [aria-label=Knobs]");
       const again = at.dataset.stop !== undefined;
       at.dataset.stop = "";
