@@ -59,6 +59,31 @@ test("a slider that is dragged shows while it moves, is one step, and one line o
   assert.deepEqual(faults, []);
 });
 
+test("a key that is dragged moves in time and value, in its line, and the picture with it", async (t) => {
+  const { page, file } = await open_page(t);
+  const before = readFileSync(file, "utf8");
+  await page.getByLabel("Frame", { exact: true }).fill("10");
+  await page.keyboard.press("Enter");
+  const first = await shown(page, { frame: 10 });
+  await find(page, "shine brightness");
+  const key = page.locator('[data-curve-surface] [data-frame="14"]');
+  const box = await key.boundingBox();
+  await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+  await page.mouse.down();
+  const surface = await page.locator("[data-curve-surface]").boundingBox();
+  const last = await page.locator('[data-curve-surface] [data-frame="24"]').boundingBox();
+  const frame = (last.x - box.x) / 10;
+  await page.mouse.move(box.x + box.width / 2 - 4 * frame, box.y + Math.min(40, surface.height / 3), { steps: 6 });
+  await page.mouse.up();
+  await shown(page, { frame: 10, after: first });
+  const changed = await saved_lines(page, file, before);
+  assert.equal(changed.length, 1);
+  const [, value] = changed[0].match(/"brightness": \{"keys": \[\[1, 0, "smooth"\], \[10, ([\d.]+), "smooth"\], \[24, 1\]\]\}/);
+  assert.ok(Number(value) < 1.6);
+  await shown(page, { frame: 10, after: first });
+  await same_as_rendered(page, file, 10);
+});
+
 test("an output dragged to an input connects them, and a list of inputs does as well", async (t) => {
   const { page, file } = await open_page(t);
   const before = readFileSync(file, "utf8");

@@ -30,16 +30,36 @@ try {
   await shown(page, { frame: 14 });
   // Until everything ahead is in memory: the timeline shows it.
   await page.waitForFunction(() => [...document.querySelectorAll(".strip-cached")].reduce((sum, each) => sum + each.width.baseVal.value, 0) > 800, null, { timeout: 120000 });
-  await point(0.55, 0.4);
-  await page.locator('[data-part="probe-a"][data-exact="true"]').waitFor();
-  await take("viewer");
+  const at_pointer = async () => {
+    await point(0.55, 0.4);
+    await page.locator('[data-part="probe-a"][data-exact="true"]').waitFor();
+  };
+  await at_pointer();
   await take("curves");
 
+  await open(page, "dusk gamma");
+  await page.keyboard.press("Escape");
   await page.keyboard.press("F2");
-  await take("scopes");
+  await page.waitForFunction(() => Number(document.querySelector('[data-part="scopes"]')?.dataset.samples) > 0);
+  await at_pointer();
+  await take("viewer");
 
+  // The data of a bright part of the frame, and its colours on a display.
+  await open(page, "over");
+  await shown(page, { frame: 14, node: "over" });
+  await take("scopes");
+  await page.keyboard.press("Escape");
+  await shown(page, { frame: 14, node: "out" });
+
+  // Before and after a correction.
   await page.keyboard.press("p");
-  await page.keyboard.press("w");
+  await open(page, "mood gamma");
+  await page.keyboard.type("0.95");
+  await page.keyboard.press("Enter");
+  await page.keyboard.press("Escape");
+  await shown(page, { frame: 14, after: 1 });
+  await page.keyboard.press("F3");
+  await at_pointer();
   await take("compare");
 } finally {
   for (const end of endings) await end();

@@ -13,6 +13,7 @@ const { chromium } = createRequire(join(root, "host/live/page/package.json"))("p
 const build = process.env.QUORVEL_BUILD ?? join(root, "build/release");
 export const program = join(build, "host/quorvel");
 const width = 960;
+process.once("SIGTERM", () => process.exit(1)); // so that no server stays behind
 const height = 540;
 
 // Painted once; every test reads the same.
@@ -35,6 +36,7 @@ export async function start_server(file, options = []) {
     server.once("exit", (code) => reject(new Error(`quorvel live ended with ${code}: ${errors}`)));
   });
   const ended = new Promise((resolve) => server.once("exit", resolve));
+  process.once("exit", () => server.kill());
   return {
     url,
     pid: server.pid,

@@ -1,10 +1,15 @@
+import { effect } from "@preact/signals";
 import { CurveEditor } from "../curves/CurveEditor";
 import { Messages } from "../panels/Messages";
 import { RenderPanel } from "../panels/RenderPanel";
 import { TimePanel } from "../panels/TimePanel";
 import { Scopes } from "../scopes/Scopes";
-import { notices, problems } from "../state";
+import { edited_curve, notices, problems } from "../state";
 import { dock, type Dock } from "./layout";
+
+effect(() => {
+  if (edited_curve.value !== null) dock.value = "curves";
+});
 
 const tabs: [Dock, string][] = [
   ["curves", "Curves"],

@@ -24,6 +24,7 @@ function is_for_element(event: KeyboardEvent): boolean {
   const at = event.target;
   if (!(at instanceof Element) || event.ctrlKey || event.metaKey) return false;
   if (at.closest("dialog")) return true;
+  if (/^F\d/.test(event.key)) return false;
   if (at.matches("input:not([type=checkbox], [type=button]), textarea, select, [contenteditable]")) return true;
   const presses = event.key === " " || event.key === "Enter";
   return presses && at.matches(":is(button, summary, a, input, [role=button], [role=switch]):focus-visible");

@@ -217,6 +217,9 @@ export function came(picture: Picture): void {
     return;
   }
   if (header.id < latest[header.slot]) return;
+  // What is looked at is on the screen already: somebody went there and back.
+  const have = newest[header.slot];
+  if (!mine && have !== null && same_image(have, look(header.slot, state.playhead.value, false))) return;
   latest[header.slot] = header.id;
   // What cannot be drawn is not asked for again at once.
   if (mine) newest[header.slot] = mine;

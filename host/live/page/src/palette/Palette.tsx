@@ -21,9 +21,9 @@ function Finder() {
   }, [at]);
 
   const run = (entry: Entry | undefined) => {
-    palette_open.value = false;
-    // After the dialog has given back the focus, so that a command can take it.
-    if (entry) setTimeout(entry.run);
+    // Gives back the focus, so that a command can take it.
+    list.current?.closest("dialog")?.close();
+    entry?.run();
   };
   const key = (event: KeyboardEvent) => {
     const by = event.key === "ArrowDown" ? 1 : event.key === "ArrowUp" ? -1 : 0;

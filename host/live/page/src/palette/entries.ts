@@ -1,6 +1,7 @@
 import { commands } from "../commands";
 import { key_name } from "../app/keys";
-import { catalogue, info, selected_node, shown_node } from "../state";
+import { model } from "../document/document";
+import { catalogue, edited_curve, info, selected_node, shown_node } from "../state";
 import { score } from "./fuzzy";
 
 export interface Entry {
@@ -26,16 +27,23 @@ function open_node(name: string): void {
   shown_node.value = name;
 }
 
-// The knob's field gets the focus as soon as its node's knobs stand there.
+function is_keyed(part: unknown): boolean {
+  return typeof part === "object" && part !== null && "keys" in part;
+}
+
+// A keyed knob's curve is opened. The knob's field gets the focus as soon as its node's knobs stand there.
 function open_knob(node: string, knob: string): void {
   selected_node.value = node;
-  requestAnimationFrame(() =>
-    requestAnimationFrame(() => {
-      const field = document.querySelector<HTMLElement>(`[data-knob="${CSS.escape(knob)}"] :is(input, select, button)`);
-      field?.scrollIntoView({ block: "nearest" });
-      field?.focus();
-    }),
-  );
+  const value = model.value.named.get(node)?.knobs[knob];
+  const component = (Array.isArray(value) ? value : [value]).findIndex(is_keyed);
+  if (component >= 0) edited_curve.value = { node, knob, component };
+  // The page is drawn in a microtask: what is typed next goes to the field.
+  queueMicrotask(() => {
+    const field = document.querySelector<HTMLElement>(`[data-knob="${CSS.escape(knob)}"] :is(input, select, textarea, button)`);
+    field?.scrollIntoView({ block: "nearest" });
+    field?.focus();
+    if (field instanceof HTMLInputElement && field.type === "text") field.select();
+  });
 }
 
 function node_entries(): Entry[] {
