@@ -1,5 +1,5 @@
 import { useEffect, useRef } from "preact/hooks";
-import { compare, dragging, frame_problem, picture_a, selected_node } from "../state";
+import { compare, dragging, frame_problem, paused, picture_a, playhead, selected_node } from "../state";
 import { display_name, follow_display } from "./display";
 import { follow_gestures } from "./gestures";
 import "./keys";
@@ -8,7 +8,7 @@ import { Painter, set_painter } from "./painter";
 import { follow_probe } from "./probing";
 import { Probe } from "./Probe";
 import { Region } from "./Region";
-import { canvas_size, viewer_message } from "./settings";
+import { canvas_size, viewer_message, waiting } from "./settings";
 import "./viewer.css";
 import { Sides } from "./Sides";
 
@@ -39,6 +39,15 @@ function picture_words(): string {
   const { width, height } = header.format;
   const beside = compare.value.mode === "off" ? "" : ", compared with B";
   return `Picture of ${header.node}, frame ${header.frame}, ${width} by ${height}${beside}`;
+}
+
+function Waiting() {
+  if (!waiting.value || paused.value || frame_problem.value) return null;
+  return (
+    <div class="viewer-waiting" role="status">
+      drawing frame {playhead.value}
+    </div>
+  );
 }
 
 function Message() {
@@ -104,6 +113,7 @@ export function Viewer() {
         <Sides />
         <Legend />
         <Region />
+        <Waiting />
         <Message />
       </div>
       <Probe />

@@ -1,7 +1,7 @@
-import { sample } from "../state";
+import { sample, zoom } from "../state";
 import { to_format, type Point } from "./geometry";
 import { found } from "./bad_pixels";
-import { pan_by, zoom_by } from "./navigate";
+import { fit, pan_by, set_zoom, zoom_by } from "./navigate";
 import { view } from "./scene";
 import { canvas_size, marked, pointer } from "./settings";
 
@@ -20,6 +20,7 @@ export function follow_gestures(element: HTMLElement): () => void {
   on("pointerup", (event) => gestures.up(event));
   on("pointercancel", (event) => gestures.up(event));
   on("pointerleave", () => gestures.leave());
+  on("dblclick", (event) => gestures.twice(event));
   on("wheel", (event) => gestures.wheel(event), false);
   return () => ending.abort();
 }
@@ -70,6 +71,13 @@ class Gestures {
     const place = this.place_of(event);
     zoom_by(Math.exp(-held * (event.ctrlKey ? 0.01 : 0.0025)), place); // with Ctrl it is a pinch on a pad
     pointer.value = to_format(view.value, place.x, place.y);
+  }
+
+  // Between the whole picture and one pixel on one, at the place.
+  twice(event: MouseEvent): void {
+    if (event.shiftKey) return;
+    if (zoom.value === "fit") set_zoom(1, this.place_of(event));
+    else fit();
   }
 
   private place_of(event: MouseEvent): Point {

@@ -1,5 +1,5 @@
 import { computed, signal } from "@preact/signals";
-import { channels, compare, info, picture_a, shown_node } from "../state";
+import { channels, compare, info, picture_a, playhead, playing, shown_node } from "../state";
 
 // What only the viewer, its bar and the scopes look at.
 
@@ -34,5 +34,14 @@ export const shown_format = computed(
 export const shown_name = computed(
   () => shown_node.value || info.value?.outputs[0] || picture_a.value?.header.node || "",
 );
+
+// Another picture than the one on the canvas is wanted.
+export const waiting = computed(() => {
+  const header = picture_a.value?.header;
+  const document = info.value;
+  if (!header || !document || playing.value !== 0) return false;
+  const old = header.version < document.version || header.frame !== playhead.value;
+  return old || (shown_node.value !== "" && header.node !== shown_node.value);
+});
 
 export const side_by_side = computed(() => compare.value.mode === "side");
