@@ -16,6 +16,7 @@ import {
   set_keys,
 } from "./edited";
 import { add_key } from "./gestures";
+import { slow_playhead } from "./samples";
 import { frame_all } from "./view";
 
 export function knob_title({ node, knob, component, of }: KeyedKnob): string {
@@ -31,7 +32,7 @@ function id_of({ node, knob, component }: { node: string; knob: string; componen
 
 function AtPlayhead({ value }: { value: Signal<number | null> }) {
   const now = value.value;
-  return <span class="mono dim">{now === null ? "" : `${playhead.value}: ${Number(now.toPrecision(5))}`}</span>;
+  return <span class="mono dim">{now === null ? "" : `${slow_playhead.value}: ${Number(now.toPrecision(5))}`}</span>;
 }
 
 interface Props {

@@ -1,8 +1,10 @@
-import { type Signal, useComputed, useSignal, useSignalEffect } from "@preact/signals";
+import { effect, signal, type Signal, useComputed, useSignal, useSignalEffect } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
+import { model } from "../document/document";
+import { server_name } from "../document/place";
 import { get } from "../net/api";
 import type { CurveReply, Value } from "../protocol";
-import { connected, first_frame, info, last_frame, playhead } from "../state";
+import { connected, first_frame, info, last_frame, playhead, playing } from "../state";
 
 export interface Asked {
   node: string;
@@ -34,7 +36,8 @@ export function useCurve(asked: Signal<Asked | null>): Signal<CurveReply | null>
       if (!wish) reply.value = null;
       else
         try {
-          const query = new URLSearchParams(Object.entries(wish).map(([name, value]) => [name, String(value)]));
+          const named = { ...wish, node: server_name(model.peek(), wish.node, "") };
+          const query = new URLSearchParams(Object.entries(named).map(([name, value]) => [name, String(value)]));
           const came = await get<CurveReply>(`/curve?${query}`);
           if (!now.gone) reply.value = came;
         } catch {
@@ -53,13 +56,31 @@ export function useCurve(asked: Signal<Asked | null>): Signal<CurveReply | null>
   return reply;
 }
 
+// The playhead as numbers follow it: at rest exactly, in play a few times a second.
+export const slow_playhead = signal(playhead.value);
+const pause_in_play = 250; // ms
+let timer = 0;
+
+effect(() => {
+  const now = playhead.value;
+  if (playing.value === 0) {
+    clearTimeout(timer);
+    timer = 0;
+    slow_playhead.value = now;
+  } else if (timer === 0)
+    timer = window.setTimeout(() => {
+      timer = 0;
+      slow_playhead.value = playhead.peek();
+    }, pause_in_play);
+});
+
 const most = 4000; // frames at once
 
 // The value of one keyed component at the playhead; null until it is known.
 export function useValueAtPlayhead(node: string, knob: string, component: number): Signal<number | null> {
   const key = useSignal("");
   key.value = JSON.stringify([node, knob, component]);
-  const block = useComputed(() => Math.floor((playhead.value - first_frame.value) / most));
+  const block = useComputed(() => Math.floor((slow_playhead.value - first_frame.value) / most));
   const asked = useComputed((): Asked => {
     const [of_node, of_knob, of_component] = JSON.parse(key.value) as [string, string, number];
     const first = first_frame.value + block.value * most;
@@ -68,7 +89,7 @@ export function useValueAtPlayhead(node: string, knob: string, component: number
   const reply = useCurve(asked);
   return useComputed(() => {
     const came = reply.value;
-    const value = came?.values[Math.round((playhead.value - came.first) / came.step)];
+    const value = came?.values[Math.round((slow_playhead.value - came.first) / came.step)];
     return value === undefined ? null : number_of(value);
   });
 }

@@ -63,7 +63,7 @@ export function rename_node(name: string, wish: string): string {
 function refer(name: string, instead: string): void {
   batch(() => {
     if (state.selected_node.value === name) state.selected_node.value = instead;
-    if (state.shown_node.value === name) state.shown_node.value = instead;
+    if (state.shown_node.value === name || state.shown_node.value.startsWith(`${name}.`)) state.shown_node.value = instead;
     const compare = state.compare.value;
     if (compare.node === name) state.compare.value = { ...compare, node: instead };
     const curve = state.edited_curve.value;

@@ -20,3 +20,24 @@ export function node_of(model: Model, name: string): string | null {
   const base = view === undefined ? "" : name.slice(0, -view.length - 1);
   return model.named.has(base) ? base : null;
 }
+
+// Whether a node is there once a view: a path of its own, or of one upstream, names the view.
+export function depends_on_view(model: Model, name: string): boolean {
+  const seen = new Set<string>();
+  const open = [name];
+  for (let next = open.pop(); next !== undefined; next = open.pop()) {
+    const node = model.named.get(next);
+    if (!node || seen.has(next)) continue;
+    seen.add(next);
+    if (Object.values(node.knobs).some((value) => typeof value === "string" && /%[Vv]/.test(value))) return true;
+    open.push(...node.links.map((link) => link.from));
+  }
+  return false;
+}
+
+// What the server calls a node: "plate.left" where it is there once a view. "": of the first view.
+export function server_name(model: Model, name: string, view: string): string {
+  const [first] = model.views;
+  if (first === undefined || !model.named.has(name) || !depends_on_view(model, name)) return name;
+  return `${name}.${model.views.includes(view) ? view : first}`;
+}

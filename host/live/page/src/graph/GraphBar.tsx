@@ -1,7 +1,7 @@
 import { model } from "../document/document";
 import { selected_node } from "../state";
 import { fit, look_at } from "./camera";
-import { adding, found_nodes, search_text } from "./pick";
+import { adding, found_nodes, search_text, show_view, shown_view } from "./pick";
 
 // Search, which leaves what is found bright and brings it to the middle, and what else is done to the whole.
 export function GraphBar() {
@@ -39,6 +39,7 @@ export function GraphBar() {
         {search_text.value.trim() === "" ? `${model.value.nodes.length} nodes` : `${found.length} found`}
       </span>
       <span class="gap" />
+      <Views />
       <button data-add-node title="Add a node behind the selected one (Shift A)" onClick={() => (adding.value = true)}>
         + Node
       </button>
@@ -46,5 +47,21 @@ export function GraphBar() {
         Fit
       </button>
     </div>
+  );
+}
+
+// Which of the views is shown of a node that is there once each.
+function Views() {
+  const { views } = model.value;
+  if (views.length === 0) return null;
+  const now = shown_view();
+  return (
+    <span role="group" aria-label="View">
+      {views.map((view) => (
+        <button key={view} class="quiet" data-view={view} aria-pressed={now === view} onClick={() => show_view(view)}>
+          {view}
+        </button>
+      ))}
+    </span>
   );
 }

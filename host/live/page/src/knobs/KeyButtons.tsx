@@ -1,6 +1,7 @@
+import { slow_playhead } from "../curves/samples";
 import { is_curve } from "../document/keys";
 import { edited_curve } from "../state";
-import { go_to_key, key_here, open_curve, type Subject, toggle_key } from "./keying";
+import { go_to_key, key_at, open_curve, type Subject, toggle_key } from "./keying";
 
 interface Props {
   subject: Subject;
@@ -27,7 +28,7 @@ export function KeyButtons({ subject, component, value, label }: Props) {
         </button>
       </span>
     );
-  const here = key_here(part);
+  const here = key_at(part, slow_playhead.value);
   const edited = edited_curve.value;
   const open = edited?.node === node.name && edited.knob === spec.name && edited.component === component;
   return (

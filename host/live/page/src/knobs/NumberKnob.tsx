@@ -1,9 +1,8 @@
-import { useValueAtPlayhead } from "../curves/samples";
+import { slow_playhead, useValueAtPlayhead } from "../curves/samples";
 import { set_knob } from "../document/actions";
 import { is_curve, type Parts, read_parts } from "../document/keys";
 import type { NodeText } from "../document/model";
 import type { KnobSpec } from "../protocol";
-import { playhead } from "../state";
 import { KeyButtons } from "./KeyButtons";
 import { change_parts, change_value, key_all, type Subject } from "./keying";
 import { NumberField } from "./NumberField";
@@ -74,7 +73,7 @@ function Keyed(props: ComponentProps) {
   const { node, spec, given } = props.subject;
   const curve = given.parts[props.component];
   const evaluated = useValueAtPlayhead(node.name, spec.name, props.component);
-  const here = is_curve(curve) ? curve.keys.find((key) => key.frame === playhead.value)?.value : undefined;
+  const here = is_curve(curve) ? curve.keys.find((key) => key.frame === slow_playhead.value)?.value : undefined;
   return <Value {...props} value={here ?? evaluated.value ?? 0} />;
 }
 

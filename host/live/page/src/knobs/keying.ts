@@ -24,8 +24,8 @@ export function change_value(subject: Subject, component: number, value: number,
   change_parts(subject, with_part(subject.given, component, changed), merge_key);
 }
 
-export function key_here(curve: Curve): boolean {
-  return curve.keys.some((key) => key.frame === playhead.value);
+export function key_at(curve: Curve, frame: number): boolean {
+  return curve.keys.some((key) => key.frame === frame);
 }
 
 // Sets a key at the playhead or takes it away; of a curve without keys a constant is left.
@@ -33,7 +33,7 @@ export function toggle_key(subject: Subject, component: number, value: number): 
   const part = subject.given.parts[component];
   let changed: Part;
   if (!is_curve(part)) changed = first_key(subject, value);
-  else if (!key_here(part)) changed = with_key(part, playhead.value, value);
+  else if (!key_at(part, playhead.value)) changed = with_key(part, playhead.value, value);
   else changed = part.keys.length === 1 ? (part.keys[0]?.value ?? value) : without_key(part, playhead.value);
   change_parts(subject, with_part(subject.given, component, changed));
 }

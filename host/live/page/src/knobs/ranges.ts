@@ -26,7 +26,7 @@ export function range_of(spec: KnobSpec, component: number, value: number): Rang
   let high = maximum ?? Number.POSITIVE_INFINITY;
   const near = high - low <= 4 * Math.max(1, usual) || (high - low <= widest && spec.kind === "integer" && high <= 256);
   if (!near) {
-    const reach = /degrees/i.test(spec.help) ? 180 : spec.pixels ? Math.max(100, 4 * usual) : usual === 0 ? 1 : 4 * usual;
+    const reach = /degrees/i.test(spec.help) ? 180 : spec.pixels || spec.kind === "integer" ? Math.max(100, 4 * usual) : usual === 0 ? 1 : 4 * usual;
     const enough = Math.max(reach, Math.abs(value) > reach ? rounded_up(1.2 * Math.abs(value)) : 0);
     high = Math.min(high, enough);
     const down = usual > 0 && value >= 0 && !spec.pixels ? 0 : -enough;
@@ -60,7 +60,7 @@ export function component_names(spec: KnobSpec): string[] {
   const count = spec.defaults.length;
   if (count === 1) return [""];
   if (is_colour(spec) || (count === 3 && !spec.pixels)) return ["R", "G", "B", "A"].slice(0, count);
-  if (count === 2) return spec.pixels || /scale|size/.test(spec.name) ? ["X", "Y"] : ["1", "2"];
+  if (count === 2) return spec.pixels || /scale|size|skew/.test(spec.name) ? ["X", "Y"] : ["1", "2"];
   if (spec.name === "box") return ["left", "low", "right", "top"];
   if (spec.pixels && count % 2 === 0) return spec.defaults.map((_, i) => `${i % 2 ? "Y" : "X"}${Math.floor(i / 2) + 1}`);
   return spec.defaults.map((_, i) => String(i + 1));
