@@ -118,8 +118,8 @@ class Session {
 
   // Replaces what this client wishes, best first. What is being drawn goes on if its id is still listed. It
   // ends at once where another version or node is wished in its place; where another frame is, it is finished
-  // and told all the same unless this client has been given an image in the last 150 ms: scrubbing shows
-  // every frame it can. Ids that were answered are not answered again.
+  // and told all the same, unless this client has been given an image in the last 150 ms that took over 200:
+  // scrubbing shows every frame it can. Ids that were answered are not answered again.
   void wish(const std::string& client, std::vector<Wish> wishes, const std::optional<Ahead>& ahead);
 
   // The client is gone; nothing more is told to it.

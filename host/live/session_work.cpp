@@ -68,7 +68,7 @@ std::optional<Session::State::Task> Session::State::next() {
   }
   stop = false;
   task.paused = paused;
-  if ((task.job = wishes.take(newest))) {
+  if ((task.job = wishes.take(newest, Wishes::Clock::now()))) {
     hand = Hand::wish;
     task.version = task.job->wish.version == 0 ? newest : task.job->wish.version;
     task.composition = composition(task.version);

@@ -24,7 +24,7 @@ bool Wishes::outlives(const Entry& entry, const Client& client, int64_t newest, 
   const bool same_picture = resolved(wish.version, newest) == entry.version && wish.node == entry.wish.node &&
                             wish.area == entry.wish.area;
   if (!same_picture) return false;
-  return entry.stage == Stage::on_its_way || now - client.given > patience;
+  return entry.stage == Stage::on_its_way || now - client.given > patience || client.took <= quick;
 }
 
 bool Wishes::set(const std::string& client_name, std::vector<Wish> wishes, int64_t newest,
@@ -38,7 +38,7 @@ bool Wishes::set(const std::string& client_name, std::vector<Wish> wishes, int64
     if (std::any_of(client.entries.begin(), client.entries.end(), same_id)) continue;
     const auto known = std::find_if(before.begin(), before.end(), same_id);
     if (known == before.end()) {
-      client.entries.push_back({std::move(wish), now, Stage::wished, true, true, 0, client.lists});
+      client.entries.push_back({std::move(wish), now, {}, Stage::wished, true, true, 0, client.lists});
       continue;
     }
     known->listed = known->told = true;
@@ -79,7 +79,7 @@ bool Wishes::pending() const {
   return false;
 }
 
-std::optional<Wishes::Job> Wishes::take(int64_t newest) {
+std::optional<Wishes::Job> Wishes::take(int64_t newest, Clock::time_point now) {
   // From the client behind the last one, round to that.
   const auto after = clients_.upper_bound(last_);
   std::vector<std::map<std::string, Client>::iterator> order;
@@ -92,6 +92,7 @@ std::optional<Wishes::Job> Wishes::take(int64_t newest) {
       const Wish& wish = entry.wish;
       if (!job) {
         entry.stage = Stage::in_hand;
+        entry.taken = now;
         entry.version = resolved(wish.version, newest);
         job = {at->first, wish, entry.asked, {}};
       } else if (wish.node == job->wish.node && wish.version == job->wish.version &&
@@ -156,10 +157,12 @@ bool Wishes::arrived(const std::string& client_name, uint64_t id, Clock::time_po
     if (entry.wish.id != id || (entry.stage != Stage::on_its_way && entry.stage != Stage::in_hand)) continue;
     // Nothing old follows on something newer.
     told = entry.told && entry.list >= client->second.told;
-    if (told) client->second.told = entry.list;
     entry.stage = Stage::answered;
+    if (!told) continue;
+    client->second.told = entry.list;
+    client->second.given = now;
+    client->second.took = now - entry.taken;
   }
-  if (told) client->second.given = now;
   tidy();
   return told;
 }

@@ -18,8 +18,10 @@ class Wishes {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // A client that was given nothing for so long is told of the frame in hand while it scrubs.
+  // While a client scrubs it is told of the frame in hand where it was given nothing for so long, or where
+  // the last one came this soon.
   static constexpr std::chrono::milliseconds patience{150};
+  static constexpr std::chrono::milliseconds quick{200};
 
   struct Job {
     std::string client;
@@ -42,7 +44,7 @@ class Wishes {
   bool pending() const;
 
   // Takes the next wish in hand: clients in turn, each one's best first.
-  std::optional<Job> take(int64_t newest);
+  std::optional<Job> take(int64_t newest, Clock::time_point now);
 
   // What is in hand ends: drawn, and its answer on its way; stopped, so that it is wished anew if it is still
   // listed; or put off until resume().
@@ -68,6 +70,7 @@ class Wishes {
   struct Entry {
     Wish wish;
     Clock::time_point asked;
+    Clock::time_point taken{};  // in hand
     Stage stage = Stage::wished;
     bool listed = true;  // in the client's last list; others stay until their answer
     bool told = true;    // when it comes
@@ -78,6 +81,7 @@ class Wishes {
   struct Client {
     std::vector<Entry> entries;  // the listed ones first, in their order
     Clock::time_point given{};   // an image
+    Clock::duration took{};      // that one, from when it was taken in hand
     uint64_t lists = 0;
     uint64_t told = 0;  // the latest list of which something was told
     bool gone = false;  // answers are still on their way

@@ -29,26 +29,28 @@ TEST(Session, WhatIsInHandEndsUnlessItIsScrubbed) {
   const struct {
     const char* name;
     std::vector<Wish> then;
-    int given_ms;  // before the list changes
+    int given_ms;  // before the list changes, and how long that image took
+    int took_ms;
     bool ends, told;
   } rows[] = {
-      {"still listed, behind another", {wish(9, 3), wish(1, 1)}, 10, false, true},
-      {"another frame, given long ago", {wish(9, 3)}, 200, false, true},
-      {"another frame, given just now", {wish(9, 3)}, 100, true, false},
-      {"an older version", {wish(9, 1, "", 4)}, 200, true, false},
-      {"the same version by its number", {wish(9, 2, "", 5)}, 200, false, true},
-      {"another node", {wish(9, 1, "other")}, 200, true, false},
-      {"nothing", {}, 200, true, false},
+      {"still listed, behind another", {wish(9, 3), wish(1, 1)}, 10, 300, false, true},
+      {"another frame, given long ago", {wish(9, 3)}, 200, 300, false, true},
+      {"another frame, given just now", {wish(9, 3)}, 100, 300, true, false},
+      {"another frame, given just now and soon", {wish(9, 3)}, 100, 199, false, true},
+      {"an older version", {wish(9, 1, "", 4)}, 200, 10, true, false},
+      {"the same version by its number", {wish(9, 2, "", 5)}, 200, 300, false, true},
+      {"another node", {wish(9, 1, "other")}, 200, 10, true, false},
+      {"nothing", {}, 200, 10, true, false},
   };
   for (const auto& row : rows) {
     for (const bool sent : {false, true}) {
       Wishes wishes;
       wishes.set("c", {wish(0, 0)}, 5, at(0));
-      wishes.take(5);
+      wishes.take(5, at(1000 - row.given_ms - row.took_ms));
       wishes.drawn();
       wishes.arrived("c", 0, at(1000 - row.given_ms));
       wishes.set("c", {wish(1, 1)}, 5, at(1000 - row.given_ms));
-      ASSERT_EQ(wishes.take(5)->wish.id, 1U);
+      ASSERT_EQ(wishes.take(5, at(1000))->wish.id, 1U);
       // One that is drawn is told of where scrubbing may want it.
       if (sent) wishes.drawn();
       EXPECT_EQ(wishes.set("c", row.then, 5, at(1000)), row.ends && !sent) << row.name;
@@ -61,7 +63,7 @@ TEST(Session, WhatIsInHandEndsUnlessItIsScrubbed) {
   wishes.set("a", {wish(1, 1), wish(2, 2), wish(3, 3)}, 1, at(0));
   wishes.set("b", {wish(11, 1), wish(12, 2)}, 1, at(0));
   std::string order;
-  while (const auto job = wishes.take(1)) {
+  while (const auto job = wishes.take(1, at(0))) {
     order += std::to_string(job->wish.id) + " ";
     wishes.drawn();
   }
