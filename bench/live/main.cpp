@@ -148,9 +148,9 @@ void steady(bench::Report& report) {
   const auto count = [](int64_t number) { return static_cast<double>(number); };
   // What the allocator keeps comes and goes by a few images.
   flat("memory", "MiB", early.megabytes, late.megabytes, 0.9);
+  flat("images in textures and buffers", "MiB", early.images, late.images, 0.9);
   flat("threads", "threads", count(early.threads), count(late.threads), 1);
   flat("handles", "handles", count(early.handles), count(late.handles), 1);
-  flat("textures made", "textures", count(early.textures), count(late.textures), 0);
 }
 
 }  // namespace

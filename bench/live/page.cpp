@@ -58,6 +58,16 @@ size_t Page::images() {
   return images_;
 }
 
+uint64_t Page::held() {
+  const std::lock_guard lock(mutex_);
+  return held_;
+}
+
+void Page::memory(uint64_t held, uint64_t /*budget*/) {
+  const std::lock_guard lock(mutex_);
+  held_ = held;
+}
+
 void Page::drawn(const std::string& /*client*/, host::live::Drawn drawn) {
   const std::lock_guard lock(mutex_);
   last_ = std::move(drawn);

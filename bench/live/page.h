@@ -36,13 +36,16 @@ class Page : public host::live::Listener {
   // Of all those told of so far.
   size_t images();
 
+  // Bytes of images, as last told.
+  uint64_t held();
+
   host::live::Session& session() {
     return *session_;
   }
 
   void drawn(const std::string& client, host::live::Drawn drawn) override;
   void cached(int64_t, const std::string&, double, std::vector<std::pair<int64_t, int64_t>>) override {}
-  void memory(uint64_t, uint64_t) override {}
+  void memory(uint64_t held, uint64_t budget) override;
   void notice(const std::string&) override {}
   void device_lost(bool, const std::string&) override {}
 
@@ -51,6 +54,7 @@ class Page : public host::live::Listener {
   std::condition_variable changed_;
   host::live::Drawn last_;
   size_t images_ = 0;
+  uint64_t held_ = 0;
   uint64_t id_ = 0;
   int64_t version_ = 0;
   std::unique_ptr<host::live::Session> session_;
@@ -59,7 +63,7 @@ class Page : public host::live::Listener {
 // What a process holds.
 struct Holdings {
   double megabytes = 0;
-  int64_t textures = 0;  // made since the start
+  double images = 0;  // of these, in textures and buffers
   int64_t threads = 0;
   int64_t handles = 0;
 };

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <thread>
 
 namespace bench_live {
 namespace {
@@ -12,7 +13,9 @@ int64_t entries(const char* folder) {
 }
 
 Holdings held(Page& page) {
-  return {static_cast<double>(host::resident_bytes()) / (1 << 20), page.session().stats().textures_created,
+  constexpr double mebibyte = 1 << 20;
+  while (!page.session().idle()) std::this_thread::yield();
+  return {static_cast<double>(host::resident_bytes()) / mebibyte, static_cast<double>(page.held()) / mebibyte,
           entries("/proc/self/task"), entries("/proc/self/fd")};
 }
 

@@ -1,6 +1,7 @@
 #include "host/live/wishes.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace host::live {
