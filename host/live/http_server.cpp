@@ -27,7 +27,8 @@ constexpr int silence_seconds = 5, stalled_seconds = 30;
 const httplib::Headers headers_of_all = {
     {"Cache-Control", "no-store"},
     {"Content-Security-Policy",
-     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data:; "
+     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data: "
+     "blob:; "
      "base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
     {"Cross-Origin-Embedder-Policy", "require-corp"},
     {"Cross-Origin-Opener-Policy", "same-origin"},

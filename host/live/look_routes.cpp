@@ -81,9 +81,15 @@ draw::FrameImage pixels_of(Server::State& state, const Asked& asked, const Box& 
   return contains(image.area, box) ? image : floats(draw::Area::window);
 }
 
+// Of a pixel or of a corner, far within what can be counted.
+int64_t coordinate(const HttpRequest& request, const std::string& name) {
+  constexpr int64_t most = int64_t{1} << 32;
+  return std::clamp(whole_number(request, name), -most, most);
+}
+
 HttpReply pixel(Server::State& state, const HttpRequest& request) {
   const Asked asked(state, request);
-  const int64_t x = whole_number(request, "x"), y = whole_number(request, "y");
+  const int64_t x = coordinate(request, "x"), y = coordinate(request, "y");
   return asked_of_session(state, [&](const Session::GiveUp& give_up) {
     const draw::FrameImage image = pixels_of(state, asked, {x, y, x + 1, y + 1}, give_up);
     const float* const found = pixel_at(image, x, y);
@@ -143,8 +149,8 @@ class Sampled {
 
 HttpReply region(Server::State& state, const HttpRequest& request) {
   const Asked asked(state, request);
-  const Box box = {whole_number(request, "x0"), whole_number(request, "y0"), whole_number(request, "x1"),
-                   whole_number(request, "y1")};
+  const Box box = {coordinate(request, "x0"), coordinate(request, "y0"), coordinate(request, "x1"),
+                   coordinate(request, "y1")};
   return asked_of_session(state, [&](const Session::GiveUp& give_up) {
     const draw::FrameImage image = pixels_of(state, asked, box, give_up);
     const Box seen = intersection(box, image.area);
@@ -187,11 +193,13 @@ HttpReply curve(const Server::State& state, const HttpRequest& request) {
     throw HttpError(404, "knob \"" + knob + "\" has no such component");
   const double first = real_number(request, "first"), last = real_number(request, "last");
   const double step = real_number(request, "step");
-  if (!(step > 0) || !((last - first) / step < static_cast<double>(most_values)))
+  const double steps = std::floor((last - first) / step);
+  if (!(step > 0) || !(steps < static_cast<double>(most_values)))
     throw HttpError(400, "\"step\": expected a number above 0 that leaves at most 100,000 values");
   Json values = Json::array();
-  for (size_t i = 0; first + static_cast<double>(i) * step <= last; ++i) {
-    const node::Knobs knobs(specs, node.knobs, first + static_cast<double>(i) * step, 1);
+  // Counted: a step may be too small beside the numbers to lead anywhere.
+  for (double i = 0; i <= steps; ++i) {
+    const node::Knobs knobs(specs, node.knobs, first + i * step, 1);
     values.push_back(value_json(knobs.value(place, static_cast<size_t>(component))));
   }
   return reply({{"first", first}, {"step", step}, {"values", std::move(values)}});
@@ -253,6 +261,8 @@ void Server::State::add_look_routes() {
   http->get("/display/shader", [this](const HttpRequest& request) { return shader(*this, request); });
   http->get("/trace", [this](const HttpRequest& request) {
     const double seconds = real_number(request, "seconds");
+    if (!(seconds >= 0 && seconds <= 3600))
+      throw HttpError(400, "\"seconds\": expected a number from 0 to 3600");
     return HttpReply{200, session->trace(seconds)};
   });
 }

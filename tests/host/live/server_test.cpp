@@ -321,6 +321,8 @@ TEST(Server, EvaluatesCurvesAndTellsTheCatalogue) {
   EXPECT_EQ(server.send("GET", curve + "0").body["values"], Json({0, 0, 0, 0.25, 0.5, 0.75, 1, 1, 1}));
   EXPECT_EQ(server.send("GET", curve + "2").body["values"], Json(std::vector<double>(9, 0.25)));
   EXPECT_EQ(server.send("GET", curve + "9").status, 404);
+  const std::string far_away = "/curve?node=ground&knob=color&first=1e300&last=1e300&step=1&component=0";
+  EXPECT_EQ(server.send("GET", far_away).body["values"], Json({1})) << "a step that leads nowhere";
   EXPECT_EQ(server.send("GET", "/curve?node=ground&knob=color&component=0&first=0&last=9e9&step=1").status,
             400);
   for (const Json& type : server.send("GET", "/catalogue").body) {
