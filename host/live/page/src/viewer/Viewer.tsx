@@ -12,13 +12,18 @@ import { canvas_size, viewer_message, waiting } from "./settings";
 import "./viewer.css";
 import { Sides } from "./Sides";
 
-// Device pixels of an element, exactly where the browser tells them.
+// What the browser tells where that is near to what is reckoned: with a screen that is only simulated it is not.
+function device_pixels(exact: number | undefined, reckoned: number): number {
+  return exact !== undefined && Math.abs(exact - reckoned) < 2 ? exact : Math.round(reckoned);
+}
+
+// Device pixels of an element.
 function follow_size(element: HTMLElement): () => void {
   const measure = (entry?: ResizeObserverEntry): void => {
     const ratio = window.devicePixelRatio || 1;
     const exact = entry?.devicePixelContentBoxSize?.[0];
-    const width = exact?.inlineSize ?? Math.round(element.clientWidth * ratio);
-    const height = exact?.blockSize ?? Math.round(element.clientHeight * ratio);
+    const width = device_pixels(exact?.inlineSize, element.clientWidth * ratio);
+    const height = device_pixels(exact?.blockSize, element.clientHeight * ratio);
     const now = canvas_size.peek();
     if (now.width === width && now.height === height && now.ratio === ratio) return;
     canvas_size.value = { width, height, ratio };
