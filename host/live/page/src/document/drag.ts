@@ -37,6 +37,8 @@ export function follow_pointer(
   at.addEventListener("pointerup", () => finish(true), options);
   at.addEventListener("pointercancel", () => finish(false), options);
   at.addEventListener("lostpointercapture", () => finish(true), options);
+  // What is held may leave the page meanwhile, and hears nothing then.
+  addEventListener("pointerup", () => finish(true), options);
   const key = (pressed: KeyboardEvent) => {
     if (pressed.key !== "Escape") return;
     pressed.stopPropagation();

@@ -6,7 +6,7 @@ import { type Json, rounded, same, write } from "./write";
 
 export type Path = (string | number)[];
 
-const widest = 120; // columns; what would reach beyond begins a line
+const widest = 120; // columns; a member that would reach beyond begins a line
 const unit = "  ";
 
 export function tree(text: string): Node {
@@ -146,7 +146,8 @@ function insert_entry(text: string, parent: Node, at: number, content: string): 
   const next = entries[at];
   const own_line = begins_line(text, before.offset);
   const columns = end - line_start(text, end) + content.length + 2;
-  if (next ? !begins_line(text, next.offset) : !own_line && columns <= widest)
+  const fits = columns <= widest || parent.type === "array";
+  if (next ? !begins_line(text, next.offset) : !own_line && fits)
     return replace(text, end, end, `, ${content}`);
   const indent = own_line ? indentation(text, before.offset) : indentation(text, end) + unit;
   const comma = next ? comma_behind(text, end) : -1;

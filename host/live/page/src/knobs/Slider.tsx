@@ -36,10 +36,11 @@ export function Slider({ value, range, label, id, change, reset }: Props) {
       step="any"
       value={value}
       style={{ "--from": String(Math.min(part, zero)), "--to": String(Math.max(part, zero)) }}
-      onPointerDown={() => (drag.current = start_drag())}
-      onPointerUp={let_go}
-      onPointerCancel={let_go}
-      onLostPointerCapture={let_go}
+      onPointerDown={() => {
+        drag.current = start_drag();
+        // It may leave the page meanwhile.
+        for (const end of ["pointerup", "pointercancel"]) addEventListener(end, let_go, { once: true });
+      }}
       onInput={(event) => change(to_step(event.currentTarget.valueAsNumber, step), drag.current || `slider ${id}`)}
       onKeyDown={(event) => {
         const by = { ArrowRight: 1, ArrowUp: 1, ArrowLeft: -1, ArrowDown: -1 }[event.key];

@@ -81,7 +81,7 @@ function Picker({ label, colour, change }: Props) {
           limit={(value) => Math.max(1, value)}
           change={(value, key) => set({ intensity: Math.max(1, value) }, key || `intensity ${label}`)}
         />
-        <span class="dim">beyond white</span>
+        <span class="dim">of white</span>
       </div>
     </div>
   );
