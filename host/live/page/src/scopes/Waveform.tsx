@@ -2,7 +2,7 @@ import { signal } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
 import { type Counts, levels, marks, waveform_columns } from "./counts";
 
-export const waveform_kind = signal<"overlay" | "parade" | "luminance">("overlay");
+const waveform_kind = signal<"overlay" | "parade" | "luminance">("overlay");
 
 const kinds = [
   { kind: "overlay", name: "RGB" },

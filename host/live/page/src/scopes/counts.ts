@@ -12,12 +12,12 @@ const first_decade = -3;
 const decades = 5;
 
 // 0 at the scale's start, 1 at its end.
-export function place_on(scale: Scale, value: number): number {
+function place_on(scale: Scale, value: number): number {
   if (scale === "display") return value;
   return value > 0 ? (Math.log10(value) - first_decade) / decades : -1;
 }
 
-export function level_of(scale: Scale, value: number): number {
+function level_of(scale: Scale, value: number): number {
   const level = Math.floor(place_on(scale, value) * (levels - 1) + 0.5);
   return level < 0 ? 0 : level >= levels ? levels - 1 : level;
 }

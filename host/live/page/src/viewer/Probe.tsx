@@ -2,6 +2,7 @@ import type { Picture } from "../state";
 import { compare, exposure, picture_a, picture_b } from "../state";
 import { hsv_words, luminance_of, swatch_of } from "./colour";
 import { long_value } from "./numbers";
+import "./probe.css";
 import { number_of, probed_a, probed_b, type Probed } from "./probing";
 
 const letters = ["R", "G", "B", "A"];

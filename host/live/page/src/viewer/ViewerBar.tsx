@@ -6,7 +6,7 @@ import { fit, set_zoom, step_zoom } from "./navigate";
 import { stops_words } from "./numbers";
 import { view } from "./scene";
 import { background } from "./settings";
-import "./viewer.css";
+import "./bar.css";
 
 const channel_buttons: { channels: Channels; name: string; title: string }[] = [
   { channels: "rgb", name: "RGB", title: "Colour" },

@@ -17,7 +17,7 @@ export function hsv_of(r: number, g: number, b: number): [number, number, number
 }
 
 // The plain curve of a screen, of a value at the given exposure.
-export function screen_value(value: number, stops: number): number {
+function screen_value(value: number, stops: number): number {
   const linear = Number.isNaN(value) ? 0 : Math.min(1, Math.max(0, value * 2 ** stops));
   return linear <= 0.0031308 ? linear * 12.92 : 1.055 * linear ** (1 / 2.4) - 0.055;
 }

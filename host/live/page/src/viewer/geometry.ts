@@ -30,7 +30,7 @@ export const largest_zoom = 512;
 const margin = 10; // CSS pixels around a fitted picture
 const scales = [1 / 8, 1 / 4, 3 / 8, 1 / 2, 3 / 4, 1]; // few, so that cached frames are used again
 
-export function fitting_zoom(format: Format, size: Size, side: boolean): number {
+function fitting_zoom(format: Format, size: Size, side: boolean): number {
   const panel = side ? size.width / 2 : size.width;
   const room = (length: number): number => Math.max(1, length - 2 * margin * size.ratio);
   const across = room(panel) / (format.width * format.pixel_aspect);

@@ -11,7 +11,7 @@ function show_channels(wanted: Channels): void {
   channels.value = channels.value === wanted ? "rgb" : wanted;
 }
 
-export function change_exposure(stops: number): void {
+function change_exposure(stops: number): void {
   exposure.value = Math.round((exposure.value + stops) * 100) / 100;
 }
 

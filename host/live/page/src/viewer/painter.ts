@@ -7,7 +7,7 @@ import { Renderer, type Scene } from "./gl/renderer";
 import { SampleReader } from "./gl/samples";
 import { draw_overlay, overlay_key } from "./overlay";
 import { scene, view } from "./scene";
-import { canvas_size, renderer_generation, say } from "./settings";
+import { canvas_size, say } from "./settings";
 
 // Keeps the two canvases of the viewer up to date: draws once after anything they show has changed and does
 // nothing else. One is there while the viewer is on the page.
@@ -58,7 +58,6 @@ export class Painter {
       this.renderer = new Renderer(this.canvas);
       this.samples = new SampleReader(this.renderer);
       say("context", "");
-      ++renderer_generation.value;
     } catch (error) {
       say("context", said(error));
     }

@@ -48,7 +48,7 @@ function octet_reader(data: Uint8Array): PixelReader {
 }
 
 // Which column and row (from the top) of the image a point of the format lies in; null outside.
-export function place_in(header: FrameHeader, x: number, y: number): { column: number; row: number } | null {
+function place_in(header: FrameHeader, x: number, y: number): { column: number; row: number } | null {
   const [x0, y0, x1, y1] = header.area;
   if (!(x >= x0 && x < x1 && y >= y0 && y < y1)) return null;
   const column = Math.floor(((x - x0) * header.width) / (x1 - x0));

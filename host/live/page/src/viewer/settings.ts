@@ -19,7 +19,6 @@ export const viewer_message = computed(() => {
 export function say(fault: keyof typeof messages.value, words: string): void {
   if (messages.peek()[fault] !== words) messages.value = { ...messages.peek(), [fault]: words };
 }
-export const renderer_generation = signal(0); // grows when the WebGL context was made anew
 
 // Whether a packed image without alpha would not do.
 export const needs_alpha = computed(
