@@ -1,6 +1,7 @@
-import { getNodeValue, type Node, parseTree } from "jsonc-parser";
+import { getNodeValue, type Node } from "jsonc-parser";
 import type { NodeType } from "../protocol";
 import { type Link, links_of } from "./inputs";
+import { tree_of } from "./patch";
 import type { Json } from "./write";
 
 // The composition as its text says it, right or wrong: what has a name is there.
@@ -38,7 +39,7 @@ function texts(value: Json | undefined): string[] {
 }
 
 export function read_model(text: string, catalogue: Map<string, NodeType>): Model {
-  const root = parseTree(text);
+  const root = tree_of(text);
   const top = members(root && getNodeValue(root));
   const nodes: NodeText[] = [];
   for (const [at, element] of (list_of(root)?.children ?? []).entries()) {

@@ -9,8 +9,20 @@ export type Path = (string | number)[];
 const widest = 120; // columns; a member that would reach beyond begins a line
 const unit = "  ";
 
+const most_trees = 4;
+const trees = new Map<string, Node>(); // of the last texts: one edit asks for the same ones again and again
+
+// Undefined: there is nothing in the text.
+export function tree_of(text: string): Node | undefined {
+  const root = trees.get(text) ?? parseTree(text);
+  if (!root) return undefined;
+  trees.set(text, root);
+  for (const oldest of trees.keys()) if (trees.size > most_trees) trees.delete(oldest);
+  return root;
+}
+
 export function tree(text: string): Node {
-  const root = parseTree(text);
+  const root = tree_of(text);
   if (!root) throw new Error("There is nothing in this text.");
   return root;
 }

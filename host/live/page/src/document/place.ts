@@ -1,11 +1,12 @@
-import { findNodeAtLocation, parseTree } from "jsonc-parser";
+import { findNodeAtLocation } from "jsonc-parser";
 import type { NodeType, Problem } from "../protocol";
 import { type Model, read_model } from "./model";
+import { tree_of } from "./patch";
 
 // Where in the text a problem's node or knob stands, from 1; 0: it names none that is there.
 export function problem_line(text: string, problem: Problem): number {
   const model = read_model(text, new Map<string, NodeType>());
-  const root = parseTree(text);
+  const root = tree_of(text);
   const node = model.named.get(node_of(model, problem.node) ?? "");
   if (!root) return 0;
   const knob = node && problem.knob ? findNodeAtLocation(root, ["nodes", node.at, "knobs", problem.knob]) : undefined;

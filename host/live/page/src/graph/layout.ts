@@ -34,7 +34,7 @@ export const layout = computed((): Layout => make_layout(JSON.parse(topology.val
 
 export function make_layout(nodes: [string, string[]][]): Layout {
   const graph = new graphlib.Graph({ multigraph: true });
-  graph.setGraph({ rankdir: "TB", nodesep: 16, ranksep: 19, edgesep: 10, ranker: nodes.length > 150 ? "longest-path" : "network-simplex" });
+  graph.setGraph({ rankdir: "TB", nodesep: 16, ranksep: 19, edgesep: 10 });
   const names = new Set(nodes.map(([name]) => name));
   for (const [name] of nodes) graph.setNode(name, { width: node_width, height: node_height });
   const edges: Edge[] = [];

@@ -1,4 +1,4 @@
-import { batch, signal } from "@preact/signals";
+import { batch, effect, signal } from "@preact/signals";
 import { model } from "../document/document";
 import { node_of, server_name } from "../document/place";
 import { info, selected_node, shown_node } from "../state";
@@ -38,6 +38,16 @@ export function shown_view(): string {
   const name = shown_node.value || (info.value?.outputs[0] ?? "");
   return model.value.views.find((view) => !model.value.named.has(name) && name.endsWith(`.${view}`)) ?? "";
 }
+
+// Other parts know nodes by the names of the server or by those of the text: selected are those of the text, shown those
+// of the server.
+effect(() => {
+  const name = node_of(model.value, selected_node.value);
+  if (name !== null) selected_node.value = name;
+});
+effect(() => {
+  shown_node.value = server_name(model.value, shown_node.value, wanted_view.value);
+});
 
 export function matches(name: string, type: string, letters: string): boolean {
   const wanted = letters.trim().toLowerCase();
