@@ -232,16 +232,24 @@ struct HttpServer::State {
   void begin_stream(const httplib::Request& request, const std::string& type, const Streaming& streaming,
                     httplib::Response& response) {
     if (auto refused = refusal(request, true)) return send(std::move(*refused), response);
+    std::function<void(HttpStream&)> writing;
+    const HttpReply looked = answer(
+        [&](const HttpRequest& asked) {
+          writing = streaming(asked);
+          return HttpReply{};
+        },
+        taken(request));
+    if (!writing) return send(looked, response);
     if (++streams > most_streams) {
       --streams;
       return send({503, message_json("too many pages are open")}, response);
     }
     response.set_chunked_content_provider(
         type.c_str(),
-        [this, streaming, taken = taken(request)](size_t /*offset*/, httplib::DataSink& sink) {
+        [this, writing = std::move(writing)](size_t /*offset*/, httplib::DataSink& sink) {
           SinkStream stream(sink, stopping);
           try {
-            streaming(taken, stream);
+            writing(stream);
           } catch (const std::exception& error) {
             options.refused(std::string("a stream ended: ") + error.what());
           }

@@ -64,7 +64,8 @@ class HttpServer {
   static constexpr size_t most_body = size_t{16} << 20;
 
   using Handler = std::function<HttpReply(const HttpRequest&)>;
-  using Streaming = std::function<void(const HttpRequest&, HttpStream&)>;
+  // Looks at the request, which it may refuse, and gives what then writes.
+  using Streaming = std::function<std::function<void(HttpStream&)>(const HttpRequest&)>;
 
   // Throws std::runtime_error where certificate and key cannot be used.
   explicit HttpServer(HttpOptions options);

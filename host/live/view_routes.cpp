@@ -130,8 +130,7 @@ Format full_format(const Server::State& state, const Drawn& drawn) {
   return {unscaled(format.width), unscaled(format.height), format.pixel_aspect};
 }
 
-void stream_frames(Server::State& state, const HttpRequest& request, HttpStream& stream) {
-  const std::string name = checked_name(request.text("client"));
+void stream_frames(Server::State& state, const std::string& name, HttpStream& stream) {
   const auto client = state.clients.get(name);
   const uint64_t number = client->open(Client::Stream::frames);
   for (;;) {
@@ -157,8 +156,7 @@ void tell_lasting(Server::State& state, Client& client) {
   for (const auto& [event, text] : state.lasting) client.tell(event, "", text);
 }
 
-void stream_events(Server::State& state, const HttpRequest& request, HttpStream& stream) {
-  const std::string name = checked_name(request.text("client"));
+void stream_events(Server::State& state, const std::string& name, HttpStream& stream) {
   const auto client = state.clients.get(name);
   const uint64_t number = client->open(Client::Stream::events);
   tell_lasting(state, *client);
@@ -192,12 +190,15 @@ void Server::State::add_view_routes() {
   http->post("/computing", [this](const HttpRequest& request) {
     return with_json(request, [this](const Json& body) { return set_computing(*this, body); });
   });
-  http->stream("/frames", "application/octet-stream", [this](const HttpRequest& request, HttpStream& stream) {
-    stream_frames(*this, request, stream);
-  });
-  http->stream("/events", "text/event-stream", [this](const HttpRequest& request, HttpStream& stream) {
-    stream_events(*this, request, stream);
-  });
+  const auto by_name = [this](void (*stream)(State&, const std::string&, HttpStream&)) {
+    return [this, stream](const HttpRequest& request) {
+      return [this, stream, name = checked_name(request.text("client"))](HttpStream& to) {
+        stream(*this, name, to);
+      };
+    };
+  };
+  http->stream("/frames", "application/octet-stream", by_name(stream_frames));
+  http->stream("/events", "text/event-stream", by_name(stream_events));
 }
 
 }  // namespace host::live

@@ -22,7 +22,8 @@ constexpr const char* long_draw = R"({"format": {"width": 4096, "height": 2160},
   {"name": "out", "type": "write", "inputs": "soft", "knobs": {"file": "out/f.####.exr"}}]})";
 
 TEST(LiveCommand, EndsSoonWhateverIsUnderWay) {
-  for (const auto& [signal, code] : {std::pair(SIGINT, 130), {SIGTERM, 75}}) {
+  for (const auto& [sent, code] : {std::pair(SIGINT, 130), {SIGTERM, 75}}) {
+    const int signal = sent;
     const fs::path folder = support::new_folder();
     support::write_bytes(folder / "shot.json", long_draw);
     const std::string line = "cd " + folder.string() +

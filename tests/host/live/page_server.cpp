@@ -29,6 +29,15 @@ bool is_whole(const std::string& answer) {
 
 }  // namespace
 
+std::string shot_of(const std::string& nodes) {
+  return R"({"format": {"width": 16, "height": 9}, "frames": "1-4", "nodes": [)" + nodes + "]} // end\n";
+}
+
+const std::string keyed = R"({"name": "ground", "type": "constant",
+  "knobs": {"color": [{"keys": [[1, 0, "linear"], [3, 1]]}, 0.5, 0.25, 1]}},
+  {"name": "off", "type": "blur", "inputs": "ground", "disabled": true},
+  {"name": "soft", "type": "blur", "inputs": "off", "knobs": {"size": 2}})";
+
 Listening::Listening(int port, const std::string& path, const httplib::Headers& headers)
     : client_(std::make_unique<httplib::Client>("127.0.0.1", port)) {
   client_->set_read_timeout(60);

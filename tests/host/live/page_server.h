@@ -20,6 +20,10 @@ namespace live {
 
 using Json = nlohmann::json;
 
+// A composition of 16 x 9 pixels, and nodes for it: ground (with a curve), off (disabled), soft.
+std::string shot_of(const std::string& nodes);
+extern const std::string keyed;
+
 struct Answer {
   int status = 0;
   Json body;  // the text itself where it is no JSON

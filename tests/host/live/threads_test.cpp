@@ -92,12 +92,13 @@ TEST(Threads, AServerEndsWithItsConnectionsOpen) {
   HttpServer server(options);
   std::atomic<int> open = 0;
   server.get("/idle", [](const HttpRequest&) { return HttpReply{200, "{}"}; });
-  server.stream("/events", "text/event-stream", [&](const HttpRequest& request, HttpStream& stream) {
-    const auto client = clients.get(request.text("client"));
-    const uint64_t number = client->open(Client::Stream::events);
-    ++open;
-    while (!client->next_event(number, milliseconds(60000)).ended && stream.open()) stream.write("x");
-    --open;
+  server.stream("/events", "text/event-stream", [&](const HttpRequest& request) {
+    return [&, client = clients.get(request.text("client"))](HttpStream& stream) {
+      const uint64_t number = client->open(Client::Stream::events);
+      ++open;
+      while (!client->next_event(number, milliseconds(60000)).ended && stream.open()) stream.write("x");
+      --open;
+    };
   });
   const int port = server.start();
   const httplib::Headers headers = {{"Authorization", "Bearer t"}};
