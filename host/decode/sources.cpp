@@ -5,6 +5,7 @@
 
 #include "host/base/stopwatch.h"
 #include "host/decode/read_layers.h"
+#include "host/files/whole.h"
 
 #include <algorithm>
 #include <array>
@@ -47,7 +48,10 @@ struct FileJob {
     for (const plates::Source& source : sources) {
       Part& part = parts[source];
       try {
-        layers.push_back(headers.layer(source, *header));
+        plates::Layer layer = headers.layer(source, *header);
+        if (!files::ends_whole(path, header->format, layer.subimage))
+          throw std::runtime_error(path + ": " + files::cut_text);
+        layers.push_back(std::move(layer));
         readable.push_back(&part);
         layered = layered || !source.channels.empty();
       } catch (const std::runtime_error& failure) {

@@ -1,13 +1,12 @@
 #include "host/files/made.h"
 
+#include "host/files/whole.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <ios>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
@@ -42,23 +41,6 @@ std::unique_ptr<OIIO::ImageInput> opened(const std::string& path) {
   auto input = OIIO::ImageInput::open(path);
   if (!input) throw std::runtime_error(path + ": " + OIIO::geterror());
   return input;
-}
-
-// Whether a file goes on to its end, of the kinds whose decoders make up what is missing: JPEG has a mark
-// there, DPX tells its size, in the order of bytes that its first ones have.
-bool ends_whole(const std::string& path, std::string_view format) {
-  std::ifstream stream(path, std::ios::binary);
-  std::array<unsigned char, 20> head{};
-  const auto read = [&](std::streamsize count) {
-    return static_cast<bool>(stream.read(reinterpret_cast<char*>(head.data()), count));
-  };
-  if (format == "jpeg")
-    return stream.seekg(-2, std::ios::end) && read(2) && head[0] == 0xff && head[1] == 0xd9;
-  if (format != "dpx") return true;
-  if (!read(20)) return false;
-  uintmax_t told = 0;
-  for (const size_t i : {0U, 1U, 2U, 3U}) told = told << 8 | head[head[0] == 'X' ? 19 - i : 16 + i];
-  return told == 0xffffffff || std::filesystem::file_size(path) >= told;
 }
 
 // Reads all pixels of a part, a strip at a time.
@@ -117,10 +99,9 @@ Made made_whole(const std::string& path) {
   const auto input = opened(path);
   Made made = made_of(input->spec());
   for (int part = 0; input->seek_subimage(part, 0); ++part) {
+    if (!ends_whole(path, input->format_name(), part)) throw std::runtime_error(path + ": " + cut_text);
     if (!decodes(*input, part)) throw std::runtime_error(path + ": " + input->geterror());
   }
-  if (!ends_whole(path, input->format_name()))
-    throw std::runtime_error(path + ": ends before its image does");
   return made;
 }
 

@@ -119,7 +119,7 @@ class Read final : public Operation {
     plates::Headers& headers = *call.project.headers;
     std::optional<int64_t> frame = call.frame;
     if (files::has_frame(pattern)) {
-      const auto range = range_of(call, pattern);
+      const auto range = range_of(call, pattern, now);
       frame = range ? frame_in(call, pattern, *range) : call.frame;
     }
     if (!frame) return std::nullopt;
@@ -142,10 +142,11 @@ class Read final : public Operation {
   }
 
   // First and last frame, as far as anything depends on them.
-  static std::optional<Range> range_of(const Call& call, const std::string& pattern) {
+  static std::optional<Range> range_of(const Call& call, const std::string& pattern, bool now) {
     if (has_range(call)) return Range(call.knobs.integer("first"), call.knobs.integer("last"));
     if (call.knobs.text("before") == "error" && call.knobs.text("after") == "error") return std::nullopt;
-    return call.project.headers->frames_on_disk(pattern);
+    plates::Headers& headers = *call.project.headers;
+    return now ? headers.look_at_range(pattern, call.frame) : headers.range_at(pattern, call.frame);
   }
 
   static std::optional<int64_t> frame_in(const Call& call, const std::string& pattern, const Range& range) {

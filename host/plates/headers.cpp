@@ -69,8 +69,9 @@ Header read_header(const std::string& path, const Attributes& attributes, OpenFi
     header.error = path + ": " + OIIO::geterror();
     return header;
   }
+  header.format = input->format_name();
   header.color = color_space_of(input->spec());
-  const bool exr = std::string_view(input->format_name()) == "openexr";
+  const bool exr = header.format == "openexr";
   int parts = 0;
   for (; parts < most_subimages && input->seek_subimage(parts, 0); ++parts) {
     add_part(input->spec(), parts, exr, header.contents);
@@ -263,7 +264,7 @@ Layer Headers::layer(const Source& source, const Header& header) const {
   }
 }
 
-// A folder that has changed is read anew; the first look at it stays the range.
+// `anew`: a folder that has changed is read again.
 Headers::Listing& Headers::listing(const std::string& pattern, bool anew) {
   const auto [place, added] = listings_.try_emplace(pattern);
   Listing& listing = place->second;
@@ -273,14 +274,26 @@ Headers::Listing& Headers::listing(const std::string& pattern, bool anew) {
   listing.changed = changed;
   listing.settled = settled;
   listing.frames = std::make_shared<const std::vector<int64_t>>(plates::frames_on_disk(pattern));
-  if (added && !listing.frames->empty())
-    listing.range.emplace(listing.frames->front(), listing.frames->back());
   return listing;
 }
 
-std::optional<std::pair<int64_t, int64_t>> Headers::frames_on_disk(const std::string& pattern) {
+Headers::Range Headers::frames_on_disk(const std::string& pattern) {
   const std::lock_guard lock(listings_mutex_);
-  return listing(pattern, false).range;
+  return listing(pattern, false).range();
+}
+
+Headers::Range Headers::look_at_range(const std::string& pattern, int64_t frame) {
+  const std::lock_guard lock(listings_mutex_);
+  Listing& found = listing(pattern, true);
+  if (found.ranges.size() >= most_headers) found.ranges.clear();
+  return found.ranges[frame] = found.range();
+}
+
+Headers::Range Headers::range_at(const std::string& pattern, int64_t frame) {
+  const std::lock_guard lock(listings_mutex_);
+  Listing& found = listing(pattern, false);
+  const auto known = found.ranges.find(frame);
+  return known != found.ranges.end() ? known->second : found.range();
 }
 
 FramesPtr Headers::frames_beside(const std::string& path, const std::string& pattern) {

@@ -40,6 +40,7 @@ struct ColorSpace {
 struct Header {
   std::string error;  // names the path
   Contents contents;
+  std::string format;  // the name of its reader: "tiff"
   bool plain = false;  // one subimage of R, G, B, A that fills its display window
   ColorSpace color;
   std::vector<files::MetadataPtr> metadata;  // of each part; null where there is none
@@ -112,9 +113,15 @@ class Headers {
   // What the part that a source lies in says beside its pixels; may be null. Throws as layer() does.
   files::MetadataPtr metadata(const Source& source);
 
-  // First and last frame for which a file of this pattern stands; nothing when there is none. As it was
-  // at the first call with the pattern.
-  std::optional<std::pair<int64_t, int64_t>> frames_on_disk(const std::string& pattern);
+  // First and last frame for which a file of this pattern stands; nothing when there is none. As the folder
+  // was when it was last looked at, for whatever frame.
+  using Range = std::optional<std::pair<int64_t, int64_t>>;
+  Range frames_on_disk(const std::string& pattern);
+
+  // The same as it is to be for one frame: `look_at_range` asks the system now, and reads the folder if it
+  // has changed; `range_at` gives what that came to last.
+  Range look_at_range(const std::string& pattern, int64_t frame);
+  Range range_at(const std::string& pattern, int64_t frame);
 
   // Null where this file of the pattern stands, else the frames that stand. `look_beside` asks the system
   // now, and reads the folder if it has changed; `frames_beside` gives what that came to last.
@@ -134,7 +141,11 @@ class Headers {
     int64_t changed = 0;   // the folder, nanoseconds since 1970 UTC
     bool settled = false;  // whatever came later has changed the folder's time
     FramesPtr frames;
-    std::optional<std::pair<int64_t, int64_t>> range;  // of what was read first
+    std::map<int64_t, Range> ranges;  // by the frame that they were asked for
+
+    Range range() const {
+      return frames->empty() ? Range() : Range(std::in_place, frames->front(), frames->back());
+    }
   };
 
   Entry& entry(const std::string& path, const Attributes& attributes);

@@ -74,6 +74,8 @@ namespace {
 void write_sources(int frames) {
   std::mt19937 random(1);
   scene::write_plate("watched still.exr", scene::noise(random, 8, 8));
+  std::filesystem::create_directory(scene::folder() / "watched held");
+  scene::write_plate("watched held/h.1.exr", scene::noise(random, 8, 8));
   for (const std::string name : {"hole.1", "hole.9", "dark.1", "dark.9"})
     scene::write_plate("watched " + name + ".exr", scene::noise(random, 8, 8));
   for (int frame = 1; frame <= frames; ++frame) {
@@ -92,7 +94,9 @@ const std::string nodes =
     {"name": "holes", "type": "merge", "inputs": {"a": "black", "b": "near"}},
     {"name": "all", "type": "merge", "inputs": {"a": "holes", "b": "still"}},
     {"name": "a", "type": "merge", "inputs": {"a": "plain", "b": "all"}},
-    {"name": "b", "type": "merge", "inputs": {"a": "key", "b": "a"}},
+    {"name": "held", "type": "read", "knobs": {"file": "watched held/h.#.exr", "after": "hold"}},
+    {"name": "c", "type": "merge", "inputs": {"a": "key", "b": "a"}},
+    {"name": "b", "type": "merge", "inputs": {"a": "held", "b": "c"}},
     {"name": "out", "type": "write", "inputs": "b", "knobs": {"file": "seen.####.exr"}})";
 
 TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
@@ -110,8 +114,9 @@ TEST(DrawingThread, OpensNoSourceAndAsksOnceAFrameForItsAttributes) {
       for (int frame = 1; frame <= frames; ++frame) again.image("b", frame);
     }
     EXPECT_EQ(here.opens, 0) << run;
-    // Five sources; where two of them are missing, what stands in for them as well.
-    EXPECT_EQ(here.stats, 5 * frames + 2 * (frames - 1)) << run;
+    // Six sources; where two of them are missing, what stands in for them as well; and the folder of the one
+    // that holds its last frame.
+    EXPECT_EQ(here.stats, 6 * frames + 2 * (frames - 1) + frames) << run;
     EXPECT_GE(opens_of_all, 2 * frames + 1) << run;
   }
 }

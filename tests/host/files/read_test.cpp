@@ -1,6 +1,7 @@
 #include "host/decode/sources.h"
 #include "tests/host/render/scene.h"
 #include "tests/support/error.h"
+#include "tests/support/files.h"
 #include "tests/support/images.h"
 
 #include <algorithm>
@@ -61,6 +62,18 @@ Read read(const Source& source) {
   return result;
 }
 
+// A white file of which so many bytes at the end are missing, or are more.
+std::string write_white(const std::string& name, const std::string& compression, int more) {
+  OIIO::ImageSpec spec(64, 64, 3, OIIO::TypeUInt8);
+  if (!compression.empty()) spec.attribute("compression", compression);
+  const std::string path =
+      support::write_image(scene::folder() / name, spec, std::vector<float>(64 * 64 * 3, 1.0F));
+  std::string bytes = support::bytes_of(path);
+  bytes.resize(bytes.size() + static_cast<size_t>(more), 'x');
+  support::write_bytes(path, bytes);
+  return path;
+}
+
 // Every way to read: plain files through the scheduler, layers through the layer reader, the rest through the
 // general one. What the file has no channel for stays what it is.
 TEST(Layers, AreFoundByPartByLayerAndByChannel) {
@@ -114,6 +127,12 @@ TEST(Layers, AreFoundByPartByLayerAndByChannel) {
       {one({"R", "G", "B", "key.A"}), "key", {}, {13, 13, 13, 13}, false, ""},
       {one({"R", "v.X", "v.Y", "v.Z", "v.W"}), "v", {}, {11, 12, 13, 1}, false, ""},
       {one({"sun.R", "sun.G", "sun.B", "air.R", "air.G", "air.B"}), "", {}, {13, 14, 15, 1}, false, ""},
+      {write_white("more.jpg", "", 50), "", {}, {1, 1, 1, 1}, false, ""},
+      {write_white("more.tif", "zip", 50), "", {}, {1, 1, 1, 1}, false, ""},
+      {write_white("cut.jpg", "", -10), "", {}, {}, false, "cut.jpg: ends before its image does"},
+      {write_white("zip.tif", "zip", -10), "", {}, {}, false, "zip.tif: ends before its image does"},
+      {write_white("lzw.tif", "lzw", -10), "", {}, {}, false, "lzw.tif: ends before its image does"},
+      {write_white("none.tif", "none", -10), "", {}, {}, false, "none.tif: ends before its image does"},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.path + " " + each.layer + " " + testing::PrintToString(each.channels));

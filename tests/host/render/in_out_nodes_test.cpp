@@ -47,6 +47,15 @@ TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
       EXPECT_EQ(found, expected) << ends << range;
     }
   }
+
+  // Frames that turn up are seen by a renderer that has answered without them.
+  scene::Scene held(scene::node("r", "[]", "read", R"("file": "seq.#.exr", "after": "hold")"), 1, 1);
+  for (const int last : {4, 5, 7}) {
+    scene::write_plate("seq." + std::to_string(last) + ".exr",
+                       {1, 1, scene::rgba_names, std::vector<float>(4, static_cast<float>(last))});
+    // At another frame each time, for that is when files are asked about.
+    EXPECT_EQ(scene::pixel(held.image("r", 20 - last), 0, 0)[0], static_cast<float>(last));
+  }
 }
 
 // Against a search of all frames that stand: sequences of frames 1 to 9 with holes, each frame its number,
