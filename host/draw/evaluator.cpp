@@ -65,6 +65,19 @@ class DrawTime {
   Stopwatch watch_;
 };
 
+// Which instances' images somebody draws with, however many nodes lie between that hand them on to files.
+std::vector<uint8_t> drawn_with(const shot::Composition& composition, const frame::FrameGraph& graph) {
+  std::vector<uint8_t> drawn(graph.instances.size());
+  for (size_t at = graph.instances.size(); at-- > 0;) {
+    const frame::Instance& instance = graph.instances[at];
+    const node::NodeType& type = *composition.nodes[static_cast<size_t>(instance.node)].type;
+    const bool draws = type.reads_pixels && (!type.writes_files || drawn[at]);
+    for (const int read : instance.reads)
+      if (read >= 0 && draws) drawn[static_cast<size_t>(read)] = 1;
+  }
+  return drawn;
+}
+
 // What was drawn while the flag went up may be half an image, which nobody may see.
 void check(const std::atomic<bool>* stop) {
   if (stop && *stop) throw frame::Interrupted();
@@ -85,7 +98,7 @@ struct TouchCycle {
 uint64_t bytes_of(const Result& result) {
   uint64_t bytes = 0;
   for (const node::Image* image : {&result.image, &result.settled, &result.in_format}) {
-    if (image->texture) bytes += image->texture->bytes();
+    bytes += image->bytes();
   }
   return bytes;
 }
@@ -97,6 +110,7 @@ struct Evaluator::Run {
   const frame::KeyedFrame& frame;
   const Keep& keep;
   const Manner& manner;
+  std::vector<uint8_t> drawn_with;             // by somebody, however many writers lie between
   std::vector<std::optional<Extent>> extents;  // of those that somebody asked about
   std::vector<ResultPtr> results;
   std::vector<std::optional<NodeUse>> uses;                  // of those that were needed; empty unless wanted
@@ -120,8 +134,14 @@ std::vector<node::Image> Evaluator::evaluate(const frame::KeyedFrame& frame, con
                                              const std::vector<Part>& parts, const Manner& manner) {
   const DrawTime time(timer_, stats_, context_.times());
   const size_t count = frame.graph.instances.size();
-  Run run{frame, keep, manner, std::vector<std::optional<Extent>>(count), std::vector<ResultPtr>(count),
-          {},    {}};
+  Run run{frame,
+          keep,
+          manner,
+          drawn_with(composition_, frame.graph),
+          std::vector<std::optional<Extent>>(count),
+          std::vector<ResultPtr>(count),
+          {},
+          {}};
   if (manner.uses) run.uses.resize(count);
   const TouchCycle cycle(store_, manner);
   qv::graph::ScheduleResult plan = store_.plan(*frame.schedule, frame.keys, !manner.spares_pinned);
@@ -211,6 +231,7 @@ void Evaluator::compute(Run& run, size_t at) {
   make_room(run, instance, result->extent.window);
   result->image = attempt(composition_, instance, [&] {
     const node::Call call = node.call_at(instance.frame, project_);
+    context_.expect_draws(run.drawn_with[at]);
     node::Image image = node.type->operation->render(call, inputs, result->extent, context_);
     image.coverage = node.type->operation->coverage(call, inputs);
     image.metadata = node.type->operation->metadata(call, inputs);
@@ -252,7 +273,21 @@ node::Image Evaluator::input_image(Run& run, const frame::Instance& reader, int 
   const auto at = static_cast<size_t>(read);
   const node::NodeType& type = *composition_.nodes[static_cast<size_t>(reader.node)].type;
   if (!type.reads_pixels) return {extent_of(run, read), nullptr, nullptr};
+  // What an earlier evaluation left decoded somebody may draw with now.
+  if (run.drawn_with[at]) bring_to_device(run, at);
   return type.takes_pending ? run.results[at]->image : settled(run, at);
+}
+
+void Evaluator::bring_to_device(Run& run, size_t at) {
+  node::Image& image = run.results[at]->image;
+  if (!image.decoded) return;
+  const frame::Instance& instance = run.frame.graph.instances[at];
+  make_room(run, instance, image.extent.window);
+  image.texture = attempt(composition_, instance,
+                          [&] { return context_.upload(image.extent, image.decoded->rgba.get()).texture; });
+  image.decoded.reset();
+  const int64_t key = run.frame.keys[at];
+  if (store_.contains(key)) store_.put(key, run.results[at], !run.manner.spares_pinned);
 }
 
 const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {

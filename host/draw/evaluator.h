@@ -62,6 +62,7 @@ class Evaluator {
   Extent extent_of(Run& run, int asked);
   node::Image input_image(Run& run, const frame::Instance& reader, int read);
   const node::Image& settled(Run& run, size_t at, Part part = Part::whole);
+  void bring_to_device(Run& run, size_t at);
   void make_room(const Run& run, const frame::Instance& instance, const Box& window);
   void hold_to_memory();
   void end_frame();

@@ -35,6 +35,15 @@ void spread(float* pixels, const Box& packed, const Box& box) {
   std::fill(pixels, clear_to, 0.0F);
 }
 
+// Copies the rows of a box out of those of a larger one.
+void pack(const float* pixels, const Box& box, const Box& part, float* packed) {
+  const size_t row = static_cast<size_t>(box_width(part)) * channels;
+  const size_t stride = static_cast<size_t>(box_width(box)) * channels;
+  pixels += static_cast<size_t>(box[3] - part[3]) * stride + static_cast<size_t>(part[0] - box[0]) * channels;
+  for (int64_t i = 0; i < box_height(part); ++i, pixels += stride, packed += row)
+    std::copy_n(pixels, row, packed);
+}
+
 // Alive until the ring has run the callback.
 struct Transfer {
   ReadBack result;  // its window is that of the buffer
@@ -76,7 +85,7 @@ BufferPool::BufferPool(size_t most_kept, MemoryUse use) : state_(std::make_share
 
 // The three of State are called with its mutex held.
 void BufferPool::State::tell() {
-  account.set(out_bytes + kept.size() * floats * sizeof(float));
+  account.set(out_bytes - passing_bytes + kept.size() * floats * sizeof(float));
 }
 
 std::unique_ptr<float[]> BufferPool::State::take(size_t wanted) {
@@ -115,6 +124,26 @@ std::shared_ptr<float[]> BufferPool::acquire(size_t floats, const SentLimit& lim
           }};
 }
 
+std::shared_ptr<const float[]> BufferPool::pass(std::shared_ptr<const node::Decoded> decoded, size_t floats,
+                                                const SentLimit& limit) {
+  const uint64_t bytes = floats * sizeof(float);
+  std::unique_lock lock(state_->mutex);
+  state_->back.wait(lock, [&] { return limit.room(state_->out, state_->out_bytes, bytes); });
+  ++state_->out;
+  state_->out_bytes += bytes;
+  state_->passing_bytes += bytes;
+  lock.unlock();
+  const float* const pixels = decoded->rgba.get();
+  return {pixels, [bytes, decoded = std::move(decoded), state = state_](const float*) mutable {
+            decoded.reset();
+            const std::lock_guard held(state->mutex);
+            --state->out;
+            state->out_bytes -= bytes;
+            state->passing_bytes -= bytes;
+            state->back.notify_one();
+          }};
+}
+
 void BufferPool::note_read(uint64_t bytes) {
   const std::lock_guard lock(state_->mutex);
   state_->bytes_read += bytes;
@@ -126,7 +155,7 @@ uint64_t BufferPool::bytes_read() const {
 }
 
 Box read_window(const node::Image& image, const Box& area) {
-  return image.texture ? intersection(image.extent.window, area) : Box{};
+  return image.has_pixels() ? intersection(image.extent.window, area) : Box{};
 }
 
 uint64_t read_back(const node::Image& image, const Box& area, Outside outside, BufferPool& buffers,
@@ -138,10 +167,19 @@ uint64_t read_back(const node::Image& image, const Box& area, Outside outside, B
   }
   const auto transfer = std::make_shared<Transfer>();
   transfer->result.window = outside == Outside::left_out ? window : area;
+  if (image.decoded && transfer->result.window == image.extent.window) {
+    done({image.extent.window, buffers.pass(image.decoded, floats_of(window), limit)});
+    return 0;
+  }
   transfer->filled = window;
   transfer->pixels = buffers.acquire(floats_of(transfer->result.window), limit);
   transfer->done = std::move(done);
   if (is_empty(window)) {
+    transfer->finish(true);
+    return 0;
+  }
+  if (image.decoded) {
+    pack(image.decoded->rgba.get(), image.extent.window, window, transfer->pixels.get());
     transfer->finish(true);
     return 0;
   }

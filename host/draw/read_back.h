@@ -26,6 +26,11 @@ class BufferPool {
   // for while the limit has no room.
   std::shared_ptr<float[]> acquire(size_t floats, const SentLimit& limit);
 
+  // Pixels that are not its own, let go by the last holder of the result: for the limit they are a buffer
+  // that is out.
+  std::shared_ptr<const float[]> pass(std::shared_ptr<const node::Decoded> decoded, size_t floats,
+                                      const SentLimit& limit);
+
   // What has been read into its buffers, in bytes; counted by read_back.
   void note_read(uint64_t bytes);
   uint64_t bytes_read() const;
@@ -38,6 +43,7 @@ class BufferPool {
     std::condition_variable back;
     size_t out = 0;
     uint64_t out_bytes = 0;
+    uint64_t passing_bytes = 0;  // of what is out, those that are not its own
     uint64_t bytes_read = 0;
     size_t floats = 0;  // of each kept buffer; those of another size are not kept
     std::vector<std::unique_ptr<float[]>> kept;
@@ -64,9 +70,10 @@ Box read_window(const node::Image& image, const Box& area);
 enum class Outside : uint8_t { left_out, transparent };
 
 // Starts reading the part of an image that lies in `area` through the transfer ring. The texture may
-// be drawn into by later calls at once. `done` runs on the ring's thread, in order of the calls. Waits while
-// every slot of the ring is in flight, or `limit` has no room. Returns the ticket to wait for, 0 when `done`
-// has run already. GL thread only.
+// be drawn into by later calls at once. Decoded pixels are handed out as they are where all of them are
+// wanted, else copied. `done` runs on the ring's thread, in order of the calls. Waits while every slot of the
+// ring is in flight, or `limit` has no room. Returns the ticket to wait for, 0 when `done` has run already.
+// GL thread only.
 uint64_t read_back(const node::Image& image, const Box& area, Outside outside, BufferPool& buffers,
                    const SentLimit& limit, std::function<void(ReadBack)> done);
 

@@ -1,6 +1,7 @@
 #include "host/draw/result_store.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -9,9 +10,16 @@ namespace {
 
 using Holds = std::vector<std::pair<int64_t, int64_t>>;
 
+// Textures are numbered upwards from 1; decoded pixels lie below them, by where they are.
+std::pair<int64_t, int64_t> hold_of(const node::Image& image) {
+  const auto bytes = static_cast<int64_t>(image.bytes());
+  if (image.texture) return {static_cast<int64_t>(image.texture->id), bytes};
+  return {-static_cast<int64_t>(reinterpret_cast<intptr_t>(image.decoded.get())), bytes};
+}
+
 void add_hold(const node::Image& image, Holds& holds) {
-  if (!image.texture) return;
-  const std::pair hold(static_cast<int64_t>(image.texture->id), static_cast<int64_t>(image.texture->bytes()));
+  if (!image.has_pixels()) return;
+  const std::pair hold = hold_of(image);
   if (std::find(holds.begin(), holds.end(), hold) == holds.end()) holds.push_back(hold);
 }
 

@@ -23,8 +23,8 @@ struct Result {
 using ResultPtr = std::shared_ptr<Result>;
 
 // The results of earlier evaluations, by key: the library's cache knows which to give up, this store
-// owns what they are. Textures are the buffers that results hold; one that several results share is
-// counted once. Giving a result up frees its textures as soon as nobody else uses them.
+// owns what they are. Textures and decoded pixels are the buffers that results hold; one that several results
+// share is counted once. Giving a result up frees its textures as soon as nobody else uses them.
 // Externally synchronised; GL thread only, because textures come and go with results.
 class ResultStore {
  public:
@@ -56,7 +56,7 @@ class ResultStore {
   enum class GiveUp : uint8_t { any, unpinned };
   int64_t shrink(uint64_t most_bytes, GiveUp what = GiveUp::any);
 
-  // Bytes of the textures that stored results hold.
+  // Bytes of the textures and decoded pixels that stored results hold.
   uint64_t held() const;
 
  private:

@@ -1,14 +1,25 @@
 #pragma once
 
 #include "host/base/extent.h"
+#include "host/base/memory_use.h"
 #include "host/files/metadata.h"
 #include "host/gpu/texture.h"
 
+#include <cstdint>
 #include <memory>
 
 namespace host::node {
 
 struct PendingTransform;
+
+// Pixels as a decoder left them: RGBA float, rows top to bottom, those of the image's whole window. Counted
+// as decoded until the last holder lets go, on whatever thread. `rgba` is null in a rehearsal.
+struct Decoded {
+  Decoded(std::shared_ptr<const float[]> pixels, const Extent& extent, MemoryUse use);
+
+  std::shared_ptr<const float[]> rgba;
+  Account account;
+};
 
 // What flows along a wire: RGBA, 32-bit float, premultiplied, linear, in a texture. A value: copies
 // share the texture, nobody writes to a texture once its node has returned it.
@@ -20,13 +31,24 @@ struct PendingTransform;
 // No texture: no pixels, transparent black everywhere (an input that is not connected, an empty
 // window). With `pending`, the texture holds the image before a chain of transforms that is still to
 // be applied, and `extent` says where it will lie afterwards; only node types that declare
-// `takes_pending` ever see such an image.
+// `takes_pending` ever see such an image. With `decoded` in place of a texture, the pixels have not gone to
+// the device, because nothing draws with them; only node types that write files ever see such an image.
 struct Image {
   Extent extent;
   gpu::TexturePtr texture;
   std::shared_ptr<const PendingTransform> pending;
   bool coverage = true;
   files::MetadataPtr metadata = nullptr;  // what its file says beside the pixels, see Operation::metadata
+  std::shared_ptr<const Decoded> decoded = nullptr;
+
+  bool has_pixels() const {
+    return texture || decoded;
+  }
+  // Of the texture, or the decoded pixels.
+  uint64_t bytes() const {
+    if (texture) return texture->bytes();
+    return decoded ? static_cast<uint64_t>(16 * box_width(extent.window) * box_height(extent.window)) : 0;
+  }
 };
 
 }  // namespace host::node

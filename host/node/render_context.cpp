@@ -59,6 +59,12 @@ filter::Tex filter_image(const Image& image) {
 
 }  // namespace
 
+// A rehearsal's decoder counts what it hands out by itself.
+Decoded::Decoded(std::shared_ptr<const float[]> pixels, const Extent& extent, MemoryUse use)
+    : rgba(std::move(pixels)), account(std::move(use), Owner::decoded) {
+  if (rgba) account.set(static_cast<uint64_t>(16 * box_width(extent.window) * box_height(extent.window)));
+}
+
 Uniform::Uniform(std::string_view uniform, std::span<const double> list)
     : name(uniform), count(static_cast<int>(std::min<size_t>(list.size(), 16))) {
   std::transform(list.begin(), list.begin() + count, values.begin(),
@@ -78,7 +84,11 @@ RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool&
 
 RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, Fetch fetch,
                              MemoryUse use)
-    : shaders_(shaders), pool_(pool), fetch_(std::move(fetch)), scratch_(std::move(use), Owner::device) {
+    : shaders_(shaders),
+      pool_(pool),
+      fetch_(std::move(fetch)),
+      use_(std::move(use)),
+      scratch_(use_, Owner::device) {
   constexpr std::array<float, 4> clear = {0, 0, 0, 0};
   nothing_ = gpu::make_table(1, 1, 1, clear.data(), false);
 }
@@ -107,6 +117,13 @@ Image RenderContext::upload(const Extent& extent, const float* rgba) {
   gpu::gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image.texture->width, image.texture->height, GL_RGBA,
                         GL_FLOAT, rgba);
   gpu::gl.BindTexture(GL_TEXTURE_2D, 0);
+  return image;
+}
+
+Image RenderContext::decoded(const Extent& extent, std::shared_ptr<const float[]> rgba) {
+  if (draws_) return upload(extent, rgba.get());
+  Image image{extent, nullptr, nullptr};
+  image.decoded = std::make_shared<const Decoded>(std::move(rgba), extent, use_);
   return image;
 }
 

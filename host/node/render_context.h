@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -57,7 +58,7 @@ class RenderContext {
   using Fetch = std::function<decode::Pixels(const plates::Source&)>;
 
   // fetch: as Decoder::take, but that pixels may be null in a rehearsal; use: whose Owner::device the
-  // textures between the passes of filters are.
+  // textures between the passes of filters are, and whose Owner::decoded what stays as it was decoded.
   RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, Fetch fetch,
                 MemoryUse use = MemoryUse());
   RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool& pool, decode::Decoder& decoder,
@@ -76,6 +77,14 @@ class RenderContext {
   // A new image with these pixels: RGBA float, rows top to bottom, the window's size; undefined ones for
   // null.
   Image upload(const Extent& extent, const float* rgba);
+
+  // The same of pixels as a decoder left them, which stay where they are while nobody draws with the image.
+  Image decoded(const Extent& extent, std::shared_ptr<const float[]> rgba);
+
+  // Whether somebody draws with what is rendered next; true at first.
+  void expect_draws(bool draws) {
+    draws_ = draws;
+  }
 
   // Draws a program over all of the target. Beside the uniforms given it sets, where the program has
   // them (include "image.glsl" for the functions that use them):
@@ -125,7 +134,9 @@ class RenderContext {
   programs::ShaderLibrary& shaders_;
   gpu::TexturePool& pool_;
   Fetch fetch_;
+  MemoryUse use_;
   Account scratch_;
+  bool draws_ = true;
   ContextTimes times_;
   std::map<std::string, gpu::TexturePtr> tables_;
   gpu::TexturePtr nothing_;  // one transparent texel, read where there is no image

@@ -76,7 +76,7 @@ class Read final : public Operation {
     const decode::Pixels pixels = context.fetch(*wanted);
     const bool coverage = call.project.headers->layer(*wanted).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
-      return context.upload(extent, pixels.rgba.get());
+      return context.decoded(extent, pixels.rgba);
     }
     const Image whole = context.upload(pixels.extent, pixels.rgba.get());
     Image result = context.make(extent);

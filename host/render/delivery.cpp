@@ -31,7 +31,7 @@ writer::WriteResult failed(int64_t frame, const std::string& path, const std::st
 }  // namespace
 
 Box sent_area(const node::Image& image, const writer::OutputFile& file) {
-  return file.overscan && image.texture ? image.extent.window : format_box(image.extent.format);
+  return file.overscan && image.has_pixels() ? image.extent.window : format_box(image.extent.format);
 }
 
 Delivery::Delivery(const draw::Limits& limits, draw::BufferPool& buffers, Notices& notices,

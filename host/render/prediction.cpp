@@ -138,18 +138,25 @@ class RehearsedDelivery {
     for (const auto& sent : sent_) held += sent.second;
     for (; !sent_.empty() && !limit.room(sent_.size(), held, bytes); sent_.pop_front())
       held -= sent_.front().second;
-    if (bytes > 0) sent_.emplace_back(buffers_.acquire(bytes / sizeof(float), limit), bytes);
+    if (image.decoded && window == image.extent.window) {
+      sent_.emplace_back(image.decoded, bytes);
+    } else if (bytes > 0) {
+      sent_.emplace_back(buffers_.acquire(bytes / sizeof(float), limit), bytes);
+    }
+    if (!image.decoded) pass_ring(bytes);
+    return writer::encoding_bytes(file, {image.extent.format, window});
+  }
 
+  void pass_ring(uint64_t bytes) {
     largest_ = std::max(largest_, bytes);
     used_ = std::min(used_ + 1, static_cast<uint64_t>(limits_.ring));
     constexpr uint64_t step = uint64_t{1} << 20;
     ring_.set(used_ * ((largest_ + step - 1) / step * step));
-    return writer::encoding_bytes(file, {image.extent.format, window});
   }
 
   const draw::Limits& limits_;
   draw::BufferPool buffers_;
-  std::deque<std::pair<std::shared_ptr<float[]>, uint64_t>> sent_;
+  std::deque<std::pair<std::shared_ptr<const void>, uint64_t>> sent_;
   Account ring_;
   Account encoders_;
   uint64_t largest_ = 0;   // image that came through the ring

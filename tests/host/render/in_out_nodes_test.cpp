@@ -2,10 +2,19 @@
 #include "host/frame/frame_error.h"
 #include "tests/host/render/scene.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
 #include <cstdlib>
+#include <limits>
+#include <random>
 #include <set>
+#include <string>
+#include <tuple>
 #include <utility>
+#include <vector>
 
+#include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -55,6 +64,48 @@ TEST(ReadNode, ContinuesSequencesAtTheirEnds) {
                        {1, 1, scene::rgba_names, std::vector<float>(4, static_cast<float>(last))});
     // At another frame each time, for that is when files are asked about.
     EXPECT_EQ(scene::pixel(held.image("r", 20 - last), 0, 0)[0], static_cast<float>(last));
+  }
+}
+
+// What only files see of a plate comes out bit by bit, larger than the format, cut to it and by way of
+// another write, without a texture; what somebody draws with is drawn, whatever a file or a cache has of it.
+TEST(ReadNode, LeavesPixelsAsTheyWereDecodedWhereNobodyDraws) {
+  std::mt19937 random(3);
+  scene::Plate plate = scene::noise(random, 12, 9);
+  plate.pixels[4] = std::numeric_limits<float>::denorm_min();
+  plate.pixels[5] = -1e30F;
+  std::tie(plate.x, plate.y, plate.full_width, plate.full_height) = std::tuple(-2, -3, 8, 10);
+  scene::write_plate("plate.exr", plate);
+  const std::string knobs = R"("depth": "float")";
+  const std::string written = scene::read_plate("plate.exr") + scene::write_node("p", "in.exr", knobs) +
+                              scene::write_node("p", "all.exr", knobs + R"(, "overscan": true)") +
+                              scene::write_node("out all.exr", "again.exr", knobs + R"(, "overscan": true)");
+  const std::string graded = written + scene::node("half", "p", "grade", R"("multiply": 0.5)");
+  host::render::RenderOptions options;
+  options.existing = host::plan::Existing::overwrite;
+  options.frames = {1};
+  for (const bool drawn : {false, true}) {
+    scene::Scene shot(drawn ? graded + scene::write_node("half", "half.exr", knobs) : written, 8, 10,
+                      options);
+    scene::Recorder recorder;
+    ASSERT_EQ(shot.run(recorder), host::render::Outcome::done);
+    EXPECT_EQ(recorder.stats.textures_created > 0, drawn);
+    EXPECT_EQ(recorder.stats.bytes_read_back > 0, drawn);
+    const OIIO::ImageBuf expected((scene::folder() / "plate.exr").string());
+    for (const std::string file : {"in.exr", "all.exr", "again.exr"}) {
+      const OIIO::ImageBuf found((scene::folder() / file).string());
+      EXPECT_EQ(found.spec().width, file == "in.exr" ? 8 : 12);
+      for (OIIO::ImageBuf::ConstIterator<float> at(found); !at.done(); ++at)
+        for (int c = 0; c < 4; ++c)
+          ASSERT_EQ(at[c], expected.getchannel(at.x(), at.y(), 0, c)) << file << at.x() << ", " << at.y();
+    }
+  }
+  scene::Scene shot(graded, 8, 10);
+  const auto plain = shot.image("p"), half = shot.image("half");
+  EXPECT_EQ(plain.rgba, plate.pixels);
+  for (size_t i = 0; i < plain.rgba.size(); ++i) {
+    const float expected = plain.rgba[i] * (i % 4 == 3 ? 1.0F : 0.5F);
+    ASSERT_NEAR(half.rgba.at(i), expected, std::max(1.0F, std::abs(expected)) * 1e-6F) << i;
   }
 }
 
