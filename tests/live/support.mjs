@@ -3,14 +3,14 @@ import { execFileSync, spawn } from "node:child_process";
 import { existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
-import { dirname, join } from "node:path";
+import { dirname, join, resolve } from "node:path";
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
 import { gunzipSync } from "node:zlib";
 
 const root = join(dirname(fileURLToPath(import.meta.url)), "../..");
 const { chromium } = createRequire(join(root, "host/live/page/package.json"))("playwright-core");
-const build = process.env.QUORVEL_BUILD ?? join(root, "build/release");
+const build = resolve(process.env.QUORVEL_BUILD ?? join(root, "build/release"));
 export const program = join(build, "host/quorvel");
 const width = 960;
 process.once("SIGTERM", () => process.exit(1)); // so that no server stays behind
