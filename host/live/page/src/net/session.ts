@@ -28,6 +28,27 @@ export function start_session(): void {
   });
 }
 
+// A page that nobody sees holds no connection: a browser has six to a server, for all its pages together.
+const asleep_after = 10000; // ms
+let streams = new AbortController();
+let awake: Promise<void> = Promise.resolve();
+let wake: (() => void) | null = null;
+let falling_asleep = 0;
+
+document.addEventListener("visibilitychange", () => {
+  clearTimeout(falling_asleep);
+  if (document.hidden) {
+    falling_asleep = window.setTimeout(() => {
+      awake = new Promise((done) => (wake = done));
+      streams.abort();
+    }, asleep_after);
+  } else if (wake) {
+    streams = new AbortController();
+    wake();
+    wake = null;
+  }
+});
+
 async function open_page(): Promise<void> {
   const [document, types, displays] = await Promise.all([
     get<DocumentText>("/composition"),
@@ -44,14 +65,16 @@ async function open_page(): Promise<void> {
 
 async function keep(name: "events" | "frames", read: (body: ReadableStream<Uint8Array>) => Promise<void>): Promise<void> {
   for (let wait = 250; refusal.value === ""; wait = Math.min(2 * wait, 4000)) {
+    await awake;
+    const ending = streams.signal;
     try {
-      const response = await ask("GET", `/${name}?client=${client}`);
+      const response = await ask("GET", `/${name}?client=${client}`, undefined, ending);
       if (!response.body) throw new ApiError(0, "This browser reads no streams.", null);
       wait = 125;
       await read(response.body);
     } catch (error) {
       if (error instanceof ApiError && (error.status === 401 || error.status === 403)) refusal.value = error.message;
-      else if (!(error instanceof ApiError || error instanceof TypeError)) console.error(error);
+      else if (!ending.aborted && !(error instanceof ApiError || error instanceof TypeError)) console.error(error);
     }
     set_open(name, false);
     await new Promise((done) => setTimeout(done, wait));

@@ -3,9 +3,9 @@ import { offer } from "../document/document";
 import { device_lost, refusal } from "../net/session";
 import { connected, info, notices, problems } from "../state";
 
-function Banner({ kind, children }: { kind: "warn" | "error"; children: ComponentChildren }) {
+function Banner({ kind, late, children }: { kind: "warn" | "error"; late?: boolean; children: ComponentChildren }) {
   return (
-    <div class={`banner banner-${kind}`} role="alert">
+    <div class={`banner banner-${kind}${late ? " banner-late" : ""}`} role="alert">
       {children}
     </div>
   );
@@ -20,7 +20,9 @@ export function Banners() {
         {problems.value[0]?.message ?? notices.value.at(-1) ?? ""}
       </div>
       {info.value !== null && !connected.value && (
-        <Banner kind="error">The server does not answer. What you see stays; the page asks again until it is back.</Banner>
+        <Banner kind="error" late>
+          The server does not answer. What you see stays; the page asks again until it is back.
+        </Banner>
       )}
       {device_lost.value !== "" && <Banner kind="error">The graphics device was lost: {device_lost.value}</Banner>}
       <Choice />

@@ -7,7 +7,7 @@ export const render_frames = signal(""); // as `quorvel render -f` takes them; "
 
 // What becomes of files that are there already, as `quorvel render` has it.
 export type Existing = "" | "overwrite" | "skip-existing" | "skip-current";
-export const existing = signal<Existing>("");
+export const existing = signal<Existing>("skip-current");
 
 export function say(error: unknown): void {
   notices.value = [...notices.value, error instanceof Error ? error.message : String(error)];
