@@ -10,7 +10,7 @@ interface Props {
   change: (colour: number[], merge_key: string) => void;
 }
 
-const picker = { width: 210, height: 200 }; // pixels that it takes
+const picker = { width: 210, height: 192 }; // pixels that it takes
 
 // The colour as a screen shows it; opens a picker, which the panel's edges do not cut.
 export function Swatch({ label, colour, change }: Props) {
@@ -35,8 +35,9 @@ export function Swatch({ label, colour, change }: Props) {
         title="Choose a colour"
         style={{ backgroundColor: css_of(colour) }}
         onClick={(event) => {
-          const { left, bottom } = event.currentTarget.getBoundingClientRect();
-          place.current = { left: Math.min(left, innerWidth - picker.width), top: Math.min(bottom + 3, innerHeight - picker.height) };
+          const { left, top, bottom } = event.currentTarget.getBoundingClientRect();
+          const below = bottom + 3 + picker.height <= innerHeight;
+          place.current = { left: Math.min(left, innerWidth - picker.width), top: below ? bottom + 3 : top - 3 - picker.height };
           open.value = !open.value;
         }}
       />
