@@ -272,7 +272,8 @@ int GpuContext::max_texture_size() const {
 
 bool GpuContext::lost() const {
   // A driver that has recovered says so no more.
-  if (gl.GetGraphicsResetStatus && gl.GetGraphicsResetStatus() != GL_NO_ERROR) state_->lost = true;
+  if (!state_->lost && gl.GetGraphicsResetStatus && gl.GetGraphicsResetStatus() != GL_NO_ERROR)
+    state_->lost = true;
   return state_->lost;
 }
 

@@ -21,6 +21,12 @@ class NoGpu : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The driver has let go of the context, see GpuContext::lost.
+class ContextLost : public std::runtime_error {
+ public:
+  ContextLost() : std::runtime_error("the device was reset") {}
+};
+
 // An OpenGL 4.2 core context without a window, current on the thread that opened it until it is
 // destroyed there, with the library's entry points loaded for it. Tries the EGL device platform
 // first (a real GPU needs no display server), then the surfaceless platform.

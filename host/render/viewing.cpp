@@ -4,6 +4,7 @@
 #include <qv/transport/ring.h>
 
 #include "host/draw/upcoming.h"
+#include "host/gpu/gpu_context.h"
 #include "host/render/renderer_state.h"
 
 #include <algorithm>
@@ -62,6 +63,7 @@ uint64_t Viewing::draw(const std::string& place, const draw::ImageRequest& reque
   const uint64_t draws = qv::gpu::stats().draws;
   const auto images = subject->evaluator.evaluate(
       keyed, [](int64_t) { return true; }, {draw::part_of(request.area)}, manner);
+  if (renderer_.gpu.lost()) throw gpu::ContextLost();
   taken.draws = static_cast<int64_t>(qv::gpu::stats().draws - draws);
   if (!place.empty()) {
     std::vector<int64_t>& keys = places_[place];

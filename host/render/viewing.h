@@ -34,7 +34,7 @@ class Viewing {
 
   // Draws an image for a place and starts its read-back; `done` is called on the ring's thread, or at once.
   // Files of the frames in `later`, the sooner the more urgent, are decoded meanwhile; what no frame wants
-  // any more is not. Throws as Renderer::read; `done` is not called then.
+  // any more is not. Throws as Renderer::read, and ContextLost; `done` is not called then.
   void show(const std::string& place, const draw::ImageRequest& request, int64_t frame,
             std::span<const int64_t> later, ShownDone done);
 

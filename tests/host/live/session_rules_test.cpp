@@ -102,15 +102,33 @@ TEST(Session, FramesAheadComeNearestFirstAndTheFarthestGoFirst) {
     std::sort(nearest.begin(), nearest.end());
     EXPECT_EQ(cached, nearest) << "around " << frame;
   }
+  // One more image takes the place of the farthest.
+  session.wish("c", {wish(++id, 20)}, Ahead{"", 1, 1, 40, 20, 1});
+  told.wait("c", id);
+  wait_idle(session);
+  const Runs full = told.cached_frames();
+  session.wish("c", {wish(++id, 38)}, {});
+  told.wait("c", id);
+  wait_idle(session);
+  const Runs left = told.cached_frames();
+  ASSERT_EQ(full.size(), 1U);
+  ASSERT_EQ(left.size(), 2U);
+  EXPECT_EQ(left[1], std::pair(int64_t{38}, int64_t{38}));
+  const int64_t gone = full[0].second - full[0].first - left[0].second + left[0].first;
+  EXPECT_GE(gone, 1);
+  Frames nearest = host::live::nearest_first(1, 40, 20, 1);
+  nearest.resize(static_cast<size_t>(left[0].second - left[0].first + 1));
+  EXPECT_EQ(left[0], std::pair(*std::min_element(nearest.begin(), nearest.end()),
+                               *std::max_element(nearest.begin(), nearest.end())));
 }
 
 // Nodes that take long, one upon another.
-std::string slow_nodes(const std::string& name, int count) {
+std::string slow_nodes(const std::string& name, int count, int size) {
   std::string nodes = R"({"name": "card", "type": "checkerboard"})";
   for (int i = 0; i < count; ++i) {
     nodes += R"(, {"name": ")" + name + std::to_string(i) + R"(", "type": "blur", "inputs": ")" +
              (i == 0 ? "card" : name + std::to_string(i - 1)) + R"(", "knobs": {"size": )" +
-             std::to_string(8 + i) + "}}";
+             std::to_string(size + i) + "}}";
   }
   return nodes;
 }
@@ -118,13 +136,15 @@ std::string slow_nodes(const std::string& name, int count) {
 TEST(Session, AnEditEndsWhatIsDrawnWithinOneDraw) {
   Told told;
   Session session({}, software, told);
-  session.set_composition(1, composition(slow_nodes("old", 12), 192));
-  session.set_composition(2, composition(slow_nodes("new", 2), 192));
+  session.set_composition(1, composition(slow_nodes("old", 12, 8), 192));
+  session.set_composition(2, composition(slow_nodes("new", 2, 5), 192));
   session.wish("c", {wish(1, 1, "", 1)}, {});
   // Once something of it is drawn.
   const auto spans_of = [&session](const std::string& name) {
     std::vector<host::Spans::Span> found = session.spans().since({});
-    std::erase_if(found, [&name](const auto& span) { return !span.name.starts_with(name); });
+    std::erase_if(found, [&name](const host::Spans::Span& span) {
+      return span.work != host::Work::drawing || !span.name.starts_with(name);
+    });
     return found;
   };
   while (spans_of("old").empty()) std::this_thread::yield();
@@ -182,15 +202,22 @@ TEST(Session, ALostDeviceIsOpenedAnewOnce) {
   session.wish("c", {wish(1, 1)}, {});
   told.wait("c", 1);
   wait_idle(session);
-  for (const bool for_good : {false, true}) {
+  for (const bool second : {false, true}) {
     resets = 1;
     host::gpu::gl.GetGraphicsResetStatus = reset_status;
-    const uint64_t id = for_good ? 3 : 2;
+    const uint64_t id = second ? 3 : 2;
     session.wish("c", {wish(id, 5)}, {});
     EXPECT_EQ(told.wait("c", id).error, "");
     wait_idle(session);
-    EXPECT_EQ(told.losses(), for_good ? "lost back lost back " : "lost back ");
+    EXPECT_EQ(told.losses(), second ? "lost back lost back " : "lost back ");
   }
+  // One that goes again before it has given an image stays away.
+  told.on_back = [] { host::gpu::gl.GetGraphicsResetStatus = reset_status; };
+  host::gpu::gl.GetGraphicsResetStatus = reset_status;
+  resets = 2;
+  session.wish("c", {wish(4, 7)}, {});
+  EXPECT_NE(told.wait("c", 4).error, "");
+  EXPECT_EQ(told.losses(), "lost back lost back lost back lost ");
 }
 
 }  // namespace

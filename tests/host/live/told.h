@@ -60,7 +60,10 @@ class Told : public host::live::Listener {
   void device_lost(bool lost, const std::string& /*message*/) override {
     const std::lock_guard lock(mutex_);
     losses_ += lost ? "lost " : "back ";
+    if (!lost && on_back) on_back();
   }
+
+  void (*on_back)() = nullptr;  // called on the thread for drawing
 
   // Waits for an answer; one that never comes fails the test by its time limit.
   Drawn wait(const std::string& client, uint64_t id) {
