@@ -11,7 +11,7 @@ namespace host {
 // Who holds the memory of a render's images.
 enum class Owner : uint8_t {
   device,    // textures in use, kept for later and between the passes of a filter
-  decoded,   // sources on their way from files
+  decoded,   // sources on their way from files, and on to other files where nobody draws with them
   ring,      // buffers of the transfer ring
   sent,      // images on their way to files
   encoders,  // what files are made in
