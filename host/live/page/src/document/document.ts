@@ -155,13 +155,18 @@ function follow_heard(): void {
 
 function take_theirs_or_ask(text: DocumentText): void {
   if (text.version === base && text.text === server_text.value) return;
-  if (state.text.value === server_text.value || state.text.value === text.text) {
+  // A server that was started again counts from 1, and knows nothing of what was not saved.
+  const forgotten = text.version < base && state.dirty.value;
+  const untouched = state.text.value === server_text.value && !forgotten;
+  if (untouched || state.text.value === text.text) {
     take(text, "Change from elsewhere");
     return;
   }
   theirs = text;
   offer.value = {
-    message: "The composition was changed elsewhere while you changed it here.",
+    message: forgotten
+      ? "The server was started again, and does not have what was not saved here."
+      : "The composition was changed elsewhere while you changed it here.",
     choices: [
       { title: "Take the other one", run: take_theirs },
       { title: "Keep mine", run: keep_over_theirs },
