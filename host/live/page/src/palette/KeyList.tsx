@@ -8,7 +8,7 @@ export function KeyList() {
   const with_keys = commands.value.filter((command) => (command.keys?.length ?? 0) > 0);
   const groups = [...new Set(with_keys.map((command) => command.group))];
   return (
-    <Dialog open={key_list_open} label="Keys">
+    <Dialog open={key_list_open} label="Keys" wide>
       <div class="key-list">
         {groups.map((group) => (
           <section key={group}>

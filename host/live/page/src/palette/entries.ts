@@ -65,12 +65,16 @@ function node_entries(): Entry[] {
 // What fits the letters, best first. Where two fit as well, a node stands before its knobs.
 export function find(letters: string, most = 60): Entry[] {
   const rank = { node: 0.3, command: 0.2, knob: 0 };
-  return [...node_entries(), ...command_entries()]
+  const scored = [...node_entries(), ...command_entries()]
     .flatMap((entry) => {
       const points = score(letters, entry.title);
       return points === null ? [] : [{ entry, points: points + rank[entry.kind] }];
     })
-    .sort((one, other) => other.points - one.points)
+    .sort((one, other) => other.points - one.points);
+  // Letters that stand all over a text are no find where others have the word.
+  const least = letters.trim() === "" ? -Infinity : (scored[0]?.points ?? 0) * 0.4;
+  return scored
+    .filter(({ points }) => points >= least)
     .slice(0, most)
     .map(({ entry }) => entry);
 }
