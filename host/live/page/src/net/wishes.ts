@@ -47,6 +47,12 @@ function slots(): Slot[] {
   return state.compare.value.mode === "off" ? ["a"] : ["a", "b"];
 }
 
+// A node that is gone leaves the output.
+function shown_node(): string {
+  const name = state.shown_node.value;
+  return state.info.value?.nodes.some((node) => node.name === name) ? name : "";
+}
+
 function look(slot: Slot, frame: number, full: boolean): Look {
   const newest_version = state.info.value?.version ?? 0;
   const { node, version } = state.compare.value;
@@ -54,7 +60,7 @@ function look(slot: Slot, frame: number, full: boolean): Look {
   return {
     slot,
     version: of_b && version > 0 ? version : newest_version,
-    node: of_b && node !== "" ? node : state.shown_node.value,
+    node: of_b && node !== "" ? node : shown_node(),
     frame,
     scale: full ? 1 : moving_scale(),
     pixels: full ? "rgba16f" : moving_pixels(),
@@ -168,7 +174,7 @@ function request(wishes: Wish[]): ViewRequest {
   const ahead =
     state.paused.value || first === undefined || last === undefined
       ? null
-      : { node: state.shown_node.value, scale: moving_scale(), first, last, frame, direction };
+      : { node: shown_node(), scale: moving_scale(), first, last, frame, direction };
   return { client, wishes, ahead };
 }
 

@@ -1,5 +1,5 @@
-import { computed } from "@preact/signals";
-import { in_point, info, loop_mode, out_point } from "../state";
+import { computed, effect } from "@preact/signals";
+import { in_point, info, loop_mode, out_point, playhead } from "../state";
 
 // The frames that play goes through: those of the composition between the in and the out point, in order.
 export const frames = computed<number[]>(() => {
@@ -16,6 +16,12 @@ export function nearest(frame: number, among = frames.value): number {
   for (const each of among) if (Math.abs(each - frame) < Math.abs(best - frame)) best = each;
   return best;
 }
+
+// Another range of the composition may leave the playhead outside.
+effect(() => {
+  const all = info.value?.frames ?? [];
+  if (all.length > 0) playhead.value = nearest(playhead.peek(), all);
+});
 
 export interface Step {
   frame: number;
