@@ -5,7 +5,7 @@ import * as state from "../state";
 import { ApiError, ask, get } from "./api";
 import { type Event, read_events } from "./events";
 import { read_frames } from "./frames";
-import { came, client, forget_wishes, moving_scale } from "./wishes";
+import { came, client, forget_wishes, moving_scale, shown_node } from "./wishes";
 
 // Why the page cannot go on: the server knows another token, or takes no requests from here.
 export const refusal = signal("");
@@ -135,7 +135,7 @@ function keep_cached(told: Events["cached"]): void {
 }
 
 effect(() => {
-  const node = state.shown_node.value || state.info.value?.outputs[0];
+  const node = shown_node() || state.info.value?.outputs[0];
   const version = state.info.value?.version;
   const most = moving_scale() + 1e-6;
   let best: Events["cached"] | null = null;

@@ -20,7 +20,7 @@ const rest_after = 150; // ms
 const rest_in_hand = 500; // ms, of a playhead or a knob that somebody holds still
 const kept = 300; // ms
 const depth = 8; // frames of play on their way or waiting to be shown
-const scales = [0.125, 0.25, 0.375, 0.5, 0.75, 1];
+const scales = [0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 1];
 
 type Look = Omit<Wish, "id" | "area">;
 
@@ -48,7 +48,7 @@ function slots(): Slot[] {
 }
 
 // A node that is gone leaves the output.
-function shown_node(): string {
+export function shown_node(): string {
   const name = state.shown_node.value;
   return state.info.value?.nodes.some((node) => node.name === name) ? name : "";
 }
