@@ -41,7 +41,7 @@ struct TransformLink {
 
 // Neighbouring transforms, first one first, folded into one resampling, so that a chain loses no
 // sharpness and costs one draw. Made and extended by the transform nodes; applied by `settle`. The
-// functions in `links` refer to the composition, which outlives every image.
+// functions in `links` refer to the catalogue alone: an image may outlive the composition that asked for it.
 struct PendingTransform {
   Extent source;  // of the texture, before the chain
   std::vector<TransformLink> links;

@@ -7,8 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
+#include <span>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 // Images moved, turned, scaled and bent. A node only says how: neighbours are folded into one
 // resampling, which happens when somebody needs the pixels. Each may blur by its own motion.
@@ -110,9 +113,14 @@ class Transform : public Operation {
       links.push_back({std::move(step), nullptr});
     }
     if (shutter_of(call).width == 0) return links;
+    // Copies: the image may be kept for longer than the composition that it was made for.
+    const auto values = std::make_shared<const std::vector<node::KnobValue>>(call.knobs.values().begin(),
+                                                                             call.knobs.values().end());
+    const std::span<const node::KnobSpec> specs = call.knobs.specs();  // of the catalogue
     for (size_t i = 0; i < links.size(); ++i) {
-      links[i].at = [this, knobs = call.knobs, format, project = &call.project, i](double time) {
-        return steps(knobs.at(time), format, *project)[i];
+      links[i].at = [this, values, specs, scale = call.knobs.scale(), format, project = call.project,
+                     i](double time) {
+        return steps(Knobs(specs, *values, time, scale), format, project)[i];
       };
     }
     return links;

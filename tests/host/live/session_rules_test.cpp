@@ -9,6 +9,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -218,6 +220,29 @@ TEST(Session, ALostDeviceIsOpenedAnewOnce) {
   session.wish("c", {wish(4, 7)}, {});
   EXPECT_NE(told.wait("c", 4).error, "");
   EXPECT_EQ(told.losses(), "lost back lost back lost back lost ");
+}
+
+// An image in memory outlives the composition that made it, with a transform that waits to be applied.
+TEST(Session, AnImageInMemoryNeedsItsCompositionNoMore) {
+  const auto shot = [](int edit) {
+    return composition(R"({"name": "card", "type": "checkerboard", "knobs": {"size": 3}},
+        {"name": "thrown", "type": "transform", "inputs": "card", "knobs": {
+          "translate": {"keys": [[1, 0], [9, 40]]}, "motion_blur": 1}},
+        {"name": "out", "type": "merge", "inputs": {"a": "thrown", "b": "card"}, "knobs": {"mix": 0.)" +
+                       std::to_string(edit) + "}}");
+  };
+  Told told;
+  Session session({}, software, told), other({}, software, told);
+  session.set_composition(1, shot(1));
+  session.wish("c", {wish(1, 4, "out")}, std::nullopt);
+  told.wait("c", 1);
+  for (int version = 2; version < 60; ++version) session.set_composition(version, shot(version));
+  session.wish("c", {wish(2, 4, "thrown")}, std::nullopt);
+  other.set_composition(1, shot(1));
+  other.wish("other", {wish(1, 4, "thrown")}, std::nullopt);
+  const Drawn old = told.wait("c", 2), made = told.wait("other", 1);
+  ASSERT_EQ(old.error + made.error, "");
+  EXPECT_EQ(0, std::memcmp(old.image.pixels.get(), made.image.pixels.get(), size_t{16} * 16 * 16));
 }
 
 }  // namespace
