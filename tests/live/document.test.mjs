@@ -25,9 +25,10 @@ test("the page follows the file, and where both have changed somebody chooses", 
   await page.keyboard.press("Enter");
   for (const [here, there, choice, last] of [["0.8", "0.4", "Take the file", "0.4"], ["0.9", "0.3", /Keep mine/, "0.9"]]) {
     const before = await gamma.inputValue();
+    const version = await shown(page);
     await gamma.fill(here);
     await gamma.press("Enter");
-    await page.locator(".title-bar .dirty").waitFor();
+    await shown(page, { after: version });
     change(file, `"gamma": ${before}`, `"gamma": ${there}`);
     await page.getByRole("alert").getByRole("button", { name: choice }).click();
     await page.locator(".title-bar .dirty").waitFor({ state: "detached" });
