@@ -80,7 +80,8 @@ Descriptor as_file(std::string_view text) {
   return file;
 }
 
-// The process as if it had been started from a shell: no signals held back, no descriptors but three.
+// The process as if it had been started from a shell: no signals held back, no descriptors but three,
+// and a group of its own, which is ended as a whole.
 pid_t spawn(const std::filesystem::path& program, const std::vector<std::string>& words,
             const std::filesystem::path& folder, const std::array<int, 3>& standard) {
   std::vector<char*> arguments;
@@ -102,7 +103,8 @@ pid_t spawn(const std::filesystem::path& program, const std::vector<std::string>
   for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) sigaddset(&ended, signal);
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawnattr_setsigdefault(&attributes, &ended);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  posix_spawnattr_setflags(&attributes,
+                           POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   pid_t process = -1;
   const int error = posix_spawn(&process, program.c_str(), &actions, &attributes, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
@@ -213,10 +215,10 @@ RenderJob::~RenderJob() {
     std::unique_lock lock(state_->mutex);
     if (state_->process > 0) {
       state_->stopping = true;
-      ::kill(state_->process, SIGTERM);
+      ::kill(-state_->process, SIGTERM);
       const auto gone = [this] { return state_->process < 0; };
       if (!state_->ended.wait_for(lock, std::chrono::milliseconds(400), gone))
-        ::kill(state_->process, SIGKILL);
+        ::kill(-state_->process, SIGKILL);
     }
   }
   if (state_->thread.joinable()) state_->thread.join();
@@ -247,7 +249,7 @@ void RenderJob::stop() {
   const std::lock_guard lock(state_->mutex);
   if (state_->process < 0) return;
   state_->stopping = true;
-  ::kill(state_->process, SIGINT);
+  ::kill(-state_->process, SIGINT);
 }
 
 RenderState RenderJob::state() const {
