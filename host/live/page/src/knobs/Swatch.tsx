@@ -1,3 +1,4 @@
+import "./swatch.css";
 import { useSignal } from "@preact/signals";
 import { useRef } from "preact/hooks";
 import { end_drag, follow_pointer, start_drag } from "../document/drag";
