@@ -207,7 +207,7 @@ draw::Stats Session::stats() {
 
 bool Session::idle() const {
   const std::lock_guard lock(state_->mutex);
-  return !state_->posted && state_->wishes.on_their_way() == 0 && state_->outbox.empty();
+  return !state_->posted && !state_->working && state_->wishes.on_their_way() == 0 && state_->outbox.empty();
 }
 
 }  // namespace host::live

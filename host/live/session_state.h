@@ -79,7 +79,8 @@ struct Session::State : std::enable_shared_from_this<Session::State> {
   std::vector<std::string> places_left;
   KeptImages kept;
   bool paused = false;
-  bool posted = false;  // a unit of work is queued or under way
+  bool posted = false;   // a unit of work is queued, or under way and not the last
+  bool working = false;  // one is under way, or tells what came of it
   bool closing = false;
   enum class Hand : uint8_t { nothing, wish, question, ahead } hand = Hand::nothing;
   QuestionPtr in_hand;

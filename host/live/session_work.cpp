@@ -54,6 +54,8 @@ void Session::State::work() {
     }
   }
   outbox.send();
+  const std::lock_guard lock(mutex);
+  working = false;
 }
 
 // Clients' wishes come first, then what somebody waits for, then what may be asked for next.
@@ -62,6 +64,7 @@ std::optional<Session::State::Task> Session::State::next() {
   Task task;
   const std::lock_guard lock(mutex);
   posted = false;
+  working = true;
   if (closing) return std::nullopt;
   for (const std::string& place : std::exchange(places_left, {})) {
     if (device.viewing()) device.viewing()->leave(place);
