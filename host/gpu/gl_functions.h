@@ -73,8 +73,9 @@ namespace host::gpu {
 struct GlFunctions {
 #define HOST_GL_MEMBER(type, name) type name = nullptr;
   HOST_GL_FUNCTIONS(HOST_GL_MEMBER)
+  // Null where the context cannot be asked.
+  HOST_GL_MEMBER(PFNGLGETGRAPHICSRESETSTATUSPROC, GetGraphicsResetStatus)
 #undef HOST_GL_MEMBER
-  PFNGLGETGRAPHICSRESETSTATUSPROC GetGraphicsResetStatus = nullptr;  // null where the context cannot be asked
 };
 
 // The functions of the open context.

@@ -111,12 +111,12 @@ void send(HttpReply reply, httplib::Response& response) {
   response.status = reply.status;
   for (const auto& [name, value] : reply.headers) {
     response.headers.erase(name);
-    response.set_header(name.c_str(), value);
+    response.set_header(name, value);
   }
   if (reply.body.empty()) return;
   const auto body = std::make_shared<const std::string>(std::move(reply.body));
   response.set_content_provider(
-      body->size(), reply.type.c_str(), [body](size_t offset, size_t length, httplib::DataSink& sink) {
+      body->size(), reply.type, [body](size_t offset, size_t length, httplib::DataSink& sink) {
         return sink.write(body->data() + offset, std::min(length, body->size() - offset));
       });
 }
@@ -245,7 +245,7 @@ struct HttpServer::State {
       return send({503, message_json("too many pages are open")}, response);
     }
     response.set_chunked_content_provider(
-        type.c_str(),
+        type,
         [this, writing = std::move(writing)](size_t /*offset*/, httplib::DataSink& sink) {
           SinkStream stream(sink, stopping);
           try {

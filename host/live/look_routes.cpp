@@ -25,7 +25,9 @@ constexpr size_t most_values = 100'000;
 std::string node_name(const shot::Composition& composition, const std::string& given) {
   if (given.empty() || composition.find(given) >= 0) return given;
   for (const std::string& view : composition.views) {
-    if (composition.find(given + "." + view) >= 0) return given + "." + view;
+    std::string of_view = given;
+    of_view.append(".").append(view);
+    if (composition.find(of_view) >= 0) return of_view;
   }
   std::vector<std::string> names;
   for (const shot::WrittenNode& node : composition.written) names.push_back(node.name);
@@ -198,8 +200,9 @@ HttpReply curve(const Server::State& state, const HttpRequest& request) {
     throw HttpError(400, "\"step\": expected a number above 0 that leaves at most 100,000 values");
   Json values = Json::array();
   // Counted: a step may be too small beside the numbers to lead anywhere.
-  for (double i = 0; i <= steps; ++i) {
-    const node::Knobs knobs(specs, node.knobs, first + i * step, 1);
+  const auto count = steps < 0 ? 0 : static_cast<size_t>(steps) + 1;
+  for (size_t i = 0; i < count; ++i) {
+    const node::Knobs knobs(specs, node.knobs, first + static_cast<double>(i) * step, 1);
     values.push_back(value_json(knobs.value(place, static_cast<size_t>(component))));
   }
   return reply({{"first", first}, {"step", step}, {"values", std::move(values)}});

@@ -68,7 +68,8 @@ void pack_bytes(const float* from, size_t count, uint8_t* to) {
   for (size_t i = 0; i < 4 * count; ++i) {
     // In this order a NaN becomes 0.
     const float held = std::min(std::max(0.0F, from[i]), 1.0F);
-    to[i] = static_cast<uint8_t>(held * 255.0F + 0.5F);
+    const float up = held * 255.0F + 0.5F;
+    to[i] = static_cast<uint8_t>(up);
   }
 }
 

@@ -105,7 +105,7 @@ void Server::State::tell_all(const std::string& name, const std::string& key, co
 }
 
 Document::State Server::State::announce() {
-  const Document::State now = document.now();
+  Document::State now = document.now();
   if (now.version != announced) session->set_composition(now.version, now.composition);
   announced = now.version;
   tell_all("document", "", info_json(now, path));

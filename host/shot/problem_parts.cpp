@@ -10,7 +10,7 @@ std::string take_name(std::string_view& line, std::string_view front, std::strin
   if (!line.starts_with(front)) return "";
   const size_t behind = line.find(end, front.size());
   if (behind == std::string_view::npos) return "";
-  const std::string name(line.substr(front.size(), behind - front.size()));
+  std::string name(line.substr(front.size(), behind - front.size()));
   line.remove_prefix(behind + end.size());
   return name;
 }

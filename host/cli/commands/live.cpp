@@ -153,7 +153,7 @@ live::ServerOptions server_options(const LiveCommand& given) {
   options.port = given.port;
   options.certificate = given.certificate;
   options.key = given.key;
-  options.renderer = given.render.options;
+  options.renderer = static_cast<const render::RendererOptions&>(given.render.options);
   options.device = device_choice(given.render.gpu);
   options.program = "/proc/self/exe";
   options.render_words = {"--threads", std::to_string(options.renderer.threads),

@@ -98,7 +98,7 @@ Json Listening::event(const std::string& name, const std::function<bool(const Js
   for (;;) {
     const std::string line = take_line();
     if (line != "event: " + name) continue;
-    const Json data = Json::parse(take_line().substr(std::string("data: ").size()));
+    Json data = Json::parse(take_line().substr(std::string("data: ").size()));
     if (!wanted || wanted(data)) return data;
   }
 }

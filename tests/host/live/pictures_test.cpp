@@ -139,9 +139,12 @@ TEST(Pictures, GivesDisplaysAsTextForThePage) {
   PageServer server(shot_of(keyed));
   EXPECT_EQ(server.send("GET", "/display").body["displays"], Json::array());
   std::string cube = "LUT_3D_SIZE 3\n";
-  for (int i = 0; i < 27; ++i)
-    cube += std::to_string(i % 3 * 0.4) + " " + std::to_string(i / 3 % 3 * 0.5) + " " +
-            std::to_string(i / 9 * 0.3) + "\n";
+  for (const double blue : {0.0, 0.3, 0.6}) {
+    for (const double green : {0.0, 0.5, 1.0}) {
+      for (const double red : {0.0, 0.4, 0.8})
+        cube += std::to_string(red) + " " + std::to_string(green) + " " + std::to_string(blue) + "\n";
+    }
+  }
   support::write_bytes(server.folder / "look.cube", cube);
   support::write_bytes(server.folder / "shape.spi1d",
                        "Version 1\nFrom 0 1\nLength 3\nComponents 1\n{\n0\n0.2\n1\n}\n");

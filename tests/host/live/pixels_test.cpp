@@ -59,8 +59,8 @@ TEST(Pixels, PackEveryHalfToTheNearestThatAFormatHas) {
   int compared = 0;
   for (uint32_t bits = 0; bits < wide.size(); ++bits) {
     half back;
-    back.setBits(halves[4 * bits + 3]);
-    const float value = pixels[4 * bits];
+    back.setBits(halves[size_t{4} * bits + 3]);
+    const float value = pixels[size_t{4} * bits];
     ASSERT_TRUE(std::isnan(value) ? back.isNan() : back == value) << bits;
     if (wide[bits] == ~0U) continue;
     ++compared;

@@ -242,7 +242,8 @@ TEST(Session, AnImageInMemoryNeedsItsCompositionNoMore) {
   other.wish("other", {wish(1, 4, "thrown")}, std::nullopt);
   const Drawn old = told.wait("c", 2), made = told.wait("other", 1);
   ASSERT_EQ(old.error + made.error, "");
-  EXPECT_EQ(0, std::memcmp(old.image.pixels.get(), made.image.pixels.get(), size_t{16} * 16 * 16));
+  EXPECT_TRUE(std::equal(old.image.pixels.get(), old.image.pixels.get() + ptrdiff_t{4} * 16 * 16,
+                         made.image.pixels.get()));
 }
 
 }  // namespace

@@ -123,7 +123,8 @@ class Storm {
     host::draw::ImageRequest request;
     request.node = shot->find("both");
     const auto wanted = reference_.read(shot, request, frame, {});
-    EXPECT_EQ(0, std::memcmp(image.pixels.get(), wanted.pixels.get(), size_t{16} * 16 * 16));
+    EXPECT_TRUE(
+        std::equal(image.pixels.get(), image.pixels.get() + ptrdiff_t{4} * 16 * 16, wanted.pixels.get()));
   }
 
   Session::CompositionPtr of_version(int64_t version) {
