@@ -127,6 +127,7 @@ struct Session::State : std::enable_shared_from_this<Session::State> {
   void ask(const QuestionPtr& question);
   void draw_ahead(const AheadTask& task);
   void tell(const Wishes::Job& job, Drawn drawn);
+  void tell_failed(const Wishes::Job& job, Drawn failed);
   void report(bool resting);
   void recover(const std::string& why);
   void end();

@@ -107,7 +107,7 @@ void Session::State::draw(const Task& task) {
   failed.version = task.version;
   failed.node = failed.error_node = job.wish.node;
   failed.error = lost.empty() ? fault_of(job.wish, task.composition.get(), task.version) : lost;
-  if (!failed.error.empty()) return tell(job, std::move(failed));
+  if (!failed.error.empty()) return tell_failed(job, std::move(failed));
   const int node = node_of(*task.composition, job.wish.node);
   failed.node = failed.error_node = task.composition->nodes[static_cast<size_t>(node)].name;
   try {
@@ -125,6 +125,16 @@ void Session::State::draw(const Task& task) {
     failed.error = error.what();
   }
   if (device.lost()) return;  // it is drawn again
+  tell_failed(job, std::move(failed));
+}
+
+// Out of hand at once: another thread may be about the outbox, and the next wish be in hand before this is
+// told.
+void Session::State::tell_failed(const Wishes::Job& job, Drawn failed) {
+  {
+    const std::lock_guard lock(mutex);
+    wishes.drawn();
+  }
   tell(job, std::move(failed));
 }
 
