@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -220,6 +221,44 @@ TEST(Session, ALostDeviceIsOpenedAnewOnce) {
   session.wish("c", {wish(4, 7)}, {});
   EXPECT_NE(told.wait("c", 4).error, "");
   EXPECT_EQ(told.losses(), "lost back lost back lost back lost ");
+}
+
+// Does not return from being told of the first wish until it may.
+class Held : public Told {
+ public:
+  void drawn(const std::string& client, Drawn what) override {
+    if (what.wish.id == 1) {
+      reached_.set_value();
+      go_on.get_future().wait();
+    }
+    Told::drawn(client, std::move(what));
+  }
+  void wait_until_reached() {
+    reached_.get_future().wait();
+  }
+  std::promise<void> go_on;
+
+ private:
+  std::promise<void> reached_;
+};
+
+// A failed wish that cannot be told yet is not taken for the one behind it, which is put off.
+TEST(Session, WhatBecomesOfAWishIsNotedOfNoOther) {
+  Held told;
+  Session session({}, software, told);
+  session.set_composition(1, composition(storm_nodes(1)));
+  session.wish("a", {wish(1, 1)}, {});
+  told.wait_until_reached();
+  session.pause(true);
+  session.wish("b", {wish(2, 1, "nobody")}, {});
+  session.wish("c", {wish(3, 5)}, {});
+  // Asked behind all wishes.
+  EXPECT_THROW(session.floats(0, "", 7, {}), std::runtime_error);
+  told.go_on.set_value();
+  session.pause(false);
+  EXPECT_NE(told.wait("b", 2).error, "");
+  EXPECT_EQ(told.wait("c", 3).error, "");
+  wait_idle(session);
 }
 
 // An image in memory outlives the composition that made it, with a transform that waits to be applied.
