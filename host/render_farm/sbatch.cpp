@@ -47,6 +47,7 @@ render() {
   [ -z "$asked" ] || { code=75; return; }
   "${words[@]}" --journal="$journal" --frames="$1" &
   child=$!
+  [ -z "$asked" ] || kill -TERM "$child" 2>/dev/null  # asked before there was a child to tell
   while :; do
     again=
     wait "$child"
