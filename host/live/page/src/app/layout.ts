@@ -29,8 +29,12 @@ export const graph_height = kept("graph", 320);
 export const dock = kept<Dock>("dock-tab", "curves");
 export const theme = kept<"system" | "light" | "dark">("theme", "system");
 
-effect(() => {
-  const root = document.documentElement;
-  if (theme.value === "system") delete root.dataset.theme;
-  else root.dataset.theme = theme.value;
-});
+const prefers_light = matchMedia("(prefers-color-scheme: light)");
+
+function apply_theme(): void {
+  const system = prefers_light.matches ? "light" : "dark";
+  document.documentElement.dataset.theme = theme.value === "system" ? system : theme.value;
+}
+
+effect(apply_theme);
+prefers_light.addEventListener("change", apply_theme);

@@ -1,6 +1,6 @@
 import "./curves.css";
 import { useComputed, useSignalEffect } from "@preact/signals";
-import { useLayoutEffect, useRef } from "preact/hooks";
+import { useSurface } from "../app/surface";
 import type { CurveReply } from "../protocol";
 import { edited_curve } from "../state";
 import { Axes, Playhead } from "./Axes";
@@ -63,27 +63,12 @@ function path_of(reply: CurveReply | null): string {
 }
 
 function Open({ now }: { now: Edited }) {
-  const surface = useRef<SVGSVGElement>(null);
+  const surface = useSurface(size, turn_wheel);
   const { node, spec, component, curve } = now;
   const reply = useCurve(useComputed(asked_for));
   const path = useComputed(() => path_of(reply.value));
   const at_playhead = useValueAtPlayhead(node.name, spec.name, component);
 
-  useLayoutEffect(() => {
-    const element = surface.current;
-    if (!element) return undefined;
-    const measure = () => {
-      size.value = { width: element.clientWidth, height: element.clientHeight };
-    };
-    measure();
-    const observer = new ResizeObserver(measure);
-    observer.observe(element);
-    element.addEventListener("wheel", turn_wheel, { passive: false });
-    return () => {
-      observer.disconnect();
-      element.removeEventListener("wheel", turn_wheel);
-    };
-  }, []);
   useSignalEffect(() => {
     if (edited_curve.value === null) return;
     const opened = edited.peek();

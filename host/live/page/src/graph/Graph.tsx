@@ -1,7 +1,7 @@
 import "./graph.css";
 import "./commands";
 import { useSignal, useSignalEffect } from "@preact/signals";
-import { useLayoutEffect, useRef } from "preact/hooks";
+import { useSurface } from "../app/surface";
 import { model } from "../document/document";
 import { info, selected_node } from "../state";
 import { AddNode } from "./AddNode";
@@ -17,23 +17,9 @@ import { adding, matches, search_text, shown_name } from "./pick";
 import { wire } from "./wiring";
 
 export function Graph() {
-  const surface = useRef<SVGSVGElement>(null);
+  const surface = useSurface(panel, turn_wheel);
   const fitted = useSignal(false);
 
-  useLayoutEffect(() => {
-    const element = surface.current;
-    if (!element) return undefined;
-    const observer = new ResizeObserver(() => {
-      panel.value = { width: element.clientWidth, height: element.clientHeight };
-    });
-    observer.observe(element);
-    // A wheel listener of preact would be passive.
-    element.addEventListener("wheel", turn_wheel, { passive: false });
-    return () => {
-      observer.disconnect();
-      element.removeEventListener("wheel", turn_wheel);
-    };
-  }, []);
   useSignalEffect(() => {
     if (fitted.value || panel.value.width === 0 || info.value === null || layout.value.width === 0) return;
     fitted.value = true;

@@ -2,6 +2,7 @@ import { set_format, set_frames, set_outputs } from "../document/actions";
 import { model } from "../document/document";
 import { info, problems } from "../state";
 import { ProblemLine } from "./KnobRow";
+import { NodeOptions } from "./NodeOptions";
 import { NumberField } from "./NumberField";
 
 // What the composition says beside its nodes, while none of them is selected.
@@ -59,11 +60,7 @@ export function Composition() {
             onChange={(event) => set_outputs(event.currentTarget.value === "" ? [] : [event.currentTarget.value])}
           >
             <option value="">{outputs.length > 1 ? outputs.join(", ") : "all that write files"}</option>
-            {nodes.map(({ name }) => (
-              <option key={name} value={name}>
-                {name}
-              </option>
-            ))}
+            <NodeOptions names={nodes.map(({ name }) => name)} />
           </select>
         </div>
       </div>

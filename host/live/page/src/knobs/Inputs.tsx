@@ -5,6 +5,7 @@ import { reaches } from "../document/edits";
 import { type Link, takes_layers } from "../document/inputs";
 import type { NodeText } from "../document/model";
 import type { NodeType } from "../protocol";
+import { NodeOptions } from "./NodeOptions";
 
 // Each input as a list of the nodes that it can read without a circle.
 export function Inputs({ node, type }: { node: NodeText; type: NodeType | undefined }) {
@@ -38,14 +39,7 @@ function Input({ node, link, others }: { node: NodeText; link: Link; others: str
         >
           <option value="">{link.required ? "not connected" : "nothing"}</option>
           {missing && <option value={link.from}>{link.from} (there is no such node)</option>}
-          {[...new Set([link.from, ...others])]
-            .filter((name) => name !== "" && model.value.named.has(name))
-            .sort()
-            .map((name) => (
-              <option key={name} value={name}>
-                {name}
-              </option>
-            ))}
+          <NodeOptions names={[...new Set([link.from, ...others])].filter((name) => model.value.named.has(name)).sort()} />
         </select>
       </div>
     </div>
@@ -71,11 +65,7 @@ function NewLayer({ node, others }: { node: NodeText; others: string[] }) {
           }}
         >
           <option value="">{taken ? "there is such a layer" : "reads"}</option>
-          {[...others].sort().map((other) => (
-            <option key={other} value={other}>
-              {other}
-            </option>
-          ))}
+          <NodeOptions names={[...others].sort()} />
         </select>
       </div>
     </div>

@@ -82,7 +82,6 @@ export class Painter {
       this.read_theme();
       this.ask();
     };
-    on(matchMedia("(prefers-color-scheme: dark)"), "change", themed);
     const watch = new MutationObserver(themed);
     watch.observe(document.documentElement, { attributes: true, attributeFilter: ["data-theme"] });
     this.endings.push(() => watch.disconnect());
