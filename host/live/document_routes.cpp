@@ -1,7 +1,9 @@
 #include "host/live/server_state.h"
 #include "host/shot/frames.h"
 
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 // What is asked of the document, of its file and of renderings to files.
 
@@ -43,9 +45,12 @@ std::string text_or_nothing(const HttpRequest& request, const std::string& name)
   return found == request.query.end() ? "" : found->second;
 }
 
+// With a "view" the page says what it wants to see of the version that it makes, base + 1.
 HttpReply put_composition(Server::State& state, const Json& body) {
   const auto base = body.at("base").get<int64_t>();
   auto text = body.at("text").get<std::string>();
+  std::optional<View> view;
+  if (body.contains("view")) view = view_of(body["view"], state.options.renderer.scale);
   const std::lock_guard lock(state.changing);
   try {
     state.document.edit(base, std::move(text));
@@ -54,7 +59,9 @@ HttpReply put_composition(Server::State& state, const Json& body) {
   } catch (const shot::CompositionError& error) {
     return reply(problems_json(error.what(), state.document.file().string()), 422);
   }
-  return reply(info_json(state.announce(), state.path));
+  const Document::State now = state.announce();
+  if (view) state.wish(std::move(*view));
+  return reply(info_json(now, state.path));
 }
 
 HttpReply save(Server::State& state, const Json& body) {

@@ -14,11 +14,24 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace host::live {
+
+// What a page wishes to see.
+struct View {
+  std::string client;
+  std::vector<Wish> wishes;
+  std::set<uint64_t> ids;  // theirs
+  std::optional<Ahead> ahead;
+};
+
+// Scales are at most `most_scale`, what the server was started with. Throws HttpError 400 and what JSON
+// throws.
+View view_of(const Json& json, double most_scale);
 
 // What the handlers share. They are grouped by file: `document_routes`, `view_routes`, `look_routes`.
 struct Server::State final : Listener {
@@ -40,6 +53,9 @@ struct Server::State final : Listener {
 
   // An event for all pages, which takes the place of one of the same key; who comes later is told it as well.
   void tell_all(const std::string& name, const std::string& key, const Json& json);
+
+  // In place of what the page wished before.
+  void wish(View view);
 
   // Hands the document's newest version on and tells of it; under `changing`.
   Document::State announce();

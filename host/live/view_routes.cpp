@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstddef>
 #include <initializer_list>
-#include <set>
 
 // What pages wish to see, and the streams on which it comes.
 
@@ -68,24 +67,6 @@ std::string checked_name(std::string name) {
   if (name.empty() || name.size() > longest_name)
     throw HttpError(400, "\"client\": expected a name of at most 64 bytes");
   return name;
-}
-
-HttpReply set_view(Server::State& state, const Json& body) {
-  const std::string name = checked_name(body.at("client").get<std::string>());
-  const Json& list = body.at("wishes");
-  if (list.size() > most_wishes) throw HttpError(400, "\"wishes\": expected at most 256");
-  const double most_scale = state.options.renderer.scale;
-  std::vector<Wish> wishes;
-  std::set<uint64_t> ids;
-  for (const Json& each : list) {
-    wishes.push_back(wish_of(each, most_scale));
-    ids.insert(wishes.back().id);
-  }
-  std::optional<Ahead> ahead;
-  if (body.contains("ahead") && !body["ahead"].is_null()) ahead = ahead_of(body["ahead"], most_scale);
-  state.clients.get(name)->set_wished(std::move(ids));
-  state.session->wish(name, std::move(wishes), ahead);
-  return {204, {}};
 }
 
 void append_word(std::string& to, size_t value) {
@@ -183,9 +164,30 @@ HttpReply set_computing(Server::State& state, const Json& body) {
 
 }  // namespace
 
+View view_of(const Json& json, double most_scale) {
+  View view;
+  view.client = checked_name(json.at("client").get<std::string>());
+  const Json& list = json.at("wishes");
+  if (list.size() > most_wishes) throw HttpError(400, "\"wishes\": expected at most 256");
+  for (const Json& each : list) {
+    view.wishes.push_back(wish_of(each, most_scale));
+    view.ids.insert(view.wishes.back().id);
+  }
+  if (json.contains("ahead") && !json["ahead"].is_null()) view.ahead = ahead_of(json["ahead"], most_scale);
+  return view;
+}
+
+void Server::State::wish(View view) {
+  clients.get(view.client)->set_wished(std::move(view.ids));
+  session->wish(view.client, std::move(view.wishes), view.ahead);
+}
+
 void Server::State::add_view_routes() {
   http->post("/view", [this](const HttpRequest& request) {
-    return with_json(request, [this](const Json& body) { return set_view(*this, body); });
+    return with_json(request, [this](const Json& body) {
+      wish(view_of(body, options.renderer.scale));
+      return HttpReply{204, {}};
+    });
   });
   http->post("/computing", [this](const HttpRequest& request) {
     return with_json(request, [this](const Json& body) { return set_computing(*this, body); });

@@ -94,6 +94,24 @@ TEST(Pictures, SendsThePixelsOfTheFile) {
   EXPECT_EQ(frame.pixels.size(), pixels.size());
   EXPECT_EQ(take_frame(*frames).header["width"], 16);
 
+  // An edit brings along what is to be seen of it; where it is refused, nothing has happened.
+  const auto edit = [&](const Json& view) {
+    std::string other = text;
+    other.replace(other.find("plate.exr"), 5, "other");
+    return server.send("PUT", "/composition", {{"base", 2}, {"text", other}, {"view", view}});
+  };
+  Json next = wish(10, "plate", 2, "rgba16f");
+  next["version"] = 3;
+  const Json view = {{"client", "p"}, {"wishes", Json::array({next})}, {"ahead", nullptr}};
+  EXPECT_EQ(edit({{"client", "p"}}).status, 400);
+  EXPECT_EQ(server.send("GET", "/composition").body["version"], 2);
+  EXPECT_EQ(edit(view).status, 200);
+  frame = take_frame(*frames);
+  EXPECT_EQ(frame.header["id"], 10);
+  EXPECT_EQ(frame.header["version"], 3);
+  EXPECT_NE(frame.header["problem"]["message"].get<std::string>().find("other.exr"), std::string::npos)
+      << frame.header;
+
   // The floats themselves; row 0 is the top one.
   const std::string of = "?version=2&node=plate&frame=1";
   const auto pixel = [&](int x, int y) {

@@ -35,6 +35,7 @@ const sender = new Sender(
     const nothing = base === 0 || theirs !== null || text === refused || text === server_text.value;
     return nothing ? null : { base, text };
   },
+  (name) => model.value.named.has(name),
   {
     accepted: (text, info) => accept(text, info, false),
     refused: (text, problems) => refuse(text, problems),

@@ -1,4 +1,5 @@
 import { ApiError, put } from "../net/api";
+import { view_with_edit } from "../net/wishes";
 import type { DocumentInfo, DocumentText, Problem } from "../protocol";
 import { connected, dragging, picture_a } from "../state";
 
@@ -17,9 +18,10 @@ const frame_wait = 300; // ms
 export class Sender {
   private busy: Promise<void> | null = null;
 
-  // `next` tells what is to be sent: null when the server has it, or has refused it.
+  // `next` tells what is to be sent: null when the server has it, or has refused it. `has_node` knows its nodes.
   constructor(
     private readonly next: () => { base: number; text: string } | null,
+    private readonly has_node: (name: string) => boolean,
     private readonly outcome: Outcome,
   ) {}
 
@@ -37,11 +39,14 @@ export class Sender {
     // What changes at the same moment goes in one.
     await Promise.resolve();
     for (let now = this.next(); now !== null; now = this.next()) {
+      const ahead = view_with_edit(now.base + 1, this.has_node);
       try {
-        const info = await put<DocumentInfo>("/composition", now);
+        const info = await put<DocumentInfo>("/composition", ahead ? { ...now, view: ahead.view } : now);
         this.outcome.accepted(now.text, info);
+        ahead?.answered(true);
         if (dragging.value) await frame_of(info.version);
       } catch (error) {
+        ahead?.answered(false);
         if (!(error instanceof ApiError)) throw error;
         if (!this.take_refusal(now.text, error)) return;
       }

@@ -98,9 +98,7 @@ function take_event(event: Event): void {
         state.disk_changed.value = event.data.changed;
         break;
       case "nodes":
-        if (event.data.version !== state.info.value?.version) break;
-        last_drawn.value = event.data;
-        state.node_states.value = new Map(event.data.nodes.map((node) => [node.name, node]));
+        told_nodes.value = event.data;
         break;
       case "cached":
         keep_cached(event.data);
@@ -123,6 +121,15 @@ function take_event(event: Event): void {
     }
   });
 }
+
+// They may come before the answer to the edit that made their version.
+const told_nodes = signal<Events["nodes"] | null>(null);
+effect(() => {
+  const told = told_nodes.value;
+  if (told === null || told.version !== state.info.value?.version) return;
+  last_drawn.value = told;
+  state.node_states.value = new Map(told.nodes.map((node) => [node.name, node]));
+});
 
 // What is in memory is told by node and scale; the timeline marks what play would show.
 const in_memory = signal<Events["cached"][]>([]);

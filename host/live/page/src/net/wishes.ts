@@ -53,8 +53,7 @@ export function shown_node(): string {
   return state.info.value?.nodes.some((node) => node.name === name) ? name : "";
 }
 
-function look(slot: Slot, frame: number, full: boolean): Look {
-  const newest_version = state.info.value?.version ?? 0;
+function look(slot: Slot, frame: number, full: boolean, newest_version = state.info.value?.version ?? 0): Look {
   const { node, version } = state.compare.value;
   const of_b = slot === "b";
   return {
@@ -87,14 +86,13 @@ function wish(want: Look): Wish {
 }
 
 function still_wishes(): Wish[] {
-  const wanted: Look[] = [];
   const frame = state.playhead.value;
-  for (const full of resting ? [false, true] : [false])
-    for (const slot of slots()) {
-      const want = look(slot, frame, full);
-      if (!good_for(newest[slot], want)) wanted.push(want);
-    }
-  return [...unfinished(frame), ...wanted.map(wish)];
+  const wanted = (resting ? [false, true] : [false]).flatMap((full) => slots().map((slot) => look(slot, frame, full)));
+  return [...unfinished(frame), ...missing(wanted)];
+}
+
+function missing(wanted: Look[]): Wish[] {
+  return wanted.filter((want) => !good_for(newest[want.slot], want)).map(wish);
 }
 
 // A playhead that moves on does not end what is almost done: one image of it at a time is finished and shown, so
@@ -179,12 +177,15 @@ function request(wishes: Wish[]): ViewRequest {
 }
 
 let waiting: ViewRequest | null = null;
-let sending = false;
+let sending = false; // as a request of its own, or with an edit
 let sent = "";
 
-async function send(next: ViewRequest): Promise<void> {
+function send(next: ViewRequest): void {
   waiting = next;
-  if (sending) return;
+  if (!sending) void send_waiting();
+}
+
+async function send_waiting(): Promise<void> {
   sending = true;
   // What changes at the same moment goes in one.
   await Promise.resolve();
@@ -201,6 +202,27 @@ async function send(next: ViewRequest): Promise<void> {
     }
   }
   sending = false;
+}
+
+// What is wanted as soon as the document has become this version, to go with the edit that makes it so: its first
+// pixels come a round trip earlier. Null where nothing may overtake what is on its way, or it plays. `answered` is
+// called when the edit was, after what came of it is known here.
+export function view_with_edit(
+  version: number,
+  has_node: (name: string) => boolean,
+): { view: ViewRequest; answered(taken: boolean): void } | null {
+  if (sending || !state.connected.value || (state.playing.value !== 0 && !scrubbing.value)) return null;
+  const list = missing(slots().map((slot) => look(slot, state.playhead.value, false, version)));
+  if (list.some((each) => each.version === version && each.node !== "" && !has_node(each.node))) return null;
+  for (const each of list) asked.set(each.id, each);
+  const view = request(list);
+  sending = true;
+  const answered = (taken: boolean) => {
+    if (taken) sent = JSON.stringify(view);
+    else make_wishes();
+    void send_waiting();
+  };
+  return { view, answered };
 }
 
 // After a break nothing that was asked for comes any more.
