@@ -63,7 +63,7 @@ void edit_to_pixels(bench::Report& report) {
     const std::string text = chain(10, 1 + 0.1 * i, 960, 540, true);
     const auto begin = Clock::now();
     page.edit(parsed(text));
-    const host::live::Drawn drawn = page.wait(page.wish(1));
+    const host::live::session::Drawn drawn = page.wait(page.wish(1));
     whole.push_back(ms_since(begin));
     own.push_back(drawn.uses.back().ms);
   }

@@ -31,15 +31,15 @@ Page::Page(uint64_t memory) {
   host::render::RendererOptions options;
   options.memory = memory;
   const host::gpu::DeviceChoice device{host::gpu::DeviceChoice::Kind::software, 0};
-  session_ = std::make_unique<host::live::Session>(options, device, *this);
+  session_ = std::make_unique<host::live::session::Session>(options, device, *this);
 }
 
 void Page::edit(const CompositionPtr& composition) {
   session_->set_composition(++version_, composition);
 }
 
-uint64_t Page::wish(int64_t frame, double scale, const std::optional<host::live::Ahead>& ahead) {
-  host::live::Wish wish;
+uint64_t Page::wish(int64_t frame, double scale, const std::optional<host::live::session::Ahead>& ahead) {
+  host::live::session::Wish wish;
   wish.id = ++id_;
   wish.frame = frame;
   wish.scale = scale;
@@ -47,7 +47,7 @@ uint64_t Page::wish(int64_t frame, double scale, const std::optional<host::live:
   return id_;
 }
 
-host::live::Drawn Page::wait(uint64_t id) {
+host::live::session::Drawn Page::wait(uint64_t id) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return last_.wish.id == id; });
   return last_;
@@ -68,7 +68,7 @@ void Page::memory(uint64_t held, uint64_t /*budget*/) {
   held_ = held;
 }
 
-void Page::drawn(const std::string& /*client*/, host::live::Drawn drawn) {
+void Page::drawn(const std::string& /*client*/, host::live::session::Drawn drawn) {
   const std::lock_guard lock(mutex_);
   last_ = std::move(drawn);
   ++images_;

@@ -30,7 +30,7 @@ std::pair<Holdings, Holdings> work_long(int edits, int frames) {
     page.edit(parsed(chain(12, 1 + 1e-3 * edit, 320, 180, true)));
     for (int i = 0; i < each; ++i) {
       frame = frame % 2000 + 1;
-      const host::live::Ahead ahead{"", 0.5, 1, 2000, frame, 1};
+      const host::live::session::Ahead ahead{"", 0.5, 1, 2000, frame, 1};
       page.wait(page.wish(frame, i % 2 == 0 ? 1 : 0.5, ahead));
     }
     if (edit == edits / 4) early = held(page);

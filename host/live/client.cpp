@@ -1,6 +1,6 @@
 #include "host/live/client.h"
 
-#include "host/live/http_server.h"
+#include "host/live/http/server.h"
 
 #include <algorithm>
 
@@ -44,7 +44,7 @@ void Client::set_wished(std::set<uint64_t> ids) {
   for (const char slot : {'a', 'b'}) drop_unwished(slot);
 }
 
-void Client::push(Drawn drawn) {
+void Client::push(session::Drawn drawn) {
   const std::lock_guard lock(mutex_);
   const char slot = drawn.wish.slot;
   frames_.push_back(std::move(drawn));
@@ -54,7 +54,7 @@ void Client::push(Drawn drawn) {
 
 // The oldest go.
 void Client::drop_unwished(char slot) {
-  const auto unwished = [&](const Drawn& each) {
+  const auto unwished = [&](const session::Drawn& each) {
     return each.wish.slot == slot && wished_.count(each.wish.id) == 0;
   };
   auto extra = static_cast<size_t>(std::count_if(frames_.begin(), frames_.end(), unwished));
@@ -80,12 +80,12 @@ bool Client::goes_on(Stream stream, uint64_t number) const {
   return !ended_ && found != open_.end() && found->second == number;
 }
 
-Client::Next<Drawn> Client::next_frame(uint64_t number, Wait wait) {
+Client::Next<session::Drawn> Client::next_frame(uint64_t number, Wait wait) {
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, wait, [&] { return !goes_on(Stream::frames, number) || !frames_.empty(); });
   if (!goes_on(Stream::frames, number)) return {true, {}};
   if (frames_.empty()) return {};
-  Next<Drawn> next{false, std::move(frames_.front())};
+  Next<session::Drawn> next{false, std::move(frames_.front())};
   frames_.pop_front();
   return next;
 }
@@ -114,7 +114,7 @@ std::shared_ptr<Client> Clients::get(const std::string& name) {
   });
   if (silent == clients_.end()) {
     clients_.erase(name);
-    throw HttpError(503, "too many pages are open");
+    throw http::Error(503, "too many pages are open");
   }
   auto made = client;
   clients_.erase(silent);

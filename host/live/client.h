@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -48,11 +48,11 @@ class Client {
   bool is_open(Stream stream) const;
 
   void set_wished(std::set<uint64_t> ids);
-  void push(Drawn drawn);
+  void push(session::Drawn drawn);
   // Takes the place of an event of the same name and key that was not sent yet.
   void tell(const std::string& name, const std::string& key, std::string data);
 
-  Next<Drawn> next_frame(uint64_t number, Wait wait);
+  Next<session::Drawn> next_frame(uint64_t number, Wait wait);
   Next<Event> next_event(uint64_t number, Wait wait);
 
  private:
@@ -65,7 +65,7 @@ class Client {
   std::map<Stream, uint64_t> open_;
   bool ended_ = false;
   std::set<uint64_t> wished_;
-  std::deque<Drawn> frames_;
+  std::deque<session::Drawn> frames_;
   struct Told {
     std::string name, key, data;
   };
@@ -75,7 +75,7 @@ class Client {
 // The pages that there are, by the names that they gave themselves. Thread-safe.
 class Clients {
  public:
-  // Made where it is new. Throws HttpError where there are too many.
+  // Made where it is new. Throws http::Error where there are too many.
   std::shared_ptr<Client> get(const std::string& name);
   std::shared_ptr<Client> find(const std::string& name) const;  // null where there is none
   void remove(const std::string& name);

@@ -25,28 +25,28 @@ std::vector<std::string> render_words(const std::string& given, const std::strin
   std::vector<std::string> words = {"render", given};
   if (!frames.empty()) {
     try {
-      if (shot::parse_frames(frames).empty()) throw HttpError(400, "no frame is left to render");
+      if (shot::parse_frames(frames).empty()) throw http::Error(400, "no frame is left to render");
     } catch (const shot::FramesError& error) {
-      throw HttpError(400, error.what());
+      throw http::Error(400, error.what());
     }
     words.push_back("--frames=" + frames);
   }
   if (existing == "overwrite" || existing == "skip-existing" || existing == "skip-current") {
     words.push_back("--" + existing);
   } else if (!existing.empty()) {
-    throw HttpError(400, "\"existing\": expected \"overwrite\", \"skip-existing\" or \"skip-current\"");
+    throw http::Error(400, "\"existing\": expected \"overwrite\", \"skip-existing\" or \"skip-current\"");
   }
   words.insert(words.end(), more.begin(), more.end());
   return words;
 }
 
-std::string text_or_nothing(const HttpRequest& request, const std::string& name) {
+std::string text_or_nothing(const http::Request& request, const std::string& name) {
   const auto found = request.query.find(name);
   return found == request.query.end() ? "" : found->second;
 }
 
 // With a "view" the page says what it wants to see of the version that it makes, base + 1.
-HttpReply put_composition(Server::State& state, const Json& body) {
+http::Reply put_composition(Server::State& state, const Json& body) {
   const auto base = body.at("base").get<int64_t>();
   auto text = body.at("text").get<std::string>();
   std::optional<View> view;
@@ -64,7 +64,7 @@ HttpReply put_composition(Server::State& state, const Json& body) {
   return reply(info_json(now, state.path));
 }
 
-HttpReply save(Server::State& state, const Json& body) {
+http::Reply save(Server::State& state, const Json& body) {
   const auto version = body.at("version").get<int64_t>();
   const bool force = body.value("force", false);
   const std::lock_guard lock(state.changing);
@@ -74,11 +74,11 @@ HttpReply save(Server::State& state, const Json& body) {
     if (other) return reply({{"text", *other}}, 409);
     return reply(info_json(now, state.path));
   } catch (const Outdated& error) {
-    throw HttpError(412, error.what());
+    throw http::Error(412, error.what());
   }
 }
 
-HttpReply reload(Server::State& state) {
+http::Reply reload(Server::State& state) {
   const std::lock_guard lock(state.changing);
   try {
     state.document.reload();
@@ -88,7 +88,7 @@ HttpReply reload(Server::State& state) {
   return reply(text_json(state.announce(), state.path));
 }
 
-HttpReply start_render(Server::State& state, const Json& body) {
+http::Reply start_render(Server::State& state, const Json& body) {
   std::vector<std::string> more = {"--progress", "jsonl"};
   more.insert(more.end(), state.options.render_words.begin(), state.options.render_words.end());
   const auto words =
@@ -97,12 +97,12 @@ HttpReply start_render(Server::State& state, const Json& body) {
   try {
     state.render->start(words, now.composition->folder, *now.text);
   } catch (const std::runtime_error& error) {
-    throw HttpError(409, error.what());
+    throw http::Error(409, error.what());
   }
   return {204, {}};
 }
 
-HttpReply render_command(const Server::State& state, const HttpRequest& request) {
+http::Reply render_command(const Server::State& state, const http::Request& request) {
   std::string command = "quorvel";
   for (const std::string& word :
        render_words(state.path, text_or_nothing(request, "frames"), text_or_nothing(request, "existing"), {}))
@@ -113,23 +113,24 @@ HttpReply render_command(const Server::State& state, const HttpRequest& request)
 }  // namespace
 
 void Server::State::add_document_routes() {
-  http->get("/composition", [this](const HttpRequest&) { return reply(text_json(document.now(), path)); });
-  http->put("/composition", [this](const HttpRequest& request) {
+  http->get("/composition", [this](const http::Request&) { return reply(text_json(document.now(), path)); });
+  http->put("/composition", [this](const http::Request& request) {
     return with_json(request, [this](const Json& body) { return put_composition(*this, body); });
   });
-  http->post("/save", [this](const HttpRequest& request) {
+  http->post("/save", [this](const http::Request& request) {
     return with_json(request, [this](const Json& body) { return save(*this, body); });
   });
-  http->post("/reload", [this](const HttpRequest&) { return reload(*this); });
-  http->get("/catalogue", [](const HttpRequest&) { return reply(catalogue_json()); });
-  http->post("/render", [this](const HttpRequest& request) {
+  http->post("/reload", [this](const http::Request&) { return reload(*this); });
+  http->get("/catalogue", [](const http::Request&) { return reply(catalogue_json()); });
+  http->post("/render", [this](const http::Request& request) {
     return with_json(request, [this](const Json& body) { return start_render(*this, body); });
   });
-  http->post("/render/stop", [this](const HttpRequest&) {
+  http->post("/render/stop", [this](const http::Request&) {
     render->stop();
-    return HttpReply{204, {}};
+    return http::Reply{204, {}};
   });
-  http->get("/render/command", [this](const HttpRequest& request) { return render_command(*this, request); });
+  http->get("/render/command",
+            [this](const http::Request& request) { return render_command(*this, request); });
 }
 
 }  // namespace host::live

@@ -21,7 +21,7 @@ namespace {
 constexpr size_t most_values = 100'000;
 
 // A node as the composition's nodes call it: where it depends on a view, that of the first one. Throws
-// HttpError 404.
+// http::Error 404.
 std::string node_name(const shot::Composition& composition, const std::string& given) {
   if (given.empty() || composition.find(given) >= 0) return given;
   for (const std::string& view : composition.views) {
@@ -31,7 +31,7 @@ std::string node_name(const shot::Composition& composition, const std::string& g
   }
   std::vector<std::string> names;
   for (const shot::WrittenNode& node : composition.written) names.push_back(node.name);
-  throw HttpError(404, "there is no node \"" + given + "\"" + did_you_mean(given, names));
+  throw http::Error(404, "there is no node \"" + given + "\"" + did_you_mean(given, names));
 }
 
 // What a request is about, checked.
@@ -40,7 +40,7 @@ struct Asked {
   std::string node;
   int64_t frame = 0;
 
-  Asked(const Server::State& state, const HttpRequest& request)
+  Asked(const Server::State& state, const http::Request& request)
       : version(whole_number(request, "version")),
         node(node_name(*state.composition(version), request.text("node"))),
         frame(whole_number(request, "frame")) {}
@@ -48,17 +48,17 @@ struct Asked {
 
 // What the session throws as answers.
 template <class Work>
-HttpReply asked_of_session(Server::State& state, Work&& work) {
+http::Reply asked_of_session(Server::State& state, Work&& work) {
   try {
     return work([&state] { return state.ending.load(); });
-  } catch (const Unknown& error) {
-    throw HttpError(404, error.what());
+  } catch (const session::Unknown& error) {
+    throw http::Error(404, error.what());
   } catch (const frame::Interrupted&) {
-    throw HttpError(503, "interrupted");
+    throw http::Error(503, "interrupted");
   } catch (const draw::MemoryBudget& error) {
-    throw HttpError(507, error.what());
+    throw http::Error(507, error.what());
   } catch (const frame::FrameError& error) {
-    throw HttpError(422, error.what());
+    throw http::Error(422, error.what());
   }
 }
 
@@ -75,7 +75,7 @@ bool contains(const Box& outer, const Box& inner) {
 
 // The pixels of a box: of the format, unless the box reaches beyond it.
 draw::FrameImage pixels_of(Server::State& state, const Asked& asked, const Box& box,
-                           const Session::GiveUp& give_up) {
+                           const session::Session::GiveUp& give_up) {
   const auto floats = [&](draw::Area area) {
     return state.session->floats(asked.version, asked.node, asked.frame, give_up, area);
   };
@@ -84,15 +84,15 @@ draw::FrameImage pixels_of(Server::State& state, const Asked& asked, const Box& 
 }
 
 // Of a pixel or of a corner, far within what can be counted.
-int64_t coordinate(const HttpRequest& request, const std::string& name) {
+int64_t coordinate(const http::Request& request, const std::string& name) {
   constexpr int64_t most = int64_t{1} << 32;
   return std::clamp(whole_number(request, name), -most, most);
 }
 
-HttpReply pixel(Server::State& state, const HttpRequest& request) {
+http::Reply pixel(Server::State& state, const http::Request& request) {
   const Asked asked(state, request);
   const int64_t x = coordinate(request, "x"), y = coordinate(request, "y");
-  return asked_of_session(state, [&](const Session::GiveUp& give_up) {
+  return asked_of_session(state, [&](const session::Session::GiveUp& give_up) {
     const draw::FrameImage image = pixels_of(state, asked, {x, y, x + 1, y + 1}, give_up);
     const float* const found = pixel_at(image, x, y);
     Json value = Json::array();
@@ -149,11 +149,11 @@ class Sampled {
   int64_t pixels_ = 0, nan_ = 0, infinite_ = 0, negative_ = 0;
 };
 
-HttpReply region(Server::State& state, const HttpRequest& request) {
+http::Reply region(Server::State& state, const http::Request& request) {
   const Asked asked(state, request);
   const Box box = {coordinate(request, "x0"), coordinate(request, "y0"), coordinate(request, "x1"),
                    coordinate(request, "y1")};
-  return asked_of_session(state, [&](const Session::GiveUp& give_up) {
+  return asked_of_session(state, [&](const session::Session::GiveUp& give_up) {
     const draw::FrameImage image = pixels_of(state, asked, box, give_up);
     const Box seen = intersection(box, image.area);
     Sampled sampled;
@@ -166,38 +166,38 @@ HttpReply region(Server::State& state, const HttpRequest& request) {
   });
 }
 
-HttpReply find(Server::State& state, const HttpRequest& request) {
+http::Reply find(Server::State& state, const http::Request& request) {
   const Asked asked(state, request);
   constexpr std::array<std::string_view, 3> names = {"nan", "infinite", "negative"};
   const auto* const kind = std::find(names.begin(), names.end(), request.text("kind"));
-  if (kind == names.end()) throw HttpError(400, R"("kind": expected "nan", "infinite" or "negative")");
-  return asked_of_session(state, [&](const Session::GiveUp& give_up) {
-    const auto found = state.session->find(static_cast<Kind>(kind - names.begin()), asked.version, asked.node,
-                                           asked.frame, give_up);
+  if (kind == names.end()) throw http::Error(400, R"("kind": expected "nan", "infinite" or "negative")");
+  return asked_of_session(state, [&](const session::Session::GiveUp& give_up) {
+    const auto found = state.session->find(static_cast<session::Kind>(kind - names.begin()), asked.version,
+                                           asked.node, asked.frame, give_up);
     return reply({{"found", found.found}, {"x", found.x}, {"y", found.y}, {"made_by", found.made_by}});
   });
 }
 
-HttpReply curve(const Server::State& state, const HttpRequest& request) {
+http::Reply curve(const Server::State& state, const http::Request& request) {
   const auto composition = state.composition(0);
   const std::string name = node_name(*composition, request.text("node"));
   const int at = composition->find(name);
-  if (at < 0) throw HttpError(404, "a node is to be named");
+  if (at < 0) throw http::Error(404, "a node is to be named");
   const node::Node& node = composition->nodes[static_cast<size_t>(at)];
   const auto& specs = node.type->knobs;
   const std::string& knob = request.text("knob");
   const auto spec =
       std::find_if(specs.begin(), specs.end(), [&](const auto& each) { return each.name == knob; });
-  if (spec == specs.end()) throw HttpError(404, "node \"" + name + "\" has no knob \"" + knob + "\"");
+  if (spec == specs.end()) throw http::Error(404, "node \"" + name + "\" has no knob \"" + knob + "\"");
   const auto place = static_cast<size_t>(spec - specs.begin());
   const int64_t component = whole_number(request, "component");
   if (component < 0 || static_cast<size_t>(component) >= node.knobs[place].components.size())
-    throw HttpError(404, "knob \"" + knob + "\" has no such component");
+    throw http::Error(404, "knob \"" + knob + "\" has no such component");
   const double first = real_number(request, "first"), last = real_number(request, "last");
   const double step = real_number(request, "step");
   const double steps = std::floor((last - first) / step);
   if (!(step > 0) || !(steps < static_cast<double>(most_values)))
-    throw HttpError(400, "\"step\": expected a number above 0 that leaves at most 100,000 values");
+    throw http::Error(400, "\"step\": expected a number above 0 that leaves at most 100,000 values");
   Json values = Json::array();
   // Counted: a step may be too small beside the numbers to lead anywhere.
   const auto count = steps < 0 ? 0 : static_cast<size_t>(steps) + 1;
@@ -225,7 +225,7 @@ std::string base64(const std::vector<float>& values) {
   return text;
 }
 
-HttpReply display(const Server::State& state) {
+http::Reply display(const Server::State& state) {
   const Displays all = read_displays(display_config(*state.composition(0)));
   Json displays = Json::array();
   for (const Displays::Display& each : all.displays)
@@ -233,7 +233,7 @@ HttpReply display(const Server::State& state) {
   return reply({{"config", all.config}, {"displays", std::move(displays)}});
 }
 
-HttpReply shader(const Server::State& state, const HttpRequest& request) {
+http::Reply shader(const Server::State& state, const http::Request& request) {
   const std::string config = display_config(*state.composition(0));
   try {
     const auto conversion = display_shader(config, request.text("display"), request.text("view"));
@@ -246,27 +246,27 @@ HttpReply shader(const Server::State& state, const HttpRequest& request) {
                         {"rgba", base64(table.rgba)}});
     }
     return reply({{"shader", conversion.generated}, {"tables", std::move(tables)}});
-  } catch (const HttpError&) {
+  } catch (const http::Error&) {
     throw;
   } catch (const std::runtime_error& error) {
-    throw HttpError(404, error.what());
+    throw http::Error(404, error.what());
   }
 }
 
 }  // namespace
 
 void Server::State::add_look_routes() {
-  http->get("/pixel", [this](const HttpRequest& request) { return pixel(*this, request); });
-  http->get("/region", [this](const HttpRequest& request) { return region(*this, request); });
-  http->get("/find", [this](const HttpRequest& request) { return find(*this, request); });
-  http->get("/curve", [this](const HttpRequest& request) { return curve(*this, request); });
-  http->get("/display", [this](const HttpRequest&) { return display(*this); });
-  http->get("/display/shader", [this](const HttpRequest& request) { return shader(*this, request); });
-  http->get("/trace", [this](const HttpRequest& request) {
+  http->get("/pixel", [this](const http::Request& request) { return pixel(*this, request); });
+  http->get("/region", [this](const http::Request& request) { return region(*this, request); });
+  http->get("/find", [this](const http::Request& request) { return find(*this, request); });
+  http->get("/curve", [this](const http::Request& request) { return curve(*this, request); });
+  http->get("/display", [this](const http::Request&) { return display(*this); });
+  http->get("/display/shader", [this](const http::Request& request) { return shader(*this, request); });
+  http->get("/trace", [this](const http::Request& request) {
     const double seconds = real_number(request, "seconds");
     if (!(seconds >= 0 && seconds <= 3600))
-      throw HttpError(400, "\"seconds\": expected a number from 0 to 3600");
-    return HttpReply{200, session->trace(seconds)};
+      throw http::Error(400, "\"seconds\": expected a number from 0 to 3600");
+    return http::Reply{200, session->trace(seconds)};
   });
 }
 

@@ -75,19 +75,19 @@ void pack_bytes(const float* from, size_t count, uint8_t* to) {
 
 }  // namespace
 
-const char* pixels_name(Pixels pixels) {
+const char* pixels_name(session::Pixels pixels) {
   constexpr std::array names = {"rgba16f", "r11g11b10f", "rgba8"};
   return names.at(static_cast<size_t>(pixels));
 }
 
-size_t pixel_bytes(Pixels pixels) {
-  return pixels == Pixels::rgba16f ? 8 : 4;
+size_t pixel_bytes(session::Pixels pixels) {
+  return pixels == session::Pixels::rgba16f ? 8 : 4;
 }
 
-void pack_pixels(Pixels pixels, const float* from, size_t count, void* to) {
-  if (pixels == Pixels::rgba16f) {
+void pack_pixels(session::Pixels pixels, const float* from, size_t count, void* to) {
+  if (pixels == session::Pixels::rgba16f) {
     writer::exr::to_halves(from, 1, 4 * count, static_cast<uint16_t*>(to));
-  } else if (pixels == Pixels::r11g11b10f) {
+  } else if (pixels == session::Pixels::r11g11b10f) {
     pack_words(from, count, static_cast<uint32_t*>(to));
   } else {
     pack_bytes(from, count, static_cast<uint8_t*>(to));

@@ -131,7 +131,7 @@ Json render_json(const RenderState& state) {
           {"message", state.message}};
 }
 
-Json frame_json(const Drawn& drawn, const Format& full) {
+Json frame_json(const session::Drawn& drawn, const Format& full) {
   const draw::FrameImage& image = drawn.image;
   const bool has_pixels = drawn.error.empty() && image.pixels;
   const Format& format = image.extent.format;
@@ -159,9 +159,9 @@ Json frame_json(const Drawn& drawn, const Format& full) {
   return json;
 }
 
-Json nodes_json(const Drawn& drawn) {
+Json nodes_json(const session::Drawn& drawn) {
   std::map<std::string, Took> all;
-  for (const NodeUse& use : drawn.uses) {
+  for (const session::NodeUse& use : drawn.uses) {
     Took& took = all[use.node];
     took.computed |= !use.cached;
     took.ms += use.ms;

@@ -2,7 +2,7 @@
 
 #include "host/live/document.h"
 #include "host/live/render_job.h"
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 
 #include <string>
 #include <string_view>
@@ -30,9 +30,9 @@ Json catalogue_json();
 Json render_json(const RenderState& state);
 
 // What stands in front of an image's pixels. `full` is the format at full size.
-Json frame_json(const Drawn& drawn, const Format& full);
+Json frame_json(const session::Drawn& drawn, const Format& full);
 
 // The event that says what each node of an image took.
-Json nodes_json(const Drawn& drawn);
+Json nodes_json(const session::Drawn& drawn);
 
 }  // namespace host::live

@@ -1,6 +1,6 @@
 #include "host/live/server.h"
 
-#include "host/live/http_rules.h"
+#include "host/live/http/rules.h"
 #include "host/live/page.h"
 #include "host/live/server_state.h"
 
@@ -34,32 +34,32 @@ std::string address_of(const ServerOptions& options) {
 }
 
 template <class Number>
-Number number(const HttpRequest& request, const std::string& name) {
+Number number(const http::Request& request, const std::string& name) {
   const std::string& text = request.text(name);
   Number value{};
   const char* const end = text.data() + text.size();
   const auto parsed = std::from_chars(text.data(), end, value);
   if (parsed.ec != std::errc() || parsed.ptr != end)
-    throw HttpError(400, "\"" + name + "\": expected a number, found \"" + text + "\"");
+    throw http::Error(400, "\"" + name + "\": expected a number, found \"" + text + "\"");
   return value;
 }
 
 }  // namespace
 
-int64_t whole_number(const HttpRequest& request, const std::string& name) {
+int64_t whole_number(const http::Request& request, const std::string& name) {
   return number<int64_t>(request, name);
 }
 
-double real_number(const HttpRequest& request, const std::string& name) {
+double real_number(const http::Request& request, const std::string& name) {
   return number<double>(request, name);
 }
 
 Server::State::State(ServerOptions given)
     : options(std::move(given)),
-      token(random_token()),
+      token(http::random_token()),
       path(std::filesystem::absolute(options.file).string()),
       document(options.file) {
-  HttpOptions listen;
+  http::Options listen;
   listen.address = options.address;
   listen.port = options.port;
   listen.names = names_of(options);
@@ -76,8 +76,8 @@ Server::State::State(ServerOptions given)
   announce();
   watch.emplace(options.file, [this] { look_at_file(); });
   for (const PageFile& file : page_files()) {
-    http->page(file.path == "/" ? "/" : std::string(file.path), [&file](const HttpRequest&) {
-      HttpReply page{200, std::string(file.gzip), std::string(file.type), {{"Content-Encoding", "gzip"}}};
+    http->page(file.path == "/" ? "/" : std::string(file.path), [&file](const http::Request&) {
+      http::Reply page{200, std::string(file.gzip), std::string(file.type), {{"Content-Encoding", "gzip"}}};
       page.headers.emplace_back("Cache-Control", "no-cache");
       return page;
     });
@@ -122,11 +122,12 @@ void Server::State::look_at_file() {
 
 Document::CompositionPtr Server::State::composition(int64_t version) const {
   auto found = document.composition(version);
-  if (!found) throw HttpError(404, "there is no version " + std::to_string(version) + " of the composition");
+  if (!found)
+    throw http::Error(404, "there is no version " + std::to_string(version) + " of the composition");
   return found;
 }
 
-void Server::State::drawn(const std::string& name, Drawn image) {
+void Server::State::drawn(const std::string& name, session::Drawn image) {
   const auto client = clients.find(name);
   if (!client) return;
   if (image.wish.slot == 'a' && (!image.uses.empty() || !image.error_node.empty()))

@@ -28,7 +28,7 @@ struct ServerOptions {
 class Server {
  public:
   // Reads the composition and opens the device. Throws shot::CompositionError, gpu::NoGpu, and what
-  // HttpServer throws.
+  // http::Server throws.
   explicit Server(ServerOptions options);
   ~Server();  // within half a second
   Server(const Server&) = delete;

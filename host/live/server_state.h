@@ -3,11 +3,11 @@
 #include "host/live/client.h"
 #include "host/live/document.h"
 #include "host/live/file_watch.h"
-#include "host/live/http_server.h"
+#include "host/live/http/server.h"
 #include "host/live/render_job.h"
 #include "host/live/reply_json.h"
 #include "host/live/server.h"
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 
 #include <atomic>
 #include <cstdint>
@@ -24,23 +24,23 @@ namespace host::live {
 // What a page wishes to see.
 struct View {
   std::string client;
-  std::vector<Wish> wishes;
+  std::vector<session::Wish> wishes;
   std::set<uint64_t> ids;  // theirs
-  std::optional<Ahead> ahead;
+  std::optional<session::Ahead> ahead;
 };
 
-// Scales are at most `most_scale`, what the server was started with. Throws HttpError 400 and what JSON
+// Scales are at most `most_scale`, what the server was started with. Throws http::Error 400 and what JSON
 // throws.
 View view_of(const Json& json, double most_scale);
 
 // What the handlers share. They are grouped by file: `document_routes`, `view_routes`, `look_routes`.
-struct Server::State final : Listener {
+struct Server::State final : session::Listener {
   explicit State(ServerOptions given);
   ~State() override;
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  void drawn(const std::string& client, Drawn image) override;
+  void drawn(const std::string& client, session::Drawn image) override;
   void cached(int64_t version, const std::string& node, double scale,
               std::vector<std::pair<int64_t, int64_t>> frames) override;
   void memory(uint64_t held, uint64_t budget) override;
@@ -61,7 +61,7 @@ struct Server::State final : Listener {
   Document::State announce();
   void look_at_file();
 
-  // Of a version, 0 for the newest. Throws HttpError 404.
+  // Of a version, 0 for the newest. Throws http::Error 404.
   Document::CompositionPtr composition(int64_t version) const;
 
   const ServerOptions options;
@@ -75,26 +75,26 @@ struct Server::State final : Listener {
   std::mutex lasting_mutex;
   std::map<std::string, std::string> lasting;  // by name, the events that whoever comes is told first
   std::optional<RenderJob> render;
-  std::optional<Session> session;
+  std::optional<session::Session> session;
   std::optional<FileWatch> watch;
-  std::optional<HttpServer> http;  // ends first
+  std::optional<http::Server> http;  // ends first
 };
 
-// A request's parts, as numbers. Throw HttpError 400.
-int64_t whole_number(const HttpRequest& request, const std::string& name);
-double real_number(const HttpRequest& request, const std::string& name);
+// A request's parts, as numbers. Throw http::Error 400.
+int64_t whole_number(const http::Request& request, const std::string& name);
+double real_number(const http::Request& request, const std::string& name);
 
-// A body as JSON, and a handler's work on it. Throws HttpError 400 for what is not of the shape expected.
+// A body as JSON, and a handler's work on it. Throws http::Error 400 for what is not of the shape expected.
 template <class Work>
-HttpReply with_json(const HttpRequest& request, Work&& work) {
+http::Reply with_json(const http::Request& request, Work&& work) {
   try {
     return work(Json::parse(request.body));
   } catch (const Json::exception& error) {
-    throw HttpError(400, error.what());
+    throw http::Error(400, error.what());
   }
 }
 
-inline HttpReply reply(const Json& json, int status = 200) {
+inline http::Reply reply(const Json& json, int status = 200) {
   return {status, dumped(json)};
 }
 

@@ -26,18 +26,19 @@ Value one_of(const Json& json, const char* name,
   for (const auto& [word, value] : choices) {
     if (given == word) return value;
   }
-  throw HttpError(400, std::string("\"") + name + "\": unknown \"" + given + "\"");
+  throw http::Error(400, std::string("\"") + name + "\": unknown \"" + given + "\"");
 }
 
 // At most what the server was started with.
 double scale_of(const Json& json, double most) {
   const double scale = json.at("scale").get<double>();
-  if (!(scale > 0 && scale <= 1)) throw HttpError(400, "\"scale\": expected a number above 0 and at most 1");
+  if (!(scale > 0 && scale <= 1))
+    throw http::Error(400, "\"scale\": expected a number above 0 and at most 1");
   return std::min(scale, most);
 }
 
-Wish wish_of(const Json& json, double most_scale) {
-  Wish wish;
+session::Wish wish_of(const Json& json, double most_scale) {
+  session::Wish wish;
   wish.id = json.at("id").get<uint64_t>();
   wish.slot = one_of<char>(json, "slot", {{"a", 'a'}, {"b", 'b'}});
   wish.version = json.at("version").get<int64_t>();
@@ -46,14 +47,15 @@ Wish wish_of(const Json& json, double most_scale) {
   wish.scale = scale_of(json, most_scale);
   wish.area =
       one_of<draw::Area>(json, "area", {{"format", draw::Area::format}, {"window", draw::Area::window}});
-  wish.pixels = one_of<Pixels>(
-      json, "pixels",
-      {{"rgba16f", Pixels::rgba16f}, {"r11g11b10f", Pixels::r11g11b10f}, {"rgba8", Pixels::rgba8}});
+  wish.pixels = one_of<session::Pixels>(json, "pixels",
+                                        {{"rgba16f", session::Pixels::rgba16f},
+                                         {"r11g11b10f", session::Pixels::r11g11b10f},
+                                         {"rgba8", session::Pixels::rgba8}});
   return wish;
 }
 
-Ahead ahead_of(const Json& json, double most_scale) {
-  Ahead ahead;
+session::Ahead ahead_of(const Json& json, double most_scale) {
+  session::Ahead ahead;
   ahead.node = json.at("node").get<std::string>();
   ahead.scale = scale_of(json, most_scale);
   ahead.first = json.at("first").get<int64_t>();
@@ -65,7 +67,7 @@ Ahead ahead_of(const Json& json, double most_scale) {
 
 std::string checked_name(std::string name) {
   if (name.empty() || name.size() > longest_name)
-    throw HttpError(400, "\"client\": expected a name of at most 64 bytes");
+    throw http::Error(400, "\"client\": expected a name of at most 64 bytes");
   return name;
 }
 
@@ -74,7 +76,7 @@ void append_word(std::string& to, size_t value) {
 }
 
 // Header and pixels, these packed and sent a few rows at a time: what was packed is still near the processor.
-bool send_frame(const Drawn& drawn, const Format& full, HttpStream& stream) {
+bool send_frame(const session::Drawn& drawn, const Format& full, http::Stream& stream) {
   const std::string header = dumped(frame_json(drawn, full));
   const draw::FrameImage& image = drawn.image;
   const bool has_pixels = drawn.error.empty() && image.pixels;
@@ -97,7 +99,7 @@ bool send_frame(const Drawn& drawn, const Format& full, HttpStream& stream) {
 }
 
 // The format of a node's images at full size: the composition's, unless the node makes one of its own.
-Format full_format(const Server::State& state, const Drawn& drawn) {
+Format full_format(const Server::State& state, const session::Drawn& drawn) {
   const auto composition = state.document.composition(drawn.version);
   const Format& format = drawn.image.extent.format;
   const double scale = drawn.wish.scale;
@@ -111,7 +113,7 @@ Format full_format(const Server::State& state, const Drawn& drawn) {
   return {unscaled(format.width), unscaled(format.height), format.pixel_aspect};
 }
 
-void stream_frames(Server::State& state, const std::string& name, HttpStream& stream) {
+void stream_frames(Server::State& state, const std::string& name, http::Stream& stream) {
   const auto client = state.clients.get(name);
   const uint64_t number = client->open(Client::Stream::frames);
   for (;;) {
@@ -137,7 +139,7 @@ void tell_lasting(Server::State& state, Client& client) {
   for (const auto& [event, text] : state.lasting) client.tell(event, "", text);
 }
 
-void stream_events(Server::State& state, const std::string& name, HttpStream& stream) {
+void stream_events(Server::State& state, const std::string& name, http::Stream& stream) {
   const auto client = state.clients.get(name);
   const uint64_t number = client->open(Client::Stream::events);
   tell_lasting(state, *client);
@@ -154,7 +156,7 @@ void stream_events(Server::State& state, const std::string& name, HttpStream& st
   }
 }
 
-HttpReply set_computing(Server::State& state, const Json& body) {
+http::Reply set_computing(Server::State& state, const Json& body) {
   const bool paused = body.at("paused").get<bool>();
   const std::lock_guard lock(state.changing);
   state.session->pause(paused);
@@ -168,7 +170,7 @@ View view_of(const Json& json, double most_scale) {
   View view;
   view.client = checked_name(json.at("client").get<std::string>());
   const Json& list = json.at("wishes");
-  if (list.size() > most_wishes) throw HttpError(400, "\"wishes\": expected at most 256");
+  if (list.size() > most_wishes) throw http::Error(400, "\"wishes\": expected at most 256");
   for (const Json& each : list) {
     view.wishes.push_back(wish_of(each, most_scale));
     view.ids.insert(view.wishes.back().id);
@@ -183,18 +185,18 @@ void Server::State::wish(View view) {
 }
 
 void Server::State::add_view_routes() {
-  http->post("/view", [this](const HttpRequest& request) {
+  http->post("/view", [this](const http::Request& request) {
     return with_json(request, [this](const Json& body) {
       wish(view_of(body, options.renderer.scale));
-      return HttpReply{204, {}};
+      return http::Reply{204, {}};
     });
   });
-  http->post("/computing", [this](const HttpRequest& request) {
+  http->post("/computing", [this](const http::Request& request) {
     return with_json(request, [this](const Json& body) { return set_computing(*this, body); });
   });
-  const auto by_name = [this](void (*stream)(State&, const std::string&, HttpStream&)) {
-    return [this, stream](const HttpRequest& request) {
-      return [this, stream, name = checked_name(request.text("client"))](HttpStream& to) {
+  const auto by_name = [this](void (*stream)(State&, const std::string&, http::Stream&)) {
+    return [this, stream](const http::Request& request) {
+      return [this, stream, name = checked_name(request.text("client"))](http::Stream& to) {
         stream(*this, name, to);
       };
     };

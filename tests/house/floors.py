@@ -41,6 +41,8 @@ xform: steps matrix""".splitlines():
 HOST = [{"cli"}, {"live", "render_farm"}, {"manual", "report"}, {"service"}, {"render"}, {"draw"}, {"plan"},
         {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"programs"}, {"decode"}, {"plates"}, {"writer"}, {"files", "gpu"},
         {"base"}]
+# Inner rooms that know nothing of the one around them.
+CELLARS = {"live/http", "live/session"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 
 
@@ -62,6 +64,9 @@ def host_allowed(own, target):
     if not target.startswith("host/"):
         return False
     rooms = [unit.split("/")[0] for unit in (own, target.removeprefix("host/"))]
+    inner, other = (unit.rpartition("/")[0] for unit in (own, target.removeprefix("host/")))
+    if inner in CELLARS and rooms[0] == rooms[1] and inner != other:
+        return False
     mine, theirs = [next((i for i, names in enumerate(HOST) if room in names), -1) for room in rooms]
     return min(mine, theirs) >= 0 and (rooms[0] == rooms[1] or theirs > mine)
 

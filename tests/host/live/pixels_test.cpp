@@ -12,7 +12,7 @@
 
 namespace {
 
-using host::live::Pixels;
+using host::live::session::Pixels;
 
 // A float without sign of 5 bits of exponent, by its definition.
 double value_of(uint32_t bits, int fraction_bits) {

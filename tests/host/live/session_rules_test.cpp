@@ -1,8 +1,8 @@
 // The rules of the live page's render side, row by row.
 
 #include "host/gpu/gl_functions.h"
-#include "host/live/ahead.h"
-#include "host/live/wishes.h"
+#include "host/live/session/ahead.h"
+#include "host/live/session/wishes.h"
 #include "tests/host/live/told.h"
 
 #include <algorithm>
@@ -23,7 +23,7 @@
 namespace {
 
 using namespace live_test;
-using host::live::Wishes;
+using host::live::session::Wishes;
 
 // What becomes of an image in hand when the list changes.
 TEST(Session, WhatIsInHandEndsUnlessItIsScrubbed) {
@@ -75,10 +75,10 @@ TEST(Session, WhatIsInHandEndsUnlessItIsScrubbed) {
 
 TEST(Session, FramesAheadComeNearestFirstAndTheFarthestGoFirst) {
   using Frames = std::vector<int64_t>;
-  EXPECT_EQ(host::live::nearest_first(1, 9, 4, 1), (Frames{4, 5, 3, 6, 2, 7, 1, 8, 9}));
-  EXPECT_EQ(host::live::nearest_first(1, 5, 9, -1), (Frames{5, 4, 3, 2, 1}));
-  EXPECT_EQ(host::live::nearest_first(INT64_MIN, INT64_MAX, INT64_MAX, 1).size(),
-            host::live::most_frames_ahead);
+  EXPECT_EQ(host::live::session::nearest_first(1, 9, 4, 1), (Frames{4, 5, 3, 6, 2, 7, 1, 8, 9}));
+  EXPECT_EQ(host::live::session::nearest_first(1, 5, 9, -1), (Frames{5, 4, 3, 2, 1}));
+  EXPECT_EQ(host::live::session::nearest_first(INT64_MIN, INT64_MAX, INT64_MAX, 1).size(),
+            host::live::session::most_frames_ahead);
 
   // Images of 1 MiB, of which some fit; only what is nearest may be there, wherever the playhead comes from.
   host::render::RendererOptions options;
@@ -97,7 +97,7 @@ TEST(Session, FramesAheadComeNearestFirstAndTheFarthestGoFirst) {
     for (const auto& [first, last] : told.cached_frames()) {
       for (int64_t each = first; each <= last; ++each) cached.push_back(each);
     }
-    Frames nearest = host::live::nearest_first(1, 40, frame, direction);
+    Frames nearest = host::live::session::nearest_first(1, 40, frame, direction);
     ASSERT_GE(cached.size(), 4U);
     ASSERT_LE(cached.size(), 13U);
     // The next one's place may have been made before there turned out to be too little.
@@ -119,7 +119,7 @@ TEST(Session, FramesAheadComeNearestFirstAndTheFarthestGoFirst) {
   EXPECT_EQ(left[1], std::pair(int64_t{38}, int64_t{38}));
   const int64_t gone = full[0].second - full[0].first - left[0].second + left[0].first;
   EXPECT_GE(gone, 1);
-  Frames nearest = host::live::nearest_first(1, 40, 20, 1);
+  Frames nearest = host::live::session::nearest_first(1, 40, 20, 1);
   nearest.resize(static_cast<size_t>(left[0].second - left[0].first + 1));
   EXPECT_EQ(left[0], std::pair(*std::min_element(nearest.begin(), nearest.end()),
                                *std::max_element(nearest.begin(), nearest.end())));
@@ -182,14 +182,15 @@ TEST(Session, FindsThePixelAndWhoMadeIt) {
              R"(, {"name": "corner", "type": "crop", "inputs": "dark", "knobs": {"box": [5, 2, 9, 7]}},
              {"name": "over", "type": "merge", "inputs": {"a": "corner", "b": "card"}}, )" +
              grade("out", "over", R"("gain": 2)") + ", " + grade("clean", "out", R"("clamp_black": true)")));
-  const auto found = session.find(host::live::Kind::negative, 0, "out", 1, {});
+  const auto found = session.find(host::live::session::Kind::negative, 0, "out", 1, {});
   EXPECT_TRUE(found.found);
   EXPECT_EQ(std::pair(found.x, found.y), std::pair(int64_t{5}, int64_t{6}));
   EXPECT_EQ(found.made_by, "dark");
-  EXPECT_FALSE(session.find(host::live::Kind::negative, 0, "clean", 1, {}).found);
-  EXPECT_FALSE(session.find(host::live::Kind::nan, 0, "out", 1, {}).found);
-  EXPECT_THROW(session.find(host::live::Kind::nan, 0, "nobody", 1, {}), host::live::Unknown);
-  EXPECT_THROW(session.floats(7, "", 1, {}), host::live::Unknown);
+  EXPECT_FALSE(session.find(host::live::session::Kind::negative, 0, "clean", 1, {}).found);
+  EXPECT_FALSE(session.find(host::live::session::Kind::nan, 0, "out", 1, {}).found);
+  EXPECT_THROW(session.find(host::live::session::Kind::nan, 0, "nobody", 1, {}),
+               host::live::session::Unknown);
+  EXPECT_THROW(session.floats(7, "", 1, {}), host::live::session::Unknown);
 }
 
 std::atomic<int> resets = 0;  // that the driver still has to tell of

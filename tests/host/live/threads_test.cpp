@@ -1,5 +1,5 @@
 #include "host/live/client.h"
-#include "host/live/http_server.h"
+#include "host/live/http/server.h"
 
 #include <atomic>
 #include <chrono>
@@ -85,15 +85,15 @@ TEST(Threads, StreamsComeAndGoWhileTheyAreTold) {
 // A server that ends waits neither for its streams nor for connections that might say more.
 TEST(Threads, AServerEndsWithItsConnectionsOpen) {
   Clients clients;
-  HttpOptions options;
+  http::Options options;
   options.names = {"127.0.0.1"};
   options.token = "t";
   options.refused = [](const std::string& line) { ADD_FAILURE() << line; };
-  HttpServer server(options);
+  http::Server server(options);
   std::atomic<int> open = 0;
-  server.get("/idle", [](const HttpRequest&) { return HttpReply{200, "{}"}; });
-  server.stream("/events", "text/event-stream", [&](const HttpRequest& request) {
-    return [&, client = clients.get(request.text("client"))](HttpStream& stream) {
+  server.get("/idle", [](const http::Request&) { return http::Reply{200, "{}"}; });
+  server.stream("/events", "text/event-stream", [&](const http::Request& request) {
+    return [&, client = clients.get(request.text("client"))](http::Stream& stream) {
       const uint64_t number = client->open(Client::Stream::events);
       ++open;
       while (!client->next_event(number, milliseconds(60000)).ended && stream.open()) stream.write("x");

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 #include "tests/support/files.h"
 
 #include <condition_variable>
@@ -16,10 +16,10 @@
 // What tests of the live page's render side share.
 namespace live_test {
 
-using host::live::Ahead;
-using host::live::Drawn;
-using host::live::Session;
-using host::live::Wish;
+using host::live::session::Ahead;
+using host::live::session::Drawn;
+using host::live::session::Session;
+using host::live::session::Wish;
 using Runs = std::vector<std::pair<int64_t, int64_t>>;
 
 inline const host::gpu::DeviceChoice software{host::gpu::DeviceChoice::Kind::software, 0};
@@ -43,7 +43,7 @@ inline Wish wish(uint64_t id, int64_t frame, const std::string& node = "", int64
 }
 
 // Keeps what it is told, and wakes who waits for that.
-class Told : public host::live::Listener {
+class Told : public host::live::session::Listener {
  public:
   void drawn(const std::string& client, Drawn what) override {
     const std::lock_guard lock(mutex_);

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-namespace host::live {
+namespace host::live::session {
 
 // How a page wants its pixels.
 enum class Pixels : uint8_t { rgba16f, r11g11b10f, rgba8 };
@@ -153,4 +153,4 @@ class Session {
   std::shared_ptr<State> state_;
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

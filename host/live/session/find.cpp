@@ -1,10 +1,10 @@
-#include "host/live/find.h"
+#include "host/live/session/find.h"
 
 #include <cmath>
 #include <tuple>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 bool is_of(Kind kind, float value) {
@@ -64,4 +64,4 @@ bool Search::step(const Read& read) {
   return next_ > 0;
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace host::live {
+namespace host::live::http {
 
 // Who may ask the server anything. A page of somebody else's must not reach it through the browser of who
 // runs it: neither by its own requests (Origin), nor by a name that it has made to mean this machine (Host).
@@ -15,10 +15,10 @@ std::string random_token();
 // Whether two texts are equal, in a time that says nothing of where they differ.
 bool equal_in_constant_time(std::string_view a, std::string_view b);
 
-class HttpRules {
+class Rules {
  public:
   // names: what this machine may be called by, as in addresses ("127.0.0.1", "[::1]", "render7"), any case.
-  HttpRules(std::vector<std::string> names, bool secure, std::string token);
+  Rules(std::vector<std::string> names, bool secure, std::string token);
 
   // Once the port is known.
   void set_port(int port) {
@@ -40,4 +40,4 @@ class HttpRules {
   int port_ = 0;
 };
 
-}  // namespace host::live
+}  // namespace host::live::http

@@ -1,4 +1,4 @@
-#include "host/live/ahead_work.h"
+#include "host/live/session/ahead_work.h"
 
 #include "host/frame/frame_error.h"
 
@@ -6,7 +6,7 @@
 #include <chrono>
 #include <span>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 // How long keys of frames are worked out before others have their turn.
@@ -71,4 +71,4 @@ std::optional<std::vector<std::pair<int64_t, int64_t>>> AheadWork::news(const re
   return runs;
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

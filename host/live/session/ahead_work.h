@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/live/ahead.h"
-#include "host/live/session.h"
+#include "host/live/session/ahead.h"
+#include "host/live/session/session.h"
 #include "host/render/viewing.h"
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace host::live {
+namespace host::live::session {
 
 // Draws frames before they are asked for, nearest first, as far as there is room without giving up a nearer
 // one. On the thread for drawing alone.
@@ -49,4 +49,4 @@ class AheadWork {
   std::vector<std::pair<int64_t, int64_t>> last_told_;
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

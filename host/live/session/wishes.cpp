@@ -1,10 +1,10 @@
-#include "host/live/wishes.h"
+#include "host/live/session/wishes.h"
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 int64_t resolved(int64_t version, int64_t newest) {
@@ -187,4 +187,4 @@ void Wishes::tidy() {
   }
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

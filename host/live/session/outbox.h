@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 
 // Calls to somebody outside, made one at a time in the order in which they were put in, by whichever thread
 // comes first, without a lock. Thread-safe.
@@ -52,4 +52,4 @@ class Outbox {
   bool closed_ = false;
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

@@ -1,4 +1,4 @@
-#include "host/live/trace.h"
+#include "host/live/session/trace.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 using nlohmann::json;
@@ -55,4 +55,4 @@ std::string chrome_trace(std::vector<Spans::Span> spans) {
       -1, ' ', false, json::error_handler_t::replace);
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

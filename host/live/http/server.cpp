@@ -1,6 +1,6 @@
-#include "host/live/http_server.h"
+#include "host/live/http/server.h"
 
-#include "host/live/http_rules.h"
+#include "host/live/http/rules.h"
 
 #include <atomic>
 #include <charconv>
@@ -16,12 +16,12 @@
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
 
-namespace host::live {
+namespace host::live::http {
 namespace {
 
 constexpr size_t threads = 48;
 constexpr int most_streams = 24;
-constexpr size_t most_drained = 16 * HttpServer::most_body;  // of a body that is too long
+constexpr size_t most_drained = 16 * Server::most_body;  // of a body that is too long
 constexpr int silence_seconds = 5, stalled_seconds = 30;
 
 const httplib::Headers headers_of_all = {
@@ -93,7 +93,7 @@ void share_no_port(socket_t socket) {
   setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
-std::unique_ptr<httplib::Server> make_server(const HttpOptions& options) {
+std::unique_ptr<httplib::Server> make_server(const Options& options) {
   if (options.certificate.empty()) return std::make_unique<httplib::Server>();
   auto secure = std::make_unique<httplib::SSLServer>(options.certificate.c_str(), options.key.c_str());
   if (!secure->is_valid())
@@ -107,7 +107,7 @@ std::string message_json(const std::string& message) {
 }
 
 // As content that is provided, or the library would pack it, and what is packed already once more.
-void send(HttpReply reply, httplib::Response& response) {
+void send(Reply reply, httplib::Response& response) {
   response.status = reply.status;
   for (const auto& [name, value] : reply.headers) {
     response.headers.erase(name);
@@ -121,10 +121,10 @@ void send(HttpReply reply, httplib::Response& response) {
       });
 }
 
-HttpReply answer(const HttpServer::Handler& handler, const HttpRequest& request) {
+Reply answer(const Server::Handler& handler, const Request& request) {
   try {
     return handler(request);
-  } catch (const HttpError& error) {
+  } catch (const Error& error) {
     return {error.status, message_json(error.what())};
   } catch (const std::bad_alloc&) {
     return {500, message_json("out of memory")};
@@ -133,7 +133,7 @@ HttpReply answer(const HttpServer::Handler& handler, const HttpRequest& request)
   }
 }
 
-class SinkStream final : public HttpStream {
+class SinkStream final : public Stream {
  public:
   SinkStream(httplib::DataSink& sink, const std::atomic<bool>& stopping) : sink_(sink), stopping_(stopping) {}
 
@@ -157,31 +157,31 @@ std::optional<std::string> read_body(const httplib::ContentReader& reader,
   size_t read = 0;
   const bool whole = reader([&](const char* bytes, size_t n) {
     read += n;
-    if (read <= HttpServer::most_body) body.append(bytes, n);
+    if (read <= Server::most_body) body.append(bytes, n);
     return read <= most_drained;
   });
   // The library has looked at the length that was announced.
-  if (read > HttpServer::most_body || response.status == 413) return std::nullopt;
-  if (!whole) throw HttpError(400, "the body is broken off");
+  if (read > Server::most_body || response.status == 413) return std::nullopt;
+  if (!whole) throw Error(400, "the body is broken off");
   return body;
 }
 
 }  // namespace
 
-const std::string& HttpRequest::text(const std::string& name) const {
+const std::string& Request::text(const std::string& name) const {
   const auto found = query.find(name);
-  if (found == query.end()) throw HttpError(400, "\"" + name + "\" is not given");
+  if (found == query.end()) throw Error(400, "\"" + name + "\" is not given");
   return found->second;
 }
 
-struct HttpServer::State {
-  explicit State(HttpOptions given)
+struct Server::State {
+  explicit State(Options given)
       : options(std::move(given)),
         rules(options.names, !options.certificate.empty(), options.token),
         server(make_server(options)) {}
 
   // What is wrong with a request before anybody looks at what it wants; told and nothing where it is fine.
-  std::optional<HttpReply> refusal(const httplib::Request& request, bool needs_token) {
+  std::optional<Reply> refusal(const httplib::Request& request, bool needs_token) {
     const std::string why =
         rules.refusal(request.get_header_value("Host"), request.get_header_value("Origin"));
     if (!why.empty()) return refuse(request, 403, why);
@@ -191,25 +191,25 @@ struct HttpServer::State {
     return std::nullopt;
   }
 
-  HttpReply refuse(const httplib::Request& request, int status, const std::string& why) const {
+  Reply refuse(const httplib::Request& request, int status, const std::string& why) const {
     // The target as it came: what it stands for may hold line breaks.
     const std::string target = request.target.substr(0, request.target.find('?'));
     options.refused("refused " + request.method + " " + target + " from " + request.remote_addr + ": " + why);
     return {status, message_json("refused: " + why)};
   }
 
-  static HttpRequest taken(const httplib::Request& request) {
+  static Request taken(const httplib::Request& request) {
     return {{request.params.begin(), request.params.end()}, {}};
   }
 
   httplib::Server::HandlerWithContentReader with_body(Handler handler) {
     return [this, handler = std::move(handler)](const httplib::Request& request, httplib::Response& response,
                                                 const httplib::ContentReader& reader) {
-      std::optional<HttpReply> refused = refusal(request, true);
+      std::optional<Reply> refused = refusal(request, true);
       if (!refused) {
         refused = answer(
-            [&](const HttpRequest&) -> HttpReply {
-              HttpRequest whole = taken(request);
+            [&](const Request&) -> Reply {
+              Request whole = taken(request);
               auto body = read_body(reader, response);
               if (!body) return refuse(request, 413, "a body of more than 16 MiB");
               whole.body = std::move(*body);
@@ -232,11 +232,11 @@ struct HttpServer::State {
   void begin_stream(const httplib::Request& request, const std::string& type, const Streaming& streaming,
                     httplib::Response& response) {
     if (auto refused = refusal(request, true)) return send(std::move(*refused), response);
-    std::function<void(HttpStream&)> writing;
-    const HttpReply looked = answer(
-        [&](const HttpRequest& asked) {
+    std::function<void(Stream&)> writing;
+    const Reply looked = answer(
+        [&](const Request& asked) {
           writing = streaming(asked);
-          return HttpReply{};
+          return Reply{};
         },
         taken(request));
     if (!writing) return send(looked, response);
@@ -267,8 +267,8 @@ struct HttpServer::State {
          response);
   }
 
-  HttpOptions options;
-  HttpRules rules;
+  Options options;
+  Rules rules;
   std::unique_ptr<httplib::Server> server;
   std::atomic<int> port = 0;
   std::atomic<int> streams = 0;
@@ -276,7 +276,7 @@ struct HttpServer::State {
   std::thread thread;
 };
 
-HttpServer::HttpServer(HttpOptions options) : state_(std::make_unique<State>(std::move(options))) {
+Server::Server(Options options) : state_(std::make_unique<State>(std::move(options))) {
   httplib::Server& server = *state_->server;
   State* const state = state_.get();
   server.new_task_queue = [state] { return new Connections(state->port); };
@@ -293,34 +293,34 @@ HttpServer::HttpServer(HttpOptions options) : state_(std::make_unique<State>(std
   });
 }
 
-HttpServer::~HttpServer() {
+Server::~Server() {
   stop();
 }
 
-void HttpServer::page(const std::string& path, Handler handler) {
+void Server::page(const std::string& path, Handler handler) {
   state_->server->Get(path, state_->without_body(std::move(handler), false));
 }
 
-void HttpServer::get(const std::string& path, Handler handler) {
+void Server::get(const std::string& path, Handler handler) {
   state_->server->Get(path, state_->without_body(std::move(handler), true));
 }
 
-void HttpServer::post(const std::string& path, Handler handler) {
+void Server::post(const std::string& path, Handler handler) {
   state_->server->Post(path, state_->with_body(std::move(handler)));
 }
 
-void HttpServer::put(const std::string& path, Handler handler) {
+void Server::put(const std::string& path, Handler handler) {
   state_->server->Put(path, state_->with_body(std::move(handler)));
 }
 
-void HttpServer::stream(const std::string& path, const std::string& type, Streaming streaming) {
+void Server::stream(const std::string& path, const std::string& type, Streaming streaming) {
   state_->server->Get(path, [state = state_.get(), type, streaming = std::move(streaming)](
                                 const httplib::Request& request, httplib::Response& response) {
     state->begin_stream(request, type, streaming, response);
   });
 }
 
-int HttpServer::start() {
+int Server::start() {
   State& state = *state_;
   const std::string& address = state.options.address;
   int port = state.options.port;
@@ -341,10 +341,10 @@ int HttpServer::start() {
   return port;
 }
 
-void HttpServer::stop() noexcept {
+void Server::stop() noexcept {
   state_->stopping = true;
   state_->server->stop();
   if (state_->thread.joinable()) state_->thread.join();
 }
 
-}  // namespace host::live
+}  // namespace host::live::http

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "host/gpu/gpu_thread.h"
-#include "host/live/ahead_work.h"
-#include "host/live/device.h"
-#include "host/live/outbox.h"
-#include "host/live/session.h"
-#include "host/live/wishes.h"
+#include "host/live/session/ahead_work.h"
+#include "host/live/session/device.h"
+#include "host/live/session/outbox.h"
+#include "host/live/session/session.h"
+#include "host/live/session/wishes.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-namespace host::live {
+namespace host::live::session {
 
 // Something that a thread waits for. The steps are made on the thread for drawing, one at a time.
 struct Question {
@@ -139,4 +139,4 @@ struct Session::State : std::enable_shared_from_this<Session::State> {
   std::string lost;  // why there is no device any more
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

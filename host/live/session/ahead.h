@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-namespace host::live {
+namespace host::live::session {
 
 // Frames of a range, nearest to one first, of two as near the one in the direction (1 or -1). A frame outside
 // the range counts as the nearest in it. At most as many as are looked after at a time.
@@ -68,4 +68,4 @@ class Timeline {
   size_t all_before_ = 0;  // places from the first on that are known
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

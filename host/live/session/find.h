@@ -2,7 +2,7 @@
 
 #include "host/draw/frame_image.h"
 #include "host/frame/frame_graph.h"
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 
 #include <cstdint>
 #include <functional>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace host::live {
+namespace host::live::session {
 
 // The first pixel of a kind in an image, by rows from the top: x and y, y up.
 std::optional<std::pair<int64_t, int64_t>> first_pixel(Kind kind, const draw::FrameImage& image);
@@ -41,4 +41,4 @@ class Search {
   Found found_;
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

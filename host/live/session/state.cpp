@@ -1,10 +1,10 @@
-#include "host/live/session_state.h"
+#include "host/live/session/state.h"
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 constexpr size_t most_spans = 8192;
@@ -95,4 +95,4 @@ void Session::State::answer(const std::function<bool(Device&)>& step, const Give
   if (question->error) std::rethrow_exception(question->error);
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

@@ -1,9 +1,9 @@
-#include "host/live/ahead.h"
+#include "host/live/session/ahead.h"
 
 #include <algorithm>
 #include <map>
 
-namespace host::live {
+namespace host::live::session {
 
 std::vector<int64_t> nearest_first(int64_t first, int64_t last, int64_t frame, int direction) {
   std::vector<int64_t> order;
@@ -80,4 +80,4 @@ std::vector<std::pair<int64_t, int64_t>> Timeline::runs_of(std::vector<int64_t> 
   return runs;
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

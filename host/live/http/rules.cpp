@@ -1,4 +1,4 @@
-#include "host/live/http_rules.h"
+#include "host/live/http/rules.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 
 #include <sys/random.h>
 
-namespace host::live {
+namespace host::live::http {
 namespace {
 
 std::string lower(std::string_view text) {
@@ -43,29 +43,29 @@ bool equal_in_constant_time(std::string_view a, std::string_view b) {
   return difference == 0;
 }
 
-HttpRules::HttpRules(std::vector<std::string> names, bool secure, std::string token)
+Rules::Rules(std::vector<std::string> names, bool secure, std::string token)
     : names_(std::move(names)),
       scheme_(secure ? "https://" : "http://"),
       expected_("Bearer " + std::move(token)) {
   for (std::string& name : names_) name = lower(name);
 }
 
-std::string HttpRules::refusal(std::string_view host, std::string_view origin) const {
+std::string Rules::refusal(std::string_view host, std::string_view origin) const {
   if (!is_ours(host)) return "Host \"" + std::string(host) + "\"";
   if (origin.empty()) return "";
   if (origin.starts_with(scheme_) && is_ours(origin.substr(scheme_.size()))) return "";
   return "Origin \"" + std::string(origin) + "\"";
 }
 
-bool HttpRules::is_ours(std::string_view host) const {
+bool Rules::is_ours(std::string_view host) const {
   const std::string port = ":" + std::to_string(port_);
   const std::string given = lower(host);
   return std::any_of(names_.begin(), names_.end(),
                      [&](const std::string& name) { return given == name + port; });
 }
 
-bool HttpRules::authorized(std::string_view authorization) const {
+bool Rules::authorized(std::string_view authorization) const {
   return equal_in_constant_time(authorization, expected_);
 }
 
-}  // namespace host::live
+}  // namespace host::live::http

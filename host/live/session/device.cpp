@@ -1,8 +1,8 @@
-#include "host/live/device.h"
+#include "host/live/session/device.h"
 
 #include <qv/transport/ring.h>
 
-namespace host::live {
+namespace host::live::session {
 
 render::Viewing& Device::of(const CompositionPtr& composition) {
   if (!renderer_) {
@@ -28,4 +28,4 @@ void Device::drop() {
   thread_->close_context();
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 
 #include <chrono>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace host::live {
+namespace host::live::session {
 
 // What clients wish, whose turn it is, and what becomes of an image under way when the wishes change: of a
 // job there is one in hand, others are on their way from the device. Externally synchronised.
@@ -95,4 +95,4 @@ class Wishes {
   std::string last_;  // that had its turn
 };
 
-}  // namespace host::live
+}  // namespace host::live::session

@@ -1,17 +1,17 @@
-#include "host/live/session.h"
+#include "host/live/session/session.h"
 
 #include "host/base/library_threads.h"
 #include "host/base/suggest.h"
-#include "host/live/find.h"
-#include "host/live/session_state.h"
-#include "host/live/trace.h"
+#include "host/live/session/find.h"
+#include "host/live/session/state.h"
+#include "host/live/session/trace.h"
 
 #include <algorithm>
 #include <chrono>
 #include <new>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 constexpr size_t most_versions = 32;
@@ -210,4 +210,4 @@ bool Session::idle() const {
   return !state_->posted && !state_->working && state_->wishes.on_their_way() == 0 && state_->outbox.empty();
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

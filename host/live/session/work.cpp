@@ -1,12 +1,12 @@
 // What a session does on the thread for drawing, one unit of work at a time.
 
-#include "host/live/session_state.h"
+#include "host/live/session/state.h"
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 namespace {
 
 // While frames are drawn ahead, how often the listener is told what is cached.
@@ -292,4 +292,4 @@ void Session::State::end() {
   kept.clear();
 }
 
-}  // namespace host::live
+}  // namespace host::live::session

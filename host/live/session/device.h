@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-namespace host::live {
+namespace host::live::session {
 
 // The renderer of a session. On the thread for drawing alone.
 class Device {
@@ -47,4 +47,4 @@ class Device {
   CompositionPtr last_;
 };
 
-}  // namespace host::live
+}  // namespace host::live::session
