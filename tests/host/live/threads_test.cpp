@@ -52,7 +52,7 @@ TEST(Threads, StreamsComeAndGoWhileTheyAreTold) {
   for (const char slot : {'a', 'b'}) {
     threads.emplace_back([&clients, slot] {
       for (int i = 0; i < rounds; ++i) {
-        Drawn drawn;
+        session::Drawn drawn;
         drawn.wish.id = static_cast<uint64_t>(i);
         drawn.wish.slot = slot;
         clients.get("page")->set_wished({static_cast<uint64_t>(i)});
@@ -67,7 +67,7 @@ TEST(Threads, StreamsComeAndGoWhileTheyAreTold) {
   // Nothing but the last two of a slot is kept of what nobody wishes any more.
   const auto client = clients.get("page");
   for (uint64_t id = 0; id < 9; ++id) {
-    Drawn drawn;
+    session::Drawn drawn;
     drawn.wish.id = id;
     drawn.wish.slot = 'a';
     client->set_wished({3, id});
