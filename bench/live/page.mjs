@@ -1,7 +1,7 @@
 // What a person at the page waits for, from a browser without a window that draws in software.
 // usage: node bench/live/page.mjs [--json FILE] [--only TEXT] [--quick]   with QUORVEL_BUILD=FOLDER of a build
 import { readFileSync, writeFileSync } from "node:fs";
-import { open_page, shown } from "../../tests/live/support.mjs";
+import { open_page, processes, shown } from "../../tests/live/support.mjs";
 
 const words = process.argv.slice(2);
 const value = (name) => (words.includes(name) ? words[words.indexOf(name) + 1] : "");
@@ -139,8 +139,8 @@ await measure("idle, a page open", async (name) => {
   await shown(page);
   await everything_ahead(page);
   const ticks = () => {
-    const fields = readFileSync(`/proc/${server.pid}/stat`, "utf8").split(") ")[1].split(" ");
-    return Number(fields[11]) + Number(fields[12]);
+    const of = (pid) => readFileSync(`/proc/${pid}/stat`, "utf8").split(") ").pop().split(" ");
+    return processes(server.pid).reduce((sum, pid) => sum + Number(of(pid)[11]) + Number(of(pid)[12]), 0);
   };
   await new Promise((done) => setTimeout(done, 1000));
   const before = ticks();

@@ -27,13 +27,25 @@ std::string read(const std::filesystem::path& file) {
 
 }  // namespace
 
-Document::Document(const std::filesystem::path& file) : file_(file), known_(read(file)), disk_(known_) {
-  take(known_);
+Document::Document(const std::filesystem::path& file, const std::optional<Kept>& kept)
+    : file_(file), known_(kept ? kept->known : read(file)) {
+  if (kept) {
+    take(kept->text, kept->version);
+    look();
+  } else {
+    disk_ = known_;
+    take(known_, 1);
+  }
 }
 
 Document::State Document::now() const {
   const std::lock_guard lock(mutex_);
   return state();
+}
+
+Document::Kept Document::kept() const {
+  const std::lock_guard lock(mutex_);
+  return {versions_.back().number, *text_, known_};
 }
 
 Document::CompositionPtr Document::composition(int64_t version) const {
@@ -96,8 +108,11 @@ Document::State Document::state() const {
 }
 
 void Document::take(std::string text) {
+  take(std::move(text), versions_.back().number + 1);
+}
+
+void Document::take(std::string text, int64_t number) {
   auto composition = std::make_shared<const shot::Composition>(shot::parse_composition(text, file_));
-  const int64_t number = versions_.empty() ? 1 : versions_.back().number + 1;
   versions_.push_back({number, std::move(composition)});
   if (versions_.size() > kept_versions) versions_.pop_front();
   text_ = std::make_shared<const std::string>(std::move(text));

@@ -35,13 +35,22 @@ class Document {
     bool disk_changed = false;  // the file is another one than the text was read from or saved to
   };
 
-  // Reads the file. Throws shot::CompositionError.
-  explicit Document(const std::filesystem::path& file);
+  // What it takes to go on with a document elsewhere.
+  struct Kept {
+    int64_t version = 0;
+    std::string text;
+    std::string known;  // what it was read from or saved to
+  };
+
+  // Reads the file; goes on with what was kept, if that is given, and looks at the file then. Throws
+  // shot::CompositionError.
+  explicit Document(const std::filesystem::path& file, const std::optional<Kept>& kept = std::nullopt);
 
   const std::filesystem::path& file() const {
     return file_;
   }
   State now() const;
+  Kept kept() const;
 
   // Of a version, 0 for the newest; null where it is not known (any more).
   CompositionPtr composition(int64_t version) const;
@@ -66,6 +75,7 @@ class Document {
  private:
   State state() const;
   void take(std::string text);  // as the newest version
+  void take(std::string text, int64_t number);
   bool changed() const;
 
   struct Version {

@@ -56,12 +56,13 @@ double real_number(const http::Request& request, const std::string& name) {
 
 Server::State::State(ServerOptions given)
     : options(std::move(given)),
-      token(http::random_token()),
+      left(options.keepsake ? options.keepsake->address() : std::nullopt),
+      token(left ? left->token : http::random_token()),
       path(std::filesystem::absolute(options.file).string()),
-      document(options.file) {
+      document(options.file, left ? options.keepsake->document() : std::nullopt) {
   http::Options listen;
   listen.address = options.address;
-  listen.port = options.port;
+  listen.port = left ? left->port : options.port;
   listen.names = names_of(options);
   listen.certificate = options.certificate;
   listen.key = options.key;
@@ -73,6 +74,8 @@ Server::State::State(ServerOptions given)
   session.emplace(options.renderer, options.device, *this);
   lasting["render"] = dumped(render_json({}));
   lasting["computing"] = dumped({{"paused", false}});
+  lasting["device"] = dumped({{"lost", false}, {"message", ""}});
+  if (!options.notice.empty()) lasting["notice"] = dumped({{"text", options.notice}});
   announce();
   watch.emplace(options.file, [this] { look_at_file(); });
   for (const PageFile& file : page_files()) {
@@ -108,6 +111,7 @@ Document::State Server::State::announce() {
   Document::State now = document.now();
   if (now.version != announced) session->set_composition(now.version, now.composition);
   announced = now.version;
+  if (options.keepsake) options.keepsake->keep(document.kept());
   tell_all("document", "", info_json(now, path));
   tell_all("disk", "", {{"changed", now.disk_changed}});
   return now;
@@ -128,6 +132,7 @@ Document::CompositionPtr Server::State::composition(int64_t version) const {
 }
 
 void Server::State::drawn(const std::string& name, session::Drawn image) {
+  if (options.keepsake && image.error.empty()) options.keepsake->note_image();
   const auto client = clients.find(name);
   if (!client) return;
   if (image.wish.slot == 'a' && (!image.uses.empty() || !image.error_node.empty()))
@@ -159,6 +164,7 @@ Server::~Server() = default;
 
 std::string Server::start() {
   const int port = state_->http->start();
+  if (state_->options.keepsake) state_->options.keepsake->keep(Keepsake::Address{port, state_->token});
   const std::string scheme = state_->options.certificate.empty() ? "http://" : "https://";
   return scheme + address_of(state_->options) + ":" + std::to_string(port) + "/#" + state_->token;
 }

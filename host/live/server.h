@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/gpu/gpu_context.h"
+#include "host/live/keepsake.h"
 #include "host/render/renderer.h"
 
 #include <filesystem>
@@ -21,6 +22,10 @@ struct ServerOptions {
   std::filesystem::path program;                // `quorvel`, for renderings to files
   std::vector<std::string> render_words;        // options of those, as typed: of the machine
   std::function<void(const std::string&)> log;  // told a line of what was refused; from any thread
+  // Where a server that comes after a crash finds what it takes to go on as this one, and this one finds what
+  // the one before has left; may be null. Outlives the process that crashes.
+  std::shared_ptr<Keepsake> keepsake;
+  std::string notice;  // what the pages are told first; "": nothing
 };
 
 // The page and what stands behind it: answers HTTP requests about one composition, see page/src/protocol.ts.

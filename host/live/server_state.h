@@ -65,6 +65,7 @@ struct Server::State final : session::Listener {
   Document::CompositionPtr composition(int64_t version) const;
 
   const ServerOptions options;
+  const std::optional<Keepsake::Address> left;  // by a server that has crashed
   const std::string token;
   const std::string path;  // of the composition, as a page shows it
   Document document;

@@ -1,6 +1,6 @@
 // `quorvel live` on a copy of the example in a folder of its own, and a browser that looks at it.
 import { execFileSync, spawn } from "node:child_process";
-import { existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
+import { existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
 import { dirname, join, resolve } from "node:path";
@@ -24,6 +24,18 @@ function plates() {
     execFileSync(join(build, "examples/quorvel_plates"), [folder]);
   }
   return folder;
+}
+
+// The program's processes, the one in front first, then the one that serves the page.
+export function processes(front) {
+  const behind = readdirSync("/proc").filter((name) => {
+    try {
+      return /^\d+$/.test(name) && Number(readFileSync(`/proc/${name}/stat`, "utf8").split(") ").pop().split(" ")[1]) === front;
+    } catch {
+      return false; // it has ended
+    }
+  });
+  return [front, ...behind.map(Number)];
 }
 
 export async function start_server(file, options = []) {

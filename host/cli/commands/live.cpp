@@ -1,6 +1,7 @@
 #include "host/base/library_threads.h"
 #include "host/cli/cli.h"
 #include "host/cli/device.h"
+#include "host/cli/keeper.h"
 #include "host/cli/options.h"
 #include "host/cli/table.h"
 #include "host/live/server.h"
@@ -39,38 +40,6 @@ struct LiveCommand {
   bool no_open = false;
 };
 
-// Ctrl-C and a request to terminate, which wait until they are asked for. Made before any thread, which
-// then leave them alone too.
-class EndSignals {
- public:
-  EndSignals() {
-    sigemptyset(&signals_);
-    for (const int signal : {SIGINT, SIGTERM}) sigaddset(&signals_, signal);
-    pthread_sigmask(SIG_BLOCK, &signals_, &before_);
-  }
-  ~EndSignals() {
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  EndSignals(const EndSignals&) = delete;
-  EndSignals& operator=(const EndSignals&) = delete;
-
-  int wait() const {
-    int signal = 0;
-    sigwait(&signals_, &signal);
-    // A second one ends the process at once.
-    pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
-    return signal;
-  }
-
- private:
-  sigset_t signals_{};
-  sigset_t before_{};
-};
-
-int code_of(int signal) {
-  return signal == SIGTERM ? exit_put_back : exit_interrupted;
-}
-
 int late_code = exit_interrupted;
 
 extern "C" void end_late(int /*signal*/) {
@@ -86,31 +55,31 @@ void end_in_time(int signal) {
   setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-// A page that leads to the address, which others on this machine would see among the words of a process.
+// A page that leads to the address, which others on this machine would see among the words of a process. Made
+// in front of what serves, so that a crash leaves it to somebody.
 class Redirection {
  public:
-  explicit Redirection(const std::string& address) {
+  Redirection() {
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
     std::string name = std::string(folder && *folder ? folder : "/tmp") + "/quorvel-live-XXXXXX.html";
-    const int file = mkstemps(name.data(), 5);  // for its owner alone
-    if (file < 0) return;
-    const std::string text =
-        "<!doctype html><meta http-equiv=\"refresh\" content=\"0;url=" + address + "\">\n";
-    const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    ::close(file);
-    path_ = name;
-    if (written) open();
+    file_ = mkostemps(name.data(), 5, O_CLOEXEC);  // for its owner alone
+    if (file_ >= 0) path_ = name;
   }
   ~Redirection() {
     std::error_code ignored;
-    if (!path_.empty()) fs::remove(path_, ignored);
+    if (path_.empty()) return;
+    ::close(file_);
+    fs::remove(path_, ignored);
   }
   Redirection(const Redirection&) = delete;
   Redirection& operator=(const Redirection&) = delete;
 
- private:
   // Whether a browser comes up is for the person to see: the address is printed all the same.
-  void open() {
+  void open(const std::string& address) {
+    const std::string text =
+        "<!doctype html><meta http-equiv=\"refresh\" content=\"0;url=" + address + "\">\n";
+    if (path_.empty() || ::write(file_, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+      return;
     std::string opener = "xdg-open";
     std::array<char*, 3> words = {opener.data(), path_.data(), nullptr};
     posix_spawn_file_actions_t actions;
@@ -131,7 +100,9 @@ class Redirection {
     posix_spawnattr_destroy(&attributes);
   }
 
+ private:
   std::string path_;
+  int file_ = -1;
 };
 
 bool on_a_desktop() {
@@ -169,14 +140,20 @@ live::ServerOptions server_options(const LiveCommand& given) {
 
 int show(const LiveCommand& given) {
   live::ServerOptions options = server_options(given);
+  std::optional<Redirection> redirection;
+  if (!given.no_open && on_a_desktop()) redirection.emplace();
+  Keeper keeper(options.file);
+  if (const std::optional<int> code = keeper.run()) return *code;
   hold_threads(options.renderer.threads);
-  const EndSignals signals;
+  options.keepsake = keeper.keepsake();
+  options.notice = keeper.story();
   live::Server server(std::move(options));
   const std::string address = server.start();
-  std::cout << address << std::endl;
-  std::optional<Redirection> redirection;
-  if (!given.no_open && on_a_desktop()) redirection.emplace(address);
-  const int signal = signals.wait();
+  if (keeper.story().empty()) {
+    std::cout << address << std::endl;
+    if (redirection) redirection->open(address);
+  }
+  const int signal = keeper.wait_for_end();
   redirection.reset();
   end_in_time(signal);
   return code_of(signal);

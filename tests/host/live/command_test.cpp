@@ -4,11 +4,14 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <nlohmann/json.hpp>
 #include <sys/wait.h>
 
 namespace {
@@ -21,44 +24,138 @@ constexpr const char* long_draw = R"({"format": {"width": 4096, "height": 2160},
   {"name": "soft", "type": "disc_blur", "inputs": "c", "knobs": {"radius": 900, "edges": "repeat"}},
   {"name": "out", "type": "write", "inputs": "soft", "knobs": {"file": "out/f.####.exr"}}]})";
 
-TEST(LiveCommand, EndsSoonWhateverIsUnderWay) {
-  for (const auto& [sent, code] : {std::pair(SIGINT, 130), {SIGTERM, 75}}) {
-    const int signal = sent;
-    const fs::path folder = support::new_folder();
-    support::write_bytes(folder / "shot.json", long_draw);
+constexpr const char* short_draw = R"({"format": {"width": 16, "height": 9}, "frames": "1-2", "nodes": [
+  {"name": "soft", "type": "constant", "knobs": {"color": [0.5, 0.2, 0.1, 1]}},
+  {"name": "out", "type": "write", "inputs": "soft", "knobs": {"file": "out/f.####.exr"}}]})";
+
+constexpr const char* wish = R"({"client": "c", "ahead": null, "wishes": [{"id": 1, "slot": "a", "version": 0,
+  "node": "soft", "frame": 1, "scale": 1, "area": "format", "pixels": "rgba8"}]})";
+
+// The command on a text, in a folder of its own.
+struct Running {
+  fs::path folder = support::new_folder();
+  FILE* pipe = nullptr;
+  pid_t process = 0;
+  int port = 0;
+  httplib::Headers headers;
+
+  explicit Running(const char* text) {
+    support::write_bytes(folder / "shot.json", text);
     const std::string line = "cd " + folder.string() +
                              "; echo $$; exec env -u DISPLAY " QUORVEL_PROGRAM
                              " live shot.json --gpu software 2>&1";
-    FILE* const pipe = popen(line.c_str(), "r");
-    pid_t process = 0;
-    int port = 0;
+    pipe = popen(line.c_str(), "r");
     std::array<char, 64> token{};
-    ASSERT_EQ(std::fscanf(pipe, "%d http://127.0.0.1:%d/#%63s", &process, &port, token.data()), 3);
+    EXPECT_EQ(std::fscanf(pipe, "%d http://127.0.0.1:%d/#%63s", &process, &port, token.data()), 3);
+    headers = {{"Authorization", std::string("Bearer ") + token.data()}};
+  }
+
+  // What serves behind the process that was started.
+  pid_t serving() const {
+    const std::string name = std::to_string(process);
+    pid_t found = 0;
+    std::ifstream("/proc/" + name + "/task/" + name + "/children") >> found;
+    EXPECT_GT(found, 0);
+    return found > 0 ? found : process;
+  }
+
+  // The answer, waited for where nobody listens meanwhile.
+  std::string get(const std::string& path) const {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < until) {
+      if (const auto came = httplib::Client("127.0.0.1", port).Get(path, headers)) return came->body;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return "nothing";
+  }
+
+  // Of an answer that does not end, what has come once this is in it.
+  std::string listen(const std::string& path, const std::string& wanted) const {
+    std::string came;
     httplib::Client client("127.0.0.1", port);
-    const httplib::Headers headers = {{"Authorization", std::string("Bearer ") + token.data()}};
-    const auto viewed = client.Post("/view", headers, R"({"client": "c", "ahead": null, "wishes": [{"id": 1,
-      "slot": "a", "version": 0, "node": "soft", "frame": 1, "scale": 1, "area": "format", "pixels": "rgba8"}]})",
-                                    "application/json");
+    client.set_read_timeout(60);
+    client.Get(path, headers, [&](const char* bytes, size_t n) {
+      came.append(bytes, n);
+      return came.find(wanted) == std::string::npos;
+    });
+    return came;
+  }
+
+  // Waits for the end: the status, and what was said.
+  std::pair<int, std::string> end() {
+    std::string said;
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) said += static_cast<char>(c);
+    return {pclose(pipe), said};
+  }
+};
+
+bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+TEST(LiveCommand, EndsSoonWhateverIsUnderWay) {
+  for (const auto& [sent, code] : {std::pair(SIGINT, 130), {SIGTERM, 75}}) {
+    const int signal = sent;
+    Running running(long_draw);
+    httplib::Client client("127.0.0.1", running.port);
+    const auto viewed = client.Post("/view", running.headers, wish, "application/json");
     ASSERT_TRUE(viewed && viewed->status == 204) << (viewed ? viewed->body : "");
-    const auto rendered = client.Post("/render", headers, R"({"frames": "1"})", "application/json");
+    const auto rendered = client.Post("/render", running.headers, R"({"frames": "1"})", "application/json");
     ASSERT_TRUE(rendered && rendered->status == 204) << (rendered ? rendered->body : "");
     const auto begin = std::chrono::steady_clock::now();
     // Until it ends, a stream with nothing on it; then the signal.
     std::string came;
-    const auto events = client.Get("/events?client=c", headers, [&](const char* bytes, size_t n) {
-      if (came.empty()) kill(process, signal);
+    const auto events = client.Get("/events?client=c", running.headers, [&](const char* bytes, size_t n) {
+      if (came.empty()) kill(running.process, signal);
       came.append(bytes, n);
       return true;
     });
-    std::string said;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) said += static_cast<char>(c);
-    const int status = pclose(pipe);
+    const auto [status, said] = running.end();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code) << status << said;
     // A second, and what a machine that has other things to do takes.
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
     EXPECT_NE(came.find("event: "), std::string::npos) << came;
     EXPECT_EQ(said.find_first_not_of('\n'), std::string::npos) << said;
   }
+}
+
+TEST(LiveCommand, ACrashBeforeAnyImageEndsIt) {
+  Running running(short_draw);
+  kill(running.serving(), SIGABRT);
+  const auto [status, said] = running.end();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << said;
+  EXPECT_TRUE(has(said, "quorvel: ") && has(said, "before it had given an image") && has(said, "signal 6"))
+      << said;
+  EXPECT_FALSE(fs::exists(running.folder / "shot.rescued.json"));
+}
+
+TEST(LiveCommand, ACrashAfterAnImageIsSurvivedOnce) {
+  Running running(short_draw);
+  httplib::Client client("127.0.0.1", running.port);
+  const auto change = [&](int base, const std::string& text) {
+    const nlohmann::json body = {{"base", base}, {"text", text}};
+    return client.Put("/composition", running.headers, body.dump(), "application/json");
+  };
+  const std::string first = std::string(short_draw) + "\n// first",
+                    second = std::string(short_draw) + "\n// second";
+  ASSERT_TRUE(client.Post("/view", running.headers, wish, "application/json"));
+  ASSERT_TRUE(has(running.listen("/frames?client=c", "QVF1"), "QVF1"));
+  ASSERT_TRUE(change(1, first));
+  kill(running.serving(), SIGABRT);
+  const auto went_on = nlohmann::json::parse(running.get("/composition"), nullptr, false);
+  EXPECT_EQ(went_on.value("version", 0), 2) << went_on;
+  EXPECT_EQ(went_on.value("text", ""), first);
+  EXPECT_FALSE(went_on.value("saved", true));
+  EXPECT_TRUE(has(running.listen("/events?client=c", "signal 6"), "event: notice\n"));
+  // An edit that is the next one's end before it has drawn: the text is not.
+  const auto changed = change(2, second);
+  ASSERT_TRUE(changed && changed->status == 200) << (changed ? changed->body : "");
+  kill(running.serving(), SIGABRT);
+  const auto [status, said] = running.end();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << said;
+  EXPECT_TRUE(has(said, "started again") && has(said, "shot.rescued.json")) << said;
+  EXPECT_EQ(support::bytes_of(running.folder / "shot.rescued.json"), second);
+  EXPECT_EQ(support::bytes_of(running.folder / "shot.json"), short_draw);
 }
 
 }  // namespace

@@ -110,7 +110,7 @@ function take_event(event: Event): void {
         state.render_state.value = event.data;
         break;
       case "notice":
-        state.notices.value = [...state.notices.value.slice(-99), event.data.text];
+        take_notice(event.data.text);
         break;
       case "device":
         device_lost.value = event.data.lost ? event.data.message || "The graphics driver is gone." : "";
@@ -130,6 +130,11 @@ effect(() => {
   last_drawn.value = told;
   state.node_states.value = new Map(told.nodes.map((node) => [node.name, node]));
 });
+
+// What a server says first is told again to each stream that is opened anew.
+function take_notice(text: string): void {
+  state.notices.value = [...state.notices.value.filter((each) => each !== text).slice(-99), text];
+}
 
 // What is in memory is told by node and scale; the timeline marks what play would show.
 const in_memory = signal<Events["cached"][]>([]);
