@@ -41,6 +41,11 @@ class FrameKeys {
     edited_.at(static_cast<size_t>(node)) = 1;
   }
 
+  // Files may have changed: the next frame asks every instance anew, also those that stay at their frame.
+  void look_again() {
+    schedule_ = nullptr;
+  }
+
   // Instances whose keys were worked out since the start.
   int64_t visited() const {
     return visited_;

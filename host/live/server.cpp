@@ -6,6 +6,7 @@
 
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <exception>
 #include <system_error>
 
@@ -31,6 +32,28 @@ std::string address_of(const ServerOptions& options) {
   const std::vector<std::string> names = names_of(options);
   const bool any = options.address == "0.0.0.0" || options.address == "::";
   return options.certificate.empty() ? names.front() : any ? names.back() : names.at(2);
+}
+
+// Files are written a few at a time.
+constexpr std::chrono::milliseconds gathered{300};
+
+// What a composition reads: files and frame patterns, in full.
+std::vector<std::filesystem::path> files_read(const shot::Composition& composition) {
+  node::Project project;
+  project.folder = composition.folder.string();
+  std::vector<std::filesystem::path> files;
+  for (const node::Node& each : composition.nodes) {
+    if (each.type->writes_files) continue;
+    for (size_t at = 0; at < each.knobs.size(); ++at) {
+      if (each.type->knobs[at].kind != node::KnobKind::file || each.knobs[at].text.empty()) continue;
+      try {
+        files.emplace_back(node::resolved_path(project, each.knobs[at].text));
+      } catch (const std::runtime_error&) {
+        continue;  // whoever draws it is told
+      }
+    }
+  }
+  return files;
 }
 
 template <class Number>
@@ -76,8 +99,10 @@ Server::State::State(ServerOptions given)
   lasting["computing"] = dumped({{"paused", false}});
   lasting["device"] = dumped({{"lost", false}, {"message", ""}});
   if (!options.notice.empty()) lasting["notice"] = dumped({{"text", options.notice}});
+  read_watch.emplace([this] { look_at_read(); }, gathered);
   announce();
-  watch.emplace(options.file, [this] { look_at_file(); });
+  watch.emplace([this] { look_at_file(); });
+  watch->follow({options.file});
   for (const PageFile& file : page_files()) {
     http->page(file.path == "/" ? "/" : std::string(file.path), [&file](const http::Request&) {
       http::Reply page{200, std::string(file.gzip), std::string(file.type), {{"Content-Encoding", "gzip"}}};
@@ -95,6 +120,7 @@ Server::State::~State() {
   clients.end_all();
   http.reset();
   watch.reset();
+  read_watch.reset();
   render.reset();
 }
 
@@ -109,7 +135,10 @@ void Server::State::tell_all(const std::string& name, const std::string& key, co
 
 Document::State Server::State::announce() {
   Document::State now = document.now();
-  if (now.version != announced) session->set_composition(now.version, now.composition);
+  if (now.version != announced) {
+    session->set_composition(now.version, now.composition);
+    read_watch->follow(files_read(*now.composition));
+  }
   announced = now.version;
   if (options.keepsake) options.keepsake->keep(document.kept());
   tell_all("document", "", info_json(now, path));
@@ -122,6 +151,12 @@ void Server::State::look_at_file() {
   const std::string why = document.look();
   announce();
   if (!why.empty()) notice("The file has changed, and cannot be used: " + why);
+}
+
+// Told to those who are here: whoever comes asks anyway.
+void Server::State::look_at_read() {
+  session->look_again();
+  clients.tell_all("files", "", "{}");
 }
 
 Document::CompositionPtr Server::State::composition(int64_t version) const {

@@ -60,6 +60,7 @@ struct Server::State final : session::Listener {
   // Hands the document's newest version on and tells of it; under `changing`.
   Document::State announce();
   void look_at_file();
+  void look_at_read();  // files that the composition reads have changed
 
   // Of a version, 0 for the newest. Throws http::Error 404.
   Document::CompositionPtr composition(int64_t version) const;
@@ -77,8 +78,9 @@ struct Server::State final : session::Listener {
   std::map<std::string, std::string> lasting;  // by name, the events that whoever comes is told first
   std::optional<RenderJob> render;
   std::optional<session::Session> session;
-  std::optional<FileWatch> watch;
-  std::optional<http::Server> http;  // ends first
+  std::optional<FileWatch> watch;       // of the composition
+  std::optional<FileWatch> read_watch;  // of what it reads
+  std::optional<http::Server> http;     // ends first
 };
 
 // A request's parts, as numbers. Throw http::Error 400.

@@ -133,6 +133,16 @@ void Viewing::prefer(const std::vector<int64_t>& nearest_first, size_t kept) {
   renderer_.store.end_touch(keys);
 }
 
+void Viewing::look_again() {
+  const auto look = [](const SubjectPtr& subject) {
+    if (!subject) return;
+    subject->single_keys.look_again();
+    subject->later_keys.look_again();
+  };
+  look(renderer_.subject);
+  std::for_each(renderer_.scaled.begin(), renderer_.scaled.end(), look);
+}
+
 frame::FrameGraph Viewing::graph(const draw::ImageRequest& request, int64_t frame) {
   const SubjectPtr& subject = renderer_.at_scale(request.scale);
   return frame::frame_graph(subject->composition, {request.node}, frame, subject->project);

@@ -57,6 +57,9 @@ class Viewing {
   // that is not among them. The first `kept` are pinned until the next image is shown.
   void prefer(const std::vector<int64_t>& nearest_first, size_t kept);
 
+  // Files may have changed: asks the system about those of the next image, wherever that was asked before.
+  void look_again();
+
   // What an image is made of. Throws FrameError.
   frame::FrameGraph graph(const draw::ImageRequest& request, int64_t frame);
 

@@ -108,6 +108,16 @@ void Session::wish(const std::string& client, std::vector<Wish> wishes, const st
   state.wake();
 }
 
+void Session::look_again() {
+  State& state = *state_;
+  const std::lock_guard lock(state.mutex);
+  state.look_anew = true;
+  ++state.looks;
+  if (state.hand == State::Hand::ahead) state.stop = true;
+  state.change_ahead();
+  state.wake();
+}
+
 void Session::leave(const std::string& client) {
   State& state = *state_;
   const std::lock_guard lock(state.mutex);
@@ -141,7 +151,7 @@ draw::FrameImage Session::floats(int64_t version, const std::string& node, int64
     const int64_t number = version == 0 ? state->newest : version;
     subject = subject_of(state->composition(number), number, node);
     key = {subject.version, subject.node, frame, area};
-    if (const auto kept = state->kept.find(key)) return *kept;
+    if (const auto kept = state->kept.find(key); kept && !state->look_anew) return *kept;
   }
   const auto image = std::make_shared<draw::FrameImage>();
   const auto step = [state, subject, key, image](Device& device) {

@@ -122,6 +122,10 @@ class Session {
   // scrubbing shows every frame it can. Ids that were answered are not answered again.
   void wish(const std::string& client, std::vector<Wish> wishes, const std::optional<Ahead>& ahead);
 
+  // Files that are read have changed. What is asked for from now on is made of them as they are now, and
+  // frames ahead are looked at again.
+  void look_again();
+
   // The client is gone; nothing more is told to it.
   void leave(const std::string& client);
 

@@ -78,6 +78,8 @@ struct Session::State : std::enable_shared_from_this<Session::State> {
   std::deque<QuestionPtr> questions;
   std::vector<std::string> places_left;
   KeptImages kept;
+  uint64_t looks = 0;      // how often files have changed
+  bool look_anew = false;  // which has not been heeded yet
   bool paused = false;
   bool posted = false;   // a unit of work is queued, or under way and not the last
   bool working = false;  // one is under way, or tells what came of it
@@ -113,6 +115,7 @@ struct Session::State : std::enable_shared_from_this<Session::State> {
     std::optional<Wishes::Job> job;
     CompositionPtr composition;
     int64_t version = 0;
+    uint64_t looks = 0;
     bool paused = false;
     QuestionPtr question;
     std::optional<AheadTask> ahead;

@@ -69,8 +69,14 @@ std::optional<Session::State::Task> Session::State::next() {
   for (const std::string& place : std::exchange(places_left, {})) {
     if (device.viewing()) device.viewing()->leave(place);
   }
+  if (std::exchange(look_anew, false)) {
+    kept.clear();
+    ahead_work = AheadWork();
+    if (device.viewing()) device.viewing()->look_again();
+  }
   stop = false;
   task.paused = paused;
+  task.looks = looks;
   if ((task.job = wishes.take(newest, Wishes::Clock::now()))) {
     hand = Hand::wish;
     task.version = task.job->wish.version == 0 ? newest : task.job->wish.version;
@@ -151,7 +157,7 @@ void Session::State::show(const Task& task, int node) {
     const std::lock_guard lock(mutex);
     kept.clear();
   }
-  const auto done = [self = shared_from_this(), job, node, version = task.version](
+  const auto done = [self = shared_from_this(), job, node, version = task.version, looks = task.looks](
                         draw::FrameImage image, render::Taken taken, const std::string& error) {
     Drawn drawn;
     drawn.wish = job.wish;
@@ -166,7 +172,8 @@ void Session::State::show(const Task& task, int node) {
     if (error.empty()) {
       const std::lock_guard lock(self->mutex);
       self->drew = true;
-      if (job.wish.scale == 1) self->kept.add({version, node, job.wish.frame, job.wish.area}, drawn.image);
+      if (job.wish.scale == 1 && looks == self->looks)
+        self->kept.add({version, node, job.wish.frame, job.wish.area}, drawn.image);
     }
     self->tell(job, std::move(drawn));
     self->outbox.send();

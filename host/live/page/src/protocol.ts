@@ -105,6 +105,7 @@ export interface RenderState {
 export interface Events {
   document: DocumentInfo; // a new version, whoever made it
   disk: { changed: boolean }; // the file is another one than the document was read from or saved to
+  files: Record<string, never>; // some that the composition reads have changed
   nodes: { version: number; frame: number; node: string; scale: number; nodes: NodeState[] };
   cached: { version: number; node: string; scale: number; frames: Box1[] };
   memory: { held: number; budget: number };

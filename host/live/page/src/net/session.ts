@@ -5,7 +5,7 @@ import * as state from "../state";
 import { ApiError, ask, get } from "./api";
 import { type Event, read_events } from "./events";
 import { read_frames } from "./frames";
-import { came, client, forget_wishes, moving_scale, shown_node } from "./wishes";
+import { came, client, forget_wishes, look_again, moving_scale, shown_node } from "./wishes";
 
 // Why the page cannot go on: the server knows another token, or takes no requests from here.
 export const refusal = signal("");
@@ -96,6 +96,9 @@ function take_event(event: Event): void {
         break;
       case "disk":
         state.disk_changed.value = event.data.changed;
+        break;
+      case "files":
+        look_again();
         break;
       case "nodes":
         told_nodes.value = event.data;

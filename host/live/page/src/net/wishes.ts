@@ -30,6 +30,7 @@ let newest: Record<Slot, Look | null> = { a: null, b: null }; // that came
 let begun: Wish | null = null; // that the server is at, as far as the page knows
 let begun_at = 0;
 let resting = false;
+let again = false; // the whole image alone: what is shown is not to turn coarse
 let queue: PlayQueue | null = null;
 let direction: 1 | -1 = 1;
 
@@ -87,7 +88,8 @@ function wish(want: Look): Wish {
 
 function still_wishes(): Wish[] {
   const frame = state.playhead.value;
-  const wanted = (resting ? [false, true] : [false]).flatMap((full) => slots().map((slot) => look(slot, frame, full)));
+  const sizes = !resting ? [false] : again ? [true] : [false, true];
+  const wanted = sizes.flatMap((full) => slots().map((slot) => look(slot, frame, full)));
   return [...unfinished(frame), ...missing(wanted)];
 }
 
@@ -150,6 +152,7 @@ function make_wishes(): void {
     if (subject !== now_subject) {
       subject = now_subject;
       resting = false;
+      again = false;
       clearTimeout(timer);
       timer = window.setTimeout(rest, scrubbing.peek() || state.dragging.peek() ? rest_in_hand : rest_after);
     }
@@ -232,6 +235,15 @@ export function forget_wishes(): void {
   queue = null;
   subject = "";
   sent = "";
+}
+
+// What is looked at is asked for anew, and stays on the screen until that comes.
+export function look_again(): void {
+  asked = new Map();
+  newest = { a: null, b: null };
+  queue = null;
+  again = resting;
+  make_wishes();
 }
 
 // An image of the stream. Late ones of an older list are shown as long as nothing newer came, so that a
