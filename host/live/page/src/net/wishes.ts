@@ -172,8 +172,10 @@ function request(wishes: Wish[]): ViewRequest {
   const first = range[0];
   const last = range.at(-1);
   const frame = untracked(() => state.playhead.value);
+  // What is computed ahead of a knob in movement is thrown away by its next step.
+  const moved = state.dragging.value && !resting;
   const ahead =
-    state.paused.value || first === undefined || last === undefined
+    state.paused.value || moved || first === undefined || last === undefined
       ? null
       : { node: shown_node(), scale: moving_scale(), first, last, frame, direction };
   return { client, wishes, ahead };
