@@ -85,7 +85,7 @@ std::optional<int> Keeper::run() {
     start();
     if (serving_ == 0) return std::nullopt;
     const int status = wait();
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFEXITED(status)) return left_with(WEXITSTATUS(status));
     if (asked_ != 0) return code_of(asked_);
     const int signal = WTERMSIG(status);
     if (!is_crash(signal)) give_up("what serves the page was ended (" + named(signal) + ")");
@@ -134,16 +134,28 @@ int Keeper::wait() {
   }
 }
 
+// The code, of an end that has said why.
+int Keeper::left_with(int code) const {
+  const bool meant = asked_ != 0 || code == exit_put_back || code == exit_interrupted;
+  const std::string where = meant ? "" : rescued();
+  if (!where.empty()) std::cerr << "quorvel: " + where + "\n" << std::flush;
+  return code;
+}
+
 void Keeper::give_up(const std::string& why) const {
+  const std::string where = rescued();
+  throw std::runtime_error(where.empty() ? why : why + "; " + where);
+}
+
+// Puts what was not saved into a file, and says so; "" where all was saved.
+std::string Keeper::rescued() const {
   const auto left = keepsake_->document();
-  if (!left || left->text == left->known) throw std::runtime_error(why);
-  std::string where;
+  if (!left || left->text == left->known) return "";
   try {
-    where = "; what was not saved is in " + rescue(composition_, left->text).string();
+    return "what was not saved is in " + rescue(composition_, left->text).string();
   } catch (const std::exception& error) {
-    where = std::string("; what was not saved is lost: ") + error.what();
+    return std::string("what was not saved is lost: ") + error.what();
   }
-  throw std::runtime_error(why + where);
 }
 
 }  // namespace host::cli

@@ -25,8 +25,8 @@ class Keeper {
 
   // Returns nothing in each process that is to serve, and in the one in front the code to leave with once
   // that is over. The first signal to end is handed on, the second ends what serves at once. Throws
-  // std::runtime_error with the signal where nobody is started any more; what was not saved is then in a file
-  // beside the composition.
+  // std::runtime_error with the signal where nobody is started any more. After an end that nobody asked for,
+  // what was not saved is in a file beside the composition.
   std::optional<int> run();
 
   // What follows is for the process that serves.
@@ -45,7 +45,9 @@ class Keeper {
  private:
   void start();
   int wait();
+  int left_with(int code) const;
   [[noreturn]] void give_up(const std::string& why) const;
+  std::string rescued() const;
 
   const std::filesystem::path composition_;
   const std::shared_ptr<live::Keepsake> keepsake_;

@@ -42,7 +42,7 @@ test("after a crash the page shows the same, with every edit that was not saved"
     const frame = Number(value) * 10;
     await page.getByLabel("Frame", { exact: true }).fill(String(frame));
     await page.keyboard.press("Enter");
-    await shown(page, { frame });
+    await shown(page, { frame, full: false });
     await page.getByLabel("Frame", { exact: true }).fill("1");
     await page.keyboard.press("Enter");
     assert.equal(await shown(page, { frame: 1 }), version);

@@ -1,8 +1,10 @@
+#include "host/live/keepsake.h"
 #include "tests/support/files.h"
 
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -12,7 +14,9 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <nlohmann/json.hpp>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -30,6 +34,10 @@ constexpr const char* short_draw = R"({"format": {"width": 16, "height": 9}, "fr
 
 constexpr const char* wish = R"({"client": "c", "ahead": null, "wishes": [{"id": 1, "slot": "a", "version": 0,
   "node": "soft", "frame": 1, "scale": 1, "area": "format", "pixels": "rgba8"}]})";
+
+bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
 
 // The command on a text, in a folder of its own.
 struct Running {
@@ -81,6 +89,19 @@ struct Running {
     return came;
   }
 
+  void draw() const {
+    httplib::Client("127.0.0.1", port).Post("/view", headers, wish, "application/json");
+    EXPECT_TRUE(has(listen("/frames?client=c", "QVF1"), "QVF1"));
+  }
+
+  bool change(int base, const std::string& text) const {
+    const nlohmann::json body = {{"base", base}, {"text", text}};
+    const auto changed =
+        httplib::Client("127.0.0.1", port).Put("/composition", headers, body.dump(), "application/json");
+    EXPECT_TRUE(changed && changed->status == 200) << (changed ? changed->body : "no answer");
+    return changed && changed->status == 200;
+  }
+
   // Waits for the end: the status, and what was said.
   std::pair<int, std::string> end() {
     std::string said;
@@ -88,10 +109,6 @@ struct Running {
     return {pclose(pipe), said};
   }
 };
-
-bool has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 TEST(LiveCommand, EndsSoonWhateverIsUnderWay) {
   for (const auto& [sent, code] : {std::pair(SIGINT, 130), {SIGTERM, 75}}) {
@@ -131,16 +148,10 @@ TEST(LiveCommand, ACrashBeforeAnyImageEndsIt) {
 
 TEST(LiveCommand, ACrashAfterAnImageIsSurvivedOnce) {
   Running running(short_draw);
-  httplib::Client client("127.0.0.1", running.port);
-  const auto change = [&](int base, const std::string& text) {
-    const nlohmann::json body = {{"base", base}, {"text", text}};
-    return client.Put("/composition", running.headers, body.dump(), "application/json");
-  };
   const std::string first = std::string(short_draw) + "\n// first",
                     second = std::string(short_draw) + "\n// second";
-  ASSERT_TRUE(client.Post("/view", running.headers, wish, "application/json"));
-  ASSERT_TRUE(has(running.listen("/frames?client=c", "QVF1"), "QVF1"));
-  ASSERT_TRUE(change(1, first));
+  running.draw();
+  ASSERT_TRUE(running.change(1, first));
   kill(running.serving(), SIGABRT);
   const auto went_on = nlohmann::json::parse(running.get("/composition"), nullptr, false);
   EXPECT_EQ(went_on.value("version", 0), 2) << went_on;
@@ -148,14 +159,63 @@ TEST(LiveCommand, ACrashAfterAnImageIsSurvivedOnce) {
   EXPECT_FALSE(went_on.value("saved", true));
   EXPECT_TRUE(has(running.listen("/events?client=c", "signal 6"), "event: notice\n"));
   // An edit that is the next one's end before it has drawn: the text is not.
-  const auto changed = change(2, second);
-  ASSERT_TRUE(changed && changed->status == 200) << (changed ? changed->body : "");
+  ASSERT_TRUE(running.change(2, second));
   kill(running.serving(), SIGABRT);
   const auto [status, said] = running.end();
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << said;
   EXPECT_TRUE(has(said, "started again") && has(said, "shot.rescued.json")) << said;
   EXPECT_EQ(support::bytes_of(running.folder / "shot.rescued.json"), second);
   EXPECT_EQ(support::bytes_of(running.folder / "shot.json"), short_draw);
+}
+
+// Whoever comes after a crash finds the port taken.
+TEST(LiveCommand, WhatWasNotSavedIsInAFileHoweverItEnds) {
+  Running running(short_draw);
+  running.draw();
+  const std::string text = std::string(short_draw) + "\n// unsaved";
+  ASSERT_TRUE(running.change(1, text));
+  const pid_t serving = running.serving();
+  kill(running.process, SIGSTOP);
+  kill(serving, SIGABRT);
+  httplib::Server other;
+  other.set_socket_options([](socket_t socket) {
+    const int yes = 1;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!other.bind_to_port("127.0.0.1", running.port) && std::chrono::steady_clock::now() < until)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  kill(running.process, SIGCONT);
+  const auto [status, said] = running.end();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << said;
+  EXPECT_TRUE(has(said, "cannot listen") && has(said, "shot.rescued.json")) << said;
+  EXPECT_EQ(support::bytes_of(running.folder / "shot.rescued.json"), text);
+}
+
+// Killed at any time, also in the middle of writing.
+TEST(Keepsake, IsWholeWhateverHasEndedWhoeverWritesIt) {
+  using host::live::Document;
+  host::live::Keepsake keepsake;
+  const auto made = [](int64_t version) {
+    const std::string text(static_cast<size_t>(500'000 + version % 7 * 100'000),
+                           static_cast<char>('a' + version % 26));
+    return Document::Kept{version, text, text.substr(static_cast<size_t>(version % 1000))};
+  };
+  int64_t last = 0;
+  for (int round = 0; round < 40; ++round) {
+    const pid_t writer = fork();
+    if (writer == 0) {
+      for (int64_t version = last + 1;; ++version) keepsake.keep(made(version));
+    }
+    while (!keepsake.document() || keepsake.document()->version < last + 1 + round % 3) {
+    }
+    kill(writer, SIGKILL);
+    waitpid(writer, nullptr, 0);
+    const Document::Kept kept = *keepsake.document();
+    const Document::Kept wanted = made(kept.version);
+    ASSERT_TRUE(kept.text == wanted.text && kept.known == wanted.known) << "version " << kept.version;
+    last = kept.version;
+  }
 }
 
 }  // namespace
