@@ -16,6 +16,7 @@
 QUORVEL_PAGE_FILE(index, "index.html.gz")
 QUORVEL_PAGE_FILE(script, "page.js.gz")
 QUORVEL_PAGE_FILE(style, "page.css.gz")
+QUORVEL_PAGE_FILE(arranger, "arranger.js.gz")
 
 namespace host::live {
 namespace {
@@ -31,6 +32,8 @@ std::span<const PageFile> page_files() {
       PageFile{"/", "text/html; charset=utf-8", between(quorvel_index, quorvel_index_end)},
       PageFile{"/page.js", "text/javascript; charset=utf-8", between(quorvel_script, quorvel_script_end)},
       PageFile{"/page.css", "text/css; charset=utf-8", between(quorvel_style, quorvel_style_end)},
+      PageFile{"/arranger.js", "text/javascript; charset=utf-8",
+               between(quorvel_arranger, quorvel_arranger_end)},
   };
   return files;
 }

@@ -12,9 +12,8 @@ const root = join(dirname(fileURLToPath(import.meta.url)), "../..");
 const { chromium } = createRequire(join(root, "host/live/page/package.json"))("playwright-core");
 const build = resolve(process.env.QUORVEL_BUILD ?? join(root, "build/release"));
 export const program = join(build, "host/quorvel");
-const width = 960;
 process.once("SIGTERM", () => process.exit(1)); // so that no server stays behind
-const height = 540;
+const format = { width: 960, height: 540 }; // of the example
 
 // Painted once; every test reads the same.
 function plates() {
@@ -60,7 +59,7 @@ export async function start_server(file, options = []) {
 }
 
 // Everything that a test needs, which ends with it. `change` makes another composition of the example's text.
-export async function open_page(t, { change = (text) => text, options = [], view = {} } = {}) {
+export async function open_page(t, { change = (text) => text, options = [], view = {}, prepare = () => undefined } = {}) {
   const folder = mkdtempSync(join(tmpdir(), "quorvel-live-test-"));
   symlinkSync(plates(), join(folder, "plates"));
   const file = join(folder, "shot.json");
@@ -81,6 +80,7 @@ export async function open_page(t, { change = (text) => text, options = [], view
     rmSync(folder, { recursive: true, force: true });
   });
   await serve_built(context);
+  await prepare(page, context);
   await page.goto(server.url);
   return { page, browser, server, folder, file, faults };
 }
@@ -89,9 +89,10 @@ export async function open_page(t, { change = (text) => text, options = [], view
 async function serve_built(context) {
   const folder = process.env.QUORVEL_PAGE;
   if (!folder) return;
-  const types = { "page.js": "text/javascript", "page.css": "text/css" };
-  for (const [name, contentType] of Object.entries(types))
-    await context.route(`**/${name}`, (route) => route.fulfill({ contentType, body: gunzipSync(readFileSync(join(folder, `${name}.gz`))) }));
+  const scripts = { contentType: "text/javascript", headers: { "Cross-Origin-Embedder-Policy": "require-corp" } };
+  const kinds = { "page.js": scripts, "arranger.js": scripts, "page.css": { contentType: "text/css" } };
+  for (const [name, kind] of Object.entries(kinds))
+    await context.route(`**/${name}`, (route) => route.fulfill({ ...kind, body: gunzipSync(readFileSync(join(folder, `${name}.gz`))) }));
 }
 
 // Waits until the viewer shows an image that fits; `full`: with all its pixels and precision.
@@ -123,7 +124,7 @@ export async function probe(page, across, down) {
 }
 
 // The frame as `quorvel render` writes it: its floats at a pixel, y up.
-export function rendered(file, frame, options = []) {
+export function rendered(file, frame, options = [], { width, height } = format) {
   const folder = mkdtempSync(join(tmpdir(), "quorvel-live-render-"));
   try {
     const whole = join(folder, "frame.exr");

@@ -1,4 +1,4 @@
-// Bundles the page: dist/{index.html,page.js,page.css}.gz, which the program embeds.
+// Bundles the page: dist/{index.html,page.js,page.css,arranger.js}.gz, which the program embeds.
 // usage: node build.mjs [--out DIR] [--check]   --check writes nothing and fails where DIR holds anything else
 import { mkdirSync, readFileSync, writeFileSync } from "node:fs";
 import { dirname, join } from "node:path";
@@ -13,7 +13,7 @@ const out = options.includes("--out") ? options[options.indexOf("--out") + 1] : 
 
 const bundle = await build({
   absWorkingDir: here,
-  entryPoints: { page: "src/main.tsx" },
+  entryPoints: { page: "src/main.tsx", arranger: "src/graph/arranger.ts" },
   outdir: "unused",
   write: false,
   bundle: true,

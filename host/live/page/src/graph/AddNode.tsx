@@ -1,6 +1,6 @@
 import { useSignal } from "@preact/signals";
 import { Fragment } from "preact";
-import { useEffect, useRef } from "preact/hooks";
+import { useEffect, useLayoutEffect, useRef } from "preact/hooks";
 import { add_node } from "../document/actions";
 import { score } from "../palette/fuzzy";
 import type { NodeType } from "../protocol";
@@ -30,7 +30,8 @@ export function AddNode() {
   const at = useSignal(0);
   const field = useRef<HTMLInputElement>(null);
   const list = useRef<HTMLUListElement>(null);
-  useEffect(() => field.current?.focus(), []);
+  // At once, so that what is typed right behind the key goes here.
+  useLayoutEffect(() => field.current?.focus(), []);
   useEffect(() => list.current?.querySelector("[aria-selected=true]")?.scrollIntoView({ block: "nearest" }));
 
   const types = found_types(letters.value);

@@ -1,6 +1,7 @@
 import { memo } from "preact/compat";
 import type { Model } from "../document/model";
-import { type Edge, edge_path, type Layout, node_height, type Point, port_of } from "./layout";
+import { type Edge, type Layout, node_height, type Point } from "./boxes";
+import { edge_path, port_of } from "./layout";
 import { wire } from "./wiring";
 
 function ends(edge: Edge, model: Model, layout: Layout): [Point, Point] | null {

@@ -10,10 +10,11 @@ import { Edges, LooseEdge } from "./Edges";
 import { GraphBar } from "./GraphBar";
 import { grab, turn_wheel } from "./gestures";
 import { walk } from "./keyboard";
-import { layout } from "./layout";
+import { arranging, layout } from "./layout";
 import { Messages } from "./Messages";
 import { NodeBox } from "./NodeBox";
 import { adding, matches, search_text, shown_name } from "./pick";
+import "./steady";
 import { wire } from "./wiring";
 
 export function Graph() {
@@ -40,6 +41,7 @@ export function Graph() {
         data-graph
         tabindex={0}
         role="listbox"
+        aria-busy={arranging.value}
         aria-label="Nodes. Arrows go along the edges, Enter shows a node."
         aria-activedescendant={selected_node.value ? `graph-node-${selected_node.value}` : undefined}
         onPointerDown={grab}

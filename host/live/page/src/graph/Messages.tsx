@@ -1,4 +1,5 @@
-import { layout, node_height, node_width } from "./layout";
+import { node_height, node_width } from "./boxes";
+import { layout } from "./layout";
 import { messages } from "./states";
 
 const width = 190;

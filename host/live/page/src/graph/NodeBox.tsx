@@ -2,8 +2,9 @@ import { useComputed } from "@preact/signals";
 import { memo } from "preact/compat";
 import type { NodeText } from "../document/model";
 import { catalogue } from "../state";
+import { node_height, node_width, type Point } from "./boxes";
 import { family_hue } from "./families";
-import { node_height, node_width, type Point, port_at } from "./layout";
+import { port_at } from "./layout";
 import { messages, milliseconds, octets, states } from "./states";
 import { wire } from "./wiring";
 

@@ -1,5 +1,6 @@
 import { computed, signal } from "@preact/signals";
-import { layout, node_height, node_width, type Point } from "./layout";
+import { node_height, node_width, type Point } from "./boxes";
+import { layout } from "./layout";
 
 // What part of the graph is seen. x and y are where the graph's origin stands in the panel.
 export const camera = signal({ x: 0, y: 0, scale: 1 });

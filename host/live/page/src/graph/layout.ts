@@ -1,58 +1,51 @@
-import { graphlib, layout as place } from "@dagrejs/dagre";
-import { computed } from "@preact/signals";
+import { computed, effect, signal, untracked } from "@preact/signals";
 import { model } from "../document/document";
 import type { NodeText } from "../document/model";
-
-export const node_width = 124;
-export const node_height = 34;
-
-export interface Point {
-  x: number;
-  y: number;
-}
-
-export interface Edge {
-  from: string;
-  to: string;
-  input: number; // its place among the reader's links
-  between: Point[]; // where it passes by other nodes
-}
-
-export interface Layout {
-  places: Map<string, Point>; // of the node's middle
-  edges: Edge[];
-  width: number;
-  height: number;
-}
+import { notices } from "../state";
+import { type Layout, node_height, node_width, type Point, type Topology } from "./boxes";
+import { meanwhile } from "./meanwhile";
 
 // What the layout depends on: a knob that moves leaves all nodes where they are.
 const topology = computed(() =>
   JSON.stringify(model.value.nodes.map((node) => [node.name, node.links.map((link) => link.from)])),
 );
 
-export const layout = computed((): Layout => make_layout(JSON.parse(topology.value) as [string, string[]][]));
+// The last that was made.
+const arranged = signal({ topology: "[]", layout: { places: new Map(), edges: [], width: 0, height: 0 } as Layout });
 
-export function make_layout(nodes: [string, string[]][]): Layout {
-  const graph = new graphlib.Graph({ multigraph: true });
-  graph.setGraph({ rankdir: "TB", nodesep: 16, ranksep: 19, edgesep: 10 });
-  const names = new Set(nodes.map(([name]) => name));
-  for (const [name] of nodes) graph.setNode(name, { width: node_width, height: node_height });
-  const edges: Edge[] = [];
-  for (const [to, links] of nodes)
-    links.forEach((from, input) => {
-      if (!names.has(from)) return;
-      graph.setEdge(from, to, {}, String(input));
-      edges.push({ from, to, input, between: [] });
-    });
-  place(graph);
-  for (const edge of edges) {
-    const points: Point[] = graph.edge(edge.from, edge.to, String(edge.input)).points ?? [];
-    edge.between = points.slice(1, -1).filter((_, i, all) => all.length > 1 || i > 0);
-  }
-  const label = graph.graph();
-  const places = new Map(nodes.map(([name]): [string, Point] => [name, { x: graph.node(name).x, y: graph.node(name).y }]));
-  return { places, edges, width: label.width ?? 0, height: label.height ?? 0 };
+// What is shown is not arranged yet.
+export const arranging = computed(() => topology.value !== arranged.value.topology);
+
+export const layout = computed((): Layout => {
+  const { topology: before, layout: old } = arranged.value;
+  const now = topology.value;
+  if (now === before || old.places.size === 0) return old;
+  return meanwhile(JSON.parse(now) as Topology, JSON.parse(before) as Topology, old);
+});
+
+const arranger = new Worker("arranger.js", { type: "module" });
+let asked: string | null = null; // what it works on; a newer one waits until it is done
+
+function ask(): void {
+  if (!arranging.value || asked !== null) return;
+  asked = topology.value;
+  arranger.postMessage(JSON.parse(asked));
 }
+
+arranger.onmessage = (event: MessageEvent<Layout>) => {
+  const made = asked ?? "";
+  asked = null;
+  arranged.value = { topology: made, layout: event.data };
+  ask();
+};
+arranger.onerror = (event) => {
+  asked = null;
+  notices.value = [...notices.value, `The graph's nodes cannot be arranged: ${event.message || "arranger.js does not run"}`];
+};
+effect(() => {
+  topology.value;
+  untracked(ask);
+});
 
 // Of an input on the upper edge of its node, from the node's middle.
 export function port_at(input: number, count: number): Point {

@@ -2,7 +2,8 @@ import { signal } from "@preact/signals";
 import { connect, disconnect, reconnect } from "../document/actions";
 import { model } from "../document/document";
 import { reaches } from "../document/edits";
-import { layout, node_height, node_width, type Point, port_of } from "./layout";
+import { node_height, node_width, type Point } from "./boxes";
+import { layout, port_of } from "./layout";
 
 // An edge that is in somebody's hand: one end is fast, the other follows the pointer.
 export interface Wire {

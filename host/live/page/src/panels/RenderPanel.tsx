@@ -1,11 +1,12 @@
 import { useEffect, useState } from "preact/hooks";
 import { info, render_state } from "../state";
-import { command_line, type Existing, existing, render_frames, say, start_render, stop_render } from "./render";
+import { command_line, type Existing, existing, render_frames, render_refusal, say, start_render, stop_render } from "./render";
 
 const words = { idle: "", running: "rendering", done: "done", failed: "failed", stopped: "stopped" };
 
 export function RenderPanel() {
   const { state, done, total, message } = render_state.value;
+  const wrong = render_refusal.value || (state === "failed" ? message : "");
   const running = state === "running";
   const all = info.value?.frames ?? [];
   const range = all.length > 1 ? `${all[0]}-${all.at(-1)}` : String(all[0] ?? "");
@@ -43,9 +44,10 @@ export function RenderPanel() {
         </label>
         <button type="submit">{running ? "Stop" : "Render"}</button>
         <progress aria-label="Frames rendered" max={Math.max(1, total)} value={done} />
-        <output class="mono">{state === "idle" ? "" : `${done} / ${total} ${words[state]}`}</output>
+        <output class="mono">{render_refusal.value === "" && state !== "idle" && `${total > 0 ? `${done} / ${total} ` : ""}${words[state]}`}</output>
       </form>
-      {message !== "" && <p class={state === "failed" ? "mono error" : "mono dim"}>{message}</p>}
+      <div role="alert">{wrong !== "" && <p class="mono error">{wrong}</p>}</div>
+      {wrong === "" && message !== "" && <p class="mono dim">{message}</p>}
       <CommandLine />
     </div>
   );
@@ -63,7 +65,7 @@ function CommandLine() {
   return (
     <div class="command-line">
       <span class="dim">The saved file, from a shell:</span>
-      <code>{command}</code>
+      {command !== "" && <code>{command}</code>}
       <button disabled={command === ""} onClick={() => void copy()}>
         {copied === command && copied !== "" ? "Copied" : "Copy"}
       </button>

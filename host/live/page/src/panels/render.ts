@@ -9,16 +9,24 @@ export const render_frames = signal(""); // as `quorvel render -f` takes them; "
 export type Existing = "" | "overwrite" | "skip-existing" | "skip-current";
 export const existing = signal<Existing>("skip-current");
 
+// Why the last one was not even begun; "": it was.
+export const render_refusal = signal("");
+
+function said(error: unknown): string {
+  return error instanceof Error ? error.message : String(error);
+}
+
 export function say(error: unknown): void {
-  notices.value = [...notices.value, error instanceof Error ? error.message : String(error)];
+  notices.value = [...notices.value, said(error)];
 }
 
 export async function start_render(): Promise<void> {
   dock.value = "render";
+  render_refusal.value = "";
   try {
     await post("/render", { frames: render_frames.value.trim(), existing: existing.value });
   } catch (error) {
-    say(error);
+    render_refusal.value = said(error);
   }
 }
 
