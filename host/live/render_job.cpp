@@ -113,6 +113,15 @@ pid_t spawn(const std::filesystem::path& program, const std::vector<std::string>
   return process;
 }
 
+// Who sees the page gave no standard input, from which the process read the text.
+std::string for_the_page(std::string text) {
+  constexpr std::string_view source = "standard input: ";
+  for (size_t at = text.find(source); at != std::string::npos; at = text.find(source, at))
+    text.erase(at, source.size());
+  const size_t first = text.find_first_not_of(" \n");
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \n") + 1 - first);
+}
+
 // Takes one line of progress in.
 void take_line(const std::string& line, RenderState& state, std::string& failure) {
   const auto event = nlohmann::json::parse(line, nullptr, false);
@@ -197,8 +206,7 @@ struct RenderJob::State {
     }
     const bool done = info.si_code == CLD_EXITED && info.si_status == 0;
     state.is = done ? RenderState::Is::done : stopped ? RenderState::Is::stopped : RenderState::Is::failed;
-    state.message = state.is == RenderState::Is::failed ? failure : "";
-    while (state.message.ends_with('\n')) state.message.pop_back();
+    state.message = state.is == RenderState::Is::failed ? for_the_page(std::move(failure)) : "";
     tell(state);
     ended.notify_all();
   }

@@ -278,17 +278,19 @@ void Session::State::recover(const std::string& why) {
     drew = false;
     kept.clear();
   }
-  told(true, why);
   ahead_work = AheadWork();
   if (!again) {
     lost = why + ", and again when it was opened anew";
+    told(true, lost + "; start quorvel live again");
     return;
   }
+  told(true, why + "; it is being opened anew");
   try {
     thread->context();
     told(false, "");
   } catch (const std::exception& error) {
     lost = why + ": " + error.what();
+    told(true, lost + "; start quorvel live again");
   }
 }
 

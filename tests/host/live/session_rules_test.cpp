@@ -222,6 +222,7 @@ TEST(Session, ALostDeviceIsOpenedAnewOnce) {
   session.wish("c", {wish(4, 7)}, {});
   EXPECT_NE(told.wait("c", 4).error, "");
   EXPECT_EQ(told.losses(), "lost back lost back lost back lost ");
+  EXPECT_NE(told.last_loss().find("start quorvel live again"), std::string::npos) << told.last_loss();
 }
 
 // Does not return from being told of the first wish until it may.

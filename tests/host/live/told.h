@@ -57,8 +57,9 @@ class Told : public host::live::session::Listener {
   }
   void memory(uint64_t /*held*/, uint64_t /*budget*/) override {}
   void notice(const std::string& /*text*/) override {}
-  void device_lost(bool lost, const std::string& /*message*/) override {
+  void device_lost(bool lost, const std::string& message) override {
     const std::lock_guard lock(mutex_);
+    loss_ = message;
     losses_ += lost ? "lost " : "back ";
     if (!lost && on_back) on_back();
   }
@@ -88,6 +89,10 @@ class Told : public host::live::session::Listener {
     const std::lock_guard lock(mutex_);
     return losses_;
   }
+  std::string last_loss() {
+    const std::lock_guard lock(mutex_);
+    return loss_;
+  }
 
  private:
   std::mutex mutex_;
@@ -96,6 +101,7 @@ class Told : public host::live::session::Listener {
   std::map<std::pair<std::string, uint64_t>, Drawn> drawn_;
   Runs cached_;
   std::string losses_;
+  std::string loss_;  // what was said last
 };
 
 inline void wait_idle(const Session& session) {
