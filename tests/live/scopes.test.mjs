@@ -21,17 +21,26 @@ const half = (value) => {
 };
 const luminance = (r, g, b) => 0.2126 * r + 0.7152 * g + 0.0722 * b;
 
-// What stands on the page: heights 0..1 of the histogram by channel and level, and the two drawings.
+// What stands on the page: heights 0..1 of the histogram by channel and level, the lowest and highest level that is lit in
+// each column of the waveform, and the lit spots of the vectorscope.
 const read = (page) =>
   page.evaluate(() => {
-    const data = (part) => {
+    const pixels = (part) => {
       const canvas = document.querySelector(`[data-part="${part}"] canvas`);
-      return { width: canvas.width, octets: [...canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height).data] };
+      return canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
     };
     const heights = ["red", "green", "blue"].map((name) =>
       [...document.querySelector(`.histogram-${name}`).getAttribute("d").matchAll(/L(\d+) ([\d.]+)L\d+ \2/g)].map(([, , y]) => 1 - y / 120),
     );
-    return { heights, waveform: data("waveform"), vectors: data("vectorscope") };
+    const wave = pixels("waveform");
+    const waveform = Array.from({ length: wave.width }, (_, x) => {
+      const lit = Array.from({ length: wave.height }, (_, y) => y).filter((y) => wave.data.subarray((y * wave.width + x) * 4).slice(0, 3).some((light) => light > 0));
+      return [255 - lit.at(-1), 255 - lit[0]];
+    });
+    const vectors = pixels("vectorscope");
+    const spots = [];
+    vectors.data.forEach((value, i) => i % 4 === 3 && value > 0 && spots.push([((i >> 2) % vectors.width) + 0.5, Math.floor((i >> 2) / vectors.width) + 0.5]));
+    return { heights, waveform, spots };
   });
 
 // Does something, and waits until other counts than before are on the page.
@@ -76,12 +85,9 @@ function same_histogram(heights, values, level, words) {
 }
 
 // The lowest and the highest level that is lit in a column are those of these values, but for the softened steps.
-function same_column({ width, octets }, column, wanted, words) {
-  const lit = Array.from({ length: 256 }, (_, row) => row)
-    .filter((row) => Math.max(...octets.slice((row * width + column) * 4, (row * width + column) * 4 + 3)) > 0)
-    .map((row) => 255 - row);
-  const [low, high] = [Math.min(...wanted), Math.max(...wanted)];
-  assert.ok(lit.length > 0 && Math.abs(lit.at(-1) - low) <= 3 && Math.abs(lit[0] - high) <= 3, `${words}: ${lit.at(-1)} to ${lit[0]} for ${low} to ${high}`);
+function same_column([low, high], wanted, words) {
+  const [least, most] = [Math.min(...wanted), Math.max(...wanted)];
+  assert.ok(Math.abs(low - least) <= 3 && Math.abs(high - most) <= 3, `${words}: ${low} to ${high} for ${least} to ${most}`);
 }
 
 test("scopes show where the pixels' values are, of the screen and of the scene, of all or of a rectangle", async (t) => {
@@ -118,9 +124,70 @@ test("scopes show where the pixels' values are, of the screen and of the scene, 
   const columns = [20, 130, 200, 260, 300];
   for (const channel of [0, 1, 2])
     for (const x of columns)
-      same_column(waveform, Math.floor((channel / 3) * waveform.width + x / 3), column_of(x).map((rgb) => rgb[channel]), `channel ${channel} at ${x}`);
+      same_column(waveform[Math.floor((channel / 3) * waveform.length + x / 3)], column_of(x).map((rgb) => rgb[channel]), `channel ${channel} at ${x}`);
   const light = await waveform_of("Y");
-  for (const x of columns) same_column(light, x, column_of(x).map((rgb) => luminance(...rgb)), `luminance at ${x}`);
+  for (const x of columns) same_column(light[x], column_of(x).map((rgb) => luminance(...rgb)), `luminance at ${x}`);
+
+  // Two spots: the flat half's hue, and the middle.
+  const [r, g, b] = at(10, 90).map((value) => level(value) / 255);
+  const y = luminance(r, g, b);
+  const wanted = [[(b - y) / 1.8556, (r - y) / 1.5748], [0, 0]].map(([cb, cr]) => [(0.5 + cb / 1.15) * 256, (0.5 - cr / 1.15) * 256]);
+  const { spots } = display;
+  const near = counts[channel].slice(Math.max(0, at - 1), at + 2);
+      const count = bar >= 0.999 ? Math.max(factor, counts[channel][at]) : bar * bar * factor;
+      const slack = 3 + 0.03 * count;
+      if (Math.abs(count - counts[channel][at]) <= slack) ++exact;
+      assert.ok(count >= Math.min(...near) - slack && (count <= Math.max(...near) + slack || bar >= 0.999),
+        `${words}: channel ${channel}, level ${at}: ${count} for ${near}`);
+      if (bar >= 0.999) assert.ok(Math.max(...near) >= 0.9 * factor, `${words}: channel ${channel}, level ${at} is full for ${near} of ${factor}`);
+    });
+  });
+  assert.ok(exact >= 0.9 * 768, `${words}: only ${exact} of 768 levels have their count`);
+}
+
+// The lowest and the highest level that is lit in a column are those of these values, but for the softened steps.
+function same_column([low, high], wanted, words) {
+  const [least, most] = [Math.min(...wanted), Math.max(...wanted)];
+  assert.ok(Math.abs(low - least) <= 3 && Math.abs(high - most) <= 3, `${words}: ${low} to ${high} for ${least} to ${most}`);
+}
+
+test("scopes show where the pixels' values are, of the screen and of the scene, of all or of a rectangle", async (t) => {
+  const folder = mkdtempSync(join(tmpdir(), "quorvel-live-scopes-"));
+  t.after(() => rmSync(folder, { recursive: true, force: true }));
+  const plate = join(folder, "plate.exr");
+  const side = `${size.width / 2}x${size.height}`;
+  execFileSync("oiiotool", ["--pattern", "constant:color=0.25,0.5,0.0625", side, "3",
+    "--pattern", "fill:topleft=0.002,0.002,0.002:topright=0.3,0.3,0.3:bottomleft=0.1,0.1,0.1:bottomright=1,1,1", side, "3", "--mosaic", "2x1", "-d", "float", "-o", plate]);
+  const nodes = [{ name: "plate", type: "read", knobs: { file: plate } },
+    { name: "out", type: "write", inputs: "plate", knobs: { file: "out.####.exr" } }];
+  const change = () => JSON.stringify({ format: size, frames: "1", nodes });
+  const { page, file, faults } = await open_page(t, { change });
+  await shown(page);
+  const exact = rendered(file, 1, [], size);
+  const at = (x, y) => exact(x, y).map(half);
+  const pixels = Array.from({ length: size.width * size.height }, (_, i) => at(i % size.width, Math.floor(i / size.width)));
+
+  await page.keyboard.press("F2");
+  const samples = (count, scale) => page.locator(`[data-part="scopes"][data-samples="${count}"][data-scale="${scale}"]`).waitFor();
+  await samples(size.width * size.height, "display");
+  const level = levels.display(0);
+  const display = await read(page);
+  same_histogram(display.heights, pixels, level, "display");
+
+  // Parade: each channel in a third of the width.
+  const waveform_of = async (name) => {
+    await page.getByRole("button", { name, exact: true }).click();
+    await page.evaluate(() => new Promise((done) => requestAnimationFrame(() => setTimeout(done, 100))));
+    return (await read(page)).waveform;
+  };
+  const waveform = await waveform_of("Parade");
+  const column_of = (x) => Array.from({ length: size.height }, (_, y) => at(x, y).slice(0, 3).map((value) => level(value)));
+  const columns = [20, 130, 200, 260, 300];
+  for (const channel of [0, 1, 2])
+    for (const x of columns)
+      same_column(waveform[Math.floor((channel / 3) * waveform.length + x / 3)], column_of(x).map((rgb) => rgb[channel]), `channel ${channel} at ${x}`);
+  const light = await waveform_of("Y");
+  for (const x of columns) same_column(light[x], column_of(x).map((rgb) => luminance(...rgb)), `luminance at ${x}`);
 
   // Two spots: the flat half's hue, and the middle.
   const [r, g, b] = at(10, 90).map((value) => level(value) / 255);
