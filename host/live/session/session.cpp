@@ -200,7 +200,11 @@ Found Session::find(Kind kind, int64_t version, const std::string& node, int64_t
 std::string Session::trace(double seconds) const {
   const auto back = std::chrono::duration_cast<Spans::Clock::duration>(
       std::chrono::duration<double>(std::clamp(seconds, 0.0, 3600.0)));
-  return chrome_trace(state_->spans->since(Spans::Clock::now() - back));
+  const auto from = Spans::Clock::now() - back;
+  auto spans = state_->spans->since(from);
+  for (Spans::Span& span : spans)
+    span.begin = std::max(span.begin, from);  // what went on at that time, from then on
+  return chrome_trace(std::move(spans));
 }
 
 Spans& Session::spans() {
