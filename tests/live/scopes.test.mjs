@@ -140,21 +140,21 @@ test("scopes show where the pixels' values are, of the screen and of the scene, 
   const linear = await changed(page, outline, () => page.getByRole("button", { name: "Linear" }).click());
   same_histogram(linear.heights, pixels, levels.linear(), "linear");
 
-  // A rectangle of the flat half.
+  // A rectangle of the ramp.
   const box = await page.locator('[data-part="viewer-overlay"]').boundingBox();
-  await page.mouse.move(box.x + box.width * 0.3, box.y + box.height * 0.35);
+  await page.mouse.move(box.x + box.width * 0.6, box.y + box.height * 0.1);
   await page.keyboard.down("Shift");
   await page.mouse.down();
-  await page.mouse.move(box.x + box.width * 0.42, box.y + box.height * 0.6, { steps: 3 });
+  await page.mouse.move(box.x + box.width * 0.72, box.y + box.height * 0.4, { steps: 3 });
   await page.mouse.up();
   await page.keyboard.up("Shift");
   const [across, down, x0, y0] = (await page.locator('[data-part="region"] span').first().textContent()).match(/\d+/g).map(Number);
-  assert.ok(x0 + across < size.width / 2);
+  assert.ok(across > 20 && down > 20 && x0 > size.width / 2 && y0 > size.height / 2, `${across} by ${down} at ${x0}, ${y0}`);
+  const in_it = Array.from({ length: across * down }, (_, i) => at(x0 + (i % across), y0 + Math.floor(i / across)));
   await samples(across * down, "linear");
-  const sampled = await read(page);
-  sampled.heights.forEach((bars, channel) => {
-    const high = bars.flatMap((bar, each) => (bar > 0 ? [each] : []));
-    assert.deepEqual(high, [levels.linear()(at(x0, y0)[channel])], `channel ${channel} of a rectangle`);
-  });
+  same_histogram((await read(page)).heights, in_it, levels.linear(), "linear, a rectangle");
+  await page.getByRole("button", { name: "Display" }).click();
+  await samples(across * down, "display");
+  same_histogram((await read(page)).heights, in_it, levels.display(0.5), "display, a rectangle");
   assert.deepEqual(faults, []);
 });
