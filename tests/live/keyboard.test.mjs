@@ -39,6 +39,15 @@ test("a job from opening to saving by keys alone", async (t) => {
   await press("Control+Shift+z");
   await shown(page, { after: third });
 
+  // A key of a curve: reached, and its value typed.
+  await press("Control+k");
+  await page.keyboard.type("shine brightness");
+  await press("Enter");
+  await page.locator("[data-curve-surface]").focus();
+  await press("Tab", "Tab", "Enter", "Tab", "Control+a");
+  await page.keyboard.type("1.25");
+  await press("Enter");
+
   // The graph: to its top, and what stands there in the viewer.
   await press("Escape", "Shift+g", "ArrowUp", "ArrowUp", "Enter");
   await page.waitForFunction(() => document.querySelector('[data-part="viewer"]').dataset.node !== "out");
@@ -52,7 +61,7 @@ test("a job from opening to saving by keys alone", async (t) => {
   await page.getByRole("dialog", { name: "Keys" }).waitFor();
   await press("Escape", "Control+s");
   await page.locator(".title-bar .dirty").waitFor({ state: "detached" });
-  assert.equal(readFileSync(file, "utf8"), before.replace('"radius": 5', '"radius": 9'));
+  assert.equal(readFileSync(file, "utf8"), before.replace('"radius": 5', '"radius": 9').replace("[14, 1.6,", "[14, 1.25,"));
   assert.deepEqual(faults, []);
 });
 
@@ -60,7 +69,7 @@ test("Tab comes by every part of the page, and all that it stops at has a name",
   const { page } = await open_page(t);
   await shown(page);
   await page.keyboard.press("Control+k");
-  await page.keyboard.type("dusk");
+  await page.keyboard.type("shine");
   await page.keyboard.press("Enter");
   const stops = [];
   for (let i = 0; i < 200; ++i) {
@@ -82,6 +91,17 @@ test("Tab comes by every part of the page, and all that it stops at has a name",
   for (const { label, seen, html } of stops) {
     assert.notEqual(label, "", `without a name: ${html}`);
     assert.ok(seen, `its focus is not seen: ${html}`);
+  }
+  // And back, with none of them under what stands still above a list.
+  for (let i = 0; i < 40; ++i) {
+    await page.keyboard.press("Shift+Tab");
+    const under = await page.evaluate(() => {
+      const at = document.activeElement;
+      const { x, y, width, height } = at.getBoundingClientRect();
+      const seen = document.elementFromPoint(x + width / 2, y + height / 2);
+      return seen === null || at.contains(seen) || seen.contains(at) ? "" : `${at.outerHTML.slice(0, 100)} under ${seen.outerHTML.slice(0, 100)}`;
+    });
+    assert.equal(under, "");
   }
   const parts = new Set(stops.map(({ part }) => part));
   for (const part of ["title-bar", "Viewer", "Timeline", "Panels", "Graph", "Knobs"]) assert.ok(parts.has(part), `${part} is not reached: ${[...parts]}`);

@@ -88,7 +88,7 @@ function Open({ now }: { now: Edited }) {
         data-curve-surface
         tabindex={0}
         role="group"
-        aria-label={`Curve of ${node.name} ${spec.name}. Tab goes through the keys, arrows move them.`}
+        aria-label={`Curve of ${node.name} ${spec.name}. Tab goes through the keys, arrows move them, Enter goes to their numbers.`}
         onPointerDown={grab}
         onDblClick={add_here}
         onKeyDown={press}

@@ -3,7 +3,8 @@ import { range_of } from "../knobs/ranges";
 import { edited, move_keys, remove_keys, selection } from "./edited";
 import { frame_all } from "./view";
 
-// Arrows move the selected keys: a frame (Shift: a tenth, Ctrl: ten), a step of the knob up and down.
+// Arrows move the selected keys: a frame (Shift: a tenth, Ctrl: ten), a step of the knob up and down. Enter goes to their
+// numbers: by Tab the way there leads over other keys, which would be selected.
 export function press(event: KeyboardEvent): void {
   const now = edited.value;
   if (!now) return;
@@ -20,13 +21,20 @@ export function press(event: KeyboardEvent): void {
   if (way) {
     if (selection.value.size === 0) return;
     nudge(way[0], way[1]);
-  } else if (event.key === "Delete" || event.key === "Backspace") remove_keys(selection.value);
+  } else if (event.key === "Enter" && selection.value.size > 0) go_to_numbers(event.currentTarget as Element);
+  else if (event.key === "Delete" || event.key === "Backspace") remove_keys(selection.value);
   else if (event.key === "a" && (event.ctrlKey || event.metaKey)) selection.value = new Set(curve.keys.map((key) => key.frame));
   else if (event.key === "f" && !event.ctrlKey && !event.metaKey) frame_all(curve, []);
   else if (event.key === "Escape" && selection.value.size > 0) selection.value = new Set();
   else return;
   event.preventDefault();
   event.stopPropagation();
+}
+
+function go_to_numbers(surface: Element): void {
+  const number = surface.parentElement?.querySelector<HTMLInputElement>(".curve-bar [role=spinbutton]");
+  number?.focus();
+  number?.select();
 }
 
 // Not onto another key, which would be gone.
