@@ -68,6 +68,18 @@ test("play shows every frame once, in order, and scrubbing shows frames on the w
   const seen = (await page.evaluate(() => window.seen)).map(Number);
   seen.forEach((frame, at) => at > 0 && assert.equal(frame, (seen[at - 1] % 24) + 1, `${seen}`));
 
+  // Wherever it stops, nothing that was to come is shown.
+  for (let more = 4; more < 12; ++more) {
+    await page.evaluate(() => (window.seen = []));
+    await page.keyboard.press(" ");
+    await page.waitForFunction((more) => window.seen.length >= more, more);
+    await page.keyboard.press("k");
+    const last = Number(await page.getByLabel("Frame", { exact: true }).inputValue());
+    await shown(page, { frame: last });
+    const stopped = (await page.evaluate(() => window.seen)).map(Number);
+    assert.ok(stopped.every((frame, at) => at === 0 || frame === (stopped[at - 1] % 24) + 1), `${stopped}`);
+  }
+
   const strip = await page.locator(".strip").boundingBox();
   await page.keyboard.press("Home");
   await shown(page, { frame: 1 });

@@ -146,6 +146,8 @@ function make_wishes(): void {
     list = playing_wishes({ frame: untracked(() => state.playhead.value), direction });
     subject = "";
   } else {
+    // Frames that were to be played are not shown any more, as those are that a hand has passed.
+    if (queue !== null) asked = new Map();
     queue = null;
     play_subject = "";
     const now_subject = JSON.stringify(slots().map((slot) => look(slot, state.playhead.value, true)));
