@@ -67,6 +67,13 @@ struct Running {
     return found > 0 ? found : process;
   }
 
+  // Returns once the process in front has taken note of it: until then the one that crashes may still answer.
+  void crash() const {
+    const pid_t crashed = serving();
+    kill(crashed, SIGABRT);
+    while (kill(crashed, 0) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+
   // The answer, waited for where nobody listens meanwhile.
   std::string get(const std::string& path) const {
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -138,7 +145,7 @@ TEST(LiveCommand, EndsSoonWhateverIsUnderWay) {
 
 TEST(LiveCommand, ACrashBeforeAnyImageEndsIt) {
   Running running(short_draw);
-  kill(running.serving(), SIGABRT);
+  running.crash();
   const auto [status, said] = running.end();
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << said;
   EXPECT_TRUE(has(said, "quorvel: ") && has(said, "before it had given an image") && has(said, "signal 6"))
@@ -152,7 +159,7 @@ TEST(LiveCommand, ACrashAfterAnImageIsSurvivedOnce) {
                     second = std::string(short_draw) + "\n// second";
   running.draw();
   ASSERT_TRUE(running.change(1, first));
-  kill(running.serving(), SIGABRT);
+  running.crash();
   const auto went_on = nlohmann::json::parse(running.get("/composition"), nullptr, false);
   EXPECT_EQ(went_on.value("version", 0), 2) << went_on;
   EXPECT_EQ(went_on.value("text", ""), first);
@@ -160,7 +167,7 @@ TEST(LiveCommand, ACrashAfterAnImageIsSurvivedOnce) {
   EXPECT_TRUE(has(running.listen("/events?client=c", "signal 6"), "event: notice\n"));
   // An edit that is the next one's end before it has drawn: the text is not.
   ASSERT_TRUE(running.change(2, second));
-  kill(running.serving(), SIGABRT);
+  running.crash();
   const auto [status, said] = running.end();
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << said;
   EXPECT_TRUE(has(said, "started again") && has(said, "shot.rescued.json")) << said;
