@@ -11,7 +11,7 @@ from pathlib import Path
 
 import numpy as np
 from numpy.typing import NDArray
-from PIL import Image, ImageDraw  # type: ignore[import]
+from PIL import Image, ImageDraw
 
 import quorvel as qv
 

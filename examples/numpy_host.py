@@ -60,7 +60,7 @@ class Host:
         plan = self.schedule.run(self.walk.values, self.cache, pin=True)
         results: dict[int, Image] = {}
         computed = []
-        for number in plan.order.tolist():
+        for number in map(int, plan.order):
             node = self.nodes[number]
             if plan.compute[number]:
                 inputs = [results[i] for i in node.inputs]

@@ -51,7 +51,7 @@ class Image(_quorvel.FrameImage):
     def to_oiio(self) -> Any:
         """A copy as an `OpenImageIO.ImageBuf`, with windows and metadata. Raises ImportError where that module is
         not installed."""
-        import OpenImageIO as oiio  # type: ignore[import]
+        import OpenImageIO as oiio
 
         height, width, channels = self.shape
         spec = oiio.ImageSpec(width, height, channels, "float")

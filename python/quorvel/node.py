@@ -44,7 +44,7 @@ def _plain_object(value: Mapping[Any, Any]) -> Any:
     keys = made.get("keys")
     if not made.keys() <= {"keys", "extrapolate"} or not isinstance(keys, list):
         return made
-    rows = [[int(each) if isinstance(each, bool) else each for each in key] for key in keys if isinstance(key, list)]
+    rows: list[list[Any]] = [[int(each) if isinstance(each, bool) else each for each in key] for key in keys if isinstance(key, list)]
     widths = {len(row[1]) if len(row) > 1 and isinstance(row[1], list) else 0 for row in rows}
     if len(rows) < len(keys) or len(widths) != 1 or widths == {0}:
         return {**made, "keys": rows} if len(rows) == len(keys) else made

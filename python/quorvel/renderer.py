@@ -194,7 +194,7 @@ def _numbers(compiled: _quorvel.Composition, frames: Frames) -> list[int]:
 
 def _bar(count: int) -> tuple[Callable[[], None] | None, Callable[[FrameReport], Any] | None]:
     try:
-        from tqdm.auto import tqdm  # type: ignore[import]
+        from tqdm.auto import tqdm
     except ImportError:
         return None, None
     bar = tqdm(total=count, unit="frame")

@@ -94,7 +94,7 @@ def test_layers_land_where_they_are_sent(plate: pathlib.Path) -> None:
 def test_views_outlive_what_they_came_from(plate: pathlib.Path) -> None:
     expected, schedule, scheduler = core.read_image(plate), core.Schedule(), core.DecodeScheduler()
     schedule.build([[], [0]], [])
-    makers: list[tuple[Callable[[], Any], object]] = [
+    makers: list[tuple[Callable[[], Any], Any]] = [
         (lambda: core.read_image(plate)[3:9, ::-1], expected[3:9, ::-1]),
         (lambda: core.decode_plain(plate).pixels, expected),
         (lambda: core.oiio_read_float(plate).pixels, expected),
@@ -106,7 +106,7 @@ def test_views_outlive_what_they_came_from(plate: pathlib.Path) -> None:
         view = make()
         gc.collect()
         churn = [np.ones(expected.size, np.float32) for _ in range(8)]  # takes what was freed
-        np.testing.assert_array_equal(view, wanted)  # type: ignore[arg-type]
+        np.testing.assert_array_equal(view, wanted)
         del churn
     # Nothing keeps an image but who holds it, and a scheduler that is dropped ends its jobs.
     image = weakref.ref(scheduler.submit(plate).result(60))

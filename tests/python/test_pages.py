@@ -10,7 +10,7 @@ import subprocess
 import numpy as np
 import pytest
 import quorvel
-from PIL import Image  # type: ignore[import]
+from PIL import Image
 
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]

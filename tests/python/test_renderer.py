@@ -190,7 +190,7 @@ assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 7 and render.frame(
 
 @pytest.mark.parametrize("script", ENDS.values(), ids=ENDS.keys())
 def test_ends(script: str, tmp_path: Path) -> None:
-    command = [sys.executable, "-c", PRELUDE + script + "\nprint('whole')"]
+    command = [sys.executable, "-W", "ignore:This process:DeprecationWarning", "-c", PRELUDE + script + "\nprint('whole')"]
     done = subprocess.run(command, cwd=tmp_path, capture_output=True, text=True, timeout=120)
     assert (done.returncode, done.stdout, done.stderr) == (0, "whole\n", "")
 
