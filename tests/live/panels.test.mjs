@@ -12,7 +12,7 @@ const inside = (text) => text.replace("../out/shot", "out/shot");
 const painted = (page) => page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
 
 test("where time goes names the nodes of the frame, and hands out what was done when", async (t) => {
-  const { page, file, faults } = await open_page(t, { change: inside });
+  const { page, file, faults } = await open_page(t, { change: inside, view: { viewport: { width: 1920, height: 1080 } } });
   await shown(page);
   await page.keyboard.press("F3");
   await page.locator(".time-panel tbody tr").first().waitFor();

@@ -53,7 +53,7 @@ export const display_view = signal<{ display: string; view: string } | null>(nul
 export const show_outlines = signal(true);
 export const loud = signal(false); // NaN, infinite and negative pixels in loud colours
 export const zoom = signal<number | "fit">("fit"); // screen pixels a pixel of the format
-export const view_scale = signal(1); // pixels of the image a pixel of the format that the viewer can show (viewer)
+export const view_scale = signal(0); // pixels of the image a pixel of the format that the viewer can show; 0: it has no size yet (viewer)
 export const compare = signal<{
   mode: "off" | "wipe" | "side" | "difference";
   node: string;

@@ -10,7 +10,7 @@ import { came, client, forget_wishes, look_again, moving_scale, shown_node } fro
 // Why the page cannot go on: the server knows another token, or takes no requests from here.
 export const refusal = signal("");
 export const device_lost = signal(""); // what the driver said; "": it is there
-export const last_drawn = signal<Events["nodes"] | null>(null); // the frame whose nodes node_states tells
+export const last_drawn = signal<Events["nodes"] | null>(null); // of the last frame for which something was drawn
 
 const open = { events: signal(false), frames: signal(false) };
 
@@ -130,7 +130,7 @@ const told_nodes = signal<Events["nodes"] | null>(null);
 effect(() => {
   const told = told_nodes.value;
   if (told === null || told.version !== state.info.value?.version) return;
-  last_drawn.value = told;
+  if (told.nodes.some((node) => node.state !== "cached")) last_drawn.value = told;
   state.node_states.value = new Map(told.nodes.map((node) => [node.name, node]));
 });
 

@@ -134,7 +134,7 @@ let play_subject = "";
 
 // One run makes the list anew; it is sent when the one before has arrived.
 function make_wishes(): void {
-  if (state.info.value === null || !state.connected.value) return;
+  if (state.info.value === null || !state.connected.value || state.view_scale.value === 0) return;
   const running = scrubbing.value ? 0 : state.playing.value;
   const all = JSON.stringify([slots().map((slot) => look(slot, 0, false)), frames.value[0], frames.value.at(-1)]);
   let list: Wish[];
