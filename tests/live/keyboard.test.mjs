@@ -59,6 +59,9 @@ test("a job from opening to saving by keys alone", async (t) => {
   await page.locator('[data-part="probe-b"]').waitFor();
   await press("w", "F2", "F3", "F4", "F1", "?");
   await page.getByRole("dialog", { name: "Keys" }).waitFor();
+  // Nothing in it takes the focus, and the page beneath takes no keys.
+  await press("Tab", "ArrowRight");
+  assert.equal(await frame(), "1");
   await press("Escape", "Control+s");
   await page.locator(".title-bar .dirty").waitFor({ state: "detached" });
   assert.equal(readFileSync(file, "utf8"), before.replace('"radius": 5', '"radius": 9').replace("[14, 1.6,", "[14, 1.25,"));

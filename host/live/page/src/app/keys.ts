@@ -22,8 +22,10 @@ export function key_name(key: string): string {
 // What is typed into a field, or meant for the button that the keyboard stands on, is no command.
 function is_for_element(event: KeyboardEvent): boolean {
   const at = event.target;
-  if (!(at instanceof Element) || event.ctrlKey || event.metaKey) return false;
-  if (at.closest("dialog")) return true;
+  if (event.ctrlKey || event.metaKey) return false;
+  // It stands above the page wherever the focus has gone: Tab leaves one that has nothing to stand on.
+  if (document.querySelector("dialog[open]")) return true;
+  if (!(at instanceof Element)) return false;
   if (/^F\d/.test(event.key)) return false;
   if (at.matches("input:not([type=checkbox], [type=button]), textarea, select, [contenteditable]")) return true;
   const presses = event.key === " " || event.key === "Enter";
