@@ -46,9 +46,14 @@ export function useCurve(asked: Signal<Asked | null>): Signal<CurveReply | null>
     } while (now.again && !now.gone);
     now.busy = false;
   };
+  const curve = useRef("");
   useSignalEffect(() => {
-    if (asked.value && info.value && connected.value) void ask();
-    else reply.value = null;
+    const wish = asked.value;
+    const now = wish ? JSON.stringify([wish.node, wish.knob, wish.component]) : "";
+    // The line stays while the server is away, but not that of another curve.
+    if (now !== curve.current) reply.value = null;
+    curve.current = now;
+    if (wish && info.value && connected.value) void ask();
   });
   useEffect(() => () => {
     state.current.gone = true;
