@@ -44,7 +44,7 @@ pc=$(find "$prefix" -name quorvel_core.pc -printf '%h\n')
 # Before 1.0 a minor version may break callers: the loader must not take one for another.
 version=$(PKG_CONFIG_PATH=$pc pkg-config --modversion quorvel_core)
 [[ $version == 0.* ]] && abi=${version%.*} || abi=${version%%.*}
-objdump -p "$(dirname "$pc")/libquorvel_core.so" | grep -q "SONAME *libquorvel_core.so.$abi\$" ||
+objdump -p "$(dirname "$pc")/libquorvel_core.so" | grep "SONAME *libquorvel_core.so.$abi\$" >/dev/null ||
   { echo "libquorvel_core.so of $version does not name itself .so.$abi"; exit 1; }
 flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs quorvel_core)
 # shellcheck disable=SC2086
@@ -69,7 +69,7 @@ if [ -d "$prefix/lib/python3" ]; then
   for package in "$work"/packages/*.deb; do dpkg-deb -x "$package" "$work/root"; done
   [ "$(find "$work/packages" -maxdepth 1 -name "*.deb" | wc -l)" = 2 ]
   python_package "$work/root/usr" lib/python3/dist-packages
-  dpkg-deb -f "$work"/packages/python3-quorvel_*.deb Depends | grep -q 'quorvel-core (= .*python3-numpy.*libopenimageio'
+  dpkg-deb -f "$work"/packages/python3-quorvel_*.deb Depends | grep 'quorvel-core (= .*python3-numpy.*libopenimageio' >/dev/null
   QUORVEL_BUILD=$build /usr/bin/python3 -m pip install -q --no-index --no-build-isolation --no-deps \
     --root-user-action=ignore --target "$work/wheel" "$source"
   python_package "$work/wheel" .
