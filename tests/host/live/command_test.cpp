@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -184,13 +185,18 @@ TEST(LiveCommand, WhatWasNotSavedIsInAFileHoweverItEnds) {
   const pid_t serving = running.serving();
   kill(running.process, SIGSTOP);
   kill(serving, SIGABRT);
-  httplib::Server other;
-  other.set_socket_options([](socket_t socket) {
-    const int yes = 1;
-    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  });
+  // Newer releases of the library try no second time with one that could not be bound.
+  std::optional<httplib::Server> other;
+  const auto taken = [&] {
+    other.emplace();
+    other->set_socket_options([](socket_t socket) {
+      const int yes = 1;
+      setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
+    return other->bind_to_port("127.0.0.1", running.port);
+  };
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!other.bind_to_port("127.0.0.1", running.port) && std::chrono::steady_clock::now() < until)
+  while (!taken() && std::chrono::steady_clock::now() < until)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   kill(running.process, SIGCONT);
   const auto [status, said] = running.end();
