@@ -25,4 +25,9 @@ QV_API std::string oiio_header_version();
 // oiio_header_version, which has one part more.
 QV_API std::string oiio_runtime_version();
 
+// The folder that the loaded library lies in, absolute, in UTF-8 and without a slash at its end, for hosts
+// that keep modules beside it; that of the program where the library is a part of it. "" where the system
+// does not say. Thread-safe.
+QV_API std::string library_folder();
+
 }  // namespace qv
