@@ -5,6 +5,9 @@ install(TARGETS quorvel_core
   EXPORT quorvel_core_targets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
   FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+if(TARGET quorvel_core_images)
+  install(TARGETS quorvel_core_images LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+endif()
 install(EXPORT quorvel_core_targets
   NAMESPACE quorvel::
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/quorvel_core")

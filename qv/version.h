@@ -22,7 +22,8 @@ QV_API const char* core_version();
 QV_API std::string oiio_header_version();
 
 // The OpenImageIO loaded into this process, in three parts: "2.4.7". Not comparable as text with
-// oiio_header_version, which has one part more.
+// oiio_header_version, which has one part more. Loads it where no file has been read through it yet; "" where
+// that fails.
 QV_API std::string oiio_runtime_version();
 
 // The folder that the loaded library lies in, absolute, in UTF-8 and without a slash at its end, for hosts

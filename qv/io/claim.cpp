@@ -38,16 +38,6 @@ std::optional<uint64_t> left_in_groups() {
   return left;
 }
 
-// How many bytes of pixels one byte of an OpenEXR file can hold: a fact of the codec, not a habit of
-// files. The others have no bound worth the name; black pixels in dwab reach 42,600.
-std::optional<uint64_t> largest_ratio(const std::string& compression) {
-  if (compression == "none") return 1;
-  if (compression == "rle") return 64;                             // a run of 128 in two bytes
-  if (compression == "zip" || compression == "zips") return 1032;  // deflate: 258 bytes in two bits
-  if (compression == "pxr24") return 1376;                         // that of three bytes out of four
-  return std::nullopt;
-}
-
 }  // namespace
 
 std::optional<uint64_t> available_memory() {
@@ -62,20 +52,25 @@ bool fits_memory(uint64_t bytes) {
   return bytes <= believed || bytes <= available_memory().value_or(bytes);
 }
 
-std::string refusal(const OIIO::ImageSpec& spec, const std::string& format, const FileAttributes& file) {
-  const auto floats = float_count(spec.width, spec.height, spec.nchannels);
+// The others have no bound worth the name; black pixels in dwab reach 42,600.
+std::optional<uint64_t> exr_ratio(std::string_view compression) {
+  if (compression == "none") return 1;
+  if (compression == "rle") return 64;                             // a run of 128 in two bytes
+  if (compression == "zip" || compression == "zips") return 1032;  // deflate: 258 bytes in two bits
+  if (compression == "pxr24") return 1376;                         // that of three bytes out of four
+  return std::nullopt;
+}
+
+std::string refusal(const Claim& claim, const FileAttributes& file) {
+  const auto floats = float_count(claim.width, claim.height, claim.channels);
   if (!floats) return "out of memory";
-  // Newer readers give the numbers of samples, or nothing, in place of pixels.
-  if (spec.deep) return deep_text;
   const uint64_t bytes = uint64_t{*floats} * sizeof(float);
   // OpenImageIO reads through a buffer of up to 256 rows, whatever the height.
-  const uint64_t buffer = 256 * spec.scanline_bytes(true);
-  if (std::max(bytes, buffer) <= believed) return {};
+  if (std::max(bytes, 256 * claim.row_bytes) <= believed) return {};
   const std::string image =
-      "an image of " + std::to_string(spec.width) + " x " + std::to_string(spec.height) + " pixels";
-  const auto ratio =
-      format == "openexr" ? largest_ratio(spec.get_string_attribute("compression")) : std::nullopt;
-  if (file.found && ratio && spec.image_bytes(true) / *ratio > file.bytes)
+      "an image of " + std::to_string(claim.width) + " x " + std::to_string(claim.height) + " pixels";
+  const uint64_t stored = claim.row_bytes * static_cast<uint64_t>(claim.height);
+  if (file.found && claim.ratio && stored / *claim.ratio > file.bytes)
     return image + " cannot lie in " + std::to_string(file.bytes) + " bytes of this compression";
   if (!fits_memory(bytes)) return image + " is larger than the memory that is free";
   return {};

@@ -5,8 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include <OpenImageIO/imageio.h>
+#include <string_view>
 
 namespace qv::io {
 
@@ -23,11 +22,19 @@ std::optional<uint64_t> available_memory();
 // False for over 1 GiB where less is available, which is asked only then.
 bool fits_memory(uint64_t bytes);
 
-// What is said of an image that has samples in place of pixels.
-constexpr const char* deep_text = "a deep image has no pixels to read as floats; flatten it first";
+// What a header says of an image's size.
+struct Claim {
+  int64_t width = 0, height = 0, channels = 0;
+  uint64_t row_bytes = 0;  // as it is stored
+  std::optional<uint64_t>
+      ratio;  // the most bytes of pixels that one byte of the file can hold, if there is one
+};
 
-// Why an image of a file is not to be read as floats; empty when nothing speaks against it. `format` is
-// OpenImageIO's name of the reader. Thread-safe, as all of these.
-std::string refusal(const OIIO::ImageSpec& spec, const std::string& format, const FileAttributes& file);
+// That of an OpenEXR compression by its name: a fact of the codec, not a habit of files.
+std::optional<uint64_t> exr_ratio(std::string_view compression);
+
+// Why an image of a file is not to be read as floats; empty when nothing speaks against it. Thread-safe, as
+// all of these.
+std::string refusal(const Claim& claim, const FileAttributes& file);
 
 }  // namespace qv::io

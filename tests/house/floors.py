@@ -10,14 +10,15 @@ import sys
 # Which other rooms a room may look into. A room that is not named looks into none.
 ROOMS = {
     "gpu": {"gpu/gl"},
-    "io": {"io/exr"},
-    "io/exr": {"io"},  # its slots, halves and claims; what is read through it stands in io alone
+    "io": {"io/exr", "io/general"},
+    "io/exr": {"io"},  # its slots, halves and claims; what is read through it stands in io and io/general
+    "io/general": {"io", "io/exr"},
     "nodes/filter": {"gpu", "gpu/gl"},
     "transport": {"gpu/gl"},
 }
 
 # What every room may use.
-ROOT = {"qv/export.h", "qv/huge_pages.h", "qv/integers.h"}
+ROOT = {"qv/export.h", "qv/version.h", "qv/huge_pages.h", "qv/integers.h"}
 
 # Within a room: what a file may include are those behind it in its line. Those without a line are what a room
 # keeps to itself, open to all of it.

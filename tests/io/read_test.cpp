@@ -1,6 +1,7 @@
-#include <qv/io/bands.h>
 #include <qv/io/claim.h>
 #include <qv/io/decode.h>
+#include <qv/io/general/bands.h>
+#include <qv/io/general/claim.h>
 #include <qv/io/image_read.h>
 #include <qv/io/layers.h>
 #include <qv/io/pixel_memory.h>
@@ -21,6 +22,7 @@
 namespace {
 
 using namespace qv::io;
+using namespace qv::io::general;
 using support::bytes_of;
 using support::new_folder;
 using support::write_bytes;

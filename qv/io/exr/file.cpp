@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include <OpenEXR/openexr.h>
@@ -29,15 +30,21 @@ int64_t copy_out(exr_const_context_t, void* file, void* to, uint64_t count, uint
   return static_cast<int64_t>(there);
 }
 
-std::optional<Codec> codec_of(exr_compression_t compression) {
+struct Compression {
+  Codec codec;
+  std::string_view name;
+};
+
+std::optional<Compression> compression_of(exr_compression_t compression) {
   switch (compression) {
     case EXR_COMPRESSION_NONE:
-      return Codec::none;
+      return Compression{Codec::none, "none"};
     case EXR_COMPRESSION_RLE:
-      return Codec::rle;
+      return Compression{Codec::rle, "rle"};
     case EXR_COMPRESSION_ZIPS:
+      return Compression{Codec::zip, "zips"};
     case EXR_COMPRESSION_ZIP:
-      return Codec::zip;
+      return Compression{Codec::zip, "zip"};
     default:
       return std::nullopt;
   }
@@ -62,16 +69,35 @@ bool set_channels(const exr_attr_chlist_t& list, Part& part) {
   return !part.channels.empty();
 }
 
-bool set_window(const exr_attr_box2i_t& window, Part& part) {
-  const int64_t width = int64_t{window.max.x} - window.min.x + 1;
-  const int64_t height = int64_t{window.max.y} - window.min.y + 1;
+// The size of a window that is not empty.
+bool set_size(const exr_attr_box2i_t& window, int32_t& width, int32_t& height) {
+  const int64_t across = int64_t{window.max.x} - window.min.x + 1;
+  const int64_t down = int64_t{window.max.y} - window.min.y + 1;
   constexpr int64_t most = std::numeric_limits<int32_t>::max();
-  if (width < 1 || height < 1 || width > most || height > most) return false;
+  if (across < 1 || down < 1 || across > most || down > most) return false;
+  width = static_cast<int32_t>(across);
+  height = static_cast<int32_t>(down);
+  return true;
+}
+
+bool set_window(const exr_attr_box2i_t& window, Part& part) {
   part.x = window.min.x;
   part.y = window.min.y;
-  part.width = static_cast<int32_t>(width);
-  part.height = static_cast<int32_t>(height);
-  return true;
+  return set_size(window, part.width, part.height);
+}
+
+// What the pixels do not depend on.
+void describe(exr_const_context_t context, Part& part) {
+  exr_attr_box2i_t display = {};
+  if (exr_get_display_window(context, part.index, &display) == EXR_ERR_SUCCESS &&
+      set_size(display, part.display_width, part.display_height)) {
+    part.display_x = display.min.x;
+    part.display_y = display.min.y;
+  }
+  const char* name = nullptr;
+  if (exr_get_name(context, part.index, &name) == EXR_ERR_SUCCESS && name) part.name = name;
+  float aspect = 1;
+  if (exr_get_pixel_aspect_ratio(context, part.index, &aspect) == EXR_ERR_SUCCESS) part.pixel_aspect = aspect;
 }
 
 bool set_chunk_size(exr_const_context_t context, Part& part) {
@@ -176,14 +202,16 @@ std::optional<Part> File::part(int index) const {
       exr_get_data_window(context, index, &window) != EXR_ERR_SUCCESS ||
       exr_get_channels(context, index, &channels) != EXR_ERR_SUCCESS || !channels)
     return std::nullopt;
-  const std::optional<Codec> codec = codec_of(compression);
-  if (!codec || (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED)) return std::nullopt;
+  const std::optional<Compression> packing = compression_of(compression);
+  if (!packing || (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED)) return std::nullopt;
   Part part;
   part.index = index;
   part.tiled = storage == EXR_STORAGE_TILED;
-  part.codec = *codec;
+  part.codec = packing->codec;
+  part.compression = packing->name;
   if (!set_window(window, part) || !set_channels(*channels, part) || !set_chunk_size(context, part))
     return std::nullopt;
+  describe(context, part);
   return part;
 }
 

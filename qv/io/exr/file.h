@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qv::io::exr {
@@ -25,8 +26,12 @@ struct Channel {
 // A part of flat pixels, every channel of which has a value at every pixel.
 struct Part {
   int index = 0;
-  int32_t x = 0, y = 0, width = 0, height = 0;  // its data window
-  int32_t chunk_width = 0, chunk_height = 0;    // of all chunks but the last ones
+  std::string name;                                                             // "" where it has none
+  int32_t x = 0, y = 0, width = 0, height = 0;                                  // its data window
+  int32_t display_x = 0, display_y = 0, display_width = 0, display_height = 0;  // 0 where it counts no pixels
+  float pixel_aspect = 1;
+  std::string_view compression;               // OpenEXR's name of it
+  int32_t chunk_width = 0, chunk_height = 0;  // of all chunks but the last ones
   bool tiled = false;
   Codec codec = Codec::none;
   std::vector<Channel> channels;  // in the order in which a row holds them

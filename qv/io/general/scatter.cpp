@@ -1,11 +1,11 @@
+#include <qv/io/general/scatter.h>
 #include <qv/io/half.h>
-#include <qv/io/scatter.h>
 
 #include <algorithm>
 
 #include <OpenImageIO/parallel.h>
 
-namespace qv::io {
+namespace qv::io::general {
 
 namespace {
 
@@ -84,4 +84,4 @@ void scatter(const std::vector<Read>& reads, const LayerPixels& layers,
   }
 }
 
-}  // namespace qv::io
+}  // namespace qv::io::general

@@ -1,13 +1,14 @@
 #pragma once
 
-#include <qv/io/scatter.h>
+#include <qv/io/band_limit.h>
+#include <qv/io/general/scatter.h>
 
 #include <span>
 #include <string>
 
 #include <OpenImageIO/imageio.h>
 
-namespace qv::io {
+namespace qv::io::general {
 
 // The horizontal bands in which a subimage is read in parallel, each through a file handle of its
 // own: `count` of them at most, of `rows` rows each but for the last.
@@ -15,10 +16,6 @@ struct Bands {
   int count = 1;
   int rows = 0;
 };
-
-// How many bands, or threads that decode, there may be: at most 16 or what the environment variable
-// QUORVEL_NATIVE_IO_BANDS says, and at most `threads` if that is above 0. May be below 1, which counts as 1.
-int band_limit(int threads);
 
 // One band for a single thread, tiled or deep images and those under 128 rows. Otherwise bands of
 // whole codec blocks, so that no block is decoded twice, as many as band_limit allows.
@@ -46,4 +43,4 @@ bool reads_together(const OIIO::ImageInput& input, const OIIO::ImageSpec& spec);
 bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO::ImageSpec& spec,
                    const LayerGroup& group, const Bands& bands, std::string& err);
 
-}  // namespace qv::io
+}  // namespace qv::io::general

@@ -1,11 +1,10 @@
-#include <qv/io/bands.h>
-#include <qv/io/claim.h>
+#include <qv/io/general/bands.h>
+#include <qv/io/general/claim.h>
+#include <qv/io/general/reader.h>
 #include <qv/io/pixel_memory.h>
-#include <qv/io/reader.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <exception>
 #include <mutex>
 #include <new>
@@ -13,7 +12,7 @@
 
 #include <OpenImageIO/parallel.h>
 
-namespace qv::io {
+namespace qv::io::general {
 
 namespace {
 
@@ -139,12 +138,6 @@ bool read_band(const std::string& path, const OIIO::ImageSpec& spec, const Layer
 
 }  // namespace
 
-int band_limit(int threads) {
-  const char* text = std::getenv("QUORVEL_NATIVE_IO_BANDS");
-  const int limit = text ? std::atoi(text) : 16;
-  return threads > 0 ? std::min(limit, threads) : limit;
-}
-
 Bands bands_of(const OIIO::ImageSpec& spec, int threads) {
   if (threads == 1 || spec.tile_width > 0 || spec.deep || spec.height < 128) return {1, spec.height};
   const std::string compression(spec.get_string_attribute("compression"));
@@ -198,4 +191,4 @@ bool read_in_bands(OIIO::ImageInput& input, const std::string& path, const OIIO:
   return good;
 }
 
-}  // namespace qv::io
+}  // namespace qv::io::general

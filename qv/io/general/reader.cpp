@@ -1,8 +1,8 @@
-#include <qv/io/reader.h>
+#include <qv/io/general/reader.h>
 
 #include <algorithm>
 
-namespace qv::io {
+namespace qv::io::general {
 
 std::unique_ptr<OIIO::ImageInput> open_reader(const std::string& path, int threads, std::string& error) {
   return open_reader(path, file_attributes(path), threads, error);
@@ -39,4 +39,4 @@ OIIO::TypeDesc common_format(const OIIO::ImageSpec& spec, int chbegin, int chend
   return first;
 }
 
-}  // namespace qv::io
+}  // namespace qv::io::general

@@ -7,7 +7,7 @@
 
 #include <OpenImageIO/imageio.h>
 
-namespace qv::io {
+namespace qv::io::general {
 
 // Opens `path` for reading with `threads` as the file's own thread count (0: OpenImageIO's
 // default). Null, with a text that is never empty in `error`, when that fails. Pipes, sockets and
@@ -25,4 +25,4 @@ std::string take_error(OIIO::ImageInput& input);
 // named, even the stored one, passes through up to 64 MiB of scratch memory a call.
 OIIO::TypeDesc common_format(const OIIO::ImageSpec& spec, int chbegin, int chend);
 
-}  // namespace qv::io
+}  // namespace qv::io::general

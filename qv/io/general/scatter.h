@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-namespace qv::io {
+namespace qv::io::general {
 
 // The pixels of a read: width x height x channels values, interleaved. Halves of an OpenEXR file stay
 // halves until they are scattered, which takes half the memory in between.
@@ -24,4 +24,4 @@ void scatter(const std::vector<Read>& reads, const LayerPixels& layers,
              const std::vector<std::array<Slot, 4>>& slots, int width, int height, int threads,
              const std::vector<float*>& outs);
 
-}  // namespace qv::io
+}  // namespace qv::io::general
