@@ -4,6 +4,7 @@
 #include <qv/io/layers.h>
 
 #include "host/decode/read_ids.h"
+#include "host/general/general.h"
 
 #include <algorithm>
 #include <array>
@@ -38,17 +39,12 @@ class LayerPlan {
     outs_.push_back(out);
   }
 
-  void run(const std::string& path, plates::OpenFile* file, int threads) const {
+  void run(const std::string& path, plates::OpenFile& file, int threads) const {
     std::vector<std::array<qv::io::Slot, 4>> slots;
     for (const plates::Layer* layer : layers_) slots.push_back(slots_of(*layer));
     std::string error;
-    using qv::io::load_layers;
-    const bool loaded =
-        file ? load_layers(*file->input, path, reads_, slots, width_, height_, threads, outs_, error, nullptr)
-             : load_layers(path, reads_, slots, width_, height_, threads, outs_, error, nullptr);
-    if (!loaded) {
+    if (!file.by_general().load_layers(reads_, slots, width_, height_, threads, outs_, error))
       throw std::runtime_error(path + ": " + error);
-    }
   }
 
  private:
@@ -86,7 +82,7 @@ class LayerPlan {
 };
 
 Pixels read_general(const std::string& path, const plates::Layer& layer) {
-  const qv::ImageRead image = qv::oiio_read_float(path);
+  const qv::ImageRead image = general::library().read(path);
   if (!image.error.empty()) throw std::runtime_error(path + ": " + image.error);
   const Box& window = layer.extent.window;
   const int most = *std::max_element(layer.channels.begin(), layer.channels.end());
@@ -120,14 +116,15 @@ std::shared_ptr<float[]> pixel_buffer(const Box& window) {
   return std::shared_ptr<float[]>(new float[static_cast<size_t>(width * height * 4)]);
 }
 
-std::vector<Pixels> read_layers(const std::string& path, plates::OpenFile* file,
+std::vector<Pixels> read_layers(const std::string& path, std::shared_ptr<plates::OpenFile> file,
                                 const std::vector<plates::Layer>& layers, bool layered, int threads) {
   std::vector<Pixels> results;
   if (!layered && layers.size() == 1 && !layers[0].ids) return {read_general(path, layers[0])};
+  if (!file) file = plates::open_file(path);
   std::map<std::pair<int64_t, int64_t>, LayerPlan> plans;
   for (const plates::Layer& layer : layers) {
     if (layer.ids) {
-      results.push_back(read_ids(path, file, layer));
+      results.push_back(read_ids(path, *file, layer));
       continue;
     }
     const auto buffer = pixel_buffer(layer.extent.window);
@@ -135,7 +132,7 @@ std::vector<Pixels> read_layers(const std::string& path, plates::OpenFile* file,
     plans.try_emplace(size, size.first, size.second).first->second.add(layer, buffer.get());
     results.push_back({layer.extent, buffer, {}});
   }
-  for (const auto& [size, plan] : plans) plan.run(path, file, threads);
+  for (const auto& [size, plan] : plans) plan.run(path, *file, threads);
   return results;
 }
 

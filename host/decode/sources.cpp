@@ -59,19 +59,16 @@ struct FileJob {
       }
     }
     const bool plain = header->plain && layers.size() == 1 && layers[0].channels == std::array{0, 1, 2, 3};
-    if (layers.empty() || (plain && read_plain(file.get(), layers[0], readable[0]->pixels))) return;
-    std::vector<Pixels> pixels = read_layers(path, file.get(), layers, layered && !plain, threads);
+    if (layers.empty() || (plain && read_plain(file, layers[0], readable[0]->pixels))) return;
+    std::vector<Pixels> pixels = read_layers(path, file, layers, layered && !plain, threads);
     for (size_t i = 0; i < pixels.size(); ++i) readable[i]->pixels = std::move(pixels[i]);
   }
 
   // False for a file that the general reader must read.
-  bool read_plain(plates::OpenFile* file, const plates::Layer& layer, Pixels& pixels) const {
+  bool read_plain(std::shared_ptr<plates::OpenFile>& file, const plates::Layer& layer, Pixels& pixels) const {
+    if (!file) file = plates::open_file(path);
     qv::io::DecodeResult result;
-    if (file) {
-      qv::io::decode_plain(*file->input, path, 1, result);
-    } else {
-      qv::io::decode_plain(path, 1, result);
-    }
+    file->by_general().decode_plain(1, result);
     if (result.status == qv::io::decode_failed) throw std::runtime_error(path + ": " + result.error);
     if (result.status != qv::io::decode_done) return false;
     if (result.width != box_width(layer.extent.window) || result.height != box_height(layer.extent.window)) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace host::files {
 
@@ -13,17 +14,12 @@ struct Made {
   std::string digest;  // of what it was made from; "" where the file does not say
 };
 
-// Opens a file for its header alone. Throws std::runtime_error that names the path when it is no image
-// that can be read. Thread-safe.
-Made made(const std::string& path);
-
-// The same of a file whose pixels are decoded too, and let go: throws where they cannot be. Holds a strip of
-// the image at a time.
-Made made_whole(const std::string& path);
-
 // The text by which a file tells its scale and what it was made from: "quorvel", or "quorvel, scale 0.5, made
 // from DIGEST".
 std::string software_text(double scale, const std::string& digest);
+
+// The scale and the digest of such a text.
+Made made_by(std::string_view software);
 
 // The text by which files that have no other way say whether their colour is encoded.
 const char* color_note(bool srgb);

@@ -2,9 +2,9 @@
 
 #include <qv/version.h>
 
-#include "host/files/made.h"
 #include "host/node/identity.h"
 #include "host/plan/obstacles.h"
+#include "host/plates/made.h"
 #include "host/writer/container.h"
 
 #include <algorithm>
@@ -113,7 +113,7 @@ std::string Digests::of(const Target& target, int64_t frame, std::string_view li
 bool Digests::current(const Target& target, int64_t frame) {
   if (!stands(target.file.path)) return false;
   try {
-    const std::string said = files::made(target.file.path).digest;
+    const std::string said = plates::made(target.file.path).digest;
     return !said.empty() && said == of(target, frame, said);
   } catch (const frame::FrameError&) {
     throw;

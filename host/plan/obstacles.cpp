@@ -1,9 +1,9 @@
 #include "host/plan/obstacles.h"
 
 #include "host/files/atomic_file.h"
-#include "host/files/made.h"
 #include "host/files/path.h"
 #include "host/node/expectation.h"
+#include "host/plates/made.h"
 
 #include <cerrno>
 #include <exception>
@@ -48,7 +48,7 @@ std::string exists_text(const std::string& path) {
 
 std::string stale_reason(const std::string& path, double scale, const Format* format) {
   try {
-    const files::Made made = files::made(path);
+    const files::Made made = plates::made(path);
     const bool other_size = format && (made.width != format->width || made.height != format->height);
     if (made.scale == scale && !other_size) return "";
     return path + " stands, but is " + made_text(made.width, made.height, made.scale) + ", not " +

@@ -14,31 +14,21 @@ std::string lower(std::string_view text) {
   return result;
 }
 
-// The names that newer readers have for what older ones call "Linear", "sRGB" and "Gamma2.2".
-std::string space_of(const OIIO::ImageSpec& spec) {
-  const std::string space = spec.get_string_attribute("oiio:ColorSpace");
-  if (space == "lin_rec709_scene") return "Linear";
-  if (space == "srgb_rec709_scene") return "sRGB";
-  const bool gamma = space.size() > 3 && space.starts_with('g') && space.ends_with("_rec709_scene");
-  return gamma ? "Gamma" + space.substr(1, 1) + "." + space.substr(2, 1) : space;
-}
-
 }  // namespace
 
 // Readers call floats "Linear" without asking, and some whole numbers "sRGB". A gamma stands for the curve
 // of a screen, as PNG files give it.
-ColorSpace color_space_of(const OIIO::ImageSpec& spec) {
-  const std::string note = spec.get_string_attribute("ImageDescription");
+ColorSpace color_space_of(const ColorHints& hints) {
+  const std::string& note = hints.description;
   for (const bool srgb : {true, false}) {
     if (note.substr(0, note.find('\n')) == files::color_note(srgb))
       return {srgb ? "sRGB" : "linear", "its description says so"};
   }
-  const bool floats = spec.format.is_floating_point();
-  ColorSpace otherwise = floats ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
-                                : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
-  const std::string space = space_of(spec);
-  const std::string profile = lower(spec.get_string_attribute("ICCProfile:profile_description"));
-  if (space.empty() && profile.find("linear") != std::string::npos)
+  ColorSpace otherwise = hints.floats
+                             ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
+                             : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
+  const std::string& space = hints.space;
+  if (space.empty() && lower(hints.profile).find("linear") != std::string::npos)
     return {"linear", "its colour profile is called linear"};
   const std::string name = lower(space) == "linear" ? "linear" : space;
   if (name.empty() || name == otherwise.name) return otherwise;

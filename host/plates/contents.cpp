@@ -13,15 +13,14 @@ using NamedChannels = std::vector<std::pair<int, std::string>>;  // index in the
 
 constexpr size_t alpha = 3;
 
-Extent extent_of(const OIIO::ImageSpec& spec) {
+Extent extent_of(const PartInfo& part) {
+  const FileWindow& data = part.data;
+  const FileWindow& display = part.display;
   Extent extent;
-  extent.format.width = spec.full_width;
-  extent.format.height = spec.full_height;
-  const double aspect = spec.get_float_attribute("PixelAspectRatio", 1.0F);
-  extent.format.pixel_aspect = aspect > 0 ? aspect : 1.0;
-  const int64_t x0 = int64_t{spec.x} - spec.full_x;
-  const int64_t y1 = int64_t{spec.full_y} + spec.full_height - spec.y;
-  extent.window = {x0, y1 - spec.height, x0 + spec.width, y1};
+  extent.format = {display.width, display.height, part.pixel_aspect};
+  const int64_t x0 = data.x - display.x;
+  const int64_t y1 = display.y + display.height - data.y;
+  extent.window = {x0, y1 - data.height, x0 + data.width, y1};
   return extent;
 }
 
@@ -91,30 +90,30 @@ std::array<int, 4> arrange(const NamedChannels& channels) {
 }
 
 // Whether a layer holds the ranks of a cryptomatte: ids and their shares under the names of colours.
-bool is_cryptomatte(const OIIO::ImageSpec& spec, std::string_view layer) {
+bool is_cryptomatte(const files::MetadataPtr& metadata, std::string_view layer) {
   constexpr std::string_view begin = "cryptomatte/";
   constexpr std::string_view end = "/name";
-  for (const auto& attribute : spec.extra_attribs) {
-    const std::string_view name(attribute.name().c_str(), attribute.name().size());
-    if (!name.starts_with(begin) || !name.ends_with(end)) continue;
-    const std::string rank = attribute.get_string();
-    if (!rank.empty() && layer.starts_with(rank) &&
-        layer.find_first_not_of("0123456789", rank.size()) == std::string_view::npos)
-      return true;
-  }
-  return false;
+  if (!metadata) return false;
+  return std::any_of(metadata->all().begin(), metadata->all().end(), [&](const files::Metadatum& entry) {
+    if (!entry.name.starts_with(begin) || !entry.name.ends_with(end) || entry.type != "string") return false;
+    const std::string& rank = entry.texts[0];
+    return !rank.empty() && layer.starts_with(rank) &&
+           layer.find_first_not_of("0123456789", rank.size()) == std::string_view::npos;
+  });
 }
 
 }  // namespace
 
-void add_part(const OIIO::ImageSpec& spec, int subimage, bool exr, Contents& contents) {
-  const std::string part = spec.get_string_attribute("oiio:subimagename", "part" + std::to_string(subimage));
+void add_part(const PartInfo& info, int subimage, bool exr, Contents& contents) {
+  const std::string part = info.name.empty() ? "part" + std::to_string(subimage) : info.name;
+  // EXR has whole numbers for ids alone; elsewhere they are a picture's steps from 0 to 1.
+  const auto whole = [&](int channel) {
+    return exr && info.channels[static_cast<size_t>(channel)].type == "uint32";
+  };
   std::map<std::string, NamedChannels> groups;
-  for (int i = 0; i < spec.nchannels; ++i) {
-    const std::string& name = spec.channelnames[static_cast<size_t>(i)];
-    // EXR has whole numbers for ids alone; elsewhere they are a picture's steps from 0 to 1.
-    const bool whole = exr && spec.channelformat(i).basetype == OIIO::TypeDesc::UINT32;
-    contents.channels.push_back({name, part, subimage, i, whole});
+  for (int i = 0; i < static_cast<int>(info.channels.size()); ++i) {
+    const std::string& name = info.channels[static_cast<size_t>(i)].name;
+    contents.channels.push_back({name, part, subimage, i, whole(i)});
     groups[layer_of(name)].emplace_back(i, channel_suffix(name));
   }
   const size_t first = contents.layers.size();
@@ -122,14 +121,13 @@ void add_part(const OIIO::ImageSpec& spec, int subimage, bool exr, Contents& con
     Layer layer;
     layer.names = {name, part};
     layer.subimage = subimage;
-    layer.extent = extent_of(spec);
+    layer.extent = extent_of(info);
     layer.channels = arrange(channels);
-    layer.ids = std::any_of(channels.begin(), channels.end(), [&](const auto& channel) {
-      return exr && spec.channelformat(channel.first).basetype == OIIO::TypeDesc::UINT32;
-    });
-    layer.coverage =
-        channels.size() > 1 && layer.channels[alpha] >= 0 && !layer.ids && !is_cryptomatte(spec, name);
-    layer.deep = spec.deep;
+    layer.ids = std::any_of(channels.begin(), channels.end(),
+                            [&](const auto& channel) { return whole(channel.first); });
+    layer.coverage = channels.size() > 1 && layer.channels[alpha] >= 0 && !layer.ids &&
+                     !is_cryptomatte(info.metadata, name);
+    layer.deep = info.deep;
     contents.layers.push_back(std::move(layer));
   }
   // A part without colour of its own is led by its first channels.

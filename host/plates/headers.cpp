@@ -1,13 +1,9 @@
 #include "host/plates/headers.h"
 
-#include <qv/io/decode.h>
-
-#include "host/plates/color_space.h"
 #include "host/plates/contents.h"
 #include "host/plates/open_file.h"
 #include "host/plates/sequence.h"
 #include "host/writer/exr/attributes.h"
-#include "host/writer/spec_metadata.h"
 
 #include <algorithm>
 #include <bit>
@@ -21,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include <OpenImageIO/imageio.h>
 #include <sys/stat.h>
 
 namespace host::plates {
@@ -53,40 +48,45 @@ files::MetadataPtr shared(files::Metadata metadata) {
 uint64_t metadata_bytes(const HeaderPtr& header) {
   uint64_t sum = 0;
   if (!header) return sum;
-  for (const files::MetadataPtr& part : header->metadata) sum += part ? part->bytes() : 0;
+  for (const PartInfo& part : header->parts) sum += part.metadata ? part.metadata->bytes() : 0;
   return sum;
 }
 
-Header read_header(const std::string& path, const Attributes& attributes, OpenFile& file) {
+// EXR's metadata with the types that it has there.
+void add_metadata(const std::string& path, std::vector<PartInfo>& parts) {
+  std::vector<files::Metadata> read = writer::exr::read_metadata(path);
+  for (size_t i = 0; i < std::min(read.size(), parts.size()); ++i)
+    parts[i].metadata = shared(std::move(read[i]));
+}
+
+Header header_of(const std::string& path, FileTold told) {
+  Header header;
+  const bool exr = told.format == "openexr";
+  if (exr) add_metadata(path, told.parts);
+  const auto parts = static_cast<int>(told.parts.size());
+  for (int i = 0; i < parts; ++i) add_part(told.parts[static_cast<size_t>(i)], i, exr, header.contents);
+  name_layers(parts, header.contents);
+  if (header.contents.layers.empty()) header.error = path + ": has no channels";
+  header.format = std::move(told.format);
+  header.plain = told.plain && header.contents.layers.size() == 1;
+  header.color = std::move(told.color);
+  header.parts = std::move(told.parts);
+  return header;
+}
+
+Header read_header(const std::string& path, const Attributes& attributes, std::shared_ptr<OpenFile>& file) {
   Header header;
   if (!attributes.regular) {
     header.error = path + (attributes.exists ? ": is no file" : ": no such file");
     return header;
   }
-  file.input = OIIO::ImageInput::open(path);
-  const auto& input = file.input;
-  if (!input) {
-    header.error = path + ": " + OIIO::geterror();
+  try {
+    file = open_file(path);
+  } catch (const std::runtime_error& failure) {
+    header.error = failure.what();
     return header;
   }
-  header.format = input->format_name();
-  header.color = color_space_of(input->spec());
-  const bool exr = header.format == "openexr";
-  int parts = 0;
-  for (; parts < most_subimages && input->seek_subimage(parts, 0); ++parts) {
-    add_part(input->spec(), parts, exr, header.contents);
-    if (!exr) header.metadata.push_back(shared(writer::metadata_of(input->spec())));
-  }
-  if (exr) {
-    for (files::Metadata& part : writer::exr::read_metadata(path))
-      header.metadata.push_back(shared(std::move(part)));
-  }
-  (void)input->geterror();
-  name_layers(parts, header.contents);
-  if (header.contents.layers.empty()) header.error = path + ": has no channels";
-  header.plain = parts == 1 && header.contents.layers.size() == 1 && input->seek_subimage(0, 0) &&
-                 qv::io::is_plain(input->spec());
-  return header;
+  return header_of(path, file->by_general().told(most_subimages));
 }
 
 // Eight bytes at a time, each step of which loses nothing: two files that differ in one word never agree.
@@ -197,9 +197,9 @@ HeaderPtr Headers::known(const std::string& path) const {
 HeaderPtr Headers::read(const std::string& path, std::shared_ptr<OpenFile>* file) {
   if (HeaderPtr header = known(path)) return header;
   const Attributes attributes = last_attributes(path);
-  const auto opened = std::make_shared<OpenFile>();
-  HeaderPtr header = std::make_shared<const Header>(read_header(path, attributes, *opened));
-  if (file && opened->input) *file = opened;
+  std::shared_ptr<OpenFile> opened;
+  HeaderPtr header = std::make_shared<const Header>(read_header(path, attributes, opened));
+  if (file && opened) *file = opened;
   {
     const std::lock_guard lock(mutex_);
     // Others, asked for meanwhile, are those of a newer file.
@@ -245,7 +245,7 @@ std::shared_ptr<void> Headers::promise(const std::string& path) {
 files::MetadataPtr Headers::metadata(const Source& source) {
   const HeaderPtr header = get(source.path);
   const auto part = static_cast<size_t>(layer(source, *header).subimage);
-  return part < header->metadata.size() ? header->metadata[part] : nullptr;
+  return part < header->parts.size() ? header->parts[part].metadata : nullptr;
 }
 
 Layer Headers::layer(const Source& source, const Header& header) const {

@@ -2,6 +2,7 @@
 
 #include "host/files/metadata.h"
 #include "host/plates/layers.h"
+#include "host/plates/part_info.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -29,21 +30,15 @@ struct Attributes {
   bool operator==(const Attributes&) const = default;
 };
 
-// How the colour of a file is encoded, and what says so, for people: "the file says so".
-struct ColorSpace {
-  std::string name;  // "sRGB", "linear", or another that the file gives it
-  std::string why;
-};
-
 // What a file says of itself before its pixels are read. A file that cannot be opened has `error`
 // set and nothing else.
 struct Header {
   std::string error;  // names the path
   Contents contents;
-  std::string format;  // the name of its reader: "tiff"
-  bool plain = false;  // one subimage of R, G, B, A that fills its display window
+  std::string format;  // "openexr", "tiff", ...
+  bool plain = false;  // one part of R, G, B, A that fills its display window
   ColorSpace color;
-  std::vector<files::MetadataPtr> metadata;  // of each part; null where there is none
+  std::vector<PartInfo> parts;
 };
 using HeaderPtr = std::shared_ptr<const Header>;
 

@@ -1,14 +1,22 @@
 #pragma once
 
-#include <memory>
+#include "host/general/general.h"
 
-#include <OpenImageIO/imageio.h>
+#include <memory>
+#include <string>
 
 namespace host::plates {
 
-// A file whose header has just been read, for who goes on to its pixels.
+// A file that is open, for its header and then for its pixels. Externally synchronised.
 struct OpenFile {
-  std::unique_ptr<OIIO::ImageInput> input;
+  std::string path;
+  std::unique_ptr<general::File> general;  // null until it is needed
+
+  // Opens it so, unless it is. Throws std::runtime_error that names the path.
+  general::File& by_general();
 };
+
+// Throws std::runtime_error that names the path. Thread-safe.
+std::shared_ptr<OpenFile> open_file(const std::string& path);
 
 }  // namespace host::plates

@@ -1,10 +1,10 @@
 #include "host/render_farm/verify.h"
 
-#include "host/files/made.h"
 #include "host/frame/project.h"
 #include "host/plan/digest.h"
 #include "host/plan/obstacles.h"
 #include "host/plates/headers.h"
+#include "host/plates/made.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
@@ -35,7 +35,7 @@ void decode(Look& look) {
     if (!plan::stands(path)) {
       look.reason = "missing";
     } else {
-      look.said = files::made_whole(path).digest;
+      look.said = plates::made_whole(path).digest;
       if (look.said.empty()) look.reason = "does not say what it was made from";
     }
   } catch (const std::exception& error) {

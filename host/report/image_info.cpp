@@ -1,7 +1,7 @@
 #include "host/report/image_info.h"
 
-#include "host/files/made.h"
 #include "host/node/expectation.h"
+#include "host/plates/made.h"
 #include "host/shot/frames.h"
 
 #include <algorithm>
@@ -90,14 +90,10 @@ Json part_json(const PartInfo& part) {
   return json;
 }
 
-files::MetadataPtr metadata_of(const plates::Header& header, size_t part) {
-  return part < header.metadata.size() ? header.metadata[part] : nullptr;
-}
-
 // The digest of what it was made from, "" where it does not say.
 std::string digest_of(const AskedImage& image) {
   try {
-    return files::made(image.path).digest;
+    return plates::made(image.path).digest;
   } catch (const std::runtime_error&) {
     return "";
   }
@@ -160,8 +156,8 @@ std::string image_text(const AskedImage& image) {
   if (!image.frames.empty()) {
     text += "  frames    " + sequence_text(image.frames) + "\n  first     " + image.path + "\n";
   }
-  const plates::Header& header = *image.info.header;
-  text += "  type      " + image.info.type + "\n";
+  const plates::Header& header = *image.header;
+  text += "  type      " + header.format + "\n";
   text += "  colour    " + header.color.name + " (" + header.color.why + ")\n";
   if (const std::string digest = digest_of(image); !digest.empty()) text += "  made from " + digest + "\n";
   text += "  layers    ";
@@ -169,13 +165,13 @@ std::string image_text(const AskedImage& image) {
   for (size_t i = 0; i < header.contents.layers.size(); ++i)
     text += (i == 0 ? "" : between) + layer_text(header.contents.layers[i], header.contents);
   text += "\n";
-  for (size_t i = 0; i < image.info.parts.size(); ++i)
-    text += part_text(image.info.parts[i], i) + metadata_text(metadata_of(header, i));
+  for (size_t i = 0; i < header.parts.size(); ++i)
+    text += part_text(header.parts[i], i) + metadata_text(header.parts[i].metadata);
   return text;
 }
 
 Json image_json(const AskedImage& image) {
-  const plates::Header& header = *image.info.header;
+  const plates::Header& header = *image.header;
   Json json = {{"file", image.name}, {"kind", "image"}};
   if (!image.frames.empty()) {
     json["kind"] = "sequence";
@@ -186,16 +182,16 @@ Json image_json(const AskedImage& image) {
     json["error"] = header.error;
     return json;
   }
-  json["type"] = image.info.type;
+  json["type"] = header.format;
   json["color"] = {{"space", header.color.name}, {"why", header.color.why}};
   if (const std::string digest = digest_of(image); !digest.empty()) json["made_from"] = digest;
   json["layers"] = Json::array();
   for (const plates::Layer& layer : header.contents.layers)
     json["layers"].push_back(layer_json(layer, header.contents));
   json["parts"] = Json::array();
-  for (size_t i = 0; i < image.info.parts.size(); ++i) {
-    json["parts"].push_back(part_json(image.info.parts[i]));
-    json["parts"][i]["metadata"] = metadata_json(metadata_of(header, i));
+  for (size_t i = 0; i < header.parts.size(); ++i) {
+    json["parts"].push_back(part_json(header.parts[i]));
+    json["parts"][i]["metadata"] = metadata_json(header.parts[i].metadata);
   }
   return json;
 }

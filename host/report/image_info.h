@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/plates/inspect.h"
+#include "host/plates/headers.h"
 
 #include <cstdint>
 #include <string>
@@ -12,13 +12,13 @@ namespace host::report {
 
 // What image files hold, for people and as JSON. docs/info.md describes the members.
 
-// A file as it was asked for: of a pattern, `frames` are those that stand, in order, and `info` is about the
-// first of them.
+// A file as it was asked for: of a pattern, `frames` are those that stand, in order, and `header` is the
+// first one's.
 struct AskedImage {
   std::string name;
   std::string path;
   std::vector<int64_t> frames;
-  plates::FileInfo info;
+  plates::HeaderPtr header;
 };
 
 // The text is of one that can be read; else the JSON has its "error".

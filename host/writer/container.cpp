@@ -132,35 +132,30 @@ Container container_of(const std::string& path) {
   return Container::unknown;
 }
 
-OIIO::TypeDesc stored_type(Container container, Depth depth) {
+StoredType stored_type(Container container, Depth depth) {
+  constexpr StoredType half = {2, true}, float32 = {4, true}, integer8 = {1, false}, integer16 = {2, false};
   switch (depth) {
     case Depth::half:
-      return OIIO::TypeHalf;
+      return half;
     case Depth::float32:
-      return OIIO::TypeFloat;
+      return float32;
     case Depth::integer8:
-      return OIIO::TypeUInt8;
+      return integer8;
     case Depth::integer10:
     case Depth::integer12:
     case Depth::integer16:
-      return OIIO::TypeUInt16;
+      return integer16;
     case Depth::automatic:
       break;
   }
-  if (container == Container::exr) return OIIO::TypeHalf;
-  const bool bytes = container == Container::png || container == Container::jpeg;
-  return bytes ? OIIO::TypeUInt8 : OIIO::TypeUInt16;
+  if (container == Container::exr) return half;
+  return container == Container::png || container == Container::jpeg ? integer8 : integer16;
 }
 
 int stored_bits(Container container, Depth depth) {
   if (depth == Depth::integer10 || (depth == Depth::automatic && container == Container::dpx)) return 10;
   if (depth == Depth::integer12) return 12;
-  return static_cast<int>(stored_type(container, depth).size()) * 8;
-}
-
-const char* encoder_name(Container container) {
-  constexpr const char* names[] = {"", "openexr", "png", "tiff", "jpeg", "dpx"};
-  return names[static_cast<size_t>(container)];
+  return stored_type(container, depth).bytes * 8;
 }
 
 bool packed_by_all(const std::string& path) {

@@ -4,8 +4,6 @@
 
 #include <string>
 
-#include <OpenImageIO/typedesc.h>
-
 namespace host::writer {
 
 // What the file types that can be written have to offer. All functions are thread-safe.
@@ -15,14 +13,17 @@ enum class Container { unknown, exr, png, tiff, jpeg, dpx };
 // By the path's extension.
 Container container_of(const std::string& path);
 
+// A channel's value as it is stored: a whole number or a floating one of so many bytes.
+struct StoredType {
+  int bytes = 0;
+  bool floats = false;
+};
+
 // How a channel is stored; `depth` is one that the container has.
-OIIO::TypeDesc stored_type(Container container, OutputFile::Depth depth);
+StoredType stored_type(Container container, OutputFile::Depth depth);
 
 // Bits of a whole number that is stored so.
 int stored_bits(Container container, OutputFile::Depth depth);
-
-// What OpenImageIO calls the encoder of files other than EXR.
-const char* encoder_name(Container container);
 
 // Why a path cannot be written to by its extension; empty when it can.
 std::string unsupported_reason(const std::string& path);

@@ -1,4 +1,5 @@
-"""Fails when an include line in qv/ or host/ points up, or sideways into a room that it may not know of.
+"""Fails when an include line in qv/ or host/ points up, or sideways into a room that it may not know of, or to
+OpenImageIO where that would be loaded with the program.
 
 usage: floors.py SOURCE_DIR
 """
@@ -38,12 +39,15 @@ xform: crop matrix
 xform: steps matrix""".splitlines():
     units = [f"{line.split(':')[0]}/{name}" for name in line.split()[1:]]
     FLOORS |= {unit: set(units[i + 1:]) for i, unit in enumerate(units)}
-# The rooms of the host, roof first: each may look into those behind it, and into itself.
+# The rooms of the host, roof first: each may look into those behind it, and into itself. An inner room that is
+# named here stands on its own floor.
 HOST = [{"cli"}, {"live", "render_farm"}, {"manual", "report"}, {"service"}, {"render"}, {"draw"}, {"plan"},
-        {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"programs"}, {"decode"}, {"plates"}, {"writer"}, {"files", "gpu"},
-        {"base"}]
+        {"frame"}, {"shot"}, {"nodes"}, {"node"}, {"programs"}, {"decode"}, {"general/images"}, {"plates"}, {"writer"},
+        {"files", "gpu"}, {"base"}, {"general"}]
 # Inner rooms that know nothing of the one around them.
 CELLARS = {"live/http", "live/session"}
+# The module's, and the one room of the host that may include OpenImageIO.
+MODULE = "general/images"
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]((?:qv|host|bench|tests)/[^">]+)[">]', re.MULTILINE)
 
 
@@ -59,12 +63,17 @@ def allowed(own, target):
     return unit == own or unit not in FLOORS or own not in FLOORS or unit in FLOORS[own]
 
 
+def host_room(unit):
+    inner = unit.rpartition("/")[0]
+    return inner if any(inner in names for names in HOST) else unit.split("/")[0]
+
+
 def host_allowed(own, target):
     if target.startswith("qv/"):
         return True
     if not target.startswith("host/"):
         return False
-    rooms = [unit.split("/")[0] for unit in (own, target.removeprefix("host/"))]
+    rooms = [host_room(unit) for unit in (own, target.removeprefix("host/"))]
     inner, other = (unit.rpartition("/")[0] for unit in (own, target.removeprefix("host/")))
     if inner in CELLARS and rooms[0] == rooms[1] and inner != other:
         return False
@@ -81,6 +90,9 @@ def main():
             own = path.relative_to(root / tree).with_suffix("").as_posix()
             targets = INCLUDE.findall(path.read_text())
             faults += [f"{path.relative_to(root)} includes {t}" for t in targets if not judge(own, t)]
+    faults += [f"{path.relative_to(root)} includes OpenImageIO" for tree in ("host", "python")
+               for path in sorted(root.glob(f"{tree}/**/*")) if path.suffix in (".h", ".cpp")
+               and path.parent != root / "host" / MODULE and "include <OpenImageIO/" in path.read_text()]
     faults += [f"{unit} has no header" for unit in FLOORS if not (root / "qv" / f"{unit}.h").exists()]
     print("\n".join(faults) or f"{files} files, every include points down")
     return 1 if faults or not files else 0

@@ -7,7 +7,7 @@
 #include "host/files/pattern.h"
 #include "host/gpu/gpu_context.h"
 #include "host/plan/plan.h"
-#include "host/plates/inspect.h"
+#include "host/plates/headers.h"
 #include "host/plates/sequence.h"
 #include "host/report/image_info.h"
 #include "host/shot/composition.h"
@@ -98,8 +98,8 @@ Told tell_image(const std::string& name, const InfoCommand& command, Json& all) 
     if (!image.frames.empty()) image.path = files::frame_path(image.path, image.frames.front());
   }
   plates::Headers headers;
-  image.info = plates::inspect(headers, image.path);
-  const std::string& error = image.info.header->error;
+  image.header = headers.get(image.path);
+  const std::string& error = image.header->error;
   Told told{error.empty() ? exit_done : exit_usage, {}};
   if (command.json) {
     all.push_back(report::image_json(image));

@@ -1,4 +1,4 @@
-#include "host/writer/spec_metadata.h"
+#include "host/general/images/spec_metadata.h"
 
 #include "host/files/made.h"
 
@@ -12,10 +12,11 @@
 #include <utility>
 #include <vector>
 
-namespace host::writer {
+namespace host::general::images {
 namespace {
 
 using OIIO::TypeDesc;
+using writer::Container;
 
 struct Names {
   const char *ours, *theirs;
@@ -161,4 +162,4 @@ void add_metadata(const files::Metadata& metadata, Container container, OIIO::Im
   }
 }
 
-}  // namespace host::writer
+}  // namespace host::general::images

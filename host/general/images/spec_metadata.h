@@ -5,7 +5,7 @@
 
 #include <OpenImageIO/imageio.h>
 
-namespace host::writer {
+namespace host::general::images {
 
 // Metadata of files that are no EXR, as OpenImageIO's readers and writers have it: attributes of a spec, some
 // of them under other names than OpenEXR's. Thread-safe.
@@ -14,6 +14,6 @@ namespace host::writer {
 files::Metadata metadata_of(const OIIO::ImageSpec& spec);
 
 // Adds what files of this type hold: PNG texts, TIFF those with a tag of their own.
-void add_metadata(const files::Metadata& metadata, Container container, OIIO::ImageSpec& spec);
+void add_metadata(const files::Metadata& metadata, writer::Container container, OIIO::ImageSpec& spec);
 
-}  // namespace host::writer
+}  // namespace host::general::images

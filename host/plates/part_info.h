@@ -1,6 +1,7 @@
 #pragma once
 
-#include "host/plates/headers.h"
+#include "host/files/metadata.h"
+#include "host/plates/color_space.h"
 
 #include <cstdint>
 #include <string>
@@ -28,16 +29,15 @@ struct PartInfo {
   int tile_height = 0;
   bool deep = false;
   std::vector<Channel> channels;
+  files::MetadataPtr metadata;  // what it says beside its pixels; null where that is nothing
 };
 
-// What a file says of itself, in full. One that cannot be read has the header's error, and no parts.
-struct FileInfo {
-  std::string type;  // "openexr", "tiff", ...
-  HeaderPtr header;
+// What a file says of itself, whoever read it.
+struct FileTold {
+  std::string format;  // of the file type: "openexr", "tiff", ...
+  ColorSpace color;
+  bool plain = false;  // one part, which qv::io::is_plain
   std::vector<PartInfo> parts;
 };
-
-// Opens the file for its headers alone. Thread-safe.
-FileInfo inspect(Headers& headers, const std::string& path);
 
 }  // namespace host::plates
