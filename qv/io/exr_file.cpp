@@ -48,7 +48,7 @@ ExrPart part_of(const exr::Subimage& subimage) {
 }
 
 // R, G, B, A over the whole of the display window.
-bool is_plain(const ExrPart& part) {
+bool fills_display(const ExrPart& part) {
   constexpr std::array<std::string_view, 4> names = {"R", "G", "B", "A"};
   return std::equal(
              part.channels.begin(), part.channels.end(), names.begin(), names.end(),
@@ -115,6 +115,14 @@ const std::vector<ExrPart>& ExrFile::parts() const {
   return state_->parts;
 }
 
+bool ExrFile::is_plain() const {
+  return state_->parts.size() == 1 && fills_display(state_->parts[0]);
+}
+
+std::string ExrFile::text(int part, const std::string& attribute) const {
+  return state_->file->text(part, attribute);
+}
+
 void ExrFile::decode_plain(int threads, DecodeResult& out) const {
   const DecodeClock::time_point start = DecodeClock::now();
   out = {};
@@ -125,7 +133,7 @@ void ExrFile::decode_plain(int threads, DecodeResult& out) const {
   try {
     const exr::Subimage& subimage = state_->subimages.at(0);
     const exr::Part& part = subimage.part;
-    if (state_->parts.size() != 1 || !is_plain(state_->parts[0]) || !state_->believable(part)) return;
+    if (!is_plain() || !state_->believable(part)) return;
     const std::optional<size_t> count = float_count(part.width, part.height, 4);
     if (!count) return;
     auto pixels = uninitialised<float>(*count);

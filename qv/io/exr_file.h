@@ -47,6 +47,13 @@ class QV_API ExrFile {
   // At least one; their index is Read's subimage.
   const std::vector<ExrPart>& parts() const;
 
+  // Whether decode_plain takes it: one part of R, G, B, A that fills its display window.
+  bool is_plain() const;
+
+  // What a part says in an attribute that is one text, under the name that it has there: "comments"; "" where
+  // there is none. Throws std::bad_alloc.
+  std::string text(int part, const std::string& attribute) const;
+
   // As the function of that name, with `spec` left null. The file's attributes are those that it had when it
   // was opened. decode_other for whatever that function would be needed for. `threads` of 0: one a processor.
   void decode_plain(int threads, DecodeResult& out) const;

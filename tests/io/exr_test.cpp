@@ -59,6 +59,7 @@ OIIO::ImageSpec any_spec(Random& random, const std::string& codec, bool plain, b
   spec.full_height = plain ? spec.height : 200;
   if (!plain) spec.full_x = -7, spec.full_y = 5;
   spec.attribute("PixelAspectRatio", 2.0F);
+  spec.attribute("ImageDescription", "of " + std::to_string(channels));
   if (tiled) spec.tile_width = any(random, 1, 90), spec.tile_height = any(random, 1, 90);
   spec.attribute("compression", codec);
   if (!tiled && any(random, 0, 3) == 0) spec.attribute("openexr:lineOrder", "decreasingY");
@@ -176,6 +177,7 @@ void compare_alone(const std::string& path, OIIO::ImageInput* input, const Decod
   DecodeResult result;
   file->decode_plain(2, result);
   ASSERT_TRUE(result.status == decode_other || result.status == general.status);
+  ASSERT_TRUE(damaged || file->is_plain() == (general.status == decode_done));
   ASSERT_TRUE(result.status == general.status || damaged);
   if (result.status == decode_done) {
     ASSERT_EQ(std::pair(result.width, result.height), std::pair(general.width, general.height));
@@ -188,6 +190,8 @@ void compare_alone(const std::string& path, OIIO::ImageInput* input, const Decod
     const OIIO::ImageSpec spec = input->spec(index, 0);
     if (!damaged) {
       ASSERT_NO_FATAL_FAILURE(compare_part(part, spec));
+      EXPECT_EQ(file->text(index, "comments"), "of " + std::to_string(channels));
+      EXPECT_EQ(file->text(index, "channels") + file->text(index, "none") + file->text(-1, "comments"), "");
     }
     const auto expected = whole(path, index);
     if (spec.image_pixels() > 1 << 20 || spec.nchannels != channels) continue;

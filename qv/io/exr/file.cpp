@@ -215,6 +215,13 @@ std::optional<Part> File::part(int index) const {
   return part;
 }
 
+std::string File::text(int part, const std::string& name) const {
+  int32_t length = 0;
+  const char* text = nullptr;
+  const exr_result_t found = exr_attr_get_string(context_->handle, part, name.c_str(), &length, &text);
+  return found == EXR_ERR_SUCCESS && text ? std::string(text, static_cast<size_t>(length)) : std::string();
+}
+
 std::span<const uint8_t> File::read(const Part& part, const Chunk& chunk, Bytes& bytes) const {
   exr_const_context_t context = context_->handle;
   exr_chunk_info_t info = {};

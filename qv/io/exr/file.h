@@ -78,6 +78,9 @@ class File {
   // Nothing for a part that is not read here: deep, subsampled or of another codec.
   std::optional<Part> part(int index) const;
 
+  // An attribute of a part that is one text; "" where there is none.
+  std::string text(int part, const std::string& name) const;
+
   // The bytes of a chunk as they are packed; empty when they are missing or cannot be a chunk of
   // this size. They lie in `bytes`. Throws std::bad_alloc.
   std::span<const uint8_t> read(const Part& part, const Chunk& chunk, Bytes& bytes) const;
