@@ -88,7 +88,7 @@ std::string parse_error_text(const CLI::App& program, const CLI::ParseError& err
 
 Table::Table()
     : program_(std::make_unique<CLI::App>("Renders compositions of image nodes to files.", "quorvel")) {
-  program_->set_version_flag("--version", version_text());
+  program_->set_version_flag("--version", version_text);  // which has a library loaded
   program_->require_subcommand(1);
   program_->formatter(std::make_shared<HelpFormatter>());
   program_->footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);

@@ -42,6 +42,7 @@ class LayerPlan {
   void run(const std::string& path, plates::OpenFile& file, int threads) const {
     std::vector<std::array<qv::io::Slot, 4>> slots;
     for (const plates::Layer* layer : layers_) slots.push_back(slots_of(*layer));
+    if (file.exr && file.exr->load_layers(reads_, slots, width_, height_, threads, outs_, nullptr)) return;
     std::string error;
     if (!file.by_general().load_layers(reads_, slots, width_, height_, threads, outs_, error))
       throw std::runtime_error(path + ": " + error);
@@ -119,8 +120,8 @@ std::shared_ptr<float[]> pixel_buffer(const Box& window) {
 std::vector<Pixels> read_layers(const std::string& path, std::shared_ptr<plates::OpenFile> file,
                                 const std::vector<plates::Layer>& layers, bool layered, int threads) {
   std::vector<Pixels> results;
-  if (!layered && layers.size() == 1 && !layers[0].ids) return {read_general(path, layers[0])};
   if (!file) file = plates::open_file(path);
+  if (!layered && !file->exr && layers.size() == 1 && !layers[0].ids) return {read_general(path, layers[0])};
   std::map<std::pair<int64_t, int64_t>, LayerPlan> plans;
   for (const plates::Layer& layer : layers) {
     if (layer.ids) {

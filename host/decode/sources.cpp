@@ -68,7 +68,8 @@ struct FileJob {
   bool read_plain(std::shared_ptr<plates::OpenFile>& file, const plates::Layer& layer, Pixels& pixels) const {
     if (!file) file = plates::open_file(path);
     qv::io::DecodeResult result;
-    file->by_general().decode_plain(1, result);
+    if (file->exr) file->exr->decode_plain(1, result);
+    if (result.status != qv::io::decode_done) file->by_general().decode_plain(1, result);
     if (result.status == qv::io::decode_failed) throw std::runtime_error(path + ": " + result.error);
     if (result.status != qv::io::decode_done) return false;
     if (result.width != box_width(layer.extent.window) || result.height != box_height(layer.extent.window)) {

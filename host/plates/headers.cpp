@@ -86,7 +86,7 @@ Header read_header(const std::string& path, const Attributes& attributes, std::s
     header.error = failure.what();
     return header;
   }
-  return header_of(path, file->by_general().told(most_subimages));
+  return header_of(path, file->told(most_subimages));
 }
 
 // Eight bytes at a time, each step of which loses nothing: two files that differ in one word never agree.

@@ -70,7 +70,8 @@ if [ -d "$prefix/lib/python3" ]; then
   for package in "$work"/packages/*.deb; do dpkg-deb -x "$package" "$work/root"; done
   [ "$(find "$work/packages" -maxdepth 1 -name "*.deb" | wc -l)" = 2 ]
   python_package "$work/root/usr" lib/python3/dist-packages
-  dpkg-deb -f "$work"/packages/python3-quorvel_*.deb Depends | grep 'quorvel-core (= .*python3-numpy.*libopenimageio' >/dev/null
+  dpkg-deb -f "$work"/packages/python3-quorvel_*.deb Depends | grep 'quorvel-core (= .*python3-numpy.*libopencolorio' >/dev/null
+  dpkg-deb -f "$work"/packages/quorvel-core_*.deb Depends | grep 'libopenimageio[0-9]' >/dev/null
   QUORVEL_BUILD=$build /usr/bin/python3 -m pip install -q --no-index --no-build-isolation --no-deps \
     --root-user-action=ignore --target "$work/wheel" "$source"
   python_package "$work/wheel" .
