@@ -14,6 +14,14 @@ std::string lower(std::string_view text) {
   return result;
 }
 
+// The names that newer readers have for what older ones call "Linear", "sRGB" and "Gamma2.2".
+std::string known_name(const std::string& space) {
+  if (space == "lin_rec709_scene") return "Linear";
+  if (space == "srgb_rec709_scene") return "sRGB";
+  const bool gamma = space.size() > 3 && space.starts_with('g') && space.ends_with("_rec709_scene");
+  return gamma ? "Gamma" + space.substr(1, 1) + "." + space.substr(2, 1) : space;
+}
+
 }  // namespace
 
 // Readers call floats "Linear" without asking, and some whole numbers "sRGB". A gamma stands for the curve
@@ -27,7 +35,7 @@ ColorSpace color_space_of(const ColorHints& hints) {
   ColorSpace otherwise = hints.floats
                              ? ColorSpace{"linear", "floats are, unless the file says otherwise"}
                              : ColorSpace{"sRGB", "whole numbers are, unless the file says otherwise"};
-  const std::string& space = hints.space;
+  const std::string space = known_name(hints.space);
   if (space.empty() && lower(hints.profile).find("linear") != std::string::npos)
     return {"linear", "its colour profile is called linear"};
   const std::string name = lower(space) == "linear" ? "linear" : space;

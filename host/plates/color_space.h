@@ -13,9 +13,9 @@ struct ColorSpace {
 // What a file's first part tells of its colour.
 struct ColorHints {
   std::string description;  // its text, of which the first line may be the note of files::color_note
-  std::string space;        // "Linear", "sRGB", "Gamma2.2" or another name; "" where it has none
-  std::string profile;      // what its colour profile is called, or ""
-  bool floats = false;      // its channels are no whole numbers
+  std::string space;    // "Linear", "sRGB", "Gamma2.2", newer names of them or another; "" where it has none
+  std::string profile;  // what its colour profile is called, or ""
+  bool floats = false;  // its channels are no whole numbers
 };
 
 // Whole numbers are sRGB and floats linear unless the file says otherwise. Thread-safe.

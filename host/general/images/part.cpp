@@ -14,15 +14,6 @@ std::string type_name(const OIIO::TypeDesc& type) {
   return type == OIIO::TypeDesc::INT32 ? "int32" : type.c_str();
 }
 
-// The names that newer readers have for what older ones call "Linear", "sRGB" and "Gamma2.2".
-std::string space_of(const OIIO::ImageSpec& spec) {
-  const std::string space = spec.get_string_attribute("oiio:ColorSpace");
-  if (space == "lin_rec709_scene") return "Linear";
-  if (space == "srgb_rec709_scene") return "sRGB";
-  const bool gamma = space.size() > 3 && space.starts_with('g') && space.ends_with("_rec709_scene");
-  return gamma ? "Gamma" + space.substr(1, 1) + "." + space.substr(2, 1) : space;
-}
-
 }  // namespace
 
 plates::PartInfo part_of(const OIIO::ImageSpec& spec, bool metadata) {
@@ -46,7 +37,7 @@ plates::PartInfo part_of(const OIIO::ImageSpec& spec, bool metadata) {
 plates::ColorHints color_hints_of(const OIIO::ImageSpec& spec) {
   plates::ColorHints hints;
   hints.description = spec.get_string_attribute("ImageDescription");
-  hints.space = space_of(spec);
+  hints.space = spec.get_string_attribute("oiio:ColorSpace");
   hints.profile = spec.get_string_attribute("ICCProfile:profile_description");
   hints.floats = spec.format.is_floating_point();
   return hints;
