@@ -16,10 +16,11 @@
 namespace host::cli {
 namespace {
 
-// A report of a fault should say which image library was at work.
+// A report of a fault should say which image library was at work. Asking loads it.
 std::string version_text() {
-  return std::string("quorvel ") + qv::core_version() + "\nOpenImageIO " + qv::oiio_runtime_version() +
-         ", built with " + qv::oiio_header_version();
+  const std::string loaded = qv::oiio_runtime_version();
+  return std::string("quorvel ") + qv::core_version() + "\nOpenImageIO " +
+         (loaded.empty() ? "cannot be loaded" : loaded) + ", built with " + qv::oiio_header_version();
 }
 
 // The help of a flag that may be given a value shows the value, and not what stands for its absence.
@@ -88,7 +89,7 @@ std::string parse_error_text(const CLI::App& program, const CLI::ParseError& err
 
 Table::Table()
     : program_(std::make_unique<CLI::App>("Renders compositions of image nodes to files.", "quorvel")) {
-  program_->set_version_flag("--version", version_text);  // which has a library loaded
+  program_->set_version_flag("--version", version_text);
   program_->require_subcommand(1);
   program_->formatter(std::make_shared<HelpFormatter>());
   program_->footer(std::string("Each command has a --help of its own.\n\n") + exit_codes);

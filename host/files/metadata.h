@@ -11,7 +11,7 @@ namespace host::files {
 
 // One thing that a file says beside its pixels, under OpenEXR's name for it and as one of OpenEXR's types:
 // "timeCode", a "timecode". Files of other types have it under names of their own, which is their readers'
-// and encoders' business (spec_metadata.h).
+// and encoders' business (general/images/spec_metadata.h).
 struct Metadatum {
   std::string name;
   std::string type;                // "string", "int", "m44f", ...

@@ -29,7 +29,7 @@ std::string OpenFile::software() {
 }
 
 std::shared_ptr<OpenFile> open_file(const std::string& path) {
-  const auto file = std::make_shared<OpenFile>();
+  auto file = std::make_shared<OpenFile>();
   file->path = path;
   file->exr = qv::io::ExrFile::open(path);
   if (!file->exr) file->by_general();

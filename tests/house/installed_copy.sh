@@ -55,12 +55,14 @@ LD_LIBRARY_PATH=$(PKG_CONFIG_PATH=$pc pkg-config --variable=libdir quorvel_core)
 # its own library and fragment programs.
 python_package() {
   PYTHONPATH=$1/$2 PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 - "$1" "$source" <<'PYTHON'
-import sys, quorvel, quorvel.core
+import ctypes, os, sys, quorvel, quorvel.core
 prefix, source = sys.argv[1:]
 maps = {line.split()[-1] for line in open("/proc/self/maps") if "quorvel" in line}
 strange = [path for path in (*maps, quorvel._quorvel.shader_folder()) if not path.startswith(prefix + "/")]
 assert len(maps) == 2 and not strange, (maps, strange)
 assert quorvel.core.oiio_runtime_version(), "what reads files through OpenImageIO is not found"
+core = next(path for path in maps if "libquorvel_core" in path)
+ctypes.CDLL(os.path.join(os.path.dirname(core), "libquorvel_host_images.so"))
 assert quorvel.Composition.load(source + "/examples/shot.json")["dusk"].gamma[0] == 0.7
 PYTHON
 }
