@@ -121,6 +121,7 @@ class RehearsedDelivery {
         encoders_(use, Owner::encoders) {}
 
   void send(const std::vector<node::Image>& images, const writer::OutputFile& file) {
+    writer::load_encoder(file);
     uint64_t encoding = 0;
     for (const node::Image& image : images) encoding += send(image, file, &image != &images[0]);
     encoding_ = std::max(encoding_, encoding);

@@ -15,6 +15,8 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace host::render {
@@ -40,7 +42,11 @@ frame::FrameKeys keys_of(const shot::Composition& composition, const node::Proje
 
 RingUser::RingUser() {
   std::string error;
-  if (!qv::transport::init(&error)) throw std::runtime_error("images cannot be read back: " + error);
+  if (!qv::transport::init(&error)) {
+    const std::string text = "images cannot be read back: " + error;
+    if (!error.starts_with("no background thread")) throw std::runtime_error(text);
+    throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), text);
+  }
   ++ring_users;
 }
 

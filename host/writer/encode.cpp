@@ -64,6 +64,10 @@ struct Encoder::Memory {
   }
 };
 
+void load_encoder(const OutputFile& file) {
+  if (container_of(file.path) != Container::exr) general::library();
+}
+
 uint64_t encoding_bytes(const OutputFile& file, const Extent& extent) {
   const Container container = container_of(file.path);
   const Box format = format_box(extent.format);

@@ -21,6 +21,10 @@ struct Encoded {
   double helped_ms = 0;  // what other threads did of it
 };
 
+// Has in the process what encodes files of this type, as the first of them would. Throws std::runtime_error
+// where that is missing.
+void load_encoder(const OutputFile& file);
+
 // The most that an encoder fills for a file of an image of this extent, that its packing makes no smaller.
 uint64_t encoding_bytes(const OutputFile& file, const Extent& extent);
 

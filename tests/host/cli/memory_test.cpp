@@ -51,12 +51,15 @@ TEST(DryRun, PredictsTheMemoryOfTheRun) {
     {"name": "soft", "type": "blur", "inputs": "a", "knobs": {"size": {"keys": [[1, 1, "linear"], [60, 9]]}}})";
   const struct {
     const char* name;
-    std::string nodes, last, format, frames, threads;
-  } rows[] = {{"two plates", over, "over", R"("width": 1920, "height": 1080)", "1-4", "2"},
-              {"a chain", over + chain, "turned", R"("width": 1920, "height": 1080)", "1-4", "2"},
-              {"much that is small", small, "soft", R"("width": 200, "height": 120)", "1-60", "8"}};
+    std::string nodes, last, file, format, frames, threads;
+  } rows[] = {
+      {"two plates", over, "over", "o.####.exr", R"("width": 1920, "height": 1080)", "1-4", "2"},
+      {"a chain", over + chain, "turned", "o.####.exr", R"("width": 1920, "height": 1080)", "1-4", "2"},
+      {"much that is small", small, "soft", "o.####.exr", R"("width": 200, "height": 120)", "1-60", "8"},
+      {"another type of file", process::grey, "grey", "o.####.png", R"("width": 960, "height": 540)", "1-4",
+       "2"}};
   for (const auto& row : rows) {
-    process::write_shot(folder / "shot.json", row.nodes + process::write_node("out", row.last, "o.####.exr"),
+    process::write_shot(folder / "shot.json", row.nodes + process::write_node("out", row.last, row.file),
                         row.frames, row.format);
     const std::string command =
         "quorvel render shot.json --gpu software --overwrite --threads " + row.threads;

@@ -18,6 +18,10 @@ fs::path folder_of_shots() {
   for (const std::string type : {"exr", "png"})
     process::write_shot(folder / (type + ".json"), grey + process::write_node("out", "grey", "o.#." + type),
                         "1");
+  process::write_shot(folder / "copy.json",
+                      R"({"name": "in", "type": "read", "knobs": {"file": "o.1.exr"}})" +
+                          process::write_node("out", "in", "c.#.exr"),
+                      "1");
   support::write_image(folder / "whole.png", OIIO::ImageSpec(4, 4, 3, OIIO::TypeUInt8),
                        std::vector<float>(48));
   return folder;
@@ -32,6 +36,8 @@ nodes --schema | no
 completion bash | no
 info exr.json | no
 render exr.json | no
+info o.1.exr | no
+render copy.json | no
 info whole.png | yes
 render png.json | yes
 )";
@@ -61,7 +67,8 @@ FOREIGN_MODULE | belongs to another version of quorvel
                                                           : source;
     if (file != "-") fs::copy_file(file, module, fs::copy_options::overwrite_existing);
     EXPECT_EQ(run(quorvel + "nodes", folder).code, 0) << source;
-    EXPECT_EQ(run(quorvel + "render exr.json --overwrite", folder).code, 0) << source;
+    for (const std::string shot : {"exr.json", "copy.json"})
+      EXPECT_EQ(run(quorvel + "render --overwrite " + shot, folder).code, 0) << source << shot;
     const std::string reason = module + ", which reads and writes such files, " + says;
     const auto read = run(quorvel + "info whole.png", folder);
     EXPECT_EQ(read.code, 2) << source;
