@@ -27,6 +27,7 @@ struct Limits {
   int frames_ahead = 1;        // beyond the one being rendered, whose files are decoded
   uint64_t decoded_bytes = 0;  // of sources, beyond as many as there are threads
   int ring = 1;                // buffers of the transfer ring
+  uint64_t strip_bytes = 0;    // of an image, that go through one of them at a time
 
   // threads: 0 for one a processor; memory: bytes that images may come to.
   Limits(int threads, uint64_t memory, bool software);

@@ -44,12 +44,13 @@ void pack(const float* pixels, const Box& box, const Box& part, float* packed) {
     std::copy_n(pixels, row, packed);
 }
 
-// Alive until the ring has run the callback.
+// Alive until the ring has run the last callback.
 struct Transfer {
   ReadBack result;  // its window is that of the buffer
   Box filled{};     // what comes of it from the device, at the buffer's beginning
   std::shared_ptr<float[]> pixels;
   std::function<void(ReadBack)> done;
+  bool good = true;  // as far as strips have arrived; the ring's thread alone
 
   void finish(bool whole) {
     if (whole) {
@@ -59,7 +60,42 @@ struct Transfer {
     pixels.reset();
     done(std::move(result));
   }
+
+  // On the ring's thread, strip after strip.
+  void arrive(bool last) {
+    good = good && !qv::transport::failed(qv::transport::current_ticket());
+    if (last) finish(good);
+  }
 };
+
+// What is read of a framebuffer, (x, y) its corner.
+struct Part {
+  uint32_t framebuffer = 0;
+  int x = 0, y = 0, width = 0, height = 0;
+};
+
+// Sends it through the ring in strips; returns the last one's ticket.
+uint64_t start(const std::shared_ptr<Transfer>& transfer, const Part& part, uint64_t strip_bytes) {
+  const size_t row_floats = static_cast<size_t>(part.width) * channels;
+  const uint64_t fitting = std::max<uint64_t>(1, strip_bytes / (row_floats * sizeof(float)));
+  const int rows = static_cast<int>(std::min<uint64_t>(fitting, static_cast<uint64_t>(part.height)));
+  uint64_t ticket = 0;
+  for (int row = 0; row < part.height; row += rows) {
+    const int count = std::min(rows, part.height - row);
+    const bool last = row + count == part.height;
+    float* const to = transfer->pixels.get() + static_cast<size_t>(row) * row_floats;
+    const uint64_t next =
+        qv::transport::start(part.framebuffer, 0, part.x, part.y + row, part.width, count, channels, to,
+                             nullptr, 0, [transfer, last] { transfer->arrive(last); });
+    if (next == 0) {
+      qv::transport::wait(ticket);  // which still fills the buffer
+      transfer->finish(false);
+      return 0;
+    }
+    ticket = next;
+  }
+  return ticket;
+}
 
 // Binds a framebuffer for drawing as well while it is read. Asked whether a draw into a texture is
 // still on its way, llvmpipe believes the first scene that knows the texture: one that read it,
@@ -79,7 +115,8 @@ class BoundForDrawing {
 
 }  // namespace
 
-BufferPool::BufferPool(size_t most_kept, MemoryUse use) : state_(std::make_shared<State>(std::move(use))) {
+BufferPool::BufferPool(size_t most_kept, uint64_t strip_bytes, MemoryUse use)
+    : strip_bytes_(strip_bytes), state_(std::make_shared<State>(std::move(use))) {
   state_->kept.reserve(std::max<size_t>(2, most_kept));
 }
 
@@ -184,15 +221,11 @@ uint64_t read_back(const node::Image& image, const Box& area, Outside outside, B
     return 0;
   }
   buffers.note_read(floats_of(window) * sizeof(float));
-  const int x = static_cast<int>(window[0] - image.extent.window[0]);
-  const int y = static_cast<int>(image.extent.window[3] - window[3]);
-  const BoundForDrawing bound(image.texture->framebuffer);
-  const uint64_t ticket = qv::transport::start(
-      image.texture->framebuffer, 0, x, y, static_cast<int>(box_width(window)),
-      static_cast<int>(box_height(window)), channels, transfer->pixels.get(), nullptr, 0,
-      [transfer] { transfer->finish(!qv::transport::failed(qv::transport::current_ticket())); });
-  if (ticket == 0) transfer->finish(false);
-  return ticket;
+  const Part part{image.texture->framebuffer, static_cast<int>(window[0] - image.extent.window[0]),
+                  static_cast<int>(image.extent.window[3] - window[3]), static_cast<int>(box_width(window)),
+                  static_cast<int>(box_height(window))};
+  const BoundForDrawing bound(part.framebuffer);
+  return start(transfer, part, buffers.strip_bytes());
 }
 
 }  // namespace host::draw

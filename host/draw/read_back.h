@@ -19,8 +19,13 @@ namespace host::draw {
 // filling it. Thread-safe; a buffer outlives the pool if it must.
 class BufferPool {
  public:
-  // most_kept: of those that are not out, at least two; use: whose Owner::sent all are.
-  explicit BufferPool(size_t most_kept, MemoryUse use = MemoryUse());
+  // most_kept: of those that are not out, at least two; strip_bytes: of what comes from the device, that pass
+  // a buffer of the transfer ring at a time; use: whose Owner::sent all are.
+  BufferPool(size_t most_kept, uint64_t strip_bytes, MemoryUse use = MemoryUse());
+
+  uint64_t strip_bytes() const {
+    return strip_bytes_;
+  }
 
   // Room for this many floats, undefined contents. Comes back when the last holder lets go, which is waited
   // for while the limit has no room.
@@ -53,6 +58,7 @@ class BufferPool {
     void give_back(std::unique_ptr<float[]> buffer, size_t size);
     void tell();
   };
+  const uint64_t strip_bytes_;
   std::shared_ptr<State> state_;
 };
 

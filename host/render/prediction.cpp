@@ -116,7 +116,7 @@ class RehearsedDelivery {
  public:
   RehearsedDelivery(const draw::Limits& limits, const MemoryUse& use)
       : limits_(limits),
-        buffers_(static_cast<size_t>(limits.threads), use),
+        buffers_(static_cast<size_t>(limits.threads), limits.strip_bytes, use),
         ring_(use, Owner::ring),
         encoders_(use, Owner::encoders) {}
 
@@ -149,8 +149,10 @@ class RehearsedDelivery {
   }
 
   void pass_ring(uint64_t bytes) {
-    largest_ = std::max(largest_, bytes);
-    used_ = std::min(used_ + 1, static_cast<uint64_t>(limits_.ring));
+    if (bytes == 0) return;
+    const uint64_t strip = std::min(bytes, limits_.strip_bytes);
+    largest_ = std::max(largest_, strip);
+    used_ = std::min(used_ + (bytes + strip - 1) / strip, static_cast<uint64_t>(limits_.ring));
     constexpr uint64_t step = uint64_t{1} << 20;
     ring_.set(used_ * ((largest_ + step - 1) / step * step));
   }
@@ -160,7 +162,7 @@ class RehearsedDelivery {
   std::deque<std::pair<std::shared_ptr<const void>, uint64_t>> sent_;
   Account ring_;
   Account encoders_;
-  uint64_t largest_ = 0;   // image that came through the ring
+  uint64_t largest_ = 0;   // strip that came through the ring
   uint64_t used_ = 0;      // buffers of the ring
   uint64_t encoding_ = 0;  // the most that one encoder fills
   size_t at_work_ = 0;     // encoders

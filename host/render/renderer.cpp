@@ -40,8 +40,10 @@ frame::FrameKeys keys_of(const shot::Composition& composition, const node::Proje
 
 }  // namespace
 
-RingUser::RingUser() {
+// Told first: once ready the ring gives no buffer up.
+RingUser::RingUser(int buffers) {
   std::string error;
+  qv::transport::set_ring_size(buffers);
   if (!qv::transport::init(&error)) {
     const std::string text = "images cannot be read back: " + error;
     if (!error.starts_with("no background thread")) throw std::runtime_error(text);
@@ -91,10 +93,11 @@ Renderer::State::State(CompositionPtr composition, RendererOptions given, gpu::G
       shaders(programs::ShaderLibrary::default_root(), programs::ProgramBinaries::default_folder()),
       pool(options.memory, gpu.max_texture_size(), use),
       context(shaders, pool, decoder, use),
-      buffers(static_cast<size_t>(limits.threads), use),
-      views(draw::images_ahead + 1, use),
+      buffers(static_cast<size_t>(limits.threads), limits.strip_bytes, use),
+      views(draw::images_ahead + 1, limits.strip_bytes, use),
       held(options.memory),
-      ring(use, Owner::ring) {
+      ring(use, Owner::ring),
+      ring_user(limits.ring) {
   headers->hold_to(gpu.max_texture_size());
   if (gpu.software()) {
     shaders.widen_blurs();

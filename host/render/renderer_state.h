@@ -57,7 +57,8 @@ using SubjectPtr = std::shared_ptr<Subject>;
 // The process's transfer ring, ready while there is one of these.
 class RingUser {
  public:
-  RingUser();
+  // buffers: how many it has from now on, if it is this one that makes it ready.
+  explicit RingUser(int buffers);
   ~RingUser();
   RingUser(const RingUser&) = delete;
   RingUser& operator=(const RingUser&) = delete;
