@@ -87,6 +87,17 @@ struct ExrFile::State {
     return refusal(claim, attributes).empty();
   }
 
+  bool is_plain() const {
+    return parts.size() == 1 && fills_display(parts[0]);
+  }
+
+  // How many values a plain image has; nothing for any other.
+  std::optional<size_t> plain_values() const {
+    const exr::Part& part = subimages.at(0).part;
+    if (!is_plain() || !believable(part)) return std::nullopt;
+    return float_count(part.width, part.height, 4);
+  }
+
   bool fits(const Read& read) const {
     const auto found = subimages.find(read.subimage);
     return found != subimages.end() && exr::fits(read, found->second);
@@ -116,7 +127,7 @@ const std::vector<ExrPart>& ExrFile::parts() const {
 }
 
 bool ExrFile::is_plain() const {
-  return state_->parts.size() == 1 && fills_display(state_->parts[0]);
+  return state_->is_plain();
 }
 
 std::string ExrFile::text(int part, const std::string& attribute) const {
@@ -133,8 +144,7 @@ void ExrFile::decode_plain(int threads, DecodeResult& out) const {
   try {
     const exr::Subimage& subimage = state_->subimages.at(0);
     const exr::Part& part = subimage.part;
-    if (!is_plain() || !state_->believable(part)) return;
-    const std::optional<size_t> count = float_count(part.width, part.height, 4);
+    const std::optional<size_t> count = state_->plain_values();
     if (!count) return;
     auto pixels = uninitialised<float>(*count);
     double placing_ms = 0;
@@ -149,6 +159,19 @@ void ExrFile::decode_plain(int threads, DecodeResult& out) const {
     out.status = decode_done;
   } catch (const std::exception&) {
     out.status = decode_other;
+  }
+}
+
+std::unique_ptr<uint16_t[]> ExrFile::decode_halves(int threads) const {
+  try {
+    const std::optional<size_t> count = state_->plain_values();
+    if (!count) return nullptr;
+    auto pixels = uninitialised<uint16_t>(*count);
+    const bool whole =
+        exr::decode_halves(*state_->file, state_->subimages.at(0), thread_count(threads), pixels.get());
+    return whole ? std::move(pixels) : nullptr;
+  } catch (const std::exception&) {
+    return nullptr;
   }
 }
 

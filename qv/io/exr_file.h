@@ -58,6 +58,10 @@ class QV_API ExrFile {
   // was opened. decode_other for whatever that function would be needed for. `threads` of 0: one a processor.
   void decode_plain(int threads, DecodeResult& out) const;
 
+  // The same pixels of a file whose channels are all halves, as they are; null for every other one, and where
+  // decode_plain is not done.
+  std::unique_ptr<uint16_t[]> decode_halves(int threads) const;
+
   // As the function of that name; false for whatever that function would be needed for. `stats` may be null.
   bool load_layers(const std::vector<Read>& reads, const std::vector<std::array<Slot, 4>>& slots, int width,
                    int height, int threads, const std::vector<float*>& outs, Stats* stats) const;

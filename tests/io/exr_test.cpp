@@ -1,6 +1,7 @@
 #include <qv/io/decode.h>
 #include <qv/io/exr_file.h>
 #include <qv/io/general/subimages.h>
+#include <qv/io/half.h>
 
 #include "tests/io/files.h"
 #include "tests/io/plans.h"
@@ -183,6 +184,16 @@ void compare_alone(const std::string& path, OIIO::ImageInput* input, const Decod
     ASSERT_EQ(std::pair(result.width, result.height), std::pair(general.width, general.height));
     const size_t floats = size_t{4} * general.spec->image_pixels();
     ASSERT_TRUE(same(result.pixels.get(), general.pixels.get(), floats));
+  }
+  const auto is_half = [](const ExrPart::Channel& channel) { return channel.type == ExrType::half; };
+  const auto& channels_of_first = file->parts()[0].channels;
+  const auto halves = file->decode_halves(2);
+  ASSERT_EQ(halves != nullptr, result.status == decode_done && std::all_of(channels_of_first.begin(),
+                                                                           channels_of_first.end(), is_half));
+  if (halves) {
+    std::vector<float> widened(size_t{4} * general.spec->image_pixels());
+    half_to_float(halves.get(), widened.data(), widened.size());
+    ASSERT_TRUE(same(widened.data(), general.pixels.get(), widened.size()));
   }
   for (size_t p = 0; p < file->parts().size(); ++p) {
     const ExrPart& part = file->parts()[p];

@@ -77,6 +77,15 @@ struct Output {
   }
 };
 
+// An image that is all of a subimage of four channels.
+Layer whole(const Subimage& subimage) {
+  Layer layer;
+  layer.width = subimage.part.width;
+  layer.height = subimage.part.height;
+  for (size_t c = 0; c < 4; ++c) layer.sources[c] = {Source::Kind::channel, subimage.channels[c], 0};
+  return layer;
+}
+
 }  // namespace
 
 bool fits(const Read& read, const Subimage& subimage) {
@@ -85,11 +94,17 @@ bool fits(const Read& read, const Subimage& subimage) {
 }
 
 bool decode(const File& file, const Subimage& subimage, int threads, float* pixels, double& placing_ms) {
-  Layer layer;
+  Layer layer = whole(subimage);
   layer.pixels = pixels;
-  layer.width = subimage.part.width;
-  layer.height = subimage.part.height;
-  for (size_t c = 0; c < 4; ++c) layer.sources[c] = {Source::Kind::channel, subimage.channels[c], 0};
+  return decode_layers(file, subimage.part, {&layer, 1}, threads, placing_ms);
+}
+
+bool decode_halves(const File& file, const Subimage& subimage, int threads, uint16_t* pixels) {
+  const auto is_half = [](const Channel& channel) { return channel.type == Type::half; };
+  if (!std::all_of(subimage.part.channels.begin(), subimage.part.channels.end(), is_half)) return false;
+  Layer layer = whole(subimage);
+  layer.halves = pixels;
+  double placing_ms = 0;
   return decode_layers(file, subimage.part, {&layer, 1}, threads, placing_ms);
 }
 

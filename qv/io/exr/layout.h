@@ -3,6 +3,7 @@
 #include <qv/io/exr/read.h>
 #include <qv/io/layer_plan.h>
 
+#include <cstdint>
 #include <map>
 #include <vector>
 
@@ -24,6 +25,9 @@ bool fits(const Read& read, const Subimage& subimage);
 
 // RGBA out of a subimage of four channels.
 bool decode(const File& file, const Subimage& subimage, int threads, float* pixels, double& placing_ms);
+
+// The same of halves, as they are; false where the channels are not all of them.
+bool decode_halves(const File& file, const Subimage& subimage, int threads, uint16_t* pixels);
 
 // A plan that has been checked, all reads of which lie within one of the subimages.
 bool load(const File& file, const Subimages& subimages, const LayerPlan& plan, int threads,

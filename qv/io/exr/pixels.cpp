@@ -58,7 +58,8 @@ void widen(const Run& run, size_t first, size_t n, float* to) {
   }
 }
 
-void interleave_by_pixel(const std::array<const float*, 4>& from, size_t begin, size_t n, float* to) {
+template <class Value>
+void interleave_by_pixel(const std::array<const Value*, 4>& from, size_t begin, size_t n, Value* to) {
   for (size_t i = begin; i < n; ++i)
     for (size_t c = 0; c < 4; ++c) to[4 * i + c] = from[c][i];
 }
@@ -113,7 +114,27 @@ void interleave(const std::array<const float*, 4>& from, size_t n, float* to, bo
   interleave_by_pixel(from, done, n, to);
 }
 
+void interleave(const std::array<const uint16_t*, 4>& from, size_t n, uint16_t* to) {
+  const auto load = [](const uint16_t* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
+  size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m128i r = load(from[0] + i), g = load(from[1] + i), b = load(from[2] + i), a = load(from[3] + i);
+    const __m128i rg = _mm_unpacklo_epi16(r, g), rg2 = _mm_unpackhi_epi16(r, g);
+    const __m128i ba = _mm_unpacklo_epi16(b, a), ba2 = _mm_unpackhi_epi16(b, a);
+    auto* const at = reinterpret_cast<__m128i*>(to + 4 * i);
+    _mm_storeu_si128(at, _mm_unpacklo_epi32(rg, ba));
+    _mm_storeu_si128(at + 1, _mm_unpackhi_epi32(rg, ba));
+    _mm_storeu_si128(at + 2, _mm_unpacklo_epi32(rg2, ba2));
+    _mm_storeu_si128(at + 3, _mm_unpackhi_epi32(rg2, ba2));
+  }
+  interleave_by_pixel(from, i, n, to);
+}
+
 #else
+
+void interleave(const std::array<const uint16_t*, 4>& from, size_t n, uint16_t* to) {
+  interleave_by_pixel(from, 0, n, to);
+}
 
 void interleave(const std::array<const float*, 4>& from, size_t n, float* to, bool) {
   interleave_by_pixel(from, 0, n, to);
@@ -144,6 +165,18 @@ void write_pixels(const std::array<Component, 4>& components, size_t n, float* t
     for (size_t c = 0; c < 4; ++c)
       if (components[c].run) widen(*components[c].run, first, count, floats[c].data());
     interleave(from, count, to + 4 * first, past_caches);
+  }
+}
+
+void write_halves(const std::array<Run, 4>& runs, size_t n, uint16_t* to) {
+  std::array<std::array<uint16_t, block>, 4> halves;
+  std::array<const uint16_t*, 4> from = {};
+  for (size_t c = 0; c < 4; ++c) from[c] = halves[c].data();
+  for (size_t first = 0; first < n; first += block) {
+    const size_t count = std::min(block, n - first);
+    for (size_t c = 0; c < 4; ++c)
+      join(runs[c].planes, runs[c].begin + 2 * first, count, reinterpret_cast<uint8_t*>(halves[c].data()));
+    interleave(from, count, to + 4 * first);
   }
 }
 

@@ -28,6 +28,9 @@ void write_component(const Run& run, size_t n, float* to, size_t stride);
 // Writes `n` pixels of four components. `past_caches` is for what nobody reads soon.
 void write_pixels(const std::array<Component, 4>& components, size_t n, float* to, bool past_caches);
 
+// The same of halves alone, four runs of them, as they are.
+void write_halves(const std::array<Run, 4>& runs, size_t n, uint16_t* to);
+
 // What write_pixels with `past_caches` wrote is visible to other threads only after this.
 void finish_writing();
 

@@ -176,13 +176,14 @@ class Worker {
     const auto [x, y] = shown_of(layer, chunk);
     if (x.empty() || !has_channel(layer)) return;
     for (int64_t row = y.begin; row < y.end; ++row) {
-      float* const to = layer.pixels + ((layer.y + row) * layer.width + layer.x + x.begin) * 4;
+      const int64_t to = ((layer.y + row) * layer.width + layer.x + x.begin) * 4;
       place_row(layer, chunk, planes, row - chunk.y, {x.begin - chunk.x, x.end - chunk.x}, to);
     }
   }
 
+  // To the value of the layer's image that is number `at`.
   void place_row(const Layer& layer, const Chunk& chunk, const Planes& planes, int64_t row,
-                 const Range& columns, float* to) const {
+                 const Range& columns, int64_t at) const {
     std::array<Run, 4> runs;
     std::array<Component, 4> components;
     const auto n = static_cast<size_t>(columns.end - columns.begin);
@@ -197,6 +198,11 @@ class Worker {
       runs[c] = {planes, static_cast<size_t>(begin + columns.begin * channel.bytes), channel.type};
       components[c].run = &runs[c];
     }
+    if (layer.halves) {
+      write_halves(runs, n, layer.halves + at);
+      return;
+    }
+    float* const to = layer.pixels + at;
     if (whole) {
       write_pixels(components, n, to, work_.past_caches);
       return;
