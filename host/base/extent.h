@@ -39,6 +39,12 @@ inline Box format_box(const Format& format) {
   return {0, 0, format.width, format.height};
 }
 
+// Bytes of RGBA pixels all over a box: as floats, or as halves.
+inline uint64_t pixel_bytes(const Box& box, bool half = false) {
+  return (half ? uint64_t{8} : uint64_t{16}) * static_cast<uint64_t>(box_width(box)) *
+         static_cast<uint64_t>(box_height(box));
+}
+
 // The box grown by `by` pixels on every side; an empty box stays empty.
 inline Box grown(const Box& box, int64_t by) {
   return is_empty(box) ? Box{} : Box{box[0] - by, box[1] - by, box[2] + by, box[3] + by};

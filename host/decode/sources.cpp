@@ -59,9 +59,25 @@ struct FileJob {
       }
     }
     const bool plain = header->plain && layers.size() == 1 && layers[0].channels == std::array{0, 1, 2, 3};
-    if (layers.empty() || (plain && read_plain(file, layers[0], readable[0]->pixels))) return;
+    if (layers.empty()) return;
+    if (plain && layers[0].half && read_halves(file, layers[0], readable[0]->pixels)) return;
+    if (plain && read_plain(file, layers[0], readable[0]->pixels)) return;
     std::vector<Pixels> pixels = read_layers(path, file, layers, layered && !plain, threads);
     for (size_t i = 0; i < pixels.size(); ++i) readable[i]->pixels = std::move(pixels[i]);
+  }
+
+  // False where floats are all that can be had.
+  bool read_halves(std::shared_ptr<plates::OpenFile>& file, const plates::Layer& layer,
+                   Pixels& pixels) const {
+    if (!file) file = plates::open_file(path);
+    if (!file->exr) return false;
+    const qv::io::ExrPart& part = file->exr->parts()[0];
+    const Box& window = layer.extent.window;
+    if (part.width != box_width(window) || part.height != box_height(window)) return false;
+    std::shared_ptr<const uint16_t[]> halves = file->exr->decode_halves(1);
+    if (!halves) return false;
+    pixels = {layer.extent, nullptr, {}, true, std::move(halves)};
+    return true;
   }
 
   // False for a file that the general reader must read.
@@ -88,11 +104,6 @@ struct Entry {
   std::shared_ptr<FileJob> job;
   std::optional<Pixels> kept;  // taken once already
 };
-
-uint64_t bytes_of(const Extent& extent) {
-  return uint64_t{16} * static_cast<uint64_t>(box_width(extent.window)) *
-         static_cast<uint64_t>(box_height(extent.window));
-}
 
 }  // namespace
 
@@ -235,7 +246,8 @@ struct Decoder::State {
     const plates::HeaderPtr header = headers.known(source.path);
     if (!header) return {};
     try {
-      return {true, bytes_of(headers.layer(source, *header).extent)};
+      const plates::Layer layer = headers.layer(source, *header);
+      return {true, pixel_bytes(layer.extent.window, layer.half)};
     } catch (const std::runtime_error&) {
       return {true, std::nullopt};
     }
@@ -289,7 +301,7 @@ struct Decoder::State {
   void keep(const plates::Source& source, const Entry& entry, const Pixels& pixels) {
     Entry kept;
     kept.distance = entry.distance;
-    kept.bytes = bytes_of(pixels.extent);
+    kept.bytes = pixels.bytes();
     kept.takes = entry.takes - 1;
     kept.kept = pixels;
     add(source, std::move(kept));

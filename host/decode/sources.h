@@ -1,9 +1,9 @@
 #pragma once
 
-#include "host/base/extent.h"
 #include "host/base/memory_use.h"
 #include "host/base/notices.h"
 #include "host/base/spans.h"
+#include "host/decode/pixels.h"
 #include "host/plates/headers.h"
 
 #include <cstdint>
@@ -18,14 +18,6 @@ namespace host::decode {
 struct Wanted {
   plates::Source source;
   int distance = 0;
-};
-
-// Decoded pixels: RGBA float, premultiplied as the file has them, rows top to bottom, of the whole
-// window of `extent`. The buffer is shared with whoever decoded it.
-struct Pixels {
-  Extent extent;
-  std::shared_ptr<const float[]> rgba;
-  std::string notice;  // what a person should know of them; empty when nothing
 };
 
 // What the decoder has done. `decode_ms` sums over its threads.

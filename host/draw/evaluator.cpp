@@ -34,10 +34,6 @@ auto attempt(const shot::Composition& composition, const frame::Instance& instan
   }
 }
 
-uint64_t texture_bytes(const Box& window) {
-  return uint64_t{16} * static_cast<uint64_t>(box_width(window)) * static_cast<uint64_t>(box_height(window));
-}
-
 // Times an evaluation: on the device, and on this thread without what it waits for files and moves
 // pixels, which is counted elsewhere.
 class DrawTime {
@@ -284,7 +280,7 @@ void Evaluator::bring_to_device(Run& run, size_t at) {
   const frame::Instance& instance = run.frame.graph.instances[at];
   make_room(run, instance, image.extent.window);
   image.texture = attempt(composition_, instance,
-                          [&] { return context_.upload(image.extent, image.decoded->rgba.get()).texture; });
+                          [&] { return context_.upload(image.extent, image.decoded->pixels).texture; });
   image.decoded.reset();
   const int64_t key = run.frame.keys[at];
   if (store_.contains(key)) store_.put(key, run.results[at], !run.manner.spares_pinned);
@@ -319,7 +315,7 @@ const node::Image& Evaluator::settled(Run& run, size_t at, Part part) {
 }
 
 void Evaluator::make_room(const Run& run, const frame::Instance& instance, const Box& window) {
-  const uint64_t wanted = texture_bytes(window);
+  const uint64_t wanted = pixel_bytes(window);
   if (wanted > memory_) {
     throw frame::MemoryLimit(composition_, instance.node, instance.frame,
                              "its image of " + std::to_string(box_width(window)) + " x " +

@@ -1,5 +1,6 @@
 #include "host/draw/read_back.h"
 
+#include <qv/io/half.h>
 #include <qv/transport/ring.h>
 
 #include "host/gpu/gl_functions.h"
@@ -35,13 +36,19 @@ void spread(float* pixels, const Box& packed, const Box& box) {
   std::fill(pixels, clear_to, 0.0F);
 }
 
-// Copies the rows of a box out of those of a larger one.
-void pack(const float* pixels, const Box& box, const Box& part, float* packed) {
+// Copies the rows of a part of an image's window out of it, as floats.
+void pack(const decode::Pixels& pixels, const Box& box, const Box& part, float* packed) {
   const size_t row = static_cast<size_t>(box_width(part)) * channels;
   const size_t stride = static_cast<size_t>(box_width(box)) * channels;
-  pixels += static_cast<size_t>(box[3] - part[3]) * stride + static_cast<size_t>(part[0] - box[0]) * channels;
-  for (int64_t i = 0; i < box_height(part); ++i, pixels += stride, packed += row)
-    std::copy_n(pixels, row, packed);
+  size_t at =
+      static_cast<size_t>(box[3] - part[3]) * stride + static_cast<size_t>(part[0] - box[0]) * channels;
+  for (int64_t i = 0; i < box_height(part); ++i, at += stride, packed += row) {
+    if (pixels.half) {
+      qv::io::half_to_float(pixels.halves.get() + at, packed, row);
+    } else {
+      std::copy_n(pixels.rgba.get() + at, row, packed);
+    }
+  }
 }
 
 // Alive until the ring has run the last callback.
@@ -170,7 +177,7 @@ std::shared_ptr<const float[]> BufferPool::pass(std::shared_ptr<const node::Deco
   state_->out_bytes += bytes;
   state_->passing_bytes += bytes;
   lock.unlock();
-  const float* const pixels = decoded->rgba.get();
+  const float* const pixels = decoded->pixels.rgba.get();
   return {pixels, [bytes, decoded = std::move(decoded), state = state_](const float*) mutable {
             decoded.reset();
             const std::lock_guard held(state->mutex);
@@ -204,7 +211,8 @@ uint64_t read_back(const node::Image& image, const Box& area, Outside outside, B
   }
   const auto transfer = std::make_shared<Transfer>();
   transfer->result.window = outside == Outside::left_out ? window : area;
-  if (image.decoded && transfer->result.window == image.extent.window) {
+  const bool floats = image.decoded && !image.decoded->pixels.half;
+  if (floats && transfer->result.window == image.extent.window) {
     done({image.extent.window, buffers.pass(image.decoded, floats_of(window), limit)});
     return 0;
   }
@@ -216,7 +224,7 @@ uint64_t read_back(const node::Image& image, const Box& area, Outside outside, B
     return 0;
   }
   if (image.decoded) {
-    pack(image.decoded->rgba.get(), image.extent.window, window, transfer->pixels.get());
+    pack(image.decoded->pixels, image.extent.window, window, transfer->pixels.get());
     transfer->finish(true);
     return 0;
   }

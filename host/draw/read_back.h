@@ -76,10 +76,10 @@ Box read_window(const node::Image& image, const Box& area);
 enum class Outside : uint8_t { left_out, transparent };
 
 // Starts reading the part of an image that lies in `area` through the transfer ring. The texture may
-// be drawn into by later calls at once. Decoded pixels are handed out as they are where all of them are
-// wanted, else copied. `done` runs on the ring's thread, in order of the calls. Waits while every slot of the
-// ring is in flight, or `limit` has no room. Returns the ticket to wait for, 0 when `done` has run already.
-// GL thread only.
+// be drawn into by later calls at once. Decoded floats are handed out as they are where all of them are
+// wanted; other decoded pixels are copied. `done` runs on the ring's thread, in order of the calls. Waits
+// while every slot of the ring is in flight, or `limit` has no room. Returns the ticket to wait for, 0 when
+// `done` has run already. GL thread only.
 uint64_t read_back(const node::Image& image, const Box& area, Outside outside, BufferPool& buffers,
                    const SentLimit& limit, std::function<void(ReadBack)> done);
 

@@ -46,16 +46,15 @@ std::string size_text(int64_t width, int64_t height) {
   return std::to_string(width) + " x " + std::to_string(height);
 }
 
-Texture make_texture(int width, int height, uint32_t sampler, bool rehearsed) {
-  Texture texture;
+// `texture`, of which its size and texels are given, as one of GL.
+Texture made(Texture texture, uint32_t sampler, bool rehearsed) {
   texture.target = GL_TEXTURE_2D;
   texture.sampler = sampler;
-  texture.width = width;
-  texture.height = height;
   forget_errors();
   gl.GenTextures(1, &texture.name);
   gl.BindTexture(GL_TEXTURE_2D, texture.name);
-  gl.TexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, rehearsed ? 1 : width, rehearsed ? 1 : height);
+  gl.TexStorage2D(GL_TEXTURE_2D, 1, texture.texel == Texel::half ? GL_RGBA16F : GL_RGBA32F,
+                  rehearsed ? 1 : texture.width, rehearsed ? 1 : texture.height);
   const GLenum error = gl.GetError();
   gl.BindTexture(GL_TEXTURE_2D, 0);
   gl.GenFramebuffers(1, &texture.framebuffer);
@@ -65,7 +64,8 @@ Texture make_texture(int width, int height, uint32_t sampler, bool rehearsed) {
   gl.BindFramebuffer(GL_FRAMEBUFFER, 0);
   if (error == GL_NO_ERROR && whole) return texture;
   delete_texture(texture);
-  throw std::runtime_error("the device has no room for an image of " + size_text(width, height) + " pixels");
+  throw std::runtime_error("the device has no room for an image of " +
+                           size_text(texture.width, texture.height) + " pixels");
 }
 
 }  // namespace
@@ -100,15 +100,16 @@ struct TexturePool::State : std::enable_shared_from_this<TexturePool::State> {
     account.set(in_use + idle_bytes);
   }
 
-  Texture take(int width, int height) {
+  // wanted: its size and texels.
+  Texture take(const Texture& wanted) {
     const auto found = std::find_if(idle.begin(), idle.end(), [&](const Idle& each) {
-      return each.texture.width == width && each.texture.height == height;
+      return each.texture.width == wanted.width && each.texture.height == wanted.height &&
+             each.texture.texel == wanted.texel;
     });
     if (found == idle.end()) {
-      const uint64_t wanted = uint64_t{16} * static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-      trim(limit - std::min(limit, in_use + wanted));
+      trim(limit - std::min(limit, in_use + wanted.bytes()));
       ++created;
-      return make_texture(width, height, sampler, rehearsed);
+      return made(wanted, sampler, rehearsed);
     }
     const Texture texture = found->texture;
     idle.erase(found);
@@ -144,13 +145,17 @@ struct TexturePool::State : std::enable_shared_from_this<TexturePool::State> {
 TexturePool::TexturePool(uint64_t limit, int max_size, MemoryUse use, Purpose purpose)
     : state_(std::make_shared<State>(limit, max_size, std::move(use), purpose == Purpose::rehearsal)) {}
 
-TexturePtr TexturePool::acquire(int64_t width, int64_t height) {
+TexturePtr TexturePool::acquire(int64_t width, int64_t height, Texel texel) {
   if (width < 1 || height < 1 || width > state_->max_size || height > state_->max_size) {
     throw std::runtime_error("an image of " + size_text(width, height) +
                              " pixels: the device's textures have from 1 to " +
                              std::to_string(state_->max_size) + " pixels a side");
   }
-  auto texture = std::make_unique<Texture>(state_->take(static_cast<int>(width), static_cast<int>(height)));
+  Texture wanted;
+  wanted.width = static_cast<int>(width);
+  wanted.height = static_cast<int>(height);
+  wanted.texel = texel;
+  auto texture = std::make_unique<Texture>(state_->take(wanted));
   texture->id = next_id();
   label_texture(texture->name);
   state_->in_use += texture->bytes();

@@ -8,8 +8,8 @@
 
 namespace host::gpu {
 
-// Image textures, reused by exact size so that a frame after the first makes no new ones. A texture
-// taken from the pool comes back by itself when its last TexturePtr goes; idle ones are kept while
+// Image textures, reused by exact size and kind of texel so that a frame after the first makes no new ones. A
+// texture taken from the pool comes back by itself when its last TexturePtr goes; idle ones are kept while
 // all together stay within a limit, the longest idle leave first, and as long as a frame or the next one asks
 // for their size. Contents are undefined when taken.
 // GL thread only; outlived by no texture: the pool's state lives on until the last one is back.
@@ -25,7 +25,7 @@ class TexturePool {
 
   // A texture of exactly this size, at least 1 x 1. Throws std::runtime_error that names the size
   // and the limit when the context cannot have one.
-  TexturePtr acquire(int64_t width, int64_t height);
+  TexturePtr acquire(int64_t width, int64_t height, Texel texel = Texel::real);
 
   // Deletes idle textures until at most this many bytes of them are left.
   void trim(uint64_t idle_bytes);

@@ -2,6 +2,7 @@
 
 #include "host/base/extent.h"
 #include "host/base/memory_use.h"
+#include "host/decode/pixels.h"
 #include "host/files/metadata.h"
 #include "host/gpu/texture.h"
 
@@ -12,16 +13,16 @@ namespace host::node {
 
 struct PendingTransform;
 
-// Pixels as a decoder left them: RGBA float, rows top to bottom, those of the image's whole window. Counted
-// as decoded until the last holder lets go, on whatever thread. `rgba` is null in a rehearsal.
+// Pixels as a decoder left them, those of the image's whole window. Counted as decoded until the last holder
+// lets go, on whatever thread.
 struct Decoded {
-  Decoded(std::shared_ptr<const float[]> pixels, const Extent& extent, MemoryUse use);
+  Decoded(decode::Pixels decoded, MemoryUse use);
 
-  std::shared_ptr<const float[]> rgba;
+  decode::Pixels pixels;
   Account account;
 };
 
-// What flows along a wire: RGBA, 32-bit float, premultiplied, linear, in a texture. A value: copies
+// What flows along a wire: RGBA, floats, premultiplied, linear, in a texture. A value: copies
 // share the texture, nobody writes to a texture once its node has returned it.
 //
 // Not every alpha is coverage. Depth, vectors and ids have an alpha of 1 that says nothing, and a
@@ -47,7 +48,7 @@ struct Image {
   // Of the texture, or the decoded pixels.
   uint64_t bytes() const {
     if (texture) return texture->bytes();
-    return decoded ? static_cast<uint64_t>(16 * box_width(extent.window) * box_height(extent.window)) : 0;
+    return decoded ? decoded->pixels.bytes() : 0;
   }
 };
 

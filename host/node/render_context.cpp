@@ -60,9 +60,9 @@ filter::Tex filter_image(const Image& image) {
 }  // namespace
 
 // A rehearsal's decoder counts what it hands out by itself.
-Decoded::Decoded(std::shared_ptr<const float[]> pixels, const Extent& extent, MemoryUse use)
-    : rgba(std::move(pixels)), account(std::move(use), Owner::decoded) {
-  if (rgba) account.set(static_cast<uint64_t>(16 * box_width(extent.window) * box_height(extent.window)));
+Decoded::Decoded(decode::Pixels decoded, MemoryUse use)
+    : pixels(std::move(decoded)), account(std::move(use), Owner::decoded) {
+  if (pixels.rgba || pixels.halves) account.set(pixels.bytes());
 }
 
 Uniform::Uniform(std::string_view uniform, std::span<const double> list)
@@ -96,8 +96,12 @@ RenderContext::RenderContext(programs::ShaderLibrary& shaders, gpu::TexturePool&
 RenderContext::~RenderContext() = default;
 
 Image RenderContext::make(const Extent& extent) {
+  return make(extent, gpu::Texel::real);
+}
+
+Image RenderContext::make(const Extent& extent, gpu::Texel texel) {
   if (is_empty(extent.window)) return {{extent.format, {}}, nullptr, nullptr};
-  return {extent, pool_.acquire(box_width(extent.window), box_height(extent.window)), nullptr};
+  return {extent, pool_.acquire(box_width(extent.window), box_height(extent.window), texel), nullptr};
 }
 
 Image RenderContext::solid(const Extent& extent, const std::array<float, 4>& rgba) {
@@ -109,21 +113,24 @@ Image RenderContext::solid(const Extent& extent, const std::array<float, 4>& rgb
   return image;
 }
 
-Image RenderContext::upload(const Extent& extent, const float* rgba) {
+Image RenderContext::upload(const Extent& extent, const decode::Pixels& pixels) {
   const Stopwatch watch(times_.upload_ms);
-  Image image = make(extent);
-  if (!image.texture || !rgba) return image;
+  const bool half = pixels.half;
+  Image image = make(extent, half ? gpu::Texel::half : gpu::Texel::real);
+  const void* const values =
+      half ? static_cast<const void*>(pixels.halves.get()) : static_cast<const void*>(pixels.rgba.get());
+  if (!image.texture || !values) return image;
   gpu::gl.BindTexture(GL_TEXTURE_2D, image.texture->name);
   gpu::gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image.texture->width, image.texture->height, GL_RGBA,
-                        GL_FLOAT, rgba);
+                        half ? GL_HALF_FLOAT : GL_FLOAT, values);
   gpu::gl.BindTexture(GL_TEXTURE_2D, 0);
   return image;
 }
 
-Image RenderContext::decoded(const Extent& extent, std::shared_ptr<const float[]> rgba) {
-  if (draws_) return upload(extent, rgba.get());
+Image RenderContext::decoded(const Extent& extent, decode::Pixels pixels) {
+  if (draws_) return upload(extent, pixels);
   Image image{extent, nullptr, nullptr};
-  image.decoded = std::make_shared<const Decoded>(std::move(rgba), extent, use_);
+  image.decoded = std::make_shared<const Decoded>(std::move(pixels), use_);
   return image;
 }
 

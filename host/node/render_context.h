@@ -74,12 +74,12 @@ class RenderContext {
   // A new image of one colour.
   Image solid(const Extent& extent, const std::array<float, 4>& rgba);
 
-  // A new image with these pixels: RGBA float, rows top to bottom, the window's size; undefined ones for
-  // null.
-  Image upload(const Extent& extent, const float* rgba);
+  // A new image with these pixels, whose window has the size of the extent's; undefined ones in a rehearsal.
+  // Halves stay halves.
+  Image upload(const Extent& extent, const decode::Pixels& pixels);
 
-  // The same of pixels as a decoder left them, which stay where they are while nobody draws with the image.
-  Image decoded(const Extent& extent, std::shared_ptr<const float[]> rgba);
+  // The same, but that the pixels stay where they are while nobody draws with the image.
+  Image decoded(const Extent& extent, decode::Pixels pixels);
 
   // Whether somebody draws with what is rendered next; true at first.
   void expect_draws(bool draws) {
@@ -131,6 +131,8 @@ class RenderContext {
   }
 
  private:
+  Image make(const Extent& extent, gpu::Texel texel);
+
   programs::ShaderLibrary& shaders_;
   gpu::TexturePool& pool_;
   Fetch fetch_;

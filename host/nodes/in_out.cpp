@@ -76,9 +76,9 @@ class Read final : public Operation {
     const decode::Pixels pixels = context.fetch(*wanted);
     const bool coverage = call.project.headers->layer(*wanted).coverage;
     if (!srgb && pixels.extent.window == extent.window && call.project.scale == 1) {
-      return context.decoded(extent, pixels.rgba);
+      return context.decoded(extent, pixels);
     }
-    const Image whole = context.upload(pixels.extent, pixels.rgba.get());
+    const Image whole = context.upload(pixels.extent, pixels);
     Image result = context.make(extent);
     const Box& window = pixels.extent.window;
     const Uniform uniforms[] = {

@@ -59,6 +59,11 @@ void add_metadata(const std::string& path, std::vector<PartInfo>& parts) {
     parts[i].metadata = shared(std::move(read[i]));
 }
 
+bool is_of_halves(const PartInfo& part) {
+  return std::all_of(part.channels.begin(), part.channels.end(),
+                     [](const PartInfo::Channel& channel) { return channel.type == "half"; });
+}
+
 Header header_of(const std::string& path, FileTold told) {
   Header header;
   const bool exr = told.format == "openexr";
@@ -86,7 +91,9 @@ Header read_header(const std::string& path, const Attributes& attributes, std::s
     header.error = failure.what();
     return header;
   }
-  return header_of(path, file->told(most_subimages));
+  header = header_of(path, file->told(most_subimages));
+  if (header.plain && file->exr && is_of_halves(header.parts[0])) header.contents.layers[0].half = true;
+  return header;
 }
 
 // Eight bytes at a time, each step of which loses nothing: two files that differ in one word never agree.

@@ -22,6 +22,7 @@ struct Layer {
   // data: one channel, vectors, ids, and whatever has no alpha of its own.
   bool coverage = false;
   bool ids = false;   // some channel holds whole numbers
+  bool half = false;  // all are halves, and are decoded as such
   bool deep = false;  // any number of samples a pixel
 };
 

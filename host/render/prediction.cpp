@@ -29,10 +29,6 @@ namespace {
 
 namespace filter = qv::nodes::filter;
 
-uint64_t bytes_of(const Box& window) {
-  return uint64_t{16} * static_cast<uint64_t>(box_width(window)) * static_cast<uint64_t>(box_height(window));
-}
-
 // The decoder's queue, of which everything is decoded at once: what it admits and until when it holds it.
 class RehearsedDecoder {
  public:
@@ -68,35 +64,33 @@ class RehearsedDecoder {
   decode::Pixels take(const plates::Source& source) {
     const auto place = under_way_.find(source);
     const Entry entry = place != under_way_.end() ? place->second : hold(source, 1);
-    decode::Pixels pixels{entry.extent, {entry.held, nullptr}, {}};
-    if (place == under_way_.end()) return pixels;
+    if (place == under_way_.end()) return entry.pixels;
     if (--place->second.takes <= 0) under_way_.erase(place);
     pump();
-    return pixels;
+    return entry.pixels;
   }
 
  private:
   struct Entry {
-    Extent extent;
-    std::shared_ptr<void> held;  // counted as long as somebody has it
+    decode::Pixels pixels;  // without values, counted as long as somebody has them
     int takes = 1;
   };
 
   Entry hold(const plates::Source& source, int takes) const {
-    const Extent extent = headers_.layer(source).extent;
-    const uint64_t bytes = bytes_of(extent.window);
+    const plates::Layer layer = headers_.layer(source);
+    const uint64_t bytes = pixel_bytes(layer.extent.window, layer.half);
     account_->set(account_->bytes() + bytes);
-    return {extent,
-            {nullptr, [account = account_, bytes](void*) { account->set(account->bytes() - bytes); }},
-            takes};
+    const auto forget = [account = account_, bytes](const float*) { account->set(account->bytes() - bytes); };
+    return {{layer.extent, {nullptr, forget}, {}, layer.half}, takes};
   }
 
   void pump() {
     uint64_t bytes = 0;
-    for (const auto& [source, entry] : under_way_) bytes += bytes_of(entry.extent.window);
+    for (const auto& [source, entry] : under_way_) bytes += entry.pixels.bytes();
     while (!waiting_.empty()) {
       const auto [source, takes] = waiting_.front();
-      bytes += bytes_of(headers_.layer(source).extent.window);
+      const plates::Layer layer = headers_.layer(source);
+      bytes += pixel_bytes(layer.extent.window, layer.half);
       if (under_way_.size() >= threads_ && bytes > most_bytes_) return;
       under_way_.emplace(source, hold(source, takes));
       waiting_.pop_front();
@@ -133,13 +127,13 @@ class RehearsedDelivery {
   // Returns what an encoder fills for it.
   uint64_t send(const node::Image& image, const writer::OutputFile& file, bool joins) {
     const Box window = draw::read_window(image, sent_area(image, file));
-    const uint64_t bytes = bytes_of(window);
+    const uint64_t bytes = pixel_bytes(window);
     const draw::SentLimit limit = joins ? draw::unlimited : limits_.sent(writer::packed_by_all(file.path));
     uint64_t held = 0;
     for (const auto& sent : sent_) held += sent.second;
     for (; !sent_.empty() && !limit.room(sent_.size(), held, bytes); sent_.pop_front())
       held -= sent_.front().second;
-    if (image.decoded && window == image.extent.window) {
+    if (image.decoded && !image.decoded->pixels.half && window == image.extent.window) {
       sent_.emplace_back(image.decoded, bytes);
     } else if (bytes > 0) {
       sent_.emplace_back(buffers_.acquire(bytes / sizeof(float), limit), bytes);

@@ -188,8 +188,8 @@ void compare_alone(const std::string& path, OIIO::ImageInput* input, const Decod
   const auto is_half = [](const ExrPart::Channel& channel) { return channel.type == ExrType::half; };
   const auto& channels_of_first = file->parts()[0].channels;
   const auto halves = file->decode_halves(2);
-  ASSERT_EQ(halves != nullptr, result.status == decode_done && std::all_of(channels_of_first.begin(),
-                                                                           channels_of_first.end(), is_half));
+  ASSERT_EQ(halves != nullptr, result.status == decode_done &&
+                                   std::all_of(channels_of_first.begin(), channels_of_first.end(), is_half));
   if (halves) {
     std::vector<float> widened(size_t{4} * general.spec->image_pixels());
     half_to_float(halves.get(), widened.data(), widened.size());

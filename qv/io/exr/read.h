@@ -20,7 +20,7 @@ struct Source {
 // covers are written.
 struct Layer {
   std::array<Source, 4> sources;
-  float* pixels = nullptr;  // of the image, rows top to bottom
+  float* pixels = nullptr;     // of the image, rows top to bottom
   uint16_t* halves = nullptr;  // the image in place of those, where all four sources are channels of halves
   int64_t width = 0, height = 0;
   int64_t x = 0, y = 0;  // image column and row of the part's first

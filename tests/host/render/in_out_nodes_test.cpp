@@ -16,6 +16,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 #include <gtest/gtest.h>
+#include <half.h>
 
 namespace {
 
@@ -106,6 +107,49 @@ TEST(ReadNode, LeavesPixelsAsTheyWereDecodedWhereNobodyDraws) {
   for (size_t i = 0; i < plain.rgba.size(); ++i) {
     const float expected = plain.rgba[i] * (i % 4 == 3 ? 1.0F : 0.5F);
     ASSERT_NEAR(half.rgba.at(i), expected, std::max(1.0F, std::abs(expected)) * 1e-6F) << i;
+  }
+}
+
+// Every half that is a number, in an image that comes through the ring in several strips where it is
+// drawn: bit by bit, in half the memory of floats.
+TEST(ReadNode, KeepsHalvesAsTheyAre) {
+  constexpr int width = 600, height = 1000;
+  std::vector<half> pixels(size_t{4} * width * height);
+  for (size_t i = 0; i < pixels.size(); ++i) {
+    pixels[i].setBits(static_cast<uint16_t>(i * 40503));
+    if (pixels[i].isNan()) pixels[i] = 0;
+  }
+  OIIO::ImageSpec spec(width, height, 4, OIIO::TypeHalf);
+  const auto file = OIIO::ImageOutput::create("halves.exr");
+  ASSERT_TRUE(file && file->open((scene::folder() / "halves.exr").string(), spec) &&
+              file->write_image(OIIO::TypeHalf, pixels.data()) && file->close());
+  const std::string nodes =
+      scene::read_plate("halves.exr") + scene::node("c", "p", "crop", R"("box": [7, 30, 590, 990])");
+  host::render::RenderOptions options;
+  options.existing = host::plan::Existing::overwrite;
+  options.frames = {1};
+  const struct {
+    const char* node;
+    host::Box box;    // of the pixels in the file, y down
+    uint64_t texels;  // bytes
+  } rows[] = {{"p", {0, 0, width, height}, 0}, {"c", {7, 10, 590, 970}, 8 * width * height + 16 * 583 * 960}};
+  for (const auto& row : rows) {
+    const std::string file_name = std::string("halves.") + row.node + ".exr";
+    scene::Recorder recorder;
+    scene::Scene shot(nodes + scene::write_node(row.node, file_name, R"("depth": "float")"), width, height,
+                      options);
+    ASSERT_EQ(shot.run(recorder), host::render::Outcome::done);
+    EXPECT_EQ(recorder.stats.peak_texture_bytes, row.texels);
+    EXPECT_LE(recorder.stats.peak_decoded_bytes, size_t{8} * width * height);
+    EXPECT_LE(recorder.stats.peak_ring_bytes, size_t{8} << 20);
+    const OIIO::ImageBuf found((scene::folder() / file_name).string());
+    const OIIO::ROI roi = found.roi();
+    EXPECT_EQ((host::Box{roi.xbegin, roi.ybegin, roi.xend, roi.yend}), row.box);
+    for (OIIO::ImageBuf::ConstIterator<float> at(found); !at.done(); ++at) {
+      for (int c = 0; c < 4; ++c)
+        ASSERT_EQ(at[c], pixels[static_cast<size_t>(4 * (at.y() * width + at.x()) + c)])
+            << at.x() << ", " << at.y();
+    }
   }
 }
 
