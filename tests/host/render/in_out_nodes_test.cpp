@@ -111,7 +111,7 @@ TEST(ReadNode, LeavesPixelsAsTheyWereDecodedWhereNobodyDraws) {
 }
 
 // Every half that is a number, in an image that comes through the ring in several strips where it is
-// drawn: bit by bit, in half the memory of floats.
+// drawn: bit by bit, in half the memory of floats. What is made of it has all the bits of floats.
 TEST(ReadNode, KeepsHalvesAsTheyAre) {
   constexpr int width = 600, height = 1000;
   std::vector<half> pixels(size_t{4} * width * height);
@@ -123,8 +123,11 @@ TEST(ReadNode, KeepsHalvesAsTheyAre) {
   const auto file = OIIO::ImageOutput::create("halves.exr");
   ASSERT_TRUE(file && file->open((scene::folder() / "halves.exr").string(), spec) &&
               file->write_image(OIIO::TypeHalf, pixels.data()) && file->close());
-  const std::string nodes =
-      scene::read_plate("halves.exr") + scene::node("c", "p", "crop", R"("box": [7, 30, 590, 990])");
+  const std::string nodes = scene::read_plate("halves.exr") +
+                            scene::node("c", "p", "crop", R"("box": [7, 30, 590, 990])") +
+                            scene::constant("third", {0.333333F, 0.333333F, 0.333333F, 0.333333F}) +
+                            scene::node("m", R"(["third", "p"])", "merge", R"("operation": "plus")") +
+                            scene::node("n", R"(["third", "m"])", "merge", R"("operation": "plus")");
   host::render::RenderOptions options;
   options.existing = host::plan::Existing::overwrite;
   options.frames = {1};
@@ -132,7 +135,10 @@ TEST(ReadNode, KeepsHalvesAsTheyAre) {
     const char* node;
     host::Box box;    // of the pixels in the file, y down
     uint64_t texels;  // bytes
-  } rows[] = {{"p", {0, 0, width, height}, 0}, {"c", {7, 10, 590, 970}, 8 * width * height + 16 * 583 * 960}};
+    float added = 0;  // twice
+  } rows[] = {{"p", {0, 0, width, height}, 0},
+              {"c", {7, 10, 590, 970}, 8 * width * height + 16 * 583 * 960},
+              {"n", {0, 0, width, height}, (8 + 3 * 16) * width * height, 0.333333F}};
   for (const auto& row : rows) {
     const std::string file_name = std::string("halves.") + row.node + ".exr";
     scene::Recorder recorder;
@@ -147,7 +153,8 @@ TEST(ReadNode, KeepsHalvesAsTheyAre) {
     EXPECT_EQ((host::Box{roi.xbegin, roi.ybegin, roi.xend, roi.yend}), row.box);
     for (OIIO::ImageBuf::ConstIterator<float> at(found); !at.done(); ++at) {
       for (int c = 0; c < 4; ++c)
-        ASSERT_EQ(at[c], pixels[static_cast<size_t>(4 * (at.y() * width + at.x()) + c)])
+        ASSERT_EQ(at[c],
+                  pixels[static_cast<size_t>(4 * (at.y() * width + at.x()) + c)] + row.added + row.added)
             << at.x() << ", " << at.y();
     }
   }
