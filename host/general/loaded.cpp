@@ -36,9 +36,9 @@ const Library& load() {
     refuse(file, "cannot be loaded: " + reason);
   }
   // Stays, whatever it is: what it brought along may have begun threads.
-  const auto offer = reinterpret_cast<const Offer& (*)()>(dlsym(handle, offer_name));
-  if (!offer || offer().version != offer_version) refuse(file, "belongs to another version of quorvel");
-  return *offer().library;
+  const auto entry = reinterpret_cast<const Offer* (*)()>(dlsym(handle, offer_name));
+  if (!entry || entry()->version != offer_version) refuse(file, "belongs to another version of quorvel");
+  return *entry()->library;
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 namespace host::general {
 
-// What the module exports: a function without arguments under this name that gives an Offer, which stands as
-// long as the process.
+// What the module exports: a function without arguments under this name that gives a pointer to an Offer,
+// which stands as long as the process.
 inline constexpr const char* module_file = "libquorvel_host_images.so";
 inline constexpr const char* offer_name = "quorvel_host_images";
 

@@ -39,8 +39,8 @@ class ReaderLibrary final : public Library {
 }  // namespace host::general::images
 
 // The one function that the module shows.
-extern "C" __attribute__((visibility("default"))) const host::general::Offer& quorvel_host_images() {
+extern "C" __attribute__((visibility("default"))) const host::general::Offer* quorvel_host_images() {
   static const host::general::images::ReaderLibrary library;
   static const host::general::Offer offer = {host::general::offer_version, &library};
-  return offer;
+  return &offer;
 }
