@@ -57,14 +57,11 @@ TEST(Modules, ThatAreMissingOrOfAnotherVersionFailTheFilesThatNeedThemAlone) {
   constexpr const char* modules = R"(
 - | cannot be loaded: cannot open shared object file
 /bin/true | cannot be loaded: cannot dynamically load
-CORE_LIBRARY | belongs to another version of quorvel
 FOREIGN_MODULE | belongs to another version of quorvel
 )";
   const std::string quorvel = "LD_LIBRARY_PATH=" + libraries.string() + " quorvel ";
   for (const auto& [source, says] : support::rows<2>(modules)) {
-    const std::string file = source == "CORE_LIBRARY"     ? CORE_LIBRARY
-                             : source == "FOREIGN_MODULE" ? FOREIGN_MODULE
-                                                          : source;
+    const std::string file = source == "FOREIGN_MODULE" ? FOREIGN_MODULE : source;
     if (file != "-") fs::copy_file(file, module, fs::copy_options::overwrite_existing);
     EXPECT_EQ(run(quorvel + "nodes", folder).code, 0) << source;
     for (const std::string shot : {"exr.json", "copy.json"})
