@@ -1,3 +1,5 @@
+#include <qv/io/exr/layout.h>
+#include <qv/io/exr/order.h>
 #include <qv/io/exr/read.h>
 
 #include "tests/io/documented.h"
@@ -39,6 +41,11 @@ void read_exr(const std::vector<uint8_t>& bytes) {
     if (!part) continue;
     show(*file, *part, 50, 50, 0, 0);
     show(*file, *part, 9, 9, -5, -17);
+    const std::vector<int> order = qv::io::exr::listed_order(part->channels);
+    if (order.size() != 4 || int64_t{part->width} * part->height > 1 << 16) continue;
+    const size_t values = size_t{4} * static_cast<size_t>(part->width) * static_cast<size_t>(part->height);
+    std::vector<uint16_t> halves(values);
+    qv::io::exr::decode_halves(*file, {*part, order}, 1, halves.data());
   }
 }
 
