@@ -172,7 +172,11 @@ void compare_alone(const std::string& path, OIIO::ImageInput* input, const Decod
                    bool damaged) {
   const auto file = ExrFile::open(path);
   if (!input) return;
-  const bool common = is_ours(std::string(input->spec().get_string_attribute("compression")));
+  bool common = true;  // OpenImageIO gives some parts another codec than it was asked for
+  for (int part = 0; input->seek_subimage(part, 0); ++part)
+    common = common && is_ours(std::string(input->spec().get_string_attribute("compression")));
+  input->seek_subimage(0, 0);
+  input->geterror();
   ASSERT_TRUE(damaged || (file != nullptr) == common);
   if (!file) return;
   DecodeResult result;
