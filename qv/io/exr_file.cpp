@@ -72,7 +72,8 @@ struct ExrFile::State {
 
   bool add_part(int index) {
     std::optional<exr::Part> part = file->part(index);
-    if (!part || part->display_width == 0) return false;
+    // A file that is cut there is one of which to say so before anything is begun with it.
+    if (!part || part->display_width == 0 || !file->has_last_chunk(*part)) return false;
     std::vector<int> order = exr::listed_order(part->channels);
     parts.push_back(
         part_of(subimages.emplace(index, exr::Subimage{*std::move(part), std::move(order)}).first->second));

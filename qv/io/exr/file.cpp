@@ -117,6 +117,14 @@ bool set_chunk_size(exr_const_context_t context, Part& part) {
   return width > 0 && height > 0;
 }
 
+bool find(exr_const_context_t context, const Part& part, const Chunk& chunk, exr_chunk_info_t& info) {
+  const exr_result_t found = part.tiled
+                                 ? exr_read_tile_chunk_info(context, part.index, chunk.x / part.chunk_width,
+                                                            chunk.y / part.chunk_height, 0, 0, &info)
+                                 : exr_read_scanline_chunk_info(context, part.index, part.y + chunk.y, &info);
+  return found == EXR_ERR_SUCCESS;
+}
+
 }  // namespace
 
 int64_t chunks_across(const Part& part) {
@@ -215,6 +223,11 @@ std::optional<Part> File::part(int index) const {
   return part;
 }
 
+bool File::has_last_chunk(const Part& part) const {
+  exr_chunk_info_t info = {};
+  return find(context_->handle, part, chunk_at(part, chunks_across(part) - 1, chunks_down(part) - 1), info);
+}
+
 std::string File::text(int part, const std::string& name) const {
   int32_t length = 0;
   const char* text = nullptr;
@@ -225,12 +238,9 @@ std::string File::text(int part, const std::string& name) const {
 std::span<const uint8_t> File::read(const Part& part, const Chunk& chunk, Bytes& bytes) const {
   exr_const_context_t context = context_->handle;
   exr_chunk_info_t info = {};
-  const exr_result_t found = part.tiled
-                                 ? exr_read_tile_chunk_info(context, part.index, chunk.x / part.chunk_width,
-                                                            chunk.y / part.chunk_height, 0, 0, &info)
-                                 : exr_read_scanline_chunk_info(context, part.index, part.y + chunk.y, &info);
+  const bool found = find(context, part, chunk, info);
   const uint64_t pixels = static_cast<uint64_t>(chunk.width) * static_cast<uint64_t>(chunk.height);
-  const bool fits = found == EXR_ERR_SUCCESS && info.width == chunk.width && info.height == chunk.height &&
+  const bool fits = found && info.width == chunk.width && info.height == chunk.height &&
                     info.packed_size > 0 && info.packed_size <= info.unpacked_size &&
                     info.unpacked_size / static_cast<uint64_t>(part.pixel_bytes) == pixels &&
                     info.unpacked_size % static_cast<uint64_t>(part.pixel_bytes) == 0;

@@ -78,6 +78,9 @@ class File {
   // Nothing for a part that is not read here: deep, subsampled or of another codec.
   std::optional<Part> part(int index) const;
 
+  // Whether the table of a part's chunks is there, and the last of them begins within the file.
+  bool has_last_chunk(const Part& part) const;
+
   // An attribute of a part that is one text; "" where there is none.
   std::string text(int part, const std::string& name) const;
 
